@@ -1,0 +1,62 @@
+// FaultInjection.h - makes chosen C library calls fail, for tests only.
+//
+// Every test executable is linked with -Wl,--wrap=<call> for the calls listed in
+// kpztest::Call, so the library's calls land in FaultInjection.cpp. Unarmed, a
+// wrapper passes straight through to the real call and counts it. Armed, it
+// lets `skip` calls through, then fails the next `times` calls with `err`.
+//
+//   kpztest::FaultGuard guard;                      // disarms everything on scope exit
+//   kpztest::Arm(kpztest::Call::Fseek, EIO);        // next fseek fails with EIO
+//   kpztest::Arm(kpztest::Call::Fread, EFAULT, 0, 1, /*partial=*/100);
+//
+// How a failing call fails:
+//   fread/fwrite  really transfer min(partial, n) bytes, then mark the stream's
+//                 error indicator (seen through the wrapped ferror, cleared by
+//                 clearerr/fclose), set errno and return that count.
+//   fopen/opendir return null;   ftell returns -1;   fileno returns -1;
+//   time          returns the value given by SetTime (armed or not);
+//   fclose        really closes the stream (the handle is gone either way), then
+//                 reports failure;
+//   everything else: returns -1 (EOF for fclose/fflush) without doing the call.
+// errno is set to `err` in every case.
+#ifndef KPZ_TESTS_SUPPORT_FAULTINJECTION_H
+#define KPZ_TESTS_SUPPORT_FAULTINJECTION_H
+
+#include <cstddef>
+#include <ctime>
+
+namespace kpztest {
+
+enum class Call {
+  Fopen, Fclose, Fread, Fwrite, Fseek, Ftell, Fflush, Fileno, Ferror, Clearerr, Fsync, Sync,
+  Open, Close, Mkdir, Unlink, Rmdir, Stat, Stat64, Chmod, Rename, Utime, Opendir, Time,
+  Count
+};
+
+// Fails the (skip+1)-th to (skip+times)-th calls of `call` from now on with `err`.
+// `partial` is the byte count fread/fwrite really transfer before failing.
+void Arm(Call call, int err, int skip = 0, int times = 1, std::size_t partial = 0);
+void Disarm(Call call);
+void DisarmAll();
+
+// Calls of `call` seen since the last ResetCounts (armed or not).
+int CallCount(Call call);
+void ResetCounts();
+
+// Makes the wrapped time() return `value` until ClearTime().
+void SetTime(std::time_t value);
+void ClearTime();
+
+// Disarms every fault, clears the time override and resets the counts on
+// construction and destruction.
+class FaultGuard {
+ public:
+  FaultGuard();
+  ~FaultGuard();
+  FaultGuard(const FaultGuard&) = delete;
+  FaultGuard& operator=(const FaultGuard&) = delete;
+};
+
+}  // namespace kpztest
+
+#endif  // KPZ_TESTS_SUPPORT_FAULTINJECTION_H
