@@ -27,13 +27,15 @@ class DtNlDataUtil {
   static UINT32 ToSyncSafe(UINT32 value);
   static UINT32 ToUnSyncSafe(UINT32 value);
 
-  // atoi(text).
+  // atoi(text); a null text gives 0.
   static int AsciiToInt(const char* text);
   // atoi over `len` bytes of unterminated text; only the low 8 bits of `len`
-  // count (texts of up to 255 bytes).
+  // count (texts of up to 255 bytes); when they are 0, or `data` is null, the
+  // result is 0 and no byte is read.
   static int AsciiToInt(const UINT8* data, UINT len);
 
-  // Writes the `count` bytes of `src` to `dst` reversed; src may equal dst.
+  // Writes the `count` bytes of `src` to `dst` reversed; src may equal or
+  // overlap dst. A count of 0 or less writes nothing.
   static void SwapU8Array(const UINT8* src, int count, UINT8* dst);
 
   // Store `value` in `order`; return `dst` (a null dst is returned untouched).

@@ -34,7 +34,8 @@ class DtNlListImpl : public DtNlNode {
   DtNlNode* GetBeginNode() const;  // == GetEndNode() when empty
   DtNlNode* GetEndNode() const;    // the list itself
 
-  // First node at or after `from` (not null), before the end node, with `key`; or null.
+  // First node at or after `from`, before the end node, with `key`; or null
+  // (also for a null `from`).
   DtNlNode* Find(UINT32 key) const;
   DtNlNode* Find(UINT32 key, DtNlNode* from) const;
 

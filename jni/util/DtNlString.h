@@ -2,7 +2,8 @@
 //
 // A DtNlString owns a heap block of exactly length + 1 bytes (array new/delete);
 // every change allocates a new block. `text` is null only for a string built
-// from a null `const char*`; the default string holds "" in a one-byte block.
+// from a null `const char*` (or null bytes); the default string holds "" in a
+// one-byte block. Queries and edits treat a null text as "".
 // Comparisons and searches are byte-wise (strcmp, strcasecmp, strncmp, strstr).
 //
 // Edits (SubStr, Append, Insert) write their result into `out`, or into the
@@ -32,8 +33,9 @@ class DtNlString {
 
   // Replaces the text with a copy of `s`; a null `s` changes nothing.
   void setString(const char* s);
-  // Replaces the text with `size` bytes of `data` (size >= 1), dropping one
-  // trailing NUL if the last byte is 0; a null `data` changes nothing.
+  // Replaces the text with `size` bytes of `data`, dropping one trailing NUL
+  // if the last byte is 0; a size of 0 gives "" and reads nothing; a null
+  // `data` changes nothing.
   void setString(const unsigned char* data, unsigned int size);
 
   // Queries; `s` must not be null. Booleans are 1 or 0.
@@ -41,7 +43,8 @@ class DtNlString {
   int CaseEquals(const char* s) const;
   int StartsWith(const char* s) const;
   int EndsWith(const char* s) const;
-  // First index >= start where `s` occurs, or -1. `start` must lie within the text.
+  // First index >= start where `s` occurs, or -1. A negative `start` searches
+  // from 0; a `start` past the end gives -1.
   int IndexOf(const char* s, int start) const;
   // Last index <= start (or from the end with FROM_END) where `s` occurs, or -1.
   int LastIndexOf(const char* s, int start) const;
