@@ -1,0 +1,76 @@
+// DtNlFileIo.h - the byte channel over a stdio FILE stream.
+//
+// Part of the files-and-streams layer; used directly by the raw-file facade and
+// the JNI entry, and created on the heap by DtNlDataStream. Reads go straight
+// into the caller's memory; the 0x30000-byte bounce buffer inside the object
+// serves only to retry a read that the system could not deliver into the
+// caller's memory (EFAULT), so an object is about 192 KiB: keep one on the stack
+// only where the stack is large enough.
+//
+//   DtNlFileIo io;
+//   if (io.Open("/sdcard/a.kpz", "rb") == 0) {
+//     io.Seek(offset, DtNlIoSeekSet);
+//     UINT got = io.ReadU8(buf, size);   // short at end of file, 0 on error
+//     io.Close();
+//   }
+//
+// Every failure is logged (file jni/util/io/DtNlFileIo.cpp) and recorded in the
+// status; EIO always records DtNlErrIo. A failed read or write closes the
+// channel; any later operation then logs "handle is null" and fails.
+//
+// Pointer members: m_handle is owned (closed by Close and the destructor).
+#ifndef KPZ_UTIL_IO_DTNLFILEIO_H
+#define KPZ_UTIL_IO_DTNLFILEIO_H
+
+#include <cstdio>
+
+#include "util/DtNlTypes.h"
+#include "util/io/DtNlIo.h"
+
+class DtNlFileIo : public DtNlIo {
+ public:
+  static const UINT BOUNCE_SIZE = 0x30000;
+
+  DtNlFileIo();
+  // Closes the file if it is open.
+  ~DtNlFileIo() override;
+
+  using DtNlIo::Open;
+  // fopen(path, mode), mode passed unchanged. -1 if a file is already open
+  // (DtNlErrAlreadyOpen; that file stays open) or fopen fails (logged;
+  // DtNlErrNotFound on ENOENT, DtNlErrIo on EIO, else DtNlErrOpen).
+  int Open(const char* path, const char* mode) override;
+  // Closes the file; the handle is forgotten even when fclose fails (-1,
+  // DtNlErrClose / DtNlErrIo). Closing a closed channel returns 0 silently.
+  int Close() override;
+  // Bytes read; a short count at end of file is not an error. A read error
+  // records DtNlErrRead / DtNlErrIo, closes the channel and returns 0.
+  UINT ReadU8(UINT8* dst, UINT size) override;
+  // Bytes written; a write error records DtNlErrWrite / DtNlErrIo, closes the
+  // channel and returns 0.
+  UINT WriteU8(UINT8 const* src, UINT size) override;
+  // fseek to the low 32 bits of `offset` (signed); DtNlIoSeekBase adds the base
+  // offset and seeks from the start. DtNlIoSeekEnd counts as fseek's SEEK_END.
+  // Failure: -1, DtNlErrSeek / DtNlErrIo.
+  int Seek(long long offset, DtNlIoSeekPos origin) override;
+  // The position (a 32-bit file offset), -1 on failure (DtNlErrTell / DtNlErrIo).
+  int Tell() override;
+  long long Tell64() override;
+  // 1 when the stream's end-of-file indicator is set; 0 otherwise or when closed.
+  int IsEof() const override;
+  // fflush; -1 on failure (DtNlErrFlush / DtNlErrIo).
+  int Flush() override;
+  // Pushes the file's data to the device (fsync); -1 on failure
+  // (DtNlErrSync / DtNlErrIo; a failing fileno records no code).
+  int Sync();
+
+ private:
+  // The failure tail of ReadU8: records the read error (DtNlErrIo on EIO, else
+  // DtNlErrRead), closes the channel and returns 0.
+  UINT failRead();
+
+  FILE* m_handle;                 // owned; null while closed
+  UINT8 m_bounce[BOUNCE_SIZE];    // retry buffer, never allocated separately
+};
+
+#endif  // KPZ_UTIL_IO_DTNLFILEIO_H
