@@ -7,6 +7,7 @@ set -euo pipefail
 packages=(
   cmake g++ make
   libgtest-dev libgmock-dev
+  openjdk-17-jdk-headless  # JNI headers, javac and the JVM the Java tests run on
   android-liblog-dev     # the Android log library for the JNI entry (prints to stderr)
   libcli11-dev           # argument parsing for the kpz tool
   nlohmann-json3-dev     # JSON output of the kpz tool

@@ -19,7 +19,7 @@ jobs=$(nproc 2>/dev/null || echo 2)
 
 for preset in "${presets[@]}"; do
   echo "=== preset: $preset ==="
-  cmake --preset "$preset" -DKPZ_WERROR=ON >/dev/null
+  cmake --preset "$preset" -DKPZ_WERROR=ON -DKPZ_REQUIRE_JNI=ON >/dev/null
   cmake --build --preset "$preset" -j "$jobs"
   ctest --preset "$preset" -j "$jobs"
 done

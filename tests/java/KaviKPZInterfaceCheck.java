@@ -1,0 +1,369 @@
+// KaviKPZInterfaceCheck.java - runs KaviKPZInterface.getScreennailNative on a
+// real JVM against the built libKpzInterface.so, over the files written by
+// kpz_java_fixtures (tests/java/make_fixtures.cpp).
+//
+//   java -Djava.library.path=<build>/lib -cp kpzinterface.jar:check.jar \
+//       kpztest.KaviKPZInterfaceCheck <fixtures dir> [rss tolerance KiB]
+//
+// The checking process never loads the library itself: every case runs in a
+// child JVM (same java, class path and library path), so that the child's
+// standard error - where the Android log library prints the entry's lines -
+// can be captured whole for that one call. Each case compares the result (the
+// exact bytes, null, or an empty array) and the complete list of the entry's
+// log lines (priority letter and message, in order); lines of the library's
+// own logger on the same stream are not the entry's and are left out.
+//
+// The concurrency case runs 8 threads x 1,000 calls on 8 different files and
+// compares VmRSS (from /proc/self/status) after a warm-up of 50 calls per
+// thread with VmRSS at the end. The Java heap is fixed and touched up front
+// (-Xms=-Xmx, AlwaysPreTouch) so that it cannot account for growth; what
+// remains is native memory and JIT code. The tolerance (default 16 MiB) lies
+// far below what one leaked buffer per call would add (the smallest screennail
+// is 24 KB: 8,000 calls leak about 190 MB; the 64 KiB file head alone 500 MB;
+// the 2.7 KB path characters 21 MB).
+//
+// Exit status 0 when every case passed; each failure is printed.
+package kpztest;
+
+import com.kavi.dtv.kpzinterface.KaviKPZInterface;
+
+import java.io.File;
+import java.io.FileInputStream;
+import java.io.IOException;
+import java.io.InputStream;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Paths;
+import java.security.MessageDigest;
+import java.security.NoSuchAlgorithmException;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+import java.util.Properties;
+import java.util.concurrent.CyclicBarrier;
+import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicInteger;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+
+public final class KaviKPZInterfaceCheck {
+    // One line of the Android log library on standard error:
+    // "<tag> <priority letter> <MM-DD hh:mm:ss> <pid> <tid> <message>".
+    private static final Pattern LOG_LINE = Pattern.compile(
+            "^KpzInterface ([VDIWEF]) \\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d +\\d+ +\\d+ (.*)$");
+
+    // Result codes of the raw facade that the entry logs.
+    private static final int RAW_ERR_NOT_FOUND = -302;
+    private static final int RAW_ERR_NO_DATA = -100;
+
+    private static final int THREADS = 8;
+    private static final int CALLS = 1000;
+    private static final int WARM_UP_CALLS = 50;
+
+    private KaviKPZInterfaceCheck() {}
+
+    public static void main(String[] args) throws Exception {
+        if (args.length >= 1 && args[0].equals("--call")) {
+            System.exit(childCall(args.length > 1 ? args[1] : null));
+        }
+        if (args.length >= 1 && args[0].equals("--stress")) {
+            System.exit(childStress(Arrays.copyOfRange(args, 1, args.length)));
+        }
+        if (args.length < 1) {
+            System.err.println("usage: KaviKPZInterfaceCheck <fixtures dir> [rss tolerance KiB]");
+            System.exit(2);
+        }
+        long toleranceKiB = args.length > 1 ? Long.parseLong(args[1]) : 16 * 1024;
+        System.exit(new KaviKPZInterfaceCheck().runAll(args[0], toleranceKiB));
+    }
+
+    // ---- child side -----------------------------------------------------
+
+    // One call; prints "null" or "array <length> <sha-256>" on standard output.
+    private static int childCall(String path) throws NoSuchAlgorithmException {
+        byte[] result = new KaviKPZInterface().getScreennailNative(path);
+        System.out.println(result == null ? "null" : "array " + result.length + " " + sha256(result));
+        return 0;
+    }
+
+    // Arguments: <path> <expected> pairs, one per thread. Prints
+    // "ok <calls> <rss after warm-up KiB> <rss at end KiB>" or "fail <reason>".
+    private static int childStress(String[] pairs) throws Exception {
+        final int threads = pairs.length / 2;
+        final String[] paths = new String[threads];
+        final byte[][] expected = new byte[threads][];
+        for (int i = 0; i < threads; i++) {
+            paths[i] = pairs[2 * i];
+            expected[i] = Files.readAllBytes(Paths.get(pairs[2 * i + 1]));
+        }
+        final KaviKPZInterface entry = new KaviKPZInterface();
+        final AtomicInteger good = new AtomicInteger();
+        final List<String> failures = new ArrayList<>();
+        final long[] rss = new long[2];
+        final CyclicBarrier warmedUp = new CyclicBarrier(threads, () -> rss[0] = vmRssKiB());
+        List<Thread> workers = new ArrayList<>();
+        for (int t = 0; t < threads; t++) {
+            final int me = t;
+            Thread worker = new Thread(() -> {
+                try {
+                    for (int i = 0; i < WARM_UP_CALLS; i++) {
+                        entry.getScreennailNative(paths[me]);
+                    }
+                    warmedUp.await();
+                    for (int i = 0; i < CALLS; i++) {
+                        byte[] got = entry.getScreennailNative(paths[me]);
+                        if (got != null && Arrays.equals(got, expected[me])) {
+                            good.incrementAndGet();
+                        } else {
+                            synchronized (failures) {
+                                failures.add("thread " + me + " call " + i + ": "
+                                        + (got == null ? "null" : got.length + " bytes differ"));
+                            }
+                        }
+                    }
+                } catch (Exception e) {
+                    synchronized (failures) {
+                        failures.add("thread " + me + ": " + e);
+                    }
+                }
+            });
+            workers.add(worker);
+            worker.start();
+        }
+        for (Thread worker : workers) {
+            worker.join();
+        }
+        rss[1] = vmRssKiB();
+        if (!failures.isEmpty()) {
+            System.out.println("fail " + failures.size() + " wrong results, first: " + failures.get(0));
+            return 0;
+        }
+        System.out.println("ok " + good.get() + " " + rss[0] + " " + rss[1]);
+        return 0;
+    }
+
+    private static long vmRssKiB() {
+        try {
+            for (String line : Files.readAllLines(Paths.get("/proc/self/status"))) {
+                if (line.startsWith("VmRSS:")) {
+                    return Long.parseLong(line.replaceAll("[^0-9]", ""));
+                }
+            }
+        } catch (IOException e) {
+            return -1;
+        }
+        return -1;
+    }
+
+    // ---- checking side --------------------------------------------------
+
+    private final List<String> failures = new ArrayList<>();
+    private Properties fx;
+    private File workDir;
+
+    private static final class Run {
+        String stdout = "";
+        String stderr = "";
+        int exit = -1;
+    }
+
+    private int runAll(String fixturesDir, long toleranceKiB) throws Exception {
+        fx = new Properties();
+        try (InputStream in = new FileInputStream(new File(fixturesDir, "fixtures.properties"))) {
+            fx.load(in);
+        }
+        workDir = new File(fixturesDir);
+
+        checkReturnsScreennail("le");
+        checkReturnsScreennail("be");
+        checkReturnsScreennail("m372");
+        checkMissingFile();
+        checkNoScreennailLocation();
+        checkShortRead("past");
+        checkShortRead("huge");
+        checkReturnsScreennail("empty");
+        checkNullPath();
+        checkConcurrentCallsAreCorrectAndLeakNothing(toleranceKiB);
+
+        if (failures.isEmpty()) {
+            System.out.println("KaviKPZInterfaceCheck: all cases passed");
+            return 0;
+        }
+        for (String f : failures) {
+            System.out.println("FAILED: " + f);
+        }
+        return 1;
+    }
+
+    // Bytes (or, for "empty", an empty array) and the four progress lines.
+    private void checkReturnsScreennail(String key) throws Exception {
+        String path = fx.getProperty(key + ".path");
+        byte[] expected = Files.readAllBytes(Paths.get(fx.getProperty(key + ".expected")));
+        Run run = child(path);
+        expectEquals(key + ": result", "array " + expected.length + " " + sha256(expected), run.stdout);
+        expectLog(key, run, Arrays.asList(
+                "I getScreennailNative called.",
+                "I filepath:" + path,
+                "I " + screennailInfoLine(key)));
+    }
+
+    private void checkMissingFile() throws Exception {
+        String path = new File(workDir, "missing.kpz").getPath();
+        Run run = child(path);
+        expectEquals("missing: result", "null", run.stdout);
+        expectLog("missing", run, Arrays.asList(
+                "I getScreennailNative called.",
+                "I filepath:" + path,
+                "E raw.Initialize ERROR. ret=" + RAW_ERR_NOT_FOUND));
+    }
+
+    private void checkNoScreennailLocation() throws Exception {
+        String path = fx.getProperty("nosn.path");
+        Run run = child(path);
+        expectEquals("nosn: result", "null", run.stdout);
+        expectLog("nosn", run, Arrays.asList(
+                "I getScreennailNative called.",
+                "I filepath:" + path,
+                "E raw.GetScreennailInfo ERROR. ret=" + RAW_ERR_NO_DATA));
+    }
+
+    // A length beyond the end of the file: null and the short count.
+    private void checkShortRead(String key) throws Exception {
+        String path = fx.getProperty(key + ".path");
+        Run run = child(path);
+        expectEquals(key + ": result", "null", run.stdout);
+        expectLog(key, run, Arrays.asList(
+                "I getScreennailNative called.",
+                "I filepath:" + path,
+                "I " + screennailInfoLine(key),
+                "E fileIo.ReadU8 ERROR. readSize=" + fx.getProperty(key + ".readSize")));
+    }
+
+    // A null path gives null and no crash.
+    private void checkNullPath() throws Exception {
+        Run run = child(null);
+        expectEquals("null path: result", "null", run.stdout);
+        expectLog("null path", run, Arrays.asList(
+                "I getScreennailNative called.",
+                "E path is null."));
+    }
+
+    private void checkConcurrentCallsAreCorrectAndLeakNothing(long toleranceKiB) throws Exception {
+        int count = Integer.parseInt(fx.getProperty("stress.count"));
+        List<String> cmd = javaCommand();
+        cmd.add(cmd.size() - 1, "-Xms64m");
+        cmd.add(cmd.size() - 1, "-Xmx64m");
+        cmd.add(cmd.size() - 1, "-XX:+AlwaysPreTouch");
+        cmd.add("--stress");
+        for (int i = 0; i < count && i < THREADS; i++) {
+            cmd.add(fx.getProperty("stress." + i + ".path"));
+            cmd.add(fx.getProperty("stress." + i + ".expected"));
+        }
+        File errFile = new File(workDir, "stress.stderr");
+        ProcessBuilder pb = new ProcessBuilder(cmd);
+        pb.redirectError(errFile);
+        Process p = pb.start();
+        String out = new String(p.getInputStream().readAllBytes(), StandardCharsets.UTF_8).trim();
+        if (!p.waitFor(600, TimeUnit.SECONDS)) {
+            p.destroyForcibly();
+            p.waitFor();
+            failures.add("stress: timed out");
+            return;
+        }
+        String[] f = out.split(" ");
+        if (p.exitValue() != 0 || f.length != 4 || !f[0].equals("ok")) {
+            failures.add("stress: " + out + " (exit " + p.exitValue() + ", stderr in " + errFile + ")");
+            return;
+        }
+        long calls = Long.parseLong(f[1]);
+        long warm = Long.parseLong(f[2]);
+        long end = Long.parseLong(f[3]);
+        System.out.println("stress: " + calls + " correct calls; VmRSS " + warm + " KiB after warm-up, "
+                + end + " KiB at the end (tolerance " + toleranceKiB + " KiB)");
+        expectEquals("stress: correct calls", String.valueOf((long) THREADS * CALLS), f[1]);
+        if (warm <= 0 || end - warm > toleranceKiB) {
+            failures.add("stress: native memory grew by " + (end - warm) + " KiB");
+        }
+        errFile.delete();
+    }
+
+    // ---- helpers --------------------------------------------------------
+
+    private String screennailInfoLine(String key) {
+        return "ScreennailInfo m_fileOffset=0x" + fx.getProperty(key + ".offset")
+                + " m_size=" + fx.getProperty(key + ".size")
+                + " m_horizon=" + fx.getProperty(key + ".width")
+                + " m_vertical=" + fx.getProperty(key + ".height");
+    }
+
+    private void expectEquals(String what, String expected, String actual) {
+        if (!expected.equals(actual)) {
+            failures.add(what + ": expected <" + expected + "> but was <" + actual + ">");
+        }
+    }
+
+    // Every line of the entry in the child's standard error, as "<letter> <message>",
+    // must be exactly `expected`; each must have the log library's whole format.
+    private void expectLog(String what, Run run, List<String> expected) {
+        List<String> got = new ArrayList<>();
+        for (String line : run.stderr.split("\n", -1)) {
+            if (!line.startsWith("KpzInterface ")) {
+                continue;
+            }
+            Matcher m = LOG_LINE.matcher(line);
+            if (!m.matches()) {
+                failures.add(what + ": malformed log line <" + line + ">");
+                continue;
+            }
+            got.add(m.group(1) + " " + m.group(2));
+        }
+        if (!got.equals(expected)) {
+            failures.add(what + ": log lines\n  expected " + expected + "\n  but were " + got
+                    + "\n  whole stderr:\n" + run.stderr);
+        }
+        if (run.exit != 0) {
+            failures.add(what + ": child exited with " + run.exit + "\n" + run.stderr);
+        }
+    }
+
+    // The same JVM, class path and library path as this one, running the child side.
+    private static List<String> javaCommand() {
+        List<String> cmd = new ArrayList<>();
+        cmd.add(ProcessHandle.current().info().command().orElse("java"));
+        cmd.add("-Djava.library.path=" + System.getProperty("java.library.path"));
+        cmd.add("-cp");
+        cmd.add(System.getProperty("java.class.path"));
+        cmd.add(KaviKPZInterfaceCheck.class.getName());
+        return cmd;
+    }
+
+    private Run child(String path) throws Exception {
+        List<String> cmd = javaCommand();
+        cmd.add("--call");
+        if (path != null) {
+            cmd.add(path);
+        }
+        ProcessBuilder pb = new ProcessBuilder(cmd);
+        File errFile = File.createTempFile("call", ".stderr", workDir);
+        pb.redirectError(errFile);
+        Process p = pb.start();
+        Run run = new Run();
+        run.stdout = new String(p.getInputStream().readAllBytes(), StandardCharsets.UTF_8).trim();
+        if (!p.waitFor(120, TimeUnit.SECONDS)) {
+            p.destroyForcibly();
+            p.waitFor();
+        }
+        run.exit = p.exitValue();
+        run.stderr = new String(Files.readAllBytes(errFile.toPath()), StandardCharsets.UTF_8);
+        errFile.delete();
+        return run;
+    }
+
+    private static String sha256(byte[] bytes) throws NoSuchAlgorithmException {
+        StringBuilder sb = new StringBuilder();
+        for (byte b : MessageDigest.getInstance("SHA-256").digest(bytes)) {
+            sb.append(String.format("%02x", b));
+        }
+        return sb.toString();
+    }
+}

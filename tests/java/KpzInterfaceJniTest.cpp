@@ -1,0 +1,636 @@
+// KpzInterfaceJniTest.cpp - the JNI entry (jni/KpzInterfaceJni.cpp) driven
+// natively: the entry is compiled into this executable (tests/java/CMakeLists.txt)
+// and called with a fake JNI function table that records every JNI call, hands
+// out heap copies of the path (so that a missing or double release shows up in
+// the leak checker) and can refuse the characters or the array. This file also
+// defines __android_log_print, so every line the entry logs is seen with its
+// priority, tag and text. The JVM-level test is KaviKPZInterfaceCheck.java.
+//
+// The array forms of operator new/delete are replaced here (with malloc/free)
+// to record the largest array request: the entry must never allocate what a
+// forged size claims beyond the end of the file.
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TEST_HAVE_JNI)
+
+#include <android/log.h>
+#include <jni.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "support/FaultInjection.h"
+#include "support/KpzFileBuilder.h"
+#include "support/LogExpect.h"
+
+extern "C" JNIEXPORT jbyteArray JNICALL
+Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailNative(JNIEnv* env, jobject self,
+                                                                     jstring path);
+
+// ---- recorders (test-only state) --------------------------------------------
+
+namespace {
+
+// Every Android log line and JNI call, in order: "I <text>", "E <text>",
+// "GetStringUTFChars", "NewByteArray <n>", "SetByteArrayRegion <start> <n>",
+// "ReleaseStringUTFChars".
+std::vector<std::string>& Events() {
+  static std::vector<std::string> events;
+  return events;
+}
+
+std::vector<std::string>& LogTags() {
+  static std::vector<std::string> tags;
+  return tags;
+}
+
+std::atomic<std::size_t> g_largestArrayRequest{0};
+
+void NoteArrayRequest(std::size_t size) {
+  std::size_t seen = g_largestArrayRequest.load();
+  while (size > seen && !g_largestArrayRequest.compare_exchange_weak(seen, size)) {
+  }
+}
+
+void* ArrayAlloc(std::size_t size) {
+  NoteArrayRequest(size);
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+}  // namespace
+
+extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+  char text[4096];
+  va_list args;
+  va_start(args, fmt);
+  std::vsnprintf(text, sizeof text, fmt, args);
+  va_end(args);
+  const char* letter = prio == ANDROID_LOG_INFO ? "I " : prio == ANDROID_LOG_ERROR ? "E " : "? ";
+  Events().push_back(std::string(letter) + text);
+  LogTags().push_back(tag == nullptr ? "(null)" : tag);
+  return 1;
+}
+
+void* operator new[](std::size_t size) {
+  void* p = ArrayAlloc(size);
+  if (p == nullptr) {
+    std::abort();  // the tests never run out of memory
+  }
+  return p;
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return ArrayAlloc(size); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+
+namespace {
+
+using kpztest::Bytes;
+using kpztest::KpzLayout;
+using kpztest::KpzSpec;
+
+const char* const kFileIoSource = "jni/util/io/DtNlFileIo.cpp";
+
+// A fake JVM: one JNI function table with the four functions the entry uses.
+class FakeJvm {
+ public:
+  FakeJvm() {
+    std::memset(&m_table, 0, sizeof m_table);
+    m_table.GetStringUTFChars = &FakeJvm::getStringUtfChars;
+    m_table.ReleaseStringUTFChars = &FakeJvm::releaseStringUtfChars;
+    m_table.NewByteArray = &FakeJvm::newByteArray;
+    m_table.SetByteArrayRegion = &FakeJvm::setByteArrayRegion;
+    m_env.env.functions = &m_table;
+    m_env.owner = this;
+    Events().clear();
+    LogTags().clear();
+    g_largestArrayRequest = 0;
+  }
+  ~FakeJvm() {
+    for (char* chars : m_handedOut) {
+      std::free(chars);  // only what the entry failed to release
+    }
+  }
+  FakeJvm(const FakeJvm&) = delete;
+  FakeJvm& operator=(const FakeJvm&) = delete;
+
+  // Calls the entry on `path` (or on a null string when `path` is null).
+  jbyteArray Call(const char* path) {
+    m_path = path == nullptr ? std::string() : std::string(path);
+    return Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailNative(
+        &m_env.env, nullptr, path == nullptr ? nullptr : &m_string);
+  }
+
+  // The bytes of an array the entry returned.
+  Bytes BytesOf(jbyteArray array) const {
+    for (const auto& a : m_arrays) {
+      if (&a->handle == array) {
+        return a->bytes;
+      }
+    }
+    ADD_FAILURE() << "not an array of this fake JVM";
+    return Bytes();
+  }
+
+  void RefuseCharacters() { m_refuseChars = true; }
+  void RefuseArrays() { m_refuseArrays = true; }
+  int Releases() const { return m_releases; }
+  int BadReleases() const { return m_badReleases; }
+  std::size_t Unreleased() const { return m_handedOut.size(); }
+
+ private:
+  struct Array {
+    _jbyteArray handle;
+    Bytes bytes;
+  };
+  struct Env {
+    JNIEnv env;  // first member: a JNIEnv* is also an Env*
+    FakeJvm* owner;
+  };
+
+  static FakeJvm& of(JNIEnv* env) { return *reinterpret_cast<Env*>(env)->owner; }
+
+  static const char* JNICALL getStringUtfChars(JNIEnv* env, jstring str, jboolean* isCopy) {
+    FakeJvm& jvm = of(env);
+    Events().push_back("GetStringUTFChars");
+    if (str != &jvm.m_string || jvm.m_refuseChars) {
+      return nullptr;
+    }
+    if (isCopy != nullptr) {
+      *isCopy = JNI_TRUE;
+    }
+    char* copy = static_cast<char*>(std::malloc(jvm.m_path.size() + 1));
+    std::memcpy(copy, jvm.m_path.c_str(), jvm.m_path.size() + 1);
+    jvm.m_handedOut.push_back(copy);
+    return copy;
+  }
+
+  static void JNICALL releaseStringUtfChars(JNIEnv* env, jstring str, const char* chars) {
+    FakeJvm& jvm = of(env);
+    Events().push_back("ReleaseStringUTFChars");
+    ++jvm.m_releases;
+    for (auto it = jvm.m_handedOut.begin(); it != jvm.m_handedOut.end(); ++it) {
+      if (*it == chars && str == &jvm.m_string) {
+        std::free(*it);
+        jvm.m_handedOut.erase(it);
+        return;
+      }
+    }
+    ++jvm.m_badReleases;
+  }
+
+  static jbyteArray JNICALL newByteArray(JNIEnv* env, jsize len) {
+    FakeJvm& jvm = of(env);
+    Events().push_back("NewByteArray " + std::to_string(len));
+    if (jvm.m_refuseArrays || len < 0) {
+      return nullptr;
+    }
+    jvm.m_arrays.push_back(std::make_unique<Array>());
+    jvm.m_arrays.back()->bytes.assign(static_cast<std::size_t>(len), 0);
+    return &jvm.m_arrays.back()->handle;
+  }
+
+  static void JNICALL setByteArrayRegion(JNIEnv* env, jbyteArray array, jsize start, jsize len,
+                                         const jbyte* buf) {
+    FakeJvm& jvm = of(env);
+    Events().push_back("SetByteArrayRegion " + std::to_string(start) + " " + std::to_string(len));
+    for (auto& a : jvm.m_arrays) {
+      if (&a->handle != array) {
+        continue;
+      }
+      const auto first = static_cast<std::size_t>(start);
+      const auto count = static_cast<std::size_t>(len);
+      ASSERT_LE(first, a->bytes.size());
+      ASSERT_LE(count, a->bytes.size() - first);
+      if (count > 0) {
+        std::memcpy(a->bytes.data() + first, buf, count);
+      }
+      return;
+    }
+    ADD_FAILURE() << "SetByteArrayRegion on an unknown array";
+  }
+
+  JNINativeInterface_ m_table;
+  Env m_env;
+  _jstring m_string;
+  std::string m_path;
+  std::vector<char*> m_handedOut;
+  std::vector<std::unique_ptr<Array>> m_arrays;
+  bool m_refuseChars = false;
+  bool m_refuseArrays = false;
+  int m_releases = 0;
+  int m_badReleases = 0;
+};
+
+std::string Hex(std::uint32_t value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%x", value);
+  return text;
+}
+
+std::string InfoLine(std::uint32_t offset, std::uint32_t size, unsigned width, unsigned height) {
+  return "I ScreennailInfo m_fileOffset=0x" + Hex(offset) +
+         " m_size=" + std::to_string(static_cast<std::int32_t>(size)) +
+         " m_horizon=" + std::to_string(width) + " m_vertical=" + std::to_string(height);
+}
+
+std::vector<std::string> Head(const std::string& path) {
+  return {"I getScreennailNative called.", "GetStringUTFChars", "I filepath:" + path};
+}
+
+std::vector<std::string> Then(std::vector<std::string> head, const std::vector<std::string>& tail) {
+  head.insert(head.end(), tail.begin(), tail.end());
+  return head;
+}
+
+struct Built {
+  std::string path;
+  KpzLayout where;
+  Bytes bytes;
+};
+
+Built Write(const kpztest::TempDir& dir, const std::string& name, const KpzSpec& spec) {
+  Built b;
+  b.bytes = kpztest::BuildKpz(spec, &b.where);
+  b.path = dir.Write(name, b.bytes);
+  EXPECT_FALSE(b.path.empty());
+  return b;
+}
+
+// Every test checks that the characters were released exactly once and that
+// every line went to the entry's tag.
+void ExpectCleanRelease(const FakeJvm& jvm, int expectedReleases = 1) {
+  EXPECT_EQ(jvm.Releases(), expectedReleases);
+  EXPECT_EQ(jvm.BadReleases(), 0);
+  EXPECT_EQ(jvm.Unreleased(), 0u);
+  for (const std::string& tag : LogTags()) {
+    EXPECT_EQ(tag, "KpzInterface");
+  }
+}
+
+// ---- success paths ------------------------------------------------------------
+
+TEST(KpzInterfaceJni, ReturnsTheScreennailOfALittleEndianFileAndReleasesLast) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.order = DtNlLittleEndian;
+  spec.screennail = kpztest::FakeJpeg(5000, 0x10);
+  const Built f = Write(dir, "le.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(f.path.c_str());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 5000, 1616, 1080),
+                                          "NewByteArray 5000", "SetByteArrayRegion 0 5000",
+                                          "ReleaseStringUTFChars"}));
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, ReturnsTheScreennailOfABigEndianFile) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.order = DtNlBigEndian;
+  spec.screennail = kpztest::FakeJpeg(3001, 0x20);
+  spec.scnHeightWidth = std::make_pair(std::uint32_t{480}, std::uint32_t{720});
+  const Built f = Write(dir, "be.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(f.path.c_str());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+  EXPECT_EQ(Events()[3], InfoLine(f.where.screennail, 3001, 720, 480));
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, M372FileIsReadThroughTheKmMakerNoteAt640By480) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.m372 = true;
+  spec.screennail = kpztest::FakeJpeg(2002, 0x30);
+  // IFD0's own tags point at the TIFF header: a wrong branch would return it.
+  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0);
+    ifd.ReplaceRaw(kpztest::tag::kJpegLength, kpztest::kTiffLong, 1, 8);
+  };
+  const Built f = Write(dir, "m372.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(f.path.c_str());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+  EXPECT_EQ(Events()[3], InfoLine(f.where.screennail, 2002, 640, 480));
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, ScreennailOfZeroBytesGivesAnEmptyArray) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.screennail = Bytes();
+  const Built f = Write(dir, "empty.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(f.path.c_str());
+  ASSERT_NE(got, nullptr);
+  EXPECT_TRUE(jvm.BytesOf(got).empty());
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 0, 1616, 1080),
+                                          "NewByteArray 0", "SetByteArrayRegion 0 0",
+                                          "ReleaseStringUTFChars"}));
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, ScreennailEndingExactlyAtTheEndOfTheFileIsReadWhole) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.screennail = kpztest::FakeJpeg(777, 0x40);
+  const Built f = Write(dir, "exact.kpz", spec);
+  ASSERT_EQ(f.where.screennail + 777u, f.where.total);
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(f.path.c_str());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+  ExpectCleanRelease(jvm);
+}
+
+// ---- failures of the facade ---------------------------------------------------
+
+TEST(KpzInterfaceJni, MissingFileLogsTheFacadeCodeAndReturnsNull) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Path() + "/missing.kpz";
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  const std::string err = kpztest::CaptureStderr([&] { got = jvm.Call(path.c_str()); });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(path), {"E raw.Initialize ERROR. ret=-302",
+                                        "ReleaseStringUTFChars"}));
+  EXPECT_NE(err.find(kpztest::ErrLine(kFileIoSource, "Open", 77,
+                                      "fopen(filePath: " + path + ") err(2).")),
+            std::string::npos)
+      << err;
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, FileWithoutScreennailLocationLogsTheFacadeCodeAndReturnsNull) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.ifd0ScreennailTags = false;
+  const Built f = Write(dir, "nosn.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {"E raw.GetScreennailInfo ERROR. ret=-100",
+                                          "ReleaseStringUTFChars"}));
+  ExpectCleanRelease(jvm);
+}
+
+// ---- failures of the direct read ------------------------------------------------
+
+TEST(KpzInterfaceJni, ScreennailPastTheEndLogsTheShortCountAndReturnsNull) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.screennail = kpztest::FakeJpeg(1000, 0x50);
+  spec.screennailLengthTag = 1000 + 24;
+  const Built f = Write(dir, "past.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 1024, 1616, 1080),
+                                          "E fileIo.ReadU8 ERROR. readSize=1000",
+                                          "ReleaseStringUTFChars"}));
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, ForgedSizeOf4GiBAllocatesOnlyWhatTheFileHolds) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.screennail = kpztest::FakeJpeg(3000, 0x60);
+  spec.screennailLengthTag = 0xFFFFFFFFu;
+  const Built f = Write(dir, "huge.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 0xFFFFFFFFu, 1616, 1080),
+                                          "E fileIo.ReadU8 ERROR. readSize=3000",
+                                          "ReleaseStringUTFChars"}));
+  EXPECT_LE(g_largestArrayRequest.load(), std::size_t{0x10000});  // the facade's file head
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, OffsetPastTheEndOfTheFileReadsNothingAndReturnsNull) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x7FFF0000u);
+  };
+  const Built f = Write(dir, "far.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(0x7FFF0000u, 64, 1616, 1080),
+                                          "E fileIo.ReadU8 ERROR. readSize=0",
+                                          "ReleaseStringUTFChars"}));
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, ZeroSizeAtAnOffsetPastTheEndStillGivesAnEmptyArray) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.screennail = Bytes();
+  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x100000u);
+  };
+  const Built f = Write(dir, "zero-far.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(f.path.c_str());
+  ASSERT_NE(got, nullptr);
+  EXPECT_TRUE(jvm.BytesOf(got).empty());
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, OffsetOf2GiBIsTakenAsNegativeAndTheSeekFails) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x80000000u);
+  };
+  const Built f = Write(dir, "neg.kpz", spec);
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  const std::string err = kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(0x80000000u, 64, 1616, 1080),
+                                          "E fileIo.Seek ERROR. ret=-1",
+                                          "ReleaseStringUTFChars"}));
+  EXPECT_NE(err.find(kpztest::ErrLine(kFileIoSource, "Seek", 267,
+                                      "fseek err(" + std::to_string(EINVAL) + ").")),
+            std::string::npos)
+      << err;
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, OpenFailureOfTheDirectReadLogsAndReturnsNull) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  const Built f = Write(dir, "open.kpz", spec);
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fopen, EACCES, /*skip=*/1);  // the facade's open passes
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  int opens = 0;
+  const std::string err = kpztest::CaptureStderr([&] {
+    got = jvm.Call(f.path.c_str());
+    opens = kpztest::CallCount(kpztest::Call::Fopen);
+  });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 64, 1616, 1080),
+                                          "E fileIo.Open ERROR. ret=-1",
+                                          "ReleaseStringUTFChars"}));
+  EXPECT_NE(err.find(kpztest::ErrLine(kFileIoSource, "Open", 77,
+                                      "fopen(filePath: " + f.path + ") err(13).")),
+            std::string::npos)
+      << err;
+  EXPECT_EQ(opens, 2);  // the facade's, then the entry's
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, SeekFailureOfTheDirectReadClosesTheFileAndReturnsNull) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  const Built f = Write(dir, "seek.kpz", spec);
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fseek, EIO);  // the facade reads its file head without seeking
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  int opens = 0;
+  int closes = 0;
+  const std::string err = kpztest::CaptureStderr([&] {
+    got = jvm.Call(f.path.c_str());
+    opens = kpztest::CallCount(kpztest::Call::Fopen);
+    closes = kpztest::CallCount(kpztest::Call::Fclose);
+  });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 64, 1616, 1080),
+                                          "E fileIo.Seek ERROR. ret=-1",
+                                          "ReleaseStringUTFChars"}));
+  EXPECT_NE(err.find(kpztest::ErrLine(kFileIoSource, "Seek", 267, "fseek err(5).")),
+            std::string::npos)
+      << err;
+  EXPECT_EQ(opens, 2);
+  EXPECT_EQ(closes, 2);  // every file opened was closed again
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, ReadErrorOfTheDirectReadLogsTheCountAndReturnsNull) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  const Built f = Write(dir, "read.kpz", spec);
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fread, EIO, /*skip=*/1);  // the facade's head read passes
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  int opens = 0;
+  int closes = 0;
+  kpztest::CaptureStderr([&] {
+    got = jvm.Call(f.path.c_str());
+    opens = kpztest::CallCount(kpztest::Call::Fopen);
+    closes = kpztest::CallCount(kpztest::Call::Fclose);
+  });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 64, 1616, 1080),
+                                          "E fileIo.ReadU8 ERROR. readSize=0",
+                                          "ReleaseStringUTFChars"}));
+  EXPECT_EQ(opens, 2);
+  EXPECT_EQ(closes, 2);  // the failed read closed the entry's file
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, FileThatCannotBeMeasuredAfterOpeningIsNotTrusted) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  const Built f = Write(dir, "stat.kpz", spec);
+  kpztest::FaultGuard guard;
+  {  // A dry run counts the stat64 calls; the last one is the entry's.
+    FakeJvm dry;
+    kpztest::CaptureStderr([&] { dry.Call(f.path.c_str()); });
+  }
+  const int stats = kpztest::CallCount(kpztest::Call::Stat64);
+  ASSERT_GE(stats, 1);
+  kpztest::ResetCounts();
+  kpztest::Arm(kpztest::Call::Stat64, EIO, stats - 1);
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  const std::string err = kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 64, 1616, 1080),
+                                          "E fileIo.ReadU8 ERROR. readSize=0",
+                                          "ReleaseStringUTFChars"}));
+  EXPECT_NE(err.find("stat64 err(5)."), std::string::npos) << err;
+  ExpectCleanRelease(jvm);
+}
+
+// ---- JNI refusals -----------------------------------------------------------------
+
+TEST(KpzInterfaceJni, NullPathReturnsNullWithoutTouchingTheJvm) {
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(nullptr), nullptr);
+  EXPECT_EQ(Events(), (std::vector<std::string>{"I getScreennailNative called.",
+                                                "E path is null."}));
+  ExpectCleanRelease(jvm, 0);
+}
+
+TEST(KpzInterfaceJni, RefusedPathCharactersReturnNullAndReleaseNothing) {
+  FakeJvm jvm;
+  jvm.RefuseCharacters();
+  EXPECT_EQ(jvm.Call("/any.kpz"), nullptr);
+  EXPECT_EQ(Events(), (std::vector<std::string>{"I getScreennailNative called.",
+                                                "GetStringUTFChars",
+                                                "E GetStringUTFChars ERROR."}));
+  ExpectCleanRelease(jvm, 0);
+}
+
+TEST(KpzInterfaceJni, RefusedArrayReturnsNullAndFreesTheBuffer) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.screennail = kpztest::FakeJpeg(4000, 0x70);
+  const Built f = Write(dir, "oom.kpz", spec);
+  FakeJvm jvm;
+  jvm.RefuseArrays();
+  EXPECT_EQ(jvm.Call(f.path.c_str()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 4000, 1616, 1080),
+                                          "NewByteArray 4000",
+                                          "E NewByteArray ERROR. size=4000",
+                                          "ReleaseStringUTFChars"}));
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, RepeatedCallsGiveTheSameBytesEachTime) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.screennail = kpztest::FakeJpeg(1500, 0x71);
+  const Built f = Write(dir, "again.kpz", spec);
+  FakeJvm jvm;
+  for (int i = 0; i < 3; ++i) {
+    jbyteArray got = jvm.Call(f.path.c_str());
+    ASSERT_NE(got, nullptr);
+    EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+  }
+  ExpectCleanRelease(jvm, 3);
+}
+
+}  // namespace
+
+#else  // !KPZ_TEST_HAVE_JNI
+
+TEST(KpzInterfaceJni, NeedsTheJniHeadersAndTheAndroidLogLibrary) {
+  GTEST_SKIP() << "this build has no JNI entry";
+}
+
+#endif  // KPZ_TEST_HAVE_JNI

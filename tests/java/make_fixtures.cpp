@@ -1,0 +1,200 @@
+// make_fixtures.cpp - writes the KPZ files that the JVM test
+// (tests/java/KaviKPZInterfaceCheck.java) hands to the native entry, composed
+// with the test-data builder, and a Java properties file that says what the
+// entry must answer for each of them. Run by CTest before the JVM test; nothing
+// it writes is committed.
+//
+//   kpz_java_fixtures <dir>        # writes <dir>/fixtures.properties and the files
+//
+// Per file <name> the properties give: <name>.path, and where the entry finds
+// a screennail, <name>.offset (hex, as the entry logs it), <name>.size,
+// <name>.width, <name>.height, <name>.readSize (what the read returns) and,
+// when the read succeeds, <name>.expected (a file holding the exact bytes).
+// stress.count and stress.<i>.* describe the files of the concurrency run,
+// which lie in a deep directory so that their paths are about 2.7 KB long.
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "support/KpzFileBuilder.h"
+
+namespace {
+
+using kpztest::Bytes;
+using kpztest::KpzLayout;
+using kpztest::KpzSpec;
+
+struct Expect {
+  std::uint32_t offset = 0;
+  std::uint32_t size = 0;
+  unsigned width = 0;
+  unsigned height = 0;
+  std::uint32_t readSize = 0;
+};
+
+std::string Hex(std::uint32_t value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%x", value);
+  return text;
+}
+
+class Writer {
+ public:
+  explicit Writer(std::filesystem::path dir) : m_dir(std::move(dir)) {}
+
+  // Builds `spec` into <subdir>/<name>.kpz, records what the entry must answer
+  // under `key`, and writes the expected bytes when the read succeeds.
+  bool Add(const std::string& key, const std::string& subdir, const std::string& name,
+           const KpzSpec& spec, const Expect& expect, bool withExpected) {
+    const std::filesystem::path dir = subdir.empty() ? m_dir : m_dir / subdir;
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    const std::string path = (dir / (name + ".kpz")).string();
+    if (ec || !kpztest::WriteFileBytes(path, kpztest::BuildKpz(spec))) {
+      std::fprintf(stderr, "kpz_java_fixtures: cannot write %s\n", path.c_str());
+      return false;
+    }
+    m_props += key + ".path=" + path + "\n";
+    m_props += key + ".offset=" + Hex(expect.offset) + "\n";
+    m_props += key + ".size=" + std::to_string(static_cast<std::int32_t>(expect.size)) + "\n";
+    m_props += key + ".width=" + std::to_string(expect.width) + "\n";
+    m_props += key + ".height=" + std::to_string(expect.height) + "\n";
+    m_props += key + ".readSize=" + std::to_string(expect.readSize) + "\n";
+    if (withExpected) {
+      const std::string expected = (dir / (name + ".jpg")).string();
+      if (!kpztest::WriteFileBytes(expected, spec.screennail)) {
+        std::fprintf(stderr, "kpz_java_fixtures: cannot write %s\n", expected.c_str());
+        return false;
+      }
+      m_props += key + ".expected=" + expected + "\n";
+    }
+    return true;
+  }
+
+  void Line(const std::string& text) { m_props += text + "\n"; }
+
+  bool Finish() const {
+    std::ofstream out(m_dir / "fixtures.properties", std::ios::binary);
+    out << m_props;
+    out.close();
+    return static_cast<bool>(out);
+  }
+
+ private:
+  std::filesystem::path m_dir;
+  std::string m_props;
+};
+
+// Where the builder puts the screennail of `spec`.
+std::uint32_t ScreennailOffset(const KpzSpec& spec) {
+  KpzLayout where;
+  kpztest::BuildKpz(spec, &where);
+  return where.screennail;
+}
+
+std::uint32_t TotalSize(const KpzSpec& spec) {
+  KpzLayout where;
+  kpztest::BuildKpz(spec, &where);
+  return where.total;
+}
+
+// A well-formed file of another model: width and height from the maker note.
+bool AddPlain(Writer& w, const std::string& key, const std::string& subdir,
+              const std::string& name, DtNlByteOrder order, std::size_t size, std::uint8_t seed) {
+  KpzSpec spec;
+  spec.order = order;
+  spec.screennail = kpztest::FakeJpeg(size, seed);
+  spec.scnHeightWidth = std::make_pair(std::uint32_t{1080}, std::uint32_t{1616});
+  const auto n = static_cast<std::uint32_t>(size);
+  return w.Add(key, subdir, name, spec, {ScreennailOffset(spec), n, 1616, 1080, n}, true);
+}
+
+// A "DSLR-M372" file: the screennail is found through the Km maker note only;
+// IFD0's own offset and length tags point at a decoy (the TIFF header) that a
+// wrong branch would return.
+bool AddM372(Writer& w, const std::string& key, const std::string& subdir,
+             const std::string& name, DtNlByteOrder order, std::size_t size, std::uint8_t seed) {
+  KpzSpec spec;
+  spec.order = order;
+  spec.m372 = true;
+  spec.screennail = kpztest::FakeJpeg(size, seed);
+  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0);
+    ifd.ReplaceRaw(kpztest::tag::kJpegLength, kpztest::kTiffLong, 1, 8);
+  };
+  const auto n = static_cast<std::uint32_t>(size);
+  return w.Add(key, subdir, name, spec, {ScreennailOffset(spec), n, 640, 480, n}, true);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: kpz_java_fixtures <dir>\n");
+    return 2;
+  }
+  const std::filesystem::path dir(argv[1]);
+  std::error_code ec;
+  std::filesystem::remove_all(dir, ec);
+  std::filesystem::create_directories(dir, ec);
+  if (ec) {
+    std::fprintf(stderr, "kpz_java_fixtures: cannot create %s\n", argv[1]);
+    return 1;
+  }
+  Writer w(dir);
+  bool ok = true;
+
+  ok = ok && AddPlain(w, "le", "", "le", DtNlLittleEndian, 40000, 0x11);
+  ok = ok && AddPlain(w, "be", "", "be", DtNlBigEndian, 30001, 0x22);
+  ok = ok && AddM372(w, "m372", "", "m372", DtNlBigEndian, 20002, 0x33);
+
+  {  // No screennail location in IFD0.
+    KpzSpec spec;
+    spec.ifd0ScreennailTags = false;
+    ok = ok && w.Add("nosn", "", "nosn", spec, {}, false);
+  }
+  {  // The length claims 4,096 bytes more than the file holds.
+    KpzSpec spec;
+    spec.screennail = kpztest::FakeJpeg(5000, 0x44);
+    spec.screennailLengthTag = 5000 + 4096;
+    const std::uint32_t at = ScreennailOffset(spec);
+    ok = ok && w.Add("past", "", "past", spec, {at, 9096, 1616, 1080, TotalSize(spec) - at}, false);
+  }
+  {  // A forged length of 0xFFFFFFFF.
+    KpzSpec spec;
+    spec.screennail = kpztest::FakeJpeg(3000, 0x55);
+    spec.screennailLengthTag = 0xFFFFFFFFu;
+    const std::uint32_t at = ScreennailOffset(spec);
+    ok = ok && w.Add("huge", "", "huge", spec, {at, 0xFFFFFFFFu, 1616, 1080, TotalSize(spec) - at},
+                     false);
+  }
+  {  // A screennail of 0 bytes.
+    KpzSpec spec;
+    spec.screennail = Bytes();
+    ok = ok && w.Add("empty", "", "empty", spec, {ScreennailOffset(spec), 0, 1616, 1080, 0}, true);
+  }
+
+  // The concurrency run: eight files of both byte orders and both branches,
+  // of different sizes, under a deep directory (11 levels of 240 characters).
+  std::string deep = "stress";
+  for (int level = 0; level < 11; ++level) {
+    deep += "/" + std::string(240, static_cast<char>('a' + level));
+  }
+  const int stressCount = 8;
+  w.Line("stress.count=" + std::to_string(stressCount));
+  for (int i = 0; i < stressCount && ok; ++i) {
+    const std::string key = "stress." + std::to_string(i);
+    const std::string name = "s" + std::to_string(i);
+    const DtNlByteOrder order = (i % 2 == 0) ? DtNlLittleEndian : DtNlBigEndian;
+    const std::size_t size = 24000 + static_cast<std::size_t>(i) * 4999;
+    const auto seed = static_cast<std::uint8_t>(0x60 + i);
+    ok = (i % 4 == 3) ? AddM372(w, key, deep, name, order, size, seed)
+                      : AddPlain(w, key, deep, name, order, size, seed);
+  }
+  ok = ok && w.Finish();
+  return ok ? 0 : 1;
+}

@@ -1,0 +1,465 @@
+// KpzToolTest.cpp - the kpz command-line tool (tools/kpz) run as a program:
+// its outputs, names, messages and exit codes, on files written with the
+// test-data builder, and on the bundled sample. The paths of the tool, of the
+// sample and of its generator come from tests/tools/CMakeLists.txt.
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TOOL) && defined(KPZ_SAMPLE) && defined(KPZ_MAKE_SAMPLE)
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/KpzFileBuilder.h"
+#include "support/LogExpect.h"
+
+namespace {
+
+using kpztest::Bytes;
+using kpztest::KpzLayout;
+using kpztest::KpzSpec;
+
+struct Result {
+  int exit = -1;
+  Bytes out;
+  std::string err;
+};
+
+std::string Text(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
+
+// Runs the tool with `args` in directory `cwd`; its standard output and error
+// go to files in `scratch`.
+Result RunTool(const std::vector<std::string>& args, const std::string& cwd,
+               const std::string& scratch) {
+  const std::string outPath = scratch + "/.stdout";
+  const std::string errPath = scratch + "/.stderr";
+  std::vector<std::string> argv = {KPZ_TOOL};
+  argv.insert(argv.end(), args.begin(), args.end());
+  std::vector<char*> cargv;
+  for (std::string& a : argv) {
+    cargv.push_back(a.data());
+  }
+  cargv.push_back(nullptr);
+  Result r;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0 || chdir(cwd.c_str()) != 0) {
+      _exit(127);
+    }
+    execv(cargv[0], cargv.data());
+    _exit(127);
+  }
+  int status = 0;
+  if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {
+    r.exit = WEXITSTATUS(status);
+  }
+  r.out = kpztest::ReadFileBytes(outPath);
+  r.err = Text(kpztest::ReadFileBytes(errPath));
+  std::filesystem::remove(outPath);
+  std::filesystem::remove(errPath);
+  return r;
+}
+
+// The names in `dir`, sorted.
+std::vector<std::string> Listing(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(dir)) {
+    names.push_back(e.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class KpzTool : public testing::Test {
+ protected:
+  // Writes `spec` as `name` in the scratch directory; returns its path.
+  std::string Write(const std::string& name, const KpzSpec& spec) {
+    bytes = kpztest::BuildKpz(spec, &where);
+    const std::string path = dir.Write(name, bytes);
+    EXPECT_FALSE(path.empty());
+    return path;
+  }
+
+  Result Run(const std::vector<std::string>& args) { return RunTool(args, dir.Path(), dir.Path()); }
+
+  // The bytes of the written file at [offset, offset + size).
+  Bytes Slice(std::uint32_t offset, std::size_t size) const {
+    const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(offset);
+    return Bytes(first, first + static_cast<std::ptrdiff_t>(size));
+  }
+
+  kpztest::TempDir dir;
+  Bytes bytes;
+  KpzLayout where;
+};
+
+// ---- success --------------------------------------------------------------------
+
+TEST_F(KpzTool, PreviewWritesTheScreennailNextToTheInput) {
+  KpzSpec spec;
+  spec.screennail = kpztest::FakeJpeg(3000, 1);
+  const std::string in = Write("a.kpz", spec);
+  const Result r = Run({"preview", in});
+  const std::string out = dir.Path() + "/a.preview.jpg";
+  EXPECT_EQ(r.exit, 0);
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(Text(r.out), "wrote " + out + " (3000 bytes)\n");
+  EXPECT_EQ(kpztest::ReadFileBytes(out), Slice(where.screennail, 3000));
+  EXPECT_EQ(kpztest::ReadFileBytes(out), spec.screennail);
+}
+
+TEST_F(KpzTool, PreviewOfABigEndianFileIsItsScreennail) {
+  KpzSpec spec;
+  spec.order = DtNlBigEndian;
+  spec.screennail = kpztest::FakeJpeg(2001, 2);
+  const std::string in = Write("b.kpz", spec);
+  const Result r = Run({"preview", in});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/b.preview.jpg"), Slice(where.screennail, 2001));
+}
+
+TEST_F(KpzTool, PreviewOfAnM372FileComesFromTheKmMakerNote) {
+  KpzSpec spec;
+  spec.m372 = true;
+  spec.screennail = kpztest::FakeJpeg(1234, 3);
+  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0);
+    ifd.ReplaceRaw(kpztest::tag::kJpegLength, kpztest::kTiffLong, 1, 8);
+  };
+  const std::string in = Write("m.kpz", spec);
+  const Result r = Run({"preview", in, "-o", "-"});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.out, spec.screennail);
+}
+
+TEST_F(KpzTool, ThumbnailWritesTheIfd1ThumbnailNextToTheInput) {
+  KpzSpec spec;
+  spec.thumbnail = kpztest::FakeJpeg(500, 4);
+  const std::string in = Write("t.kpz", spec);
+  const Result r = Run({"thumbnail", in});
+  const std::string out = dir.Path() + "/t.thumb.jpg";
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(Text(r.out), "wrote " + out + " (500 bytes)\n");
+  EXPECT_EQ(kpztest::ReadFileBytes(out), Slice(where.thumbnail, 500));
+}
+
+TEST_F(KpzTool, ThumbnailBeyondTheFirst64KiBIsReadFromTheFile) {
+  KpzSpec spec;
+  spec.thumbnail = kpztest::FakeJpeg(700, 5);
+  spec.thumbnailOffset = 0x12000;
+  const std::string in = Write("far.kpz", spec);
+  const Result r = Run({"thumbnail", in, "-o", "-"});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.out, spec.thumbnail);
+}
+
+TEST_F(KpzTool, DashOutputWritesTheJpegToStandardOutputOnly) {
+  KpzSpec spec;
+  spec.screennail = kpztest::FakeJpeg(4096, 6);
+  const std::string in = Write("s.kpz", spec);
+  const Result r = Run({"preview", in, "-o", "-"});
+  EXPECT_EQ(r.exit, 0);
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(r.out, spec.screennail);
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"s.kpz"}));
+}
+
+TEST_F(KpzTool, OutputOptionNamesTheFileAndReplacesAnOldOne) {
+  KpzSpec spec;
+  const std::string in = Write("o.kpz", spec);
+  const std::string out = dir.Path() + "/chosen.jpg";
+  ASSERT_TRUE(kpztest::WriteFileBytes(out, Bytes{'o', 'l', 'd'}));
+  const Result r = Run({"preview", in, "--output", out});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(kpztest::ReadFileBytes(out), spec.screennail);
+  struct stat st;
+  ASSERT_EQ(::stat(out.c_str(), &st), 0);
+  const mode_t mask = umask(0);
+  umask(mask);
+  EXPECT_EQ(st.st_mode & 0777, 0666 & ~mask);
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"chosen.jpg", "o.kpz"}));
+}
+
+TEST_F(KpzTool, DefaultNameReplacesOnlyTheLastExtension) {
+  KpzSpec spec;
+  const std::string in = Write("x.y.KPZ", spec);
+  EXPECT_EQ(Run({"preview", in}).exit, 0);
+  EXPECT_TRUE(std::filesystem::exists(dir.Path() + "/x.y.preview.jpg"));
+}
+
+TEST_F(KpzTool, DefaultNameOfANameWithoutExtensionAppendsTheSuffix) {
+  KpzSpec spec;
+  const std::string in = Write("raw", spec);
+  EXPECT_EQ(Run({"thumbnail", in}).exit, 0);
+  EXPECT_TRUE(std::filesystem::exists(dir.Path() + "/raw.thumb.jpg"));
+}
+
+TEST_F(KpzTool, RelativeInputWritesNextToItRelativeToTheCurrentDirectory) {
+  KpzSpec spec;
+  std::filesystem::create_directory(dir.Path() + "/sub");
+  Write("sub/r.kpz", spec);
+  const Result r = Run({"preview", "sub/r.kpz"});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(Text(r.out), "wrote sub/r.preview.jpg (64 bytes)\n");
+  EXPECT_TRUE(std::filesystem::exists(dir.Path() + "/sub/r.preview.jpg"));
+}
+
+// ---- the bundled sample -----------------------------------------------------------
+
+TEST_F(KpzTool, WithoutFileThePreviewOfTheBundledSampleGoesToTheCurrentDirectory) {
+  const Result r = Run({"preview"});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  const Bytes jpeg = kpztest::ReadFileBytes(dir.Path() + "/sample.preview.jpg");
+  EXPECT_EQ(Text(r.out), "wrote sample.preview.jpg (" + std::to_string(jpeg.size()) + " bytes)\n");
+  // What the generator encodes, byte for byte.
+  const std::string made = dir.Path() + "/made";
+  std::filesystem::create_directory(made);
+  ASSERT_EQ(std::system((std::string(KPZ_MAKE_SAMPLE) + " " + made + "/s.kpz " + made +
+                         "/p.jpg " + made + "/t.jpg").c_str()),
+            0);
+  EXPECT_EQ(jpeg, kpztest::ReadFileBytes(made + "/p.jpg"));
+}
+
+TEST_F(KpzTool, BundledSampleHoldsRealBaselineJpegs) {
+  const Result p = Run({"preview", "-o", "-"});
+  const Result t = Run({"thumbnail", "-o", "-"});
+  ASSERT_EQ(p.exit, 0) << p.err;
+  ASSERT_EQ(t.exit, 0) << t.err;
+  for (const Bytes* j : {&p.out, &t.out}) {
+    ASSERT_GT(j->size(), 100u);
+    EXPECT_EQ((*j)[0], 0xFF);
+    EXPECT_EQ((*j)[1], 0xD8);
+    EXPECT_EQ((*j)[j->size() - 2], 0xFF);
+    EXPECT_EQ((*j)[j->size() - 1], 0xD9);
+  }
+  // SOF0 with 120 x 160 and 24 x 32 pixels.
+  const Bytes sofPreview = {0xFF, 0xC0, 0x00, 0x11, 0x08, 0x00, 0x78, 0x00, 0xA0};
+  const Bytes sofThumb = {0xFF, 0xC0, 0x00, 0x11, 0x08, 0x00, 0x18, 0x00, 0x20};
+  EXPECT_NE(std::search(p.out.begin(), p.out.end(), sofPreview.begin(), sofPreview.end()),
+            p.out.end());
+  EXPECT_NE(std::search(t.out.begin(), t.out.end(), sofThumb.begin(), sofThumb.end()),
+            t.out.end());
+  // The sample file holds exactly these bytes at its recorded places.
+  const Bytes sample = kpztest::ReadFileBytes(KPZ_SAMPLE);
+  EXPECT_NE(std::search(sample.begin(), sample.end(), p.out.begin(), p.out.end()), sample.end());
+  EXPECT_NE(std::search(sample.begin(), sample.end(), t.out.begin(), t.out.end()), sample.end());
+}
+
+// ---- errors -------------------------------------------------------------------------
+
+TEST_F(KpzTool, MissingFileIsReportedInWordsWithExit1) {
+  const std::string in = dir.Path() + "/nope.kpz";
+  const Result r = Run({"preview", in});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": file not found\n");
+  EXPECT_TRUE(r.out.empty());
+  EXPECT_TRUE(Listing(dir.Path()).empty());
+}
+
+TEST_F(KpzTool, FileWithoutPreviewIsReported) {
+  KpzSpec spec;
+  spec.ifd0ScreennailTags = false;
+  const std::string in = Write("n.kpz", spec);
+  const Result r = Run({"preview", in});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": no preview stored in this file\n");
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"n.kpz"}));
+}
+
+TEST_F(KpzTool, PreviewPastTheEndLeavesNoFileAndKeepsAnOldOne) {
+  KpzSpec spec;
+  spec.screennail = kpztest::FakeJpeg(1000, 7);
+  spec.screennailLengthTag = 1001;
+  const std::string in = Write("p.kpz", spec);
+  const std::string out = dir.Path() + "/p.preview.jpg";
+  ASSERT_TRUE(kpztest::WriteFileBytes(out, Bytes{'o', 'l', 'd'}));
+  const Result r = Run({"preview", in});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": preview extends past the end of the file\n");
+  EXPECT_EQ(kpztest::ReadFileBytes(out), (Bytes{'o', 'l', 'd'}));
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"p.kpz", "p.preview.jpg"}));
+}
+
+TEST_F(KpzTool, ForgedPreviewSizeOf4GiBIsReportedAsPastTheEnd) {
+  KpzSpec spec;
+  spec.screennailLengthTag = 0xFFFFFFFFu;
+  const std::string in = Write("h.kpz", spec);
+  const Result r = Run({"preview", in, "-o", "-"});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": preview extends past the end of the file\n");
+  EXPECT_TRUE(r.out.empty());
+}
+
+TEST_F(KpzTool, PreviewOffsetOf2GiBIsOutOfReach) {
+  KpzSpec spec;
+  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x80000000u);
+  };
+  const std::string in = Write("g.kpz", spec);
+  const Result r = Run({"preview", in});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": preview lies beyond the first 2 GiB of the file, out of reach\n");
+}
+
+TEST_F(KpzTool, EmptyPreviewIsReportedNotWritten) {
+  KpzSpec spec;
+  spec.screennail = Bytes();
+  const std::string in = Write("e.kpz", spec);
+  const Result r = Run({"preview", in});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": the preview stored in this file is empty (0 bytes)\n");
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"e.kpz"}));
+}
+
+TEST_F(KpzTool, FileWithoutThumbnailIsReported) {
+  KpzSpec spec;
+  spec.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegOffset); };
+  const std::string in = Write("nt.kpz", spec);
+  const Result r = Run({"thumbnail", in});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": no thumbnail stored in this file\n");
+}
+
+TEST_F(KpzTool, ThumbnailPastTheEndIsReported) {
+  KpzSpec spec;
+  spec.thumbnail = kpztest::FakeJpeg(100, 8);
+  spec.thumbnailOffset = 0x20000;  // the last thing in the file
+  spec.thumbnailLengthTag = 200;
+  const std::string in = Write("tp.kpz", spec);
+  const Result r = Run({"thumbnail", in});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": thumbnail extends past the end of the file\n");
+}
+
+TEST_F(KpzTool, ThumbnailPastTheEndOfAShortFileIsNotTakenFromMemory) {
+  KpzSpec spec;
+  spec.thumbnail = kpztest::FakeJpeg(100, 9);
+  spec.thumbnailLengthTag = 150;  // inside the 64 KiB head copy, past the file's end
+  spec.thumbnailOffset = 0x1000;  // the last thing in the file
+  const std::string in = Write("ts.kpz", spec);
+  ASSERT_LT(where.total, 0x10000u);
+  const Result r = Run({"thumbnail", in});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": thumbnail extends past the end of the file\n");
+}
+
+TEST_F(KpzTool, TextFileIsNotAKpzFile) {
+  const std::string in = dir.Write("notes.txt", Bytes(100, 'x'));
+  const Result r = Run({"preview", in});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + in + ": not a KPZ raw file (no TIFF header)\n");
+}
+
+TEST_F(KpzTool, DirectoryIsNotAKpzFile) {
+  const Result r = Run({"preview", dir.Path()});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: " + dir.Path() + ": is a directory, not a KPZ raw file\n");
+}
+
+TEST_F(KpzTool, UnwritableOutputDirectoryGivesExit3) {
+  KpzSpec spec;
+  const std::string in = Write("w.kpz", spec);
+  const std::string out = dir.Path() + "/missing-dir/w.jpg";
+  const Result r = Run({"preview", in, "-o", out});
+  EXPECT_EQ(r.exit, 3);
+  EXPECT_EQ(r.err, "kpz: " + out + ": cannot create a file in " + dir.Path() +
+                       "/missing-dir: " + std::strerror(ENOENT) + "\n");
+}
+
+TEST_F(KpzTool, OutputThatIsADirectoryGivesExit3) {
+  KpzSpec spec;
+  const std::string in = Write("d.kpz", spec);
+  const Result r = Run({"preview", in, "-o", dir.Path()});
+  EXPECT_EQ(r.exit, 3);
+  EXPECT_EQ(r.err, "kpz: " + dir.Path() + ": is a directory\n");
+}
+
+TEST_F(KpzTool, OutputNamingTheInputIsRefusedAndTheInputKept) {
+  KpzSpec spec;
+  const std::string in = Write("keep.kpz", spec);
+  const Result r = Run({"preview", in, "-o", in});
+  EXPECT_EQ(r.exit, 2);
+  EXPECT_EQ(r.err, "kpz: " + in + ": the output would replace the input file\n");
+  EXPECT_EQ(kpztest::ReadFileBytes(in), bytes);
+}
+
+// ---- diagnostics ---------------------------------------------------------------------
+
+TEST_F(KpzTool, LibraryLinesAreHiddenWithoutVerbose) {
+  const std::string in = dir.Path() + "/gone.kpz";
+  const Result r = Run({"thumbnail", in});
+  EXPECT_EQ(r.err, "kpz: " + in + ": file not found\n");
+}
+
+TEST_F(KpzTool, VerboseShowsTheLibraryLinesBeforeTheToolsLine) {
+  const std::string in = dir.Path() + "/gone.kpz";
+  const Result r = Run({"preview", "--verbose", in});
+  EXPECT_EQ(r.exit, 1);
+  const std::string fopenLine = kpztest::ErrLine("jni/util/io/DtNlFileIo.cpp", "Open", 77,
+                                                 "fopen(filePath: " + in + ") err(2).");
+  const std::string toolLine = "kpz: " + in + ": file not found\n";
+  EXPECT_EQ(r.err.find(fopenLine), 0u) << r.err;
+  ASSERT_GE(r.err.size(), toolLine.size());
+  EXPECT_EQ(r.err.substr(r.err.size() - toolLine.size()), toolLine);
+}
+
+// ---- usage ---------------------------------------------------------------------------
+
+TEST_F(KpzTool, HelpNamesBothCommandsTheSampleAndTheExitCodes) {
+  const Result r = Run({"--help"});
+  EXPECT_EQ(r.exit, 0);
+  const std::string help = Text(r.out);
+  for (const char* word : {"preview", "thumbnail", KPZ_SAMPLE, "x.preview.jpg", "x.thumb.jpg",
+                           "--verbose", "Exit status"}) {
+    EXPECT_NE(help.find(word), std::string::npos) << word << "\n" << help;
+  }
+  EXPECT_TRUE(std::filesystem::exists(KPZ_SAMPLE));
+}
+
+TEST_F(KpzTool, CommandHelpShowsTheOutputOption) {
+  const Result r = Run({"preview", "--help"});
+  EXPECT_EQ(r.exit, 0);
+  EXPECT_NE(Text(r.out).find("-o,--output"), std::string::npos) << Text(r.out);
+}
+
+TEST_F(KpzTool, MissingCommandIsAUsageError) {
+  const Result r = Run({});
+  EXPECT_EQ(r.exit, 2);
+  EXPECT_FALSE(r.err.empty());
+}
+
+TEST_F(KpzTool, EmptyOutputNameIsAUsageError) {
+  KpzSpec spec;
+  const std::string in = Write("eo.kpz", spec);
+  const Result r = Run({"preview", in, "-o", ""});
+  EXPECT_EQ(r.exit, 2);
+  EXPECT_EQ(r.err, "kpz: -o needs a file name, or '-' for standard output\n");
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"eo.kpz"}));
+}
+
+TEST_F(KpzTool, UnknownCommandAndExtraArgumentsAreUsageErrors) {
+  EXPECT_EQ(Run({"convert"}).exit, 2);
+  EXPECT_EQ(Run({"preview", "a.kpz", "b.kpz"}).exit, 2);
+  EXPECT_EQ(Run({"preview", "--bogus"}).exit, 2);
+  EXPECT_TRUE(Listing(dir.Path()).empty());
+}
+
+}  // namespace
+
+#else
+
+TEST(KpzTool, NeedsTheToolTheSampleAndItsGenerator) { GTEST_SKIP() << "the kpz tool is not built"; }
+
+#endif

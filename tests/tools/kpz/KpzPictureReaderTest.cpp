@@ -1,0 +1,162 @@
+// KpzPictureReaderTest.cpp - the kpz tool's reader (tools/kpz/KpzPictureReader)
+// in process: the bytes it takes out of files written with the test-data
+// builder, and the words it finds for failures the fault seam provokes.
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TEST_HAVE_TOOL)
+
+#include "kpz/KpzPictureReader.h"
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "support/FaultInjection.h"
+#include "support/KpzFileBuilder.h"
+#include "support/LogExpect.h"
+
+namespace {
+
+using kpztest::Bytes;
+using kpztest::KpzSpec;
+using Kind = KpzPictureReader::Kind;
+
+struct Outcome {
+  bool ok = false;
+  std::vector<UINT8> bytes;
+  std::string error;
+  std::string stderrText;
+};
+
+Outcome Read(const std::string& path, Kind kind, bool verbose = false) {
+  Outcome o;
+  o.bytes = {0xEE};  // must be replaced or emptied
+  o.stderrText = kpztest::CaptureStderr(
+      [&] { o.ok = KpzPictureReader(verbose).Read(path, kind, &o.bytes, &o.error); });
+  return o;
+}
+
+TEST(KpzPictureReader, PreviewIsTheScreennailBytes) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.screennail = kpztest::FakeJpeg(2500, 1);
+  const std::string path = dir.Write("a.kpz", kpztest::BuildKpz(spec));
+  const Outcome o = Read(path, Kind::Preview);
+  EXPECT_TRUE(o.ok) << o.error;
+  EXPECT_EQ(o.bytes, spec.screennail);
+  EXPECT_EQ(o.stderrText, "");
+}
+
+TEST(KpzPictureReader, ThumbnailIsTheIfd1Bytes) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.order = DtNlBigEndian;
+  spec.thumbnail = kpztest::FakeJpeg(321, 2);
+  const std::string path = dir.Write("t.kpz", kpztest::BuildKpz(spec));
+  const Outcome o = Read(path, Kind::Thumbnail);
+  EXPECT_TRUE(o.ok) << o.error;
+  EXPECT_EQ(o.bytes, spec.thumbnail);
+}
+
+TEST(KpzPictureReader, NamesAreTheWordsUsedInMessages) {
+  EXPECT_STREQ(KpzPictureReader::Name(Kind::Preview), "preview");
+  EXPECT_STREQ(KpzPictureReader::Name(Kind::Thumbnail), "thumbnail");
+}
+
+TEST(KpzPictureReader, UnreadableFileIsReportedAsSuch) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("u.kpz", kpztest::BuildKpz(KpzSpec()));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fopen, EACCES);
+  const Outcome o = Read(path, Kind::Preview);
+  EXPECT_FALSE(o.ok);
+  EXPECT_TRUE(o.bytes.empty());
+  EXPECT_EQ(o.error, "the file cannot be opened for reading");
+}
+
+TEST(KpzPictureReader, DeviceErrorOnOpeningIsAnInputOutputError) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("e.kpz", kpztest::BuildKpz(KpzSpec()));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fopen, EIO);
+  const Outcome o = Read(path, Kind::Thumbnail);
+  EXPECT_FALSE(o.ok);
+  EXPECT_EQ(o.error, "input/output error while reading the file");
+}
+
+TEST(KpzPictureReader, FailedReopeningForThePreviewIsReported) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("r.kpz", kpztest::BuildKpz(KpzSpec()));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fopen, EACCES, /*skip=*/1);
+  const Outcome o = Read(path, Kind::Preview);
+  EXPECT_FALSE(o.ok);
+  EXPECT_EQ(o.error, "the file cannot be opened for reading");
+}
+
+TEST(KpzPictureReader, ReadErrorOfThePreviewIsAnInputOutputError) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("x.kpz", kpztest::BuildKpz(KpzSpec()));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fread, EIO, /*skip=*/1);  // the head read passes
+  const Outcome o = Read(path, Kind::Preview);
+  EXPECT_FALSE(o.ok);
+  EXPECT_TRUE(o.bytes.empty());
+  EXPECT_EQ(o.error, "input/output error while reading the preview");
+}
+
+TEST(KpzPictureReader, FileThatCannotBeMeasuredIsReported) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("m.kpz", kpztest::BuildKpz(KpzSpec()));
+  kpztest::FaultGuard guard;
+  Read(path, Kind::Preview);  // counts the stat64 calls; the reader's is the last
+  const int stats = kpztest::CallCount(kpztest::Call::Stat64);
+  ASSERT_GE(stats, 1);
+  kpztest::ResetCounts();
+  kpztest::Arm(kpztest::Call::Stat64, EIO, stats - 1);
+  const Outcome o = Read(path, Kind::Preview);
+  EXPECT_FALSE(o.ok);
+  EXPECT_EQ(o.error, "the file's size cannot be read");
+}
+
+TEST(KpzPictureReader, ThumbnailWithAMissingLengthIsNotStored) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegLength); };
+  const std::string path = dir.Write("n.kpz", kpztest::BuildKpz(spec));
+  const Outcome o = Read(path, Kind::Thumbnail);
+  EXPECT_FALSE(o.ok);
+  EXPECT_EQ(o.error, "no thumbnail stored in this file");
+}
+
+TEST(KpzPictureReader, FileWithoutMakerNoteIsNotAKpzFile) {
+  kpztest::TempDir dir;
+  KpzSpec spec;
+  spec.hasMakerNote = false;
+  const std::string path = dir.Write("k.kpz", kpztest::BuildKpz(spec));
+  const Outcome o = Read(path, Kind::Preview);
+  EXPECT_FALSE(o.ok);
+  EXPECT_EQ(o.error, "not a KPZ raw file (camera model, Exif data or maker note missing)");
+}
+
+TEST(KpzPictureReader, LibraryLinesAreHiddenUnlessVerbose) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Path() + "/gone.kpz";
+  const Outcome quiet = Read(path, Kind::Preview, false);
+  EXPECT_EQ(quiet.error, "file not found");
+  EXPECT_EQ(quiet.stderrText, "");
+  const Outcome loud = Read(path, Kind::Preview, true);
+  EXPECT_EQ(loud.error, "file not found");
+  EXPECT_EQ(loud.stderrText.find(kpztest::ErrLine("jni/util/io/DtNlFileIo.cpp", "Open", 77,
+                                                  "fopen(filePath: " + path + ") err(2).")),
+            0u)
+      << loud.stderrText;
+}
+
+}  // namespace
+
+#else
+
+TEST(KpzPictureReader, NeedsTheKpzTool) { GTEST_SKIP() << "the kpz tool is not built"; }
+
+#endif
