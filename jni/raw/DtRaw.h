@@ -183,7 +183,8 @@ class DtRaw {
   // initialised; -310 / -302 / -399 when the file's status cannot be read;
   // -309 when the file's owner may not write it; -100 when IFD0 has no
   // orientation; -402 when an orientation is not 2 bytes (for IFD1 this
-  // also drops every change queued so far). Every failure is logged.
+  // also drops every change queued so far). Outside buffer mode the call
+  // itself is logged first; refusals of the file or its tags add a line.
   int SetRotationInfo(unsigned char rotation);
 
   // Writes the queued changes in the order queued, brings the parsed values
