@@ -18,6 +18,7 @@ command -v cmake >/dev/null 2>&1 || missing=1
 command -v c++ >/dev/null 2>&1 || missing=1
 command -v make >/dev/null 2>&1 || missing=1
 [ -f /usr/include/CLI/CLI.hpp ] || [ -f /usr/local/include/CLI/CLI.hpp ] || missing=1
+[ -f /usr/include/nlohmann/json.hpp ] || [ -f /usr/local/include/nlohmann/json.hpp ] || missing=1
 if [ "$missing" -ne 0 ]; then
   "$root/scripts/install-deps.sh"
 fi

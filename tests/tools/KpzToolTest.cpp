@@ -1,14 +1,14 @@
 // KpzToolTest.cpp - the kpz command-line tool (tools/kpz) run as a program:
-// its outputs, names, messages and exit codes, on files written with the
-// test-data builder, and on the bundled sample. The paths of the tool, of the
-// sample and of its generator come from tests/tools/CMakeLists.txt.
+// the preview and thumbnail commands on one file (outputs, names, messages,
+// exit codes) on files written with the test-data builder and on the bundled
+// sample, and the help. The info and rotate commands and batches have their
+// own KpzTool*Test files. The paths of the tool, of the sample and of its
+// generator come from tests/tools/CMakeLists.txt.
 #include <gtest/gtest.h>
 
 #if defined(KPZ_TOOL) && defined(KPZ_SAMPLE) && defined(KPZ_MAKE_SAMPLE)
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "KpzToolRunner.h"
 #include "support/KpzFileBuilder.h"
 #include "support/LogExpect.h"
 
@@ -29,58 +30,10 @@ using kpztest::Bytes;
 using kpztest::KpzLayout;
 using kpztest::KpzSpec;
 
-struct Result {
-  int exit = -1;
-  Bytes out;
-  std::string err;
-};
-
-std::string Text(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
-
-// Runs the tool with `args` in directory `cwd`; its standard output and error
-// go to files in `scratch`.
-Result RunTool(const std::vector<std::string>& args, const std::string& cwd,
-               const std::string& scratch) {
-  const std::string outPath = scratch + "/.stdout";
-  const std::string errPath = scratch + "/.stderr";
-  std::vector<std::string> argv = {KPZ_TOOL};
-  argv.insert(argv.end(), args.begin(), args.end());
-  std::vector<char*> cargv;
-  for (std::string& a : argv) {
-    cargv.push_back(a.data());
-  }
-  cargv.push_back(nullptr);
-  Result r;
-  const pid_t pid = fork();
-  if (pid == 0) {
-    const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    const int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0 || chdir(cwd.c_str()) != 0) {
-      _exit(127);
-    }
-    execv(cargv[0], cargv.data());
-    _exit(127);
-  }
-  int status = 0;
-  if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {
-    r.exit = WEXITSTATUS(status);
-  }
-  r.out = kpztest::ReadFileBytes(outPath);
-  r.err = Text(kpztest::ReadFileBytes(errPath));
-  std::filesystem::remove(outPath);
-  std::filesystem::remove(errPath);
-  return r;
-}
-
-// The names in `dir`, sorted.
-std::vector<std::string> Listing(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(dir)) {
-    names.push_back(e.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
+using kpztool::Listing;
+using kpztool::Result;
+using kpztool::RunTool;
+using kpztool::Text;
 
 class KpzTool : public testing::Test {
  protected:
@@ -362,10 +315,13 @@ TEST_F(KpzTool, TextFileIsNotAKpzFile) {
   EXPECT_EQ(r.err, "kpz: " + in + ": not a KPZ raw file (no TIFF header)\n");
 }
 
-TEST_F(KpzTool, DirectoryIsNotAKpzFile) {
+TEST_F(KpzTool, DirectoryWithoutKpzFilesLeavesNothingToDo) {
+  dir.Write("notes.txt", Bytes(10, 'x'));
   const Result r = Run({"preview", dir.Path()});
   EXPECT_EQ(r.exit, 1);
-  EXPECT_EQ(r.err, "kpz: " + dir.Path() + ": is a directory, not a KPZ raw file\n");
+  EXPECT_EQ(r.err, "kpz: no files to work on: the directories named hold no file ending in .kpz\n");
+  EXPECT_TRUE(r.out.empty());
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"notes.txt"}));
 }
 
 TEST_F(KpzTool, UnwritableOutputDirectoryGivesExit3) {
@@ -417,15 +373,31 @@ TEST_F(KpzTool, VerboseShowsTheLibraryLinesBeforeTheToolsLine) {
 
 // ---- usage ---------------------------------------------------------------------------
 
-TEST_F(KpzTool, HelpNamesBothCommandsTheSampleAndTheExitCodes) {
+TEST_F(KpzTool, HelpNamesEveryCommandTheSampleAndTheExitCodes) {
   const Result r = Run({"--help"});
   EXPECT_EQ(r.exit, 0);
   const std::string help = Text(r.out);
-  for (const char* word : {"preview", "thumbnail", KPZ_SAMPLE, "x.preview.jpg", "x.thumb.jpg",
-                           "--verbose", "Exit status"}) {
+  for (const char* word :
+       {"info", "preview", "thumbnail", "rotate", KPZ_SAMPLE, "x.preview.jpg", "x.thumb.jpg",
+        "--verbose", "Exit status", "JSON Lines", "docs/KPZ-JSON.md", "-o names an output",
+        "DIRECTORY", "progress bar", "summary", "--dry-run", "read-only", "1/0"}) {
     EXPECT_NE(help.find(word), std::string::npos) << word << "\n" << help;
   }
   EXPECT_TRUE(std::filesystem::exists(KPZ_SAMPLE));
+}
+
+TEST_F(KpzTool, CommandHelpNamesTheBatchOptions) {
+  for (const char* command : {"info", "preview", "thumbnail"}) {
+    const Result r = Run({command, "--help"});
+    EXPECT_EQ(r.exit, 0);
+    for (const char* option : {"-r,--recursive", "--ext", "-j,--jobs", "-v,--verbose"}) {
+      EXPECT_NE(Text(r.out).find(option), std::string::npos) << command << " " << option;
+    }
+  }
+  const Result rotate = Run({"rotate", "--help"});
+  for (const char* option : {"--cw", "--ccw", "--180", "--code", "--dry-run"}) {
+    EXPECT_NE(Text(rotate.out).find(option), std::string::npos) << option;
+  }
 }
 
 TEST_F(KpzTool, CommandHelpShowsTheOutputOption) {
@@ -449,10 +421,12 @@ TEST_F(KpzTool, EmptyOutputNameIsAUsageError) {
   EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"eo.kpz"}));
 }
 
-TEST_F(KpzTool, UnknownCommandAndExtraArgumentsAreUsageErrors) {
+TEST_F(KpzTool, UnknownCommandsAndOptionsAreUsageErrors) {
   EXPECT_EQ(Run({"convert"}).exit, 2);
-  EXPECT_EQ(Run({"preview", "a.kpz", "b.kpz"}).exit, 2);
   EXPECT_EQ(Run({"preview", "--bogus"}).exit, 2);
+  EXPECT_EQ(Run({"info", "-j", "0"}).exit, 2);
+  EXPECT_EQ(Run({"thumbnail", "-j", "x"}).exit, 2);
+  EXPECT_EQ(Run({"rotate"}).exit, 2);  // FILE is required
   EXPECT_TRUE(Listing(dir.Path()).empty());
 }
 

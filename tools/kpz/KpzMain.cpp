@@ -1,21 +1,38 @@
-// KpzMain.cpp - the kpz command-line tool: takes the preview (screennail) or
-// the thumbnail JPEG out of a KPZ camera raw file.
+// KpzMain.cpp - the kpz command-line tool: shows the metadata of KPZ camera
+// raw files, takes their preview (screennail) or thumbnail JPEG out, and
+// turns their pictures by rewriting the orientation in place.
 //
 // Part of tools/kpz, linked with the library's static layers (not the JNI
 // entry). The commands and their rules are in kHelpFooter below, which is also
 // what `kpz --help` prints.
 //
-//   kpz preview                 # the bundled sample -> ./sample.preview.jpg
-//   kpz preview a.kpz -o -      # the preview of a.kpz on standard output
-//   kpz thumbnail a.kpz         # -> a.thumb.jpg next to a.kpz
+//   kpz info a.kpz               # the metadata as a table
+//   kpz info -r --json shots/    # every .kpz below shots/, one JSON object per line
+//   kpz preview                  # the bundled sample -> ./sample.preview.jpg
+//   kpz preview a.kpz -o -       # the preview of a.kpz on standard output
+//   kpz thumbnail shots/ -o out  # out/<name>.thumb.jpg for every shots/<name>.kpz
+//   kpz rotate a.kpz --cw        # a.kpz: normal -> rotated 90° clockwise
 #include <cstdio>
+#include <filesystem>
+#include <map>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
+#include "kpz/KpzBatch.h"
+#include "kpz/KpzConsole.h"
+#include "kpz/KpzInfoJson.h"
+#include "kpz/KpzInfoText.h"
+#include "kpz/KpzInputList.h"
+#include "kpz/KpzMetadata.h"
+#include "kpz/KpzMetadataReader.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzPictureReader.h"
+#include "kpz/KpzRotation.h"
+#include "kpz/KpzRotator.h"
+#include "kpz/KpzSummary.h"
 
 #ifndef KPZ_SAMPLE_PATH
 #define KPZ_SAMPLE_PATH "samples/sample.kpz"
@@ -24,102 +41,384 @@
 namespace {
 
 const int kExitOk = 0;
-const int kExitInput = 1;   // the input cannot be read or holds no such picture
+const int kExitInput = 1;   // an input cannot be read or holds no such picture or value
 const int kExitUsage = 2;   // wrong arguments
-const int kExitOutput = 3;  // the output cannot be written
+const int kExitOutput = 3;  // an output (for rotate: the file itself) cannot be written
 
 const char* const kHelpFooter =
-    "FILE is a KPZ raw file. Without FILE the bundled sample is used:\n"
+    "FILE is a KPZ raw file. Without FILE, info, preview and thumbnail use the\n"
+    "bundled sample:\n"
     "  " KPZ_SAMPLE_PATH "\n"
     "\n"
-    "Output (-o): '-' writes the JPEG to standard output. Without -o the name is\n"
-    "made from FILE's name with its extension replaced: x.kpz -> x.preview.jpg\n"
-    "(preview) or x.thumb.jpg (thumbnail); a name without extension gets the\n"
-    "suffix appended. It lies in FILE's directory; for the bundled sample, in\n"
-    "the current directory. An existing file of that name is replaced;\n"
-    "the output is never FILE itself. A file is written whole or not at all (a\n"
-    "temporary file in the same directory, renamed when complete). After writing\n"
-    "a file, kpz prints 'wrote <name> (<n> bytes)' on standard output.\n"
+    "info: every value in words with units ('Exposure time  1/250 s',\n"
+    "'F-number  f/5.6'); a value the file does not hold shows as 'not recorded'.\n"
+    "An exposure time over 1 s reads as 1/0 (the exact time is not kept).\n"
+    "--json prints one JSON object per file on one line (JSON Lines), with the\n"
+    "raw numbers and each value's result code; keys in docs/KPZ-JSON.md.\n"
+    "\n"
+    "Many files: info, preview and thumbnail take any number of FILEs and\n"
+    "directories. A directory gives its files ending in .kpz, in any case\n"
+    "(--ext EXT[,EXT...] chooses others, '*' takes all; names beginning with '.'\n"
+    "are skipped); -r enters its subdirectories too. Files are read in parallel\n"
+    "(-j N, default: the number of processors) and results are printed in input\n"
+    "order. A progress bar is shown on standard error when it is a terminal and\n"
+    "the run is long (over 50 files or over 1 s). With more than one file the\n"
+    "run ends with a summary on standard error: files done, failed, and why.\n"
+    "One bad file never stops the others.\n"
+    "\n"
+    "Output of preview and thumbnail (-o): with one FILE, -o names the output\n"
+    "file, '-' standard output. Without -o the name is made from FILE's name\n"
+    "with its extension replaced: x.kpz -> x.preview.jpg (preview) or\n"
+    "x.thumb.jpg (thumbnail); a name without extension gets the suffix\n"
+    "appended. It lies in FILE's directory; for the bundled sample, in the\n"
+    "current directory. With several FILEs or a directory, -o names an output\n"
+    "DIRECTORY (made when missing) that receives x.preview.jpg or x.thumb.jpg\n"
+    "for every input x.kpz; when two inputs would give the same name, the\n"
+    "first is written and the later fails. An existing file of that name is\n"
+    "replaced; the output is never FILE itself. A file is written whole or not\n"
+    "at all (a temporary file in the same directory, renamed when complete).\n"
+    "After writing a file, kpz prints 'wrote <name> (<n> bytes)' on standard\n"
+    "output.\n"
+    "\n"
+    "rotate: turns the picture a quarter turn clockwise (--cw),\n"
+    "counter-clockwise (--ccw) or half a turn (--180) from its present\n"
+    "orientation, mirrored pictures staying mirrored, or sets rotation code N\n"
+    "(--code N: 0 normal, 1 rotated 90° clockwise, 2 rotated 180°, 3 rotated\n"
+    "90° counter-clockwise, 4 mirrored horizontally, 5 mirrored horizontally\n"
+    "and rotated 90° counter-clockwise, 6 mirrored vertically, 7 mirrored\n"
+    "horizontally and rotated 90° clockwise). Only the orientation values are\n"
+    "rewritten, in place (the thumbnail's date-time is set equal to the\n"
+    "picture's when they differ), and the file keeps its modification time.\n"
+    "A read-only file is refused. Prints\n"
+    "'<file>: <old> -> <new>'; --dry-run shows that without writing. Files are\n"
+    "done one after another, in the order given.\n"
     "\n"
     "Errors are one line on standard error, 'kpz: <file>: <what went wrong>'.\n"
     "The library's own diagnostic lines (standard error) are hidden unless\n"
-    "--verbose is given.\n"
+    "--verbose is given; with several jobs the lines of different files may\n"
+    "interleave, each line whole (-j 1 keeps them in file order).\n"
     "\n"
-    "Exit status: 0 written; 1 FILE cannot be read, is not a KPZ raw file, holds\n"
-    "no such picture or the picture is cut off; 2 wrong arguments; 3 the output\n"
-    "cannot be written.";
+    "Exit status: 0 all done; 1 a FILE cannot be read, is not a KPZ raw file,\n"
+    "holds no such picture or orientation, or the picture is cut off; 2 wrong\n"
+    "arguments; 3 an output cannot be written (for rotate: the file cannot be\n"
+    "changed). With several files: the highest status of any of them.";
 
 struct Command {
-  std::string file;
+  std::vector<std::string> files;
   std::string output;
   bool verbose = false;
-  CLI::Option* outputOption = nullptr;  // borrowed from the CLI::App, which outlives us
+  bool recursive = false;
+  bool json = false;
+  bool dryRun = false;
+  bool clockwise = false;
+  bool counterClockwise = false;
+  bool halfTurn = false;
+  int code = -1;
+  unsigned int jobs = 0;  // 0: one per processor
+  std::vector<std::string> extensions;
+  // Borrowed from the CLI::App, which outlives every use.
+  CLI::Option* outputOption = nullptr;
+  CLI::Option* codeOption = nullptr;
 };
 
-void addCommand(CLI::App& app, const char* name, const char* what, const char* defaultName,
-                Command* cmd) {
+CLI::App* addCommon(CLI::App& app, const char* name, const char* what, Command* cmd) {
   CLI::App* sub = app.add_subcommand(name, what);
-  sub->add_option("FILE", cmd->file, "KPZ raw file (default: the bundled sample)");
-  cmd->outputOption = sub->add_option("-o,--output", cmd->output,
-                  std::string("where to write the JPEG; '-' for standard output (default: ") +
-                      defaultName + ")");
   sub->add_flag("-v,--verbose", cmd->verbose, "show the library's diagnostic lines");
   sub->footer(kHelpFooter);
+  return sub;
 }
 
-int run(KpzPictureReader::Kind kind, const Command& cmd) {
+void addBatchOptions(CLI::App* sub, Command* cmd) {
+  sub->add_option("FILE", cmd->files,
+                  "KPZ raw files or directories (default: the bundled sample)");
+  sub->add_flag("-r,--recursive", cmd->recursive, "enter the subdirectories of directories");
+  sub->add_option("--ext", cmd->extensions,
+                  "file name extensions taken from directories (default: .kpz; '*': all)")
+      ->delimiter(',')
+      ->type_size(1)
+      ->allow_extra_args(false);  // one value per --ext: FILEs may follow
+  sub->add_option("-j,--jobs", cmd->jobs, "files read at once (default: the number of processors)")
+      ->check(CLI::Range(1u, 1024u));
+}
+
+unsigned int jobsOf(const Command& cmd) {
+  return cmd.jobs == 0 ? KpzBatch::DefaultJobs() : cmd.jobs;
+}
+
+// The files to work on; an empty list has been reported.
+std::vector<KpzInputList::Entry> inputsOf(const Command& cmd, const std::vector<std::string>& args) {
+  KpzInputList::Options options;
+  options.recursive = cmd.recursive;
+  options.extensions = cmd.extensions;
+  std::vector<KpzInputList::Entry> entries = KpzInputList::Expand(args, options);
+  if (entries.empty()) {
+    std::fprintf(stderr, "kpz: no files to work on: the directories named hold no file ending in");
+    for (const std::string& e : KpzInputList::Normalise(cmd.extensions)) {
+      std::fprintf(stderr, " %s", e.c_str());
+    }
+    std::fprintf(stderr, "\n");
+  }
+  return entries;
+}
+
+KpzBatch::Outcome failure(int status, const std::string& file, const std::string& why) {
+  KpzBatch::Outcome o;
+  o.status = status;
+  o.err = "kpz: " + file + ": " + why + "\n";
+  o.reason = why;
+  return o;
+}
+
+// Runs `task` over `count` files, printing the outcomes in order, the
+// progress bar and, for more than one file, the summary.
+int runBatch(KpzConsole& console, std::size_t count, unsigned int jobs,
+             const KpzBatch::Task& task, bool separateOutputs) {
+  KpzSummary summary;
+  bool printed = false;
+  KpzBatch::Run(
+      count, jobs, task,
+      [&](std::size_t, KpzBatch::Outcome& o) {
+        if (!o.out.empty()) {
+          console.Out(separateOutputs && printed ? "\n" + o.out : o.out);
+          printed = true;
+        }
+        console.Err(o.err);
+        summary.Add(o.status, o.reason);
+      },
+      [&](std::size_t done) { console.Progress(done, count); });
+  console.EndProgress();
+  if (count > 1) {
+    console.Err(summary.Render());
+  }
+  return summary.ExitStatus();
+}
+
+int runInfo(const Command& cmd) {
+  const std::vector<std::string> args =
+      cmd.files.empty() ? std::vector<std::string>{KPZ_SAMPLE_PATH} : cmd.files;
+  const std::vector<KpzInputList::Entry> inputs = inputsOf(cmd, args);
+  if (inputs.empty()) {
+    return kExitInput;
+  }
+  const bool json = cmd.json;
+  KpzConsole console(cmd.verbose);
+  const auto task = [&inputs, json](std::size_t i) {
+    KpzMetadata md;
+    bool ok = false;
+    if (inputs[i].error.empty()) {
+      ok = KpzMetadataReader::Read(inputs[i].path, &md);
+    } else {
+      md.file = inputs[i].path;
+      md.error = inputs[i].error;
+    }
+    KpzBatch::Outcome o = ok ? KpzBatch::Outcome() : failure(kExitInput, md.file, md.error);
+    if (json) {
+      o.out = KpzInfoJson::Line(md);
+    } else if (ok) {
+      o.out = KpzInfoText::Table(md);
+    }
+    return o;
+  };
+  return runBatch(console, inputs.size(), jobsOf(cmd), task, !json);
+}
+
+int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   if (cmd.outputOption->count() > 0 && cmd.output.empty()) {
     std::fprintf(stderr, "kpz: -o needs a file name, or '-' for standard output\n");
     return kExitUsage;
   }
-  const bool useSample = cmd.file.empty();
-  const std::string input = useSample ? std::string(KPZ_SAMPLE_PATH) : cmd.file;
-  const char* suffix = kind == KpzPictureReader::Kind::Preview ? ".preview.jpg" : ".thumb.jpg";
-  const std::string output =
-      cmd.output.empty() ? KpzOutputFile::DefaultPath(input, suffix, useSample) : cmd.output;
-
-  if (output != "-" && KpzOutputFile::IsSameFile(input, output)) {
-    std::fprintf(stderr, "kpz: %s: the output would replace the input file\n", output.c_str());
+  const bool useSample = cmd.files.empty();
+  const std::vector<std::string> args =
+      useSample ? std::vector<std::string>{KPZ_SAMPLE_PATH} : cmd.files;
+  const bool many = args.size() > 1 || KpzInputList::NamesDirectory(args);
+  if (many && cmd.output == "-") {
+    std::fprintf(stderr,
+                 "kpz: -o - (standard output) takes one FILE; with several, -o names a "
+                 "directory\n");
     return kExitUsage;
   }
-
-  std::vector<UINT8> jpeg;
-  std::string why;
-  if (!KpzPictureReader(cmd.verbose).Read(input, kind, &jpeg, &why)) {
-    std::fprintf(stderr, "kpz: %s: %s\n", input.c_str(), why.c_str());
+  const std::vector<KpzInputList::Entry> inputs = inputsOf(cmd, args);
+  if (inputs.empty()) {
     return kExitInput;
   }
-  if (!KpzOutputFile::Write(output, jpeg, &why)) {
-    std::fprintf(stderr, "kpz: %s: %s\n", output == "-" ? "(standard output)" : output.c_str(),
-                 why.c_str());
-    return kExitOutput;
+  std::error_code ec;
+  if (many && !cmd.output.empty()) {
+    std::filesystem::create_directories(cmd.output, ec);
+    std::error_code isDirEc;
+    if (!std::filesystem::is_directory(cmd.output, isDirEc)) {
+      std::fprintf(stderr, "kpz: %s: cannot make the output directory%s%s\n", cmd.output.c_str(),
+                   ec ? ": " : " (a file of that name is in the way)",
+                   ec ? ec.message().c_str() : "");
+      return kExitOutput;
+    }
   }
-  if (output != "-") {
-    std::printf("wrote %s (%zu bytes)\n", output.c_str(), jpeg.size());
+
+  // Deliberate: with several inputs (or a directory) -o names a directory,
+  // made when missing; when two inputs would give one output name, the first
+  // in input order is written and the later one fails, so no output is
+  // silently replaced by another input's picture.
+  const char* suffix = kind == KpzPictureReader::Kind::Preview ? ".preview.jpg" : ".thumb.jpg";
+  std::vector<std::string> outputs(inputs.size());
+  std::vector<std::string> takenBy(inputs.size());  // non-empty: an earlier input has this output
+  std::map<std::string, std::string> owners;
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    const std::string& in = inputs[i].path;
+    if (!many) {
+      outputs[i] = cmd.output.empty() ? KpzOutputFile::DefaultPath(in, suffix, useSample)
+                                      : cmd.output;
+    } else if (cmd.output.empty()) {
+      outputs[i] = KpzOutputFile::DefaultPath(in, suffix, false);
+    } else {
+      outputs[i] = (std::filesystem::path(cmd.output) /
+                    KpzOutputFile::DefaultPath(in, suffix, true)).string();
+    }
+    if (!inputs[i].error.empty()) {
+      continue;
+    }
+    const std::string key = std::filesystem::path(outputs[i]).lexically_normal().string();
+    const auto found = owners.find(key);
+    if (found == owners.end()) {
+      owners.emplace(key, in);
+    } else {
+      takenBy[i] = found->second;
+    }
   }
-  return kExitOk;
+
+  KpzConsole console(cmd.verbose);
+  const auto task = [&](std::size_t i) {
+    const std::string& in = inputs[i].path;
+    const std::string& out = outputs[i];
+    if (!inputs[i].error.empty()) {
+      return failure(kExitInput, in, inputs[i].error);
+    }
+    if (!takenBy[i].empty()) {
+      KpzBatch::Outcome o = failure(kExitOutput, in, "");
+      o.err = "kpz: " + in + ": not written: " + out + " is the output of " + takenBy[i] + "\n";
+      o.reason = "output name already used by an earlier input";
+      return o;
+    }
+    if (out != "-" && KpzOutputFile::IsSameFile(in, out)) {
+      return failure(kExitUsage, out, "the output would replace the input file");
+    }
+    std::vector<UINT8> jpeg;
+    std::string why;
+    if (!KpzPictureReader::Read(in, kind, &jpeg, &why)) {
+      return failure(kExitInput, in, why);
+    }
+    if (!KpzOutputFile::Write(out, jpeg, &why)) {
+      return failure(kExitOutput, out == "-" ? "(standard output)" : out, why);
+    }
+    KpzBatch::Outcome o;
+    if (out != "-") {
+      o.out = "wrote " + out + " (" + std::to_string(jpeg.size()) + " bytes)\n";
+    }
+    return o;
+  };
+  return runBatch(console, inputs.size(), jobsOf(cmd), task, false);
+}
+
+int runRotate(const Command& cmd) {
+  const int chosen = (cmd.clockwise ? 1 : 0) + (cmd.counterClockwise ? 1 : 0) +
+                     (cmd.halfTurn ? 1 : 0) + (cmd.codeOption->count() > 0 ? 1 : 0);
+  if (chosen != 1) {
+    std::fprintf(stderr, "kpz: rotate needs exactly one of --cw, --ccw, --180 or --code N\n");
+    return kExitUsage;
+  }
+  KpzRotator::Change change;
+  if (cmd.codeOption->count() > 0) {
+    if (cmd.code < 0 || cmd.code > KpzRotation::kLastCode) {
+      std::fprintf(stderr, "kpz: --code takes a rotation code from 0 to 7\n");
+      return kExitUsage;
+    }
+    change.setCode = true;
+    change.code = static_cast<unsigned char>(cmd.code);
+  } else if (cmd.clockwise) {
+    change.turn = KpzRotation::Direction::Clockwise;
+  } else if (cmd.counterClockwise) {
+    change.turn = KpzRotation::Direction::CounterClockwise;
+  } else {
+    change.turn = KpzRotation::Direction::HalfTurn;
+  }
+  const std::vector<std::string>& files = cmd.files;
+  const bool dryRun = cmd.dryRun;
+  KpzConsole console(cmd.verbose);
+  const auto task = [&files, &change, dryRun](std::size_t i) {
+    const KpzRotator::Outcome r = KpzRotator::Rotate(files[i], change, dryRun);
+    if (!r.ok) {
+      return failure(r.failure == KpzRotator::Failure::Output ? kExitOutput : kExitInput,
+                     files[i], r.error);
+    }
+    KpzBatch::Outcome o;
+    o.out = KpzRotator::Report(files[i], r, dryRun);
+    return o;
+  };
+  // One file after another: a file named twice is turned twice.
+  return runBatch(console, files.size(), 1, task, false);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("kpz - takes the preview or the thumbnail JPEG out of a KPZ camera raw file", "kpz");
+  CLI::App app(
+      "kpz - shows the metadata of KPZ camera raw files, takes out their preview or thumbnail "
+      "JPEG, and turns their pictures",
+      "kpz");
   app.require_subcommand(1);
   app.footer(kHelpFooter);
+
+  Command info;
+  CLI::App* infoCmd = addCommon(app, "info", "show the metadata, as a table or as JSON", &info);
+  addBatchOptions(infoCmd, &info);
+  infoCmd->add_flag("--json", info.json, "one JSON object per file and line (JSON Lines)");
+
   Command preview;
   Command thumbnail;
-  addCommand(app, "preview", "write the preview (the large JPEG the camera stored in the file)",
-             "FILE's name with .preview.jpg", &preview);
-  addCommand(app, "thumbnail", "write the thumbnail (the small JPEG of the file's IFD1)",
-             "FILE's name with .thumb.jpg", &thumbnail);
+  const struct {
+    const char* name;
+    const char* what;
+    const char* defaultName;
+    Command* cmd;
+  } pictures[] = {
+      {"preview", "write the preview (the large JPEG the camera stored in the file)",
+       "FILE's name with .preview.jpg", &preview},
+      {"thumbnail", "write the thumbnail (the small JPEG of the file's IFD1)",
+       "FILE's name with .thumb.jpg", &thumbnail},
+  };
+  for (const auto& p : pictures) {
+    CLI::App* sub = addCommon(app, p.name, p.what, p.cmd);
+    addBatchOptions(sub, p.cmd);
+    p.cmd->outputOption = sub->add_option(
+        "-o,--output", p.cmd->output,
+        std::string("where to write the JPEG: a file, '-' for standard output; with several "
+                    "FILEs or a directory, an output directory (default: ") +
+            p.defaultName + ")");
+  }
+
+  Command rotate;
+  CLI::App* rotateCmd =
+      addCommon(app, "rotate", "turn the picture by rewriting its orientation in place", &rotate);
+  rotateCmd->add_option("FILE", rotate.files, "KPZ raw files to change")->required();
+  rotateCmd->add_flag("--cw", rotate.clockwise, "a quarter turn clockwise");
+  rotateCmd->add_flag("--ccw", rotate.counterClockwise, "a quarter turn counter-clockwise");
+  rotateCmd->add_flag("--180", rotate.halfTurn, "half a turn");
+  rotate.codeOption =
+      rotateCmd->add_option("--code", rotate.code, "set rotation code N (0..7) outright");
+  rotateCmd->add_flag("-n,--dry-run", rotate.dryRun, "show what would change; write nothing");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     const int code = app.exit(e);  // prints the help, or the error on standard error
     return code == 0 ? kExitOk : kExitUsage;
   }
-  if (app.got_subcommand("preview")) {
-    return run(KpzPictureReader::Kind::Preview, preview);
+  if (app.got_subcommand("info")) {
+    return runInfo(info);
   }
-  return run(KpzPictureReader::Kind::Thumbnail, thumbnail);
+  if (app.got_subcommand("preview")) {
+    return runPicture(KpzPictureReader::Kind::Preview, preview);
+  }
+  if (app.got_subcommand("thumbnail")) {
+    return runPicture(KpzPictureReader::Kind::Thumbnail, thumbnail);
+  }
+  return runRotate(rotate);
 }

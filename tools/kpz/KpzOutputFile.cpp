@@ -1,3 +1,6 @@
+// KpzOutputFile.cpp - output names and all-or-nothing writes of the kpz
+// tool (tools/kpz). See KpzOutputFile.h for the contracts.
+
 #include "kpz/KpzOutputFile.h"
 
 #include <sys/stat.h>

@@ -1,3 +1,6 @@
+// KpzPictureReader.cpp - the preview and thumbnail JPEGs of a KPZ file for
+// the kpz tool (tools/kpz, above jni/raw). See KpzPictureReader.h.
+
 #include "kpz/KpzPictureReader.h"
 
 #include <cstdint>
@@ -6,7 +9,7 @@
 #include <new>
 #include <system_error>
 
-#include "kpz/KpzQuietStderr.h"
+#include "kpz/KpzErrorText.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
 #include "raw/DtRawScreennailInfo.h"
@@ -17,30 +20,6 @@
 #include "util/io/DtNlIo.h"
 
 namespace {
-
-// What a failed DtRaw::Initialize means for the user.
-std::string initializeError(int code) {
-  switch (code) {
-    case DtRawErrNotFound:
-      return "file not found";
-    case DtRawErrOpen:
-      return "the file cannot be opened for reading";
-    case DtRawErrIo:
-      return "input/output error while reading the file";
-    case DtRawErrRead:
-    case DtRawErrClose:
-      return "the file cannot be read";
-    case DtRawErrNotTiff:
-      return "not a KPZ raw file (no TIFF header)";
-    case DtRawErrFormat:
-      return "not a KPZ raw file (camera model, Exif data or maker note missing)";
-    case DtRawErrSeek:
-    case DtRawErrTell:
-      return "damaged KPZ raw file (a directory lies outside the first 64 KiB)";
-    default:
-      return "the file cannot be read as a KPZ raw file (error " + std::to_string(code) + ")";
-  }
-}
 
 // The file's size in *size; false when it cannot be taken.
 bool fileSize(const std::string& path, std::uint64_t* size) {
@@ -64,11 +43,11 @@ const char* KpzPictureReader::Name(Kind kind) {
 }
 
 bool KpzPictureReader::Read(const std::string& path, Kind kind, std::vector<UINT8>* out,
-                            std::string* error) const {
+                            std::string* error) {
   out->clear();
   std::error_code ec;
   if (std::filesystem::is_directory(path, ec)) {
-    *error = "is a directory, not a KPZ raw file";
+    *error = KpzErrorText::Directory();
     return false;
   }
   const bool ok = kind == Kind::Preview ? readPreview(path, out, error)
@@ -80,14 +59,13 @@ bool KpzPictureReader::Read(const std::string& path, Kind kind, std::vector<UINT
 }
 
 bool KpzPictureReader::readPreview(const std::string& path, std::vector<UINT8>* out,
-                                   std::string* error) const {
-  KpzQuietStderr hush(!m_verbose);
+                                   std::string* error) {
   DtRawScreennailInfo info;
   {
     DtRaw raw;
     const int initRet = raw.Initialize(path.c_str());
     if (initRet < 0) {
-      *error = initializeError(initRet);
+      *error = KpzErrorText::Initialize(initRet);
       return false;
     }
     const int infoRet = raw.GetScreennailInfo(&info);
@@ -143,12 +121,11 @@ bool KpzPictureReader::readPreview(const std::string& path, std::vector<UINT8>* 
 }
 
 bool KpzPictureReader::readThumbnail(const std::string& path, std::vector<UINT8>* out,
-                                     std::string* error) const {
-  KpzQuietStderr hush(!m_verbose);
+                                     std::string* error) {
   DtRaw raw;
   const int initRet = raw.Initialize(path.c_str());
   if (initRet < 0) {
-    *error = initializeError(initRet);
+    *error = KpzErrorText::Initialize(initRet);
     return false;
   }
   DtRawThumbnailInfo info;
@@ -181,7 +158,7 @@ bool KpzPictureReader::readThumbnail(const std::string& path, std::vector<UINT8>
   raw.Finalize();
   if (dataRet != 0) {
     *error = dataRet == DtRawErrRead ? "thumbnail extends past the end of the file"
-                                     : initializeError(dataRet);
+                                     : KpzErrorText::Initialize(dataRet);
     return false;
   }
   return true;

@@ -10,15 +10,16 @@
 // past the end of the file is refused before anything is allocated, and every
 // failure is described in words.
 //
-//   KpzPictureReader reader(/*verbose=*/false);
 //   std::vector<UINT8> jpeg;
 //   std::string why;
-//   if (!reader.Read("a.kpz", KpzPictureReader::Kind::Preview, &jpeg, &why)) {
+//   if (!KpzPictureReader::Read("a.kpz", KpzPictureReader::Kind::Preview, &jpeg, &why)) {
 //     std::fprintf(stderr, "kpz: a.kpz: %s\n", why.c_str());
 //   }
 //
-// Holds no pointers. The library's own diagnostic lines (standard error) are
-// hidden during a read unless `verbose` is set.
+// Holds nothing; every operation is a static function, and each read uses its
+// own DtRaw and channel, so reads on different threads are independent. The
+// library's diagnostic lines go to standard error as usual; hiding them is
+// the caller's business (KpzQuietStderr, once per run).
 #ifndef KPZ_TOOLS_KPZ_KPZPICTUREREADER_H
 #define KPZ_TOOLS_KPZ_KPZPICTUREREADER_H
 
@@ -34,24 +35,21 @@ class KpzPictureReader {
     Thumbnail  // the small JPEG of IFD1
   };
 
-  explicit KpzPictureReader(bool verbose) : m_verbose(verbose) {}
-
   // Reads the picture of `kind` from the KPZ file at `path` into *out
   // (replacing its content). True on success, with at least one byte in *out.
   // False otherwise, with *out emptied and *error set to a short lower-case
   // phrase such as "file not found", "no preview stored in this file" or
   // "preview extends past the end of the file".
-  bool Read(const std::string& path, Kind kind, std::vector<UINT8>* out,
-            std::string* error) const;
+  static bool Read(const std::string& path, Kind kind, std::vector<UINT8>* out,
+                   std::string* error);
 
   // The word for `kind` in messages: "preview" or "thumbnail".
   static const char* Name(Kind kind);
 
  private:
-  bool readPreview(const std::string& path, std::vector<UINT8>* out, std::string* error) const;
-  bool readThumbnail(const std::string& path, std::vector<UINT8>* out, std::string* error) const;
-
-  bool m_verbose;  // show the library's diagnostic lines
+  static bool readPreview(const std::string& path, std::vector<UINT8>* out, std::string* error);
+  static bool readThumbnail(const std::string& path, std::vector<UINT8>* out,
+                            std::string* error);
 };
 
 #endif  // KPZ_TOOLS_KPZ_KPZPICTUREREADER_H

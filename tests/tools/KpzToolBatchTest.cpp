@@ -1,0 +1,330 @@
+// KpzToolBatchTest.cpp - kpz commands over many files and directories, run as
+// a program: a batch of 1,000 generated files with broken ones among them,
+// output directories, no partial outputs, stable order with many jobs,
+// extension and recursion options, the summary, and the progress bar (shown
+// on a pseudo-terminal, never on a file).
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TOOL) && defined(KPZ_SAMPLE) && defined(KPZ_MAKE_SAMPLE)
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "KpzToolRunner.h"
+#include "support/KpzFileBuilder.h"
+
+namespace {
+
+using Json = nlohmann::json;
+using kpztest::Bytes;
+using kpztest::KpzSpec;
+using kpztool::Lines;
+using kpztool::Listing;
+using kpztool::Result;
+using kpztool::Text;
+namespace fs = std::filesystem;
+
+std::string Name(int i) {
+  char name[32];
+  std::snprintf(name, sizeof name, "f%04d.kpz", i);
+  return name;
+}
+
+class KpzToolBatch : public testing::Test {
+ protected:
+  std::string Sub(const std::string& rel) {
+    const std::string p = dir.Path() + "/" + rel;
+    fs::create_directories(p);
+    return p;
+  }
+  std::string Put(const std::string& rel, const Bytes& bytes) {
+    const std::string p = dir.Path() + "/" + rel;
+    fs::create_directories(fs::path(p).parent_path());
+    EXPECT_TRUE(kpztest::WriteFileBytes(p, bytes));
+    return p;
+  }
+  Result Run(const std::vector<std::string>& args, int stderrFd = -1) {
+    return kpztool::RunTool(args, dir.Path(), dir.Path(), stderrFd);
+  }
+
+  kpztest::TempDir dir;
+};
+
+// A small valid file whose ISO speed and thumbnail carry `i`.
+Bytes Good(int i) {
+  KpzSpec spec;
+  spec.order = i % 2 == 0 ? DtNlLittleEndian : DtNlBigEndian;
+  spec.isoSpeed = static_cast<std::uint16_t>(100 + i);
+  spec.thumbnail = kpztest::FakeJpeg(32, static_cast<std::uint8_t>(i));
+  return kpztest::BuildKpz(spec);
+}
+
+Bytes NoMakerNote() {
+  KpzSpec spec;
+  spec.hasMakerNote = false;
+  return kpztest::BuildKpz(spec);
+}
+
+TEST_F(KpzToolBatch, ThousandFilesWithBrokenOnesEndWithTheRightSummary) {
+  Sub("in");
+  int junk = 0;
+  int noNote = 0;
+  std::vector<bool> good(1000, true);
+  for (int i = 0; i < 1000; ++i) {
+    if (i % 50 == 7) {
+      Put("in/" + Name(i), Bytes(40, 'j'));
+      good[static_cast<std::size_t>(i)] = false;
+      ++junk;
+    } else if (i % 97 == 3) {
+      Put("in/" + Name(i), NoMakerNote());
+      good[static_cast<std::size_t>(i)] = false;
+      ++noNote;
+    } else {
+      Put("in/" + Name(i), Good(i));
+    }
+  }
+  const int ok = 1000 - junk - noNote;
+  const std::string summary =
+      "kpz: 1000 files: " + std::to_string(ok) + " done, " + std::to_string(junk + noNote) +
+      " failed\n"
+      "kpz:   " + std::to_string(junk) + " not a KPZ raw file (no TIFF header)\n"
+      "kpz:   " + std::to_string(noNote) +
+      " not a KPZ raw file (camera model, Exif data or maker note missing)\n";
+  ASSERT_GT(junk, noNote);
+
+  const Result info = Run({"info", "--json", "-j", "8", "in"});
+  EXPECT_EQ(info.exit, 1);
+  ASSERT_GE(info.err.size(), summary.size());
+  EXPECT_EQ(info.err.substr(info.err.size() - summary.size()), summary);
+  EXPECT_EQ(Lines(info.err).size(), static_cast<std::size_t>(junk + noNote + 3));
+  const std::vector<std::string> lines = Lines(Text(info.out));
+  ASSERT_EQ(lines.size(), 1000u);
+  for (int i = 0; i < 1000; ++i) {
+    const Json j = Json::parse(lines[static_cast<std::size_t>(i)], nullptr, false);
+    ASSERT_FALSE(j.is_discarded()) << i;
+    EXPECT_EQ(j["file"], "in/" + Name(i));
+    if (good[static_cast<std::size_t>(i)]) {
+      EXPECT_EQ(j["isoSpeed"]["value"], 100 + i) << i;
+    } else {
+      EXPECT_FALSE(j["error"].is_null()) << i;
+    }
+  }
+
+  const Result thumbs = Run({"thumbnail", "in", "-o", "out"});
+  EXPECT_EQ(thumbs.exit, 1);
+  ASSERT_GE(thumbs.err.size(), summary.size());
+  EXPECT_EQ(thumbs.err.substr(thumbs.err.size() - summary.size()), summary);
+  const std::vector<std::string> written = Listing(dir.Path() + "/out");
+  EXPECT_EQ(written.size(), static_cast<std::size_t>(ok));  // no temporary files left
+  for (int i : {0, 1, 998, 999}) {
+    ASSERT_TRUE(good[static_cast<std::size_t>(i)]);
+    char name[32];
+    std::snprintf(name, sizeof name, "f%04d.thumb.jpg", i);
+    EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/out/" + name),
+              kpztest::FakeJpeg(32, static_cast<std::uint8_t>(i)));
+  }
+  EXPECT_FALSE(fs::exists(dir.Path() + "/out/f0007.thumb.jpg"));  // junk: nothing written
+}
+
+TEST_F(KpzToolBatch, PreviewOfADirectoryGoesNextToEachInputInOrder) {
+  Put("d/b.kpz", Good(2));
+  Put("d/a.kpz", Good(1));
+  Put("d/c.txt", Bytes(3, 'x'));
+  const Result r = Run({"preview", "d"});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(Text(r.out),
+            "wrote d/a.preview.jpg (64 bytes)\n"
+            "wrote d/b.preview.jpg (64 bytes)\n");
+  EXPECT_EQ(r.err, "kpz: 2 files: 2 done, 0 failed\n");
+}
+
+TEST_F(KpzToolBatch, SeveralFilesWriteIntoTheOutputDirectoryMadeWhenMissing) {
+  const std::string a = Put("a.kpz", Good(1));
+  const std::string b = Put("b.kpz", Good(2));
+  const Result r = Run({"thumbnail", a, b, "-o", "new/sub"});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(Text(r.out),
+            "wrote new/sub/a.thumb.jpg (32 bytes)\n"
+            "wrote new/sub/b.thumb.jpg (32 bytes)\n");
+  EXPECT_EQ(Listing(dir.Path() + "/new/sub"),
+            (std::vector<std::string>{"a.thumb.jpg", "b.thumb.jpg"}));
+}
+
+TEST_F(KpzToolBatch, BrokenFilesLeaveNoOutputAndKeepAnOldOne) {
+  Put("in/good.kpz", Good(1));
+  Put("in/bad.kpz", Bytes(40, 'j'));
+  Put("out/bad.preview.jpg", Bytes{'o', 'l', 'd'});
+  const Result r = Run({"preview", "in", "-o", "out"});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(Text(r.out), "wrote out/good.preview.jpg (64 bytes)\n");
+  EXPECT_EQ(r.err,
+            "kpz: in/bad.kpz: not a KPZ raw file (no TIFF header)\n"
+            "kpz: 2 files: 1 done, 1 failed\n"
+            "kpz:   1 not a KPZ raw file (no TIFF header)\n");
+  EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/out/bad.preview.jpg"), (Bytes{'o', 'l', 'd'}));
+  EXPECT_EQ(Listing(dir.Path() + "/out"),
+            (std::vector<std::string>{"bad.preview.jpg", "good.preview.jpg"}));
+}
+
+TEST_F(KpzToolBatch, StandardOutputTakesOneFileOnly) {
+  const std::string a = Put("a.kpz", Good(1));
+  const Result r = Run({"preview", a, a, "-o", "-"});
+  EXPECT_EQ(r.exit, 2);
+  EXPECT_EQ(r.err,
+            "kpz: -o - (standard output) takes one FILE; with several, -o names a directory\n");
+  EXPECT_TRUE(r.out.empty());
+}
+
+TEST_F(KpzToolBatch, OutputDirectoryBlockedByAFileIsExit3) {
+  const std::string a = Put("a.kpz", Good(1));
+  Put("blocked", Bytes{1});
+  const Result r = Run({"preview", a, a, "-o", "blocked"});
+  EXPECT_EQ(r.exit, 3);
+  EXPECT_EQ(r.err.rfind("kpz: blocked: cannot make the output directory", 0), 0u) << r.err;
+}
+
+TEST_F(KpzToolBatch, TwoInputsWithOneOutputNameTheFirstWins) {
+  Put("in/a/x.kpz", Good(1));
+  Put("in/b/x.kpz", Good(2));
+  const Result r = Run({"thumbnail", "-r", "in", "-o", "out"});
+  EXPECT_EQ(r.exit, 3);
+  EXPECT_EQ(Text(r.out), "wrote out/x.thumb.jpg (32 bytes)\n");
+  EXPECT_EQ(r.err,
+            "kpz: in/b/x.kpz: not written: out/x.thumb.jpg is the output of in/a/x.kpz\n"
+            "kpz: 2 files: 1 done, 1 failed\n"
+            "kpz:   1 output name already used by an earlier input\n");
+  EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/out/x.thumb.jpg"), kpztest::FakeJpeg(32, 1));
+}
+
+TEST_F(KpzToolBatch, ExitStatusIsTheHighestOfTheFiles) {
+  Put("in/a/x.kpz", Good(1));
+  Put("in/b/x.kpz", Good(2));
+  Put("in/c/y.kpz", Bytes(9, 'j'));
+  EXPECT_EQ(Run({"preview", "-r", "in", "-o", "out"}).exit, 3);  // 1 and 3
+  EXPECT_EQ(Run({"preview", "-r", "in"}).exit, 1);                // 1 only
+}
+
+TEST_F(KpzToolBatch, RecursionAndExtensionsChooseTheFiles) {
+  Put("in/a.kpz", Good(1));
+  Put("in/B.DNG", Good(2));
+  Put("in/sub/c.kpz", Good(3));
+  Put("in/.hidden.kpz", Good(4));
+  Put("in/notes.txt", Bytes(3, 'x'));
+  const auto files = [](const Result& r) {
+    std::vector<std::string> names;
+    for (const std::string& line : Lines(Text(r.out))) {
+      names.push_back(Json::parse(line)["file"]);
+    }
+    return names;
+  };
+  EXPECT_EQ(files(Run({"info", "--json", "in"})), (std::vector<std::string>{"in/a.kpz"}));
+  EXPECT_EQ(files(Run({"info", "--json", "-r", "in"})),
+            (std::vector<std::string>{"in/a.kpz", "in/sub/c.kpz"}));
+  EXPECT_EQ(files(Run({"info", "--json", "--ext", "dng,KPZ", "in"})),
+            (std::vector<std::string>{"in/B.DNG", "in/a.kpz"}));
+  EXPECT_EQ(files(Run({"info", "--json", "--ext", "dng", "--ext", "kpz", "-r", "in"})),
+            (std::vector<std::string>{"in/B.DNG", "in/a.kpz", "in/sub/c.kpz"}));
+  const Result all = Run({"info", "--json", "--ext", "*", "in"});
+  EXPECT_EQ(files(all), (std::vector<std::string>{"in/B.DNG", "in/a.kpz", "in/notes.txt"}));
+  EXPECT_EQ(all.exit, 1);  // notes.txt is no KPZ file
+}
+
+TEST_F(KpzToolBatch, DirectoryWithoutFilesLeavesNothingToDo) {
+  Sub("empty");
+  const Result r = Run({"info", "empty", "--ext", "dng"});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(r.err, "kpz: no files to work on: the directories named hold no file ending in .dng\n");
+}
+
+TEST_F(KpzToolBatch, OrderIsStableWhateverTheJobs) {
+  for (int i = 0; i < 40; ++i) {
+    KpzSpec spec;
+    spec.isoSpeed = static_cast<std::uint16_t>(i);
+    spec.minTotalSize = static_cast<std::uint32_t>((40 - i) * 4096);  // early files are slow
+    Put("in/" + Name(i), kpztest::BuildKpz(spec));
+  }
+  const Result one = Run({"info", "-j", "1", "in"});
+  const Result many = Run({"info", "-j", "16", "in"});
+  EXPECT_EQ(one.exit, 0);
+  EXPECT_EQ(many.exit, 0);
+  EXPECT_EQ(Text(many.out), Text(one.out));
+  EXPECT_EQ(many.err, "kpz: 40 files: 40 done, 0 failed\n");
+}
+
+TEST_F(KpzToolBatch, VerboseLibraryLinesStayWholeWithManyJobs) {
+  std::vector<std::string> args = {"info", "-v", "-j", "4"};
+  for (int i = 0; i < 30; ++i) {
+    args.push_back(dir.Path() + "/gone" + std::to_string(i) + ".kpz");
+  }
+  const Result r = Run(args);
+  EXPECT_EQ(r.exit, 1);
+  int library = 0;
+  int tool = 0;
+  for (const std::string& line : Lines(r.err)) {
+    if (line.rfind("kpz: ", 0) == 0) {
+      ++tool;
+    } else {
+      ++library;
+      EXPECT_EQ(line.rfind("\033[", 0), 0u) << line;
+      EXPECT_EQ(line.substr(line.size() - 4), "\033[0m") << line;
+    }
+  }
+  EXPECT_EQ(tool, 30 + 2);  // one per file, the summary and its one reason
+  EXPECT_GE(library, 30);
+}
+
+TEST_F(KpzToolBatch, NoProgressBarWhenStandardErrorIsAFile) {
+  for (int i = 0; i < 60; ++i) {
+    Put("in/" + Name(i), Good(i));
+  }
+  const Result r = Run({"info", "in"});
+  EXPECT_EQ(r.exit, 0);
+  EXPECT_EQ(r.err, "kpz: 60 files: 60 done, 0 failed\n");
+}
+
+TEST_F(KpzToolBatch, ProgressBarOnATerminalForALongRun) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+    if (master >= 0) close(master);
+    GTEST_SKIP() << "no pseudo-terminals here";
+  }
+  const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
+  ASSERT_GE(slave, 0);
+  for (int i = 0; i < 60; ++i) {
+    Put("in/" + Name(i), Good(i));
+  }
+  const Result r = Run({"info", "--json", "in"}, slave);
+  close(slave);
+  EXPECT_EQ(r.exit, 0);
+  EXPECT_EQ(Lines(Text(r.out)).size(), 60u);  // standard output is untouched
+  std::string term;
+  fcntl(master, F_SETFL, O_NONBLOCK);
+  char buf[4096];
+  for (;;) {  // ends when the terminal has nothing more
+    const ssize_t n = read(master, buf, sizeof buf);
+    if (n <= 0) break;
+    term.append(buf, static_cast<std::size_t>(n));
+  }
+  close(master);
+  EXPECT_NE(term.find("\rkpz: ["), std::string::npos) << term;
+  EXPECT_NE(term.find("] 60/60 files\033[K"), std::string::npos) << term;
+  EXPECT_NE(term.find("\r\033[Kkpz: 60 files: 60 done, 0 failed"), std::string::npos) << term;
+}
+
+}  // namespace
+
+#else
+
+TEST(KpzToolBatch, NeedsTheToolTheSampleAndItsGenerator) {
+  GTEST_SKIP() << "the kpz tool is not built";
+}
+
+#endif

@@ -1,0 +1,364 @@
+// KpzToolInfoTest.cpp - `kpz info` run as a program: the JSON of the bundled
+// sample and of generated files of both byte orders compared field by field
+// with what the library's getters return (called here, in process), JSON
+// Lines validity, the text table, failures and exit codes.
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TOOL) && defined(KPZ_SAMPLE) && defined(KPZ_MAKE_SAMPLE)
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+#include "KpzToolRunner.h"
+#include "raw/DtRaw.h"
+#include "support/KpzFileBuilder.h"
+#include "support/LogExpect.h"
+
+namespace {
+
+using Json = nlohmann::json;
+using kpztest::Bytes;
+using kpztest::KpzLayout;
+using kpztest::KpzSpec;
+using kpztool::Lines;
+using kpztool::Result;
+using kpztool::Text;
+
+// `got` is {"result": result, <fields>}: the fields as given when result is
+// 0, null otherwise, and nothing else.
+void Check(const Json& got, const char* name, int result, const Json& fields) {
+  SCOPED_TRACE(name);
+  ASSERT_TRUE(got.is_object()) << got;
+  EXPECT_EQ(got.size(), fields.size() + 1) << got;
+  EXPECT_EQ(got["result"], result);
+  for (auto it = fields.begin(); it != fields.end(); ++it) {
+    ASSERT_TRUE(got.contains(it.key())) << it.key();
+    if (result == 0) {
+      EXPECT_EQ(got[it.key()], it.value()) << it.key();
+    } else {
+      EXPECT_TRUE(got[it.key()].is_null()) << it.key() << " " << got;
+    }
+  }
+}
+
+// Compares the tool's object for `path` with the getters of a DtRaw of our own.
+void ExpectMatchesTheGetters(const Json& j, const std::string& path) {
+  DtRaw raw;
+  int init = 0;
+  kpztest::CaptureStderr([&] { init = raw.Initialize(path.c_str()); });
+  ASSERT_EQ(init, 0);
+  EXPECT_EQ(j["file"], path);
+  EXPECT_EQ(j["result"], 0);
+  EXPECT_TRUE(j["error"].is_null());
+  kpztest::CaptureStderr([&] {
+    char name[256] = {};
+    int r = raw.GetMakerName(name, sizeof name);
+    Check(j["make"], "make", r, {{"value", std::string(name)}});
+    r = raw.GetModelName(name, sizeof name);
+    Check(j["model"], "model", r, {{"value", std::string(name)}});
+
+    DtRawDateTime dt;
+    r = raw.GetOrgDateTime(&dt);
+    Check(j["dateTimeOriginal"], "dateTimeOriginal", r,
+          {{"year", dt.m_year}, {"month", dt.m_month}, {"day", dt.m_day}, {"hour", dt.m_hour},
+           {"minute", dt.m_minute}, {"second", dt.m_second}});
+
+    const struct {
+      const char* key;
+      int (DtRaw::*getter)(unsigned int*, unsigned int*);
+    } fractions[] = {{"exposureTime", &DtRaw::GetExposureTime},
+                     {"fNumber", &DtRaw::GetFNumber},
+                     {"focalLength", &DtRaw::GetRealFocalLength},
+                     {"focalLength35mm", &DtRaw::Get35mmFocalLength}};
+    for (const auto& f : fractions) {
+      unsigned int num = 0;
+      unsigned int den = 0;
+      r = (raw.*f.getter)(&num, &den);
+      Check(j[f.key], f.key, r, {{"numerator", num}, {"denominator", den}});
+    }
+    int sNum = 0;
+    int sDen = 0;
+    r = raw.GetExposureBias(&sNum, &sDen);
+    Check(j["exposureBias"], "exposureBias", r, {{"numerator", sNum}, {"denominator", sDen}});
+
+    unsigned short u16 = 0;
+    r = raw.GetISOSpeed(&u16);
+    Check(j["isoSpeed"], "isoSpeed", r, {{"value", u16}});
+    r = raw.GetRawImageWidth(&u16);
+    Check(j["rawImageWidth"], "rawImageWidth", r, {{"value", u16}});
+    r = raw.GetRawImageHeight(&u16);
+    Check(j["rawImageHeight"], "rawImageHeight", r, {{"value", u16}});
+    r = raw.GetExifVersion(&u16);
+    Check(j["exifVersion"], "exifVersion", r, {{"value", u16}});
+    r = raw.GetIobVersion(&u16);
+    Check(j["iobVersion"], "iobVersion", r, {{"value", u16}});
+
+    short s16 = 0;
+    r = raw.GetColorSpace(&s16);
+    Check(j["colorSpace"], "colorSpace", r, {{"value", s16}});
+    r = raw.GetCustomRendered(&s16);
+    Check(j["customRendered"], "customRendered", r, {{"value", s16}});
+
+    unsigned char u8 = 0;
+    r = raw.GetExposureProgram(&u8);
+    Check(j["exposureProgram"], "exposureProgram", r, {{"value", u8}});
+    r = raw.GetT593Mode(&u8);
+    Check(j["t593Mode"], "t593Mode", r, {{"value", u8}});
+    r = raw.GetRotationInfo(&u8);
+    Check(j["rotation"], "rotation", r,
+          {{"code", u8}, {"exifOrientation", DtRaw::convRotInfoUsetoStd(u8)}});
+
+    DtRawFlashInfo flash;
+    r = raw.GetFlashInfo(&flash);
+    Check(j["flash"], "flash", r,
+          {{"fired", flash.m_fired}, {"return", flash.m_return}, {"mode", flash.m_mode},
+           {"function", flash.m_function}, {"redEye", flash.m_redEye}});
+
+    const char* index = nullptr;
+    int indexSize = 0;
+    r = raw.GetIobIndex(&index, &indexSize);
+    std::string indexText;
+    if (r == 0) {
+      indexText.assign(index, static_cast<std::size_t>(indexSize));
+      indexText = indexText.substr(0, indexText.find('\0'));
+    }
+    Check(j["iobIndex"], "iobIndex", r, {{"value", indexText}, {"size", indexSize}});
+
+    DtRawScreennailInfo scn;
+    r = raw.GetScreennailInfo(&scn);
+    Check(j["screennail"], "screennail", r,
+          {{"offset", scn.m_fileOffset}, {"size", scn.m_size}, {"width", scn.m_horizon},
+           {"height", scn.m_vertical}});
+    DtRawThumbnailInfo thumb;
+    r = raw.GetThumbnailInfo(&thumb);
+    Check(j["thumbnail"], "thumbnail", r,
+          {{"offset", thumb.m_fileOffset}, {"size", thumb.m_size},
+           {"compression", thumb.m_compression}, {"rotation", thumb.m_rotation}});
+  });
+  EXPECT_EQ(j.size(), 25u);
+}
+
+class KpzToolInfo : public testing::Test {
+ protected:
+  std::string Write(const std::string& name, const KpzSpec& spec, KpzLayout* where = nullptr) {
+    const std::string path = dir.Write(name, kpztest::BuildKpz(spec, where));
+    EXPECT_FALSE(path.empty());
+    return path;
+  }
+  Result Run(const std::vector<std::string>& args) {
+    return kpztool::RunTool(args, dir.Path(), dir.Path());
+  }
+  // Every line of standard output parsed; fails on a line that is not JSON.
+  std::vector<Json> JsonLines(const Result& r) {
+    std::vector<Json> objects;
+    const std::string out = Text(r.out);
+    EXPECT_TRUE(out.empty() || out.back() == '\n');
+    for (const std::string& line : Lines(out)) {
+      objects.push_back(Json::parse(line, nullptr, false));
+      EXPECT_FALSE(objects.back().is_discarded()) << line;
+    }
+    return objects;
+  }
+
+  kpztest::TempDir dir;
+};
+
+// A spec that sets every value to something other than the builder's default.
+KpzSpec Unusual(DtNlByteOrder order) {
+  KpzSpec spec;
+  spec.order = order;
+  spec.make = "KAVI Corporation";
+  spec.orientation = 8;
+  spec.thumbnailOrientation = 5;
+  spec.dateTimeOriginal = "2019 07 04 08:09:10";
+  spec.exposureTime = std::make_pair(3u, 2u);  // 1.5 s: the library reports 1/0
+  spec.fNumber = std::make_pair(71u, 10u);
+  spec.isoSpeed = 3200;
+  spec.exposureBias = std::make_pair(-7, 10);
+  spec.exposureProgram = 7;
+  spec.focalLength = std::make_pair(2400u, 100u);
+  spec.focalLength35 = 36;
+  spec.flash = 0x4F;
+  spec.colorSpace = 0xFFFF;
+  spec.customRendered = 1;
+  spec.pixelX = 65535;
+  spec.pixelY = 1;
+  spec.exifVersion = "0231";
+  spec.iobIndex = "THM";
+  spec.thumbnailCompression = 1;
+  spec.scnHeightWidth = std::make_pair(480u, 640u);
+  return spec;
+}
+
+TEST_F(KpzToolInfo, JsonOfTheBundledSampleMatchesTheGetters) {
+  const Result r = Run({"info", "--json"});
+  ASSERT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  const std::vector<Json> objects = JsonLines(r);
+  ASSERT_EQ(objects.size(), 1u);
+  ExpectMatchesTheGetters(objects[0], KPZ_SAMPLE);
+}
+
+TEST_F(KpzToolInfo, JsonOfGeneratedFilesOfBothByteOrdersMatchesTheGetters) {
+  const std::string le = Write("le.kpz", Unusual(DtNlLittleEndian));
+  const std::string be = Write("be.kpz", Unusual(DtNlBigEndian));
+  KpzSpec plain;
+  plain.order = DtNlBigEndian;
+  const std::string def = Write("def.kpz", plain);
+  const Result r = Run({"info", "--json", le, be, def});
+  ASSERT_EQ(r.exit, 0) << r.err;
+  const std::vector<Json> objects = JsonLines(r);
+  ASSERT_EQ(objects.size(), 3u);
+  ExpectMatchesTheGetters(objects[0], le);
+  ExpectMatchesTheGetters(objects[1], be);
+  ExpectMatchesTheGetters(objects[2], def);
+  // Spot checks that the comparison compared something.
+  EXPECT_EQ(objects[1]["isoSpeed"]["value"], 3200);
+  EXPECT_EQ(objects[1]["exposureTime"]["numerator"], 1);
+  EXPECT_EQ(objects[1]["exposureTime"]["denominator"], 0);
+  EXPECT_EQ(objects[1]["rotation"]["code"], 3);
+  EXPECT_EQ(objects[1]["colorSpace"]["value"], -1);
+}
+
+TEST_F(KpzToolInfo, AbsentValuesAreNullWithTheirCodeAndMatchTheGetters) {
+  KpzSpec spec;
+  spec.order = DtNlBigEndian;
+  spec.isoSpeed.reset();
+  spec.flash.reset();
+  spec.exposureTime.reset();
+  spec.iobIndex.reset();
+  spec.exifVersion = "x230";
+  spec.editExif = [](kpztest::Ifd& ifd) {
+    ifd.Replace(kpztest::tag::kFNumber, kpztest::kTiffRational, 2,
+                kpztest::U32sBytes({28, 10, 28, 10}, ifd.Order()));
+  };
+  const std::string path = Write("a.kpz", spec);
+  const Result r = Run({"info", "--json", path});
+  ASSERT_EQ(r.exit, 0) << r.err;
+  const std::vector<Json> objects = JsonLines(r);
+  ASSERT_EQ(objects.size(), 1u);
+  ExpectMatchesTheGetters(objects[0], path);
+  EXPECT_EQ(objects[0]["isoSpeed"], Json::parse(R"({"result":-100,"value":null})"));
+  EXPECT_EQ(objects[0]["exifVersion"], Json::parse(R"({"result":-401,"value":null})"));
+  EXPECT_EQ(objects[0]["fNumber"]["result"], -402);
+}
+
+TEST_F(KpzToolInfo, EveryFileGetsOneLineInInputOrderAndFailuresSayWhy) {
+  const std::string a = Write("a.kpz", KpzSpec());
+  const std::string text = dir.Write("t.kpz", Bytes(100, 'x'));
+  const std::string gone = dir.Path() + "/gone.kpz";
+  const Result r = Run({"info", "--json", "-j", "3", text, a, gone, a});
+  EXPECT_EQ(r.exit, 1);
+  const std::vector<Json> objects = JsonLines(r);
+  ASSERT_EQ(objects.size(), 4u);
+  EXPECT_EQ(objects[0], Json::parse(R"({"file":")" + text +
+                                    R"j(","result":-400,"error":"not a KPZ raw file (no TIFF header)"})j"));
+  ExpectMatchesTheGetters(objects[1], a);
+  EXPECT_EQ(objects[2], Json::parse(R"({"file":")" + gone +
+                                    R"(","result":-302,"error":"file not found"})"));
+  ExpectMatchesTheGetters(objects[3], a);
+  EXPECT_EQ(r.err, "kpz: " + text + ": not a KPZ raw file (no TIFF header)\n"
+                   "kpz: " + gone + ": file not found\n"
+                   "kpz: 4 files: 2 done, 2 failed\n"
+                   "kpz:   1 file not found\n"
+                   "kpz:   1 not a KPZ raw file (no TIFF header)\n");
+}
+
+TEST_F(KpzToolInfo, TableOfAGeneratedFile) {
+  KpzLayout where;
+  const std::string path = Write("u.kpz", Unusual(DtNlBigEndian), &where);
+  const Result r = Run({"info", path});
+  ASSERT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(Text(r.out),
+            path + "\n"
+            "  Maker             KAVI Corporation\n"
+            "  Model             DSLR-M100\n"
+            "  Date taken        2019-07-04 08:09:10\n"
+            "  Exposure time     1/0 s (longer than 1 s; the exact time is not kept)\n"
+            "  F-number          f/7.1\n"
+            "  ISO               3200\n"
+            "  Exposure bias     -0.7 EV\n"
+            "  Exposure program  portrait mode\n"
+            "  Focal length      24 mm (36 mm in 35 mm film)\n"
+            "  Flash             fired, compulsory flash firing, return light detected, "
+            "red-eye reduction\n"
+            "  Orientation       rotated 90° counter-clockwise\n"
+            "  Raw image size    65535 x 1 pixels\n"
+            "  Colour space      uncalibrated\n"
+            "  Custom rendered   custom process\n"
+            "  Exif version      2.31\n"
+            "  Iob version       1.00\n"
+            "  Iob index         THM\n"
+            "  T593 mode         0\n"
+            "  Preview           64 bytes at offset " + std::to_string(where.screennail) +
+            ", 640 x 480 pixels\n"
+            "  Thumbnail         32 bytes at offset " + std::to_string(where.thumbnail) +
+            ", uncompressed (compression 1)\n");
+}
+
+TEST_F(KpzToolInfo, AbsentValuesReadNotRecordedInTheTable) {
+  KpzSpec spec;
+  spec.isoSpeed.reset();
+  spec.orientation.reset();
+  spec.ifd0ScreennailTags = false;
+  const std::string path = Write("n.kpz", spec);
+  const Result r = Run({"info", path});
+  ASSERT_EQ(r.exit, 0) << r.err;
+  const std::string out = Text(r.out);
+  for (const char* line : {"  ISO               not recorded\n",
+                           "  Orientation       not recorded\n",
+                           "  Preview           not recorded\n"}) {
+    EXPECT_NE(out.find(line), std::string::npos) << line << out;
+  }
+}
+
+TEST_F(KpzToolInfo, TablesOfSeveralFilesAreSeparatedByABlankLine) {
+  const std::string a = Write("a.kpz", KpzSpec());
+  const std::string gone = dir.Path() + "/gone.kpz";
+  const Result one = Run({"info", a});
+  const Result r = Run({"info", a, gone, a});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_EQ(Text(r.out), Text(one.out) + "\n" + Text(one.out));
+  EXPECT_EQ(r.err, "kpz: " + gone + ": file not found\n"
+                   "kpz: 3 files: 2 done, 1 failed\n"
+                   "kpz:   1 file not found\n");
+}
+
+TEST_F(KpzToolInfo, WithoutFileTheBundledSampleIsShown) {
+  const Result r = Run({"info"});
+  ASSERT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(Text(r.out).find(std::string(KPZ_SAMPLE) + "\n  Maker             KAVI\n"), 0u)
+      << Text(r.out);
+}
+
+TEST_F(KpzToolInfo, OneMissingFileIsExit1WithoutSummary) {
+  const std::string gone = dir.Path() + "/gone.kpz";
+  const Result r = Run({"info", gone});
+  EXPECT_EQ(r.exit, 1);
+  EXPECT_TRUE(r.out.empty());
+  EXPECT_EQ(r.err, "kpz: " + gone + ": file not found\n");
+}
+
+TEST_F(KpzToolInfo, VerboseShowsTheLibraryLines) {
+  const std::string gone = dir.Path() + "/gone.kpz";
+  const Result quiet = Run({"info", gone});
+  const Result loud = Run({"info", "-v", gone});
+  EXPECT_EQ(quiet.err.find("fopen"), std::string::npos);
+  EXPECT_EQ(loud.err.find(kpztest::ErrLine("jni/util/io/DtNlFileIo.cpp", "Open", 77,
+                                           "fopen(filePath: " + gone + ") err(2).")),
+            0u)
+      << loud.err;
+}
+
+}  // namespace
+
+#else
+
+TEST(KpzToolInfo, NeedsTheToolTheSampleAndItsGenerator) {
+  GTEST_SKIP() << "the kpz tool is not built";
+}
+
+#endif

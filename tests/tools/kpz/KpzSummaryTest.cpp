@@ -1,0 +1,69 @@
+// KpzSummaryTest.cpp - the closing lines and the exit status of a kpz batch
+// (tools/kpz/KpzSummary).
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TEST_HAVE_TOOL)
+
+#include "kpz/KpzSummary.h"
+
+namespace {
+
+TEST(KpzSummary, AllDoneGivesOneLineAndStatusZero) {
+  KpzSummary s;
+  s.Add(0, "");
+  s.Add(0, "");
+  EXPECT_EQ(s.Render(), "kpz: 2 files: 2 done, 0 failed\n");
+  EXPECT_EQ(s.ExitStatus(), 0);
+  EXPECT_EQ(s.Files(), 2u);
+  EXPECT_EQ(s.Done(), 2u);
+  EXPECT_EQ(s.Failed(), 0u);
+}
+
+TEST(KpzSummary, ReasonsAreListedMostFrequentFirstTiesAlphabetically) {
+  KpzSummary s;
+  s.Add(1, "not a KPZ raw file (no TIFF header)");
+  s.Add(0, "");
+  s.Add(1, "file not found");
+  s.Add(1, "not a KPZ raw file (no TIFF header)");
+  s.Add(3, "cannot write");
+  s.Add(1, "b reason");
+  EXPECT_EQ(s.Render(),
+            "kpz: 6 files: 1 done, 5 failed\n"
+            "kpz:   2 not a KPZ raw file (no TIFF header)\n"
+            "kpz:   1 b reason\n"
+            "kpz:   1 cannot write\n"
+            "kpz:   1 file not found\n");
+}
+
+TEST(KpzSummary, ExitStatusIsTheHighestOfTheFailures) {
+  KpzSummary s;
+  s.Add(1, "x");
+  EXPECT_EQ(s.ExitStatus(), 1);
+  s.Add(3, "y");
+  EXPECT_EQ(s.ExitStatus(), 3);
+  s.Add(2, "z");
+  EXPECT_EQ(s.ExitStatus(), 3);
+  s.Add(0, "");
+  EXPECT_EQ(s.ExitStatus(), 3);
+}
+
+TEST(KpzSummary, OneFileIsSingularAndAnEmptyReasonReadsFailed) {
+  KpzSummary s;
+  s.Add(2, "");
+  EXPECT_EQ(s.Render(), "kpz: 1 file: 0 done, 1 failed\nkpz:   1 failed\n");
+  EXPECT_EQ(s.ExitStatus(), 2);
+}
+
+TEST(KpzSummary, NothingAddedCountsNothing) {
+  const KpzSummary s;
+  EXPECT_EQ(s.Render(), "kpz: 0 files: 0 done, 0 failed\n");
+  EXPECT_EQ(s.ExitStatus(), 0);
+}
+
+}  // namespace
+
+#else
+
+TEST(KpzSummary, NeedsTheKpzTool) { GTEST_SKIP() << "the kpz tool is not built"; }
+
+#endif
