@@ -19,6 +19,23 @@
 #   target_link_libraries(KpzInterface PRIVATE kpz::jni kpz::android_log)
 include_guard(GLOBAL)
 
+# Android (the NDK's toolchain file): jni.h comes with the NDK's sysroot and the
+# log library is the NDK's `log`; no JDK is looked for, even when JAVA_HOME is
+# set in the environment, so the host JDK's headers can never be taken.
+if(ANDROID)
+  find_path(KPZ_NDK_JNI_INCLUDE_DIR jni.h)
+  if(KPZ_NDK_JNI_INCLUDE_DIR AND NOT TARGET kpz::jni)
+    add_library(kpz::jni INTERFACE IMPORTED GLOBAL)
+    set_target_properties(kpz::jni PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "${KPZ_NDK_JNI_INCLUDE_DIR}")
+  endif()
+  if(NOT TARGET kpz::android_log)
+    add_library(kpz::android_log INTERFACE IMPORTED GLOBAL)
+    set_target_properties(kpz::android_log PROPERTIES INTERFACE_LINK_LIBRARIES log)
+  endif()
+  set_property(GLOBAL PROPERTY KPZ_JAVA_HOME "")
+  return()
+endif()
+
 # Take the JDK of the `javac` on the PATH unless JAVA_HOME names one, so that
 # the headers and the Java compiler and runtime come from the same JDK.
 set(KPZ_JAVA_HOME "")

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -160,12 +161,16 @@ TEST_P(KpzFileBuilderOrder, BuiltFileLinksEveryDirectoryToItsLayoutPosition) {
   const std::size_t sn = FindEntry(b, at.ifd0, kpztest::tag::kJpegOffset, order);
   ASSERT_NE(sn, 0u);
   EXPECT_EQ(Get(b, sn + 8, 4, order), at.screennail);
-  EXPECT_EQ(Bytes(b.begin() + at.screennail, b.begin() + at.screennail + 64), spec.screennail);
+  EXPECT_EQ(Bytes(b.begin() + static_cast<std::ptrdiff_t>(at.screennail),
+                  b.begin() + static_cast<std::ptrdiff_t>(at.screennail) + 64),
+            spec.screennail);
 
   const std::size_t tn = FindEntry(b, at.ifd1, kpztest::tag::kJpegOffset, order);
   ASSERT_NE(tn, 0u);
   EXPECT_EQ(Get(b, tn + 8, 4, order), at.thumbnail);
-  EXPECT_EQ(Bytes(b.begin() + at.thumbnail, b.begin() + at.thumbnail + 32), spec.thumbnail);
+  EXPECT_EQ(Bytes(b.begin() + static_cast<std::ptrdiff_t>(at.thumbnail),
+                  b.begin() + static_cast<std::ptrdiff_t>(at.thumbnail) + 32),
+            spec.thumbnail);
 
   const std::size_t mn = FindEntry(b, at.exif, kpztest::tag::kMakerNote, order);
   ASSERT_NE(mn, 0u);
@@ -193,7 +198,9 @@ TEST_P(KpzFileBuilderOrder, M372FileHasKaviHeaderAndKmMakerNote) {
   kpztest::KpzLayout at;
   const Bytes b = kpztest::BuildKpz(spec, &at);
   EXPECT_EQ(b.size(), 0x12000u);
-  EXPECT_EQ(std::string(b.begin() + at.makerNote, b.begin() + at.makerNote + 4), "KAVI");
+  EXPECT_EQ(std::string(b.begin() + static_cast<std::ptrdiff_t>(at.makerNote),
+                        b.begin() + static_cast<std::ptrdiff_t>(at.makerNote) + 4),
+            "KAVI");
   EXPECT_EQ(at.makerNoteDir, at.makerNote + 12);
   const std::size_t kmPtr = FindEntry(b, at.makerNoteDir, kpztest::tag::kKmPointer, order);
   ASSERT_NE(kmPtr, 0u);
@@ -207,7 +214,8 @@ TEST_P(KpzFileBuilderOrder, M372FileHasKaviHeaderAndKmMakerNote) {
   const std::size_t model = FindEntry(b, at.ifd0, kpztest::tag::kModel, order);
   ASSERT_NE(model, 0u);
   const std::uint32_t modelAt = Get(b, model + 8, 4, order);
-  EXPECT_EQ(std::string(b.begin() + modelAt, b.begin() + modelAt + 10),
+  EXPECT_EQ(std::string(b.begin() + static_cast<std::ptrdiff_t>(modelAt),
+                        b.begin() + static_cast<std::ptrdiff_t>(modelAt) + 10),
             std::string("DSLR-M372\0", 10));
 }
 

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <functional>
@@ -149,8 +150,8 @@ class Target {
   }
   // `image` with IFD0's 20 DateTime bytes over IFD1's.
   Bytes WithSyncedDateTime(Bytes image) const {
-    const Bytes ifd0(Original().begin() + pos.ifd0DateTime,
-                     Original().begin() + pos.ifd0DateTime + 20);
+    const Bytes ifd0(Original().begin() + static_cast<std::ptrdiff_t>(pos.ifd0DateTime),
+                     Original().begin() + static_cast<std::ptrdiff_t>(pos.ifd0DateTime) + 20);
     return kpztest::Patched(std::move(image), pos.ifd1DateTime, ifd0);
   }
 
@@ -212,7 +213,8 @@ TEST_P(DtRawUpdate, RotationIsQueuedThenWrittenAtBothOrientationsWithTimesKept) 
   // Orientation 6 in the file's order: 06 00 little endian, 00 06 big endian.
   const Bytes want = t.WithOrientation(6, true, true);
   const Bytes six = Order() == DtNlLittleEndian ? Bytes{0x06, 0x00} : Bytes{0x00, 0x06};
-  EXPECT_EQ(Bytes(want.begin() + t.pos.ifd0Orientation, want.begin() + t.pos.ifd0Orientation + 2),
+  EXPECT_EQ(Bytes(want.begin() + static_cast<std::ptrdiff_t>(t.pos.ifd0Orientation),
+                  want.begin() + static_cast<std::ptrdiff_t>(t.pos.ifd0Orientation) + 2),
             six);
   ExpectTimes(t.Path(), kOld);
   EXPECT_EQ(t.OnDisk(), want);
@@ -277,7 +279,8 @@ TEST_P(DtRawUpdate, DifferingDateTimesMakeUpdateCopyIfd0sIntoIfd1) {
   ExpectTimes(t.Path(), kOld);  // before the file is read again
   const Bytes want = t.WithSyncedDateTime(t.WithOrientation(1, true, true));
   EXPECT_EQ(t.OnDisk(), want);
-  EXPECT_EQ(std::string(want.begin() + t.pos.ifd1DateTime, want.begin() + t.pos.ifd1DateTime + 19),
+  EXPECT_EQ(std::string(want.begin() + static_cast<std::ptrdiff_t>(t.pos.ifd1DateTime),
+                        want.begin() + static_cast<std::ptrdiff_t>(t.pos.ifd1DateTime) + 19),
             "2010:05:01 12:34:56");
 }
 

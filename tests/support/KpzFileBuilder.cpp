@@ -46,10 +46,12 @@ void PutU32(Bytes* out, std::size_t at, std::uint32_t value, DtNlByteOrder order
   std::memcpy(out->data() + at, b.data(), b.size());
 }
 
+// readdir64: a 32-bit readdir can fail with EOVERFLOW on 64-bit directory
+// cookies (a 32-bit process on a 64-bit kernel, e.g. under qemu-arm).
 void RemoveTree(const std::string& path) {
   DIR* dir = opendir(path.c_str());
   if (dir != nullptr) {
-    for (dirent* ent = readdir(dir); ent != nullptr; ent = readdir(dir)) {
+    for (dirent64* ent = readdir64(dir); ent != nullptr; ent = readdir64(dir)) {
       const std::string name = ent->d_name;
       if (name == "." || name == "..") {
         continue;

@@ -108,6 +108,10 @@ TEST(DtNlTime, FieldsInUtcCountMonthFromOneAndYearFrom1900) {
 
 TEST(DtNlTime, ClockBeyondTheBrokenDownRangeIsValidWithZeroedFields) {
   // localtime_r cannot represent this year in an int: the fields stay zero.
+  // A 32-bit time_t ends in 2038, which breaks down normally.
+  if (sizeof(time_t) < 8) {
+    GTEST_SKIP() << "time_t is 32 bits wide here";
+  }
   kpztest::FaultGuard guard;
   kpztest::SetTime(std::numeric_limits<time_t>::max());
   DtNlTime t;
