@@ -1151,12 +1151,26 @@ int DtRaw::Update(const DtNlTime* time) {
   // The stream may have replaced its channel on Open: take it afterwards.
   DtNlIo* io = m_stream->GetIo();
 
+  // Write-back never grows the file. A queued value can lie past its end only
+  // when the file is shorter than the head copy (whose rest reads as zeros);
+  // such a change is refused like a failed seek, before anything of it is
+  // written. Sizes are compared in 32 bits, the reach of a file here.
+  const UINT32 fileSize = fileStatus.GetSize();
+
   int failure = DtRawOk;
   bool written = false;
   // Bounded by the queue's length; each pass moves to the next change.
   for (DtNlNode* node = m_updateList.GetBeginNode(); node != m_updateList.GetEndNode();
        node = node->next) {
     const DtRawTagData* change = DtRawTagDataList::TagDataOf(node);
+    // Subtraction form: the offset is checked before it is subtracted.
+    if (change->m_offset > fileSize || change->m_size > fileSize - change->m_offset) {
+      DTNL_LOG(DTNL_LV_INFO, __LINE__,
+               "[Raw:Update]: Value past the end of the file!! offset=%u size=%u fileSize=%u",
+               change->m_offset, change->m_size, fileSize);
+      failure = DtRawErrSeek;
+      break;
+    }
     // Deliberate: the value's position is a signed 32-bit file offset,
     // widened with its sign.
     const long long offset = static_cast<long long>(static_cast<INT32>(change->m_offset));
