@@ -143,10 +143,10 @@ class KpzFileBuilderOrder : public testing::TestWithParam<DtNlByteOrder> {};
 
 TEST_P(KpzFileBuilderOrder, BuiltFileLinksEveryDirectoryToItsLayoutPosition) {
   const DtNlByteOrder order = GetParam();
-  kpztest::KpzSpec spec;
-  spec.order = order;
+  kpztest::KpzSpec description;
+  description.order = order;
   kpztest::KpzLayout at;
-  const Bytes b = kpztest::BuildKpz(spec, &at);
+  const Bytes b = kpztest::BuildKpz(description, &at);
   ASSERT_EQ(b.size(), at.total);
   EXPECT_EQ(Get(b, 0, 2, DtNlBigEndian), order == DtNlBigEndian ? 0x4D4Du : 0x4949u);
   EXPECT_EQ(Get(b, 2, 2, order), 42u);
@@ -163,14 +163,14 @@ TEST_P(KpzFileBuilderOrder, BuiltFileLinksEveryDirectoryToItsLayoutPosition) {
   EXPECT_EQ(Get(b, sn + 8, 4, order), at.screennail);
   EXPECT_EQ(Bytes(b.begin() + static_cast<std::ptrdiff_t>(at.screennail),
                   b.begin() + static_cast<std::ptrdiff_t>(at.screennail) + 64),
-            spec.screennail);
+            description.screennail);
 
   const std::size_t tn = FindEntry(b, at.ifd1, kpztest::tag::kJpegOffset, order);
   ASSERT_NE(tn, 0u);
   EXPECT_EQ(Get(b, tn + 8, 4, order), at.thumbnail);
   EXPECT_EQ(Bytes(b.begin() + static_cast<std::ptrdiff_t>(at.thumbnail),
                   b.begin() + static_cast<std::ptrdiff_t>(at.thumbnail) + 32),
-            spec.thumbnail);
+            description.thumbnail);
 
   const std::size_t mn = FindEntry(b, at.exif, kpztest::tag::kMakerNote, order);
   ASSERT_NE(mn, 0u);
@@ -191,12 +191,12 @@ TEST_P(KpzFileBuilderOrder, BuiltFileLinksEveryDirectoryToItsLayoutPosition) {
 
 TEST_P(KpzFileBuilderOrder, M372FileHasKaviHeaderAndKmMakerNote) {
   const DtNlByteOrder order = GetParam();
-  kpztest::KpzSpec spec;
-  spec.order = order;
-  spec.m372 = true;
-  spec.minTotalSize = 0x12000;
+  kpztest::KpzSpec description;
+  description.order = order;
+  description.m372 = true;
+  description.minTotalSize = 0x12000;
   kpztest::KpzLayout at;
-  const Bytes b = kpztest::BuildKpz(spec, &at);
+  const Bytes b = kpztest::BuildKpz(description, &at);
   EXPECT_EQ(b.size(), 0x12000u);
   EXPECT_EQ(std::string(b.begin() + static_cast<std::ptrdiff_t>(at.makerNote),
                         b.begin() + static_cast<std::ptrdiff_t>(at.makerNote) + 4),
@@ -221,13 +221,13 @@ TEST_P(KpzFileBuilderOrder, M372FileHasKaviHeaderAndKmMakerNote) {
 
 TEST_P(KpzFileBuilderOrder, PointerOverridesAndHooksReachTheBytes) {
   const DtNlByteOrder order = GetParam();
-  kpztest::KpzSpec spec;
-  spec.order = order;
-  spec.exifPointer = 0xFFFFFFFFu;
-  spec.screennailOffset = 0x20000;
-  spec.editIfd0 = [](Ifd& ifd) { ifd.AddShort(0x0112, 8); };  // duplicate orientation
+  kpztest::KpzSpec description;
+  description.order = order;
+  description.exifPointer = 0xFFFFFFFFu;
+  description.screennailOffset = 0x20000;
+  description.editIfd0 = [](Ifd& ifd) { ifd.AddShort(0x0112, 8); };  // duplicate orientation
   kpztest::KpzLayout at;
-  const Bytes b = kpztest::BuildKpz(spec, &at);
+  const Bytes b = kpztest::BuildKpz(description, &at);
   EXPECT_EQ(at.screennail, 0x20000u);
   EXPECT_EQ(b.size(), 0x20000u + 64u);
   const std::size_t exifPtr = FindEntry(b, at.ifd0, kpztest::tag::kExifPointer, order);
