@@ -1,0 +1,245 @@
+// KpzBenchRunMain.cpp - kpz_bench_run: writes a benchmark corpus, or runs one
+// job over a corpus in a plain loop, for the tools that count rather than
+// time (strace -c, valgrind --tool=callgrind, peak memory).
+//
+// Part of bench/ (preset `bench`); never run by the unit tests or CI.
+//
+//   kpz_bench_run corpus --out DIR [--files N] [--preview-bytes B]
+//                 [--filler-bytes F] [--thumbnail-bytes T] [--sparse]
+//   kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker]
+//
+// JOB is one of: main (the JNI entry's path), locate, parse (a head held in
+// memory; the heads are read before the jobs run), floor, floorhead, exiv2
+// (when built with libexiv2). --files 0 runs no job at all: the baseline to
+// subtract. --marker brackets the last job with two failing access() calls
+// on "/kpz-bench-marker/begin" and ".../end", so that a system-call trace
+// can be cut to exactly one file. At the end one line reports the jobs run,
+// the wall time and the peak resident memory (maxrss_kib) of the process.
+// Exit status 0 when every job succeeded, 1 when one failed, 2 for wrong
+// arguments.
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "BenchCorpus.h"
+#include "BenchJobs.h"
+#if KPZ_BENCH_EXIV2
+#include "BenchExiv2Job.h"
+#endif
+
+namespace {
+
+const char* const kUsage =
+    "usage: kpz_bench_run corpus --out DIR [--files N] [--preview-bytes B]\n"
+    "                     [--filler-bytes F] [--thumbnail-bytes T] [--sparse]\n"
+    "       kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker]\n"
+    "       JOB: main locate parse floor floorhead"
+#if KPZ_BENCH_EXIV2
+    " exiv2"
+#endif
+    "\n";
+
+int usage() {
+  std::fputs(kUsage, stderr);
+  return 2;
+}
+
+// Parses a whole unsigned 32-bit decimal number.
+bool parseU32(const char* text, std::uint32_t* value) {
+  char* end = nullptr;
+  const unsigned long long parsed = std::strtoull(text, &end, 10);
+  if (*text == '\0' || *text == '-' || end == nullptr || *end != '\0' || parsed > 0xFFFFFFFFull) {
+    return false;
+  }
+  *value = static_cast<std::uint32_t>(parsed);
+  return true;
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+long peakRssKib() {
+  struct rusage usage;
+  std::memset(&usage, 0, sizeof usage);
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
+
+int runCorpus(int argc, char** argv) {
+  BenchCorpusSpec plan;
+  std::string dir;
+  for (int i = 2; i < argc; ++i) {
+    const std::string arg = argv[i];
+    const bool hasValue = i + 1 < argc;
+    if (arg == "--sparse") {
+      plan.sparseFiller = true;
+    } else if (arg == "--out" && hasValue) {
+      dir = argv[++i];
+    } else if (arg == "--files" && hasValue && parseU32(argv[i + 1], &plan.files)) {
+      ++i;
+    } else if (arg == "--preview-bytes" && hasValue && parseU32(argv[i + 1], &plan.previewBytes)) {
+      ++i;
+    } else if (arg == "--filler-bytes" && hasValue && parseU32(argv[i + 1], &plan.fillerBytes)) {
+      ++i;
+    } else if (arg == "--thumbnail-bytes" && hasValue &&
+               parseU32(argv[i + 1], &plan.thumbnailBytes)) {
+      ++i;
+    } else {
+      return usage();
+    }
+  }
+  if (dir.empty()) {
+    return usage();
+  }
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<BenchFile> files;
+  std::string why;
+  if (!BenchCorpus::Generate(plan, dir, &files, &why)) {
+    std::fprintf(stderr, "kpz_bench_run: %s\n", why.c_str());
+    return 1;
+  }
+  std::printf("corpus: %zu files in %s, %.2f s\n", files.size(), dir.c_str(), secondsSince(start));
+  return 0;
+}
+
+// Runs `job` on file `index`; false when it failed.
+bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* head,
+            std::vector<UINT8>* scratch) {
+  if (job == "main") {
+    return BenchJobs::MainPath(file.path.c_str(), &BenchJobs::IgnorePreview, nullptr) ==
+           file.previewSize;
+  }
+  if (job == "locate") {
+    DtRawScreennailInfo info;
+    return BenchJobs::Locate(file.path.c_str(), &info) == 0 &&
+           info.m_fileOffset == file.previewOffset && info.m_size == file.previewSize;
+  }
+  if (job == "parse") {
+    BenchQueryResults results;
+    return BenchJobs::ParseBuffer(head->data(), static_cast<int>(head->size()), scratch->data(),
+                                  static_cast<unsigned int>(scratch->size()), &results) == 0 &&
+           results.screennail.m_size == file.previewSize;
+  }
+  if (job == "floor") {
+    return BenchJobs::Floor(file, scratch->data(), &BenchJobs::IgnorePreview, nullptr) ==
+           file.previewSize;
+  }
+  if (job == "floorhead") {
+    return BenchJobs::FloorHead(file.path.c_str(), scratch->data()) != 0;
+  }
+#if KPZ_BENCH_EXIV2
+  if (job == "exiv2") {
+    // What libexiv2 finds is reported by kpz_bench; here only its cost counts.
+    (void)BenchExiv2Job::Preview(file.path.c_str(), &BenchJobs::IgnorePreview, nullptr);
+    return true;
+  }
+#endif
+  return false;
+}
+
+bool knownJob(const std::string& job) {
+  return job == "main" || job == "locate" || job == "parse" || job == "floor" ||
+         job == "floorhead"
+#if KPZ_BENCH_EXIV2
+         || job == "exiv2"
+#endif
+      ;
+}
+
+int runJob(int argc, char** argv) {
+  if (argc < 3) {
+    return usage();
+  }
+  const std::string job = argv[1];
+  if (!knownJob(job)) {
+    return usage();
+  }
+  std::uint32_t maxFiles = 0xFFFFFFFFu;
+  std::uint32_t rounds = 1;
+  bool marker = false;
+  for (int i = 3; i < argc; ++i) {
+    const std::string arg = argv[i];
+    const bool hasValue = i + 1 < argc;
+    if (arg == "--marker") {
+      marker = true;
+    } else if (arg == "--files" && hasValue && parseU32(argv[i + 1], &maxFiles)) {
+      ++i;
+    } else if (arg == "--rounds" && hasValue && parseU32(argv[i + 1], &rounds)) {
+      ++i;
+    } else {
+      return usage();
+    }
+  }
+  std::vector<BenchFile> files;
+  std::string why;
+  if (!BenchCorpus::Load(argv[2], &files, &why)) {
+    std::fprintf(stderr, "kpz_bench_run: %s\n", why.c_str());
+    return 1;
+  }
+  if (maxFiles < files.size()) {
+    files.resize(maxFiles);
+  }
+#if KPZ_BENCH_EXIV2
+  if (job == "exiv2") {
+    BenchExiv2Job::Setup();
+  }
+#endif
+  std::vector<std::vector<UINT8>> heads;
+  if (job == "parse") {
+    for (const BenchFile& file : files) {
+      heads.emplace_back(BenchJobs::HEAD_SIZE);
+      if (BenchJobs::FloorHead(file.path.c_str(), heads.back().data()) == 0) {
+        std::fprintf(stderr, "kpz_bench_run: %s: cannot read the head\n", file.path.c_str());
+        return 1;
+      }
+    }
+  }
+  std::vector<UINT8> scratch(BenchJobs::HEAD_SIZE);
+  std::vector<UINT8> noHead;
+
+  const auto start = std::chrono::steady_clock::now();
+  std::uint64_t done = 0;
+  for (std::uint32_t round = 0; round < rounds && !files.empty(); ++round) {
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      const bool last = round + 1 == rounds && i + 1 == files.size();
+      if (marker && last) {
+        (void)access("/kpz-bench-marker/begin", F_OK);
+      }
+      const bool ok = runOne(job, files[i], heads.empty() ? &noHead : &heads[i], &scratch);
+      if (marker && last) {
+        (void)access("/kpz-bench-marker/end", F_OK);
+      }
+      if (!ok) {
+        std::fprintf(stderr, "kpz_bench_run: %s: job %s failed\n", files[i].path.c_str(),
+                     job.c_str());
+        return 1;
+      }
+      ++done;
+    }
+  }
+  const double seconds = secondsSince(start);
+  std::printf("%s: %llu jobs, %.3f s, %.1f us/job, maxrss_kib=%ld\n", job.c_str(),
+              static_cast<unsigned long long>(done), seconds,
+              done != 0 ? seconds * 1e6 / static_cast<double>(done) : 0.0, peakRssKib());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    return usage();
+  }
+  if (std::strcmp(argv[1], "corpus") == 0) {
+    return runCorpus(argc, argv);
+  }
+  return runJob(argc, argv);
+}

@@ -1,0 +1,326 @@
+#!/usr/bin/env bash
+# Runs the whole performance comparison and prints the table: the library's
+# preview path (as the JNI entry runs it) against the floor (the same system
+# calls with the offsets known in advance), locating only, parsing from
+# memory, libexiv2's PreviewManager; instructions (callgrind), system calls
+# (strace) and peak memory per file; cost against preview length and number
+# of files; and the kpz tool against `exiv2 -ep2` and `exiftool -b -OtherImage
+# -w` over 1,000 files. Never part of the unit tests or CI.
+#
+# Installs what it needs as root (scripts/install-deps.sh), builds the
+# `bench` configuration (Release) in build/bench, generates the corpora in a
+# temporary directory under /tmp (removed at exit) and writes everything it
+# measured into the report directory: table.md (the table printed at the
+# end), facts.txt, the Google Benchmark JSON files, the strace and callgrind
+# outputs and two plots (PNG, when gnuplot is installed).
+#
+#   scripts/bench.sh                       # full run, report in build/bench/report
+#   scripts/bench.sh --wait-quiet 30       # first wait up to 30 min for a quiet machine
+#   scripts/bench.sh --quick               # small and fast: checks the harness only
+#   scripts/bench.sh --out /tmp/report
+set -euo pipefail
+root="$(cd "$(dirname "$0")/.." && pwd)"
+build="${KPZ_BENCH_BUILD_DIR:-$root/build/bench}"
+out="$build/report"
+quick=0
+wait_minutes=0
+
+usage() {
+  sed -n '2,/^set -euo/p' "$0" | sed '$d' | sed 's/^# \{0,1\}//'
+  exit "${1:-0}"
+}
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --quick) quick=1 ;;
+    --out) out="$2"; shift ;;
+    --wait-quiet) wait_minutes="$2"; shift ;;
+    -h|--help) usage 0 ;;
+    *) echo "bench.sh: unknown argument '$1'" >&2; usage 2 ;;
+  esac
+  shift
+done
+
+# ---- sizes ------------------------------------------------------------------
+if [ "$quick" -eq 1 ]; then
+  main_files=8;  reps=1; min_time=0.05; cg_files=4;  st_files=4
+  cli_files=50;  sweep_sizes="65536 1048576"; sweep_files="10 50"; sweep_reps=1
+else
+  main_files=48; reps=9; min_time=0.3;  cg_files=16; st_files=16
+  cli_files=1000; sweep_sizes="65536 262144 1048576 4194304 16777216"
+  sweep_files="10 100 1000"; sweep_reps=3
+fi
+jobs=$(nproc 2>/dev/null || echo 2)
+
+log() { echo "bench: $*" >&2; }
+
+# ---- dependencies and build --------------------------------------------------
+if ! "$root/scripts/install-deps.sh" libbenchmark-dev libexiv2-dev exiv2 \
+    libimage-exiftool-perl strace valgrind gnuplot-nox time python3 pkg-config; then
+  log "some packages are missing (run as root to install them); parts needing them are skipped"
+fi
+
+mkdir -p "$out"
+rm -f "$out"/*.json "$out"/*.txt "$out"/*.md "$out"/*.dat "$out"/*.png "$out"/callgrind.*
+log "building in $build (log: $out/build.log)"
+if ! { cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DKPZ_BUILD_BENCH=ON \
+         -DKPZ_BUILD_TESTS=OFF -DKPZ_WERROR=ON &&
+       cmake --build "$build" --target kpz_bench kpz_bench_run -j "$jobs"; } >"$out/build.log" 2>&1; then
+  cat "$out/build.log" >&2
+  log "the build failed"
+  exit 1
+fi
+# The kpz tool needs CLI11; without it the CLI comparison is skipped.
+cmake --build "$build" --target kpz -j "$jobs" >>"$out/build.log" 2>&1 || true
+bin="$build/bin"
+kpz="$bin/kpz"
+
+work="$(mktemp -d /tmp/kpzbench-XXXXXX)"
+trap 'rm -rf "$work"' EXIT
+facts="$out/facts.txt"
+: >"$facts"
+fact() { printf '%s=%s\n' "$1" "$2" >>"$facts"; }
+have() { command -v "$1" >/dev/null 2>&1; }
+load1() { cut -d' ' -f1 /proc/loadavg; }
+now() { date +%s.%N; }
+elapsed() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", b - a }'; }
+
+# ---- a quiet machine ---------------------------------------------------------
+if [ "$wait_minutes" -gt 0 ]; then
+  log "waiting up to $wait_minutes min for the 1-minute load to stay below 0.8 for a minute"
+  deadline=$(( $(date +%s) + wait_minutes * 60 ))
+  quiet_since=0
+  while [ "$(date +%s)" -lt "$deadline" ]; do
+    if awk -v l="$(load1)" 'BEGIN { exit !(l < 0.8) }'; then
+      [ "$quiet_since" -eq 0 ] && quiet_since=$(date +%s)
+      [ $(( $(date +%s) - quiet_since )) -ge 60 ] && break
+    else
+      quiet_since=0
+    fi
+    sleep 5
+  done
+fi
+
+# ---- the machine ------------------------------------------------------------
+fact machine.nproc "$jobs"
+fact machine.cpu "$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ *//')"
+fact machine.kernel "$(uname -srm)"
+fact machine.mem_total "$(awk '/MemTotal/ { printf "%.1f GiB", $2 / 1048576 }' /proc/meminfo)"
+fact machine.compiler "$(c++ --version | head -1)"
+fact machine.date "$(date -u '+%Y-%m-%d %H:%M UTC')"
+fact load.start "$(cut -d' ' -f1-3 /proc/loadavg)"
+have exiv2 && fact version.exiv2 "$(exiv2 --version | head -1)"
+have exiftool && fact version.exiftool "$(exiftool -ver)"
+fact quick "$quick"
+
+# ---- 1. the main corpus and the timed jobs -----------------------------------
+corpus="$work/corpus"
+mkdir -p "$corpus"
+gen="$("$bin/kpz_bench_run" corpus --out "$corpus" --files "$main_files")"
+log "$gen"
+fact corpus.files "$main_files"
+fact corpus.bytes "$(du -sb "$corpus" | cut -f1)"
+fact corpus.seconds "$(echo "$gen" | sed -n 's/.*, \([0-9.]*\) s$/\1/p')"
+manifest="$corpus/manifest.tsv"
+
+log "timing the jobs (Google Benchmark, $reps repetitions)"
+fact load.before_timing "$(load1)"
+# Repetitions run in random order, so that a change of load during the run
+# touches every job alike.
+"$bin/kpz_bench" --kpz_corpus="$manifest" --benchmark_repetitions="$reps" \
+  --benchmark_enable_random_interleaving=true \
+  --benchmark_min_time="$min_time" --benchmark_out="$out/bench-main.json" \
+  --benchmark_out_format=json 2>/dev/null | tee "$out/bench-main.txt" >&2
+fact load.after_timing "$(load1)"
+
+# ---- 2. instructions per file (callgrind) ------------------------------------
+# Counted only inside the job functions; the first round is subtracted so
+# that one-time costs (first allocations, symbol binding) do not count.
+cg_function() {  # <job> -> the function whose instructions count
+  case "$1" in
+    main) echo 'BenchJobs::MainPath(*' ;;
+    locate) echo 'BenchJobs::Locate(*' ;;
+    parse) echo 'BenchJobs::ParseBuffer(*' ;;
+    floor) echo 'BenchJobs::Floor(*' ;;
+    floorhead) echo 'BenchJobs::FloorHead(*' ;;
+    exiv2) echo 'BenchExiv2Job::Preview(*' ;;
+  esac
+}
+cg_total() {  # <tunables> <job> <rounds> -> instructions in the job function
+  local file="$work/cg.out"
+  GLIBC_TUNABLES="$1" LD_BIND_NOW=1 valgrind --tool=callgrind --callgrind-out-file="$file" \
+    --collect-atstart=no --toggle-collect="$(cg_function "$2")" \
+    "$bin/kpz_bench_run" "$2" "$manifest" --files "$cg_files" --rounds "$3" >/dev/null 2>&1
+  callgrind_annotate "$file" 2>/dev/null | awk '/PROGRAM TOTALS/ { gsub(",", "", $1); print $1 }'
+}
+cg_jobs="locate parse main floor floorhead"
+run_usage="$("$bin/kpz_bench_run" 2>&1 || true)"
+case "$run_usage" in *exiv2*) cg_jobs="$cg_jobs exiv2" ;; esac
+if have valgrind; then
+  log "counting instructions (callgrind, $cg_files files)"
+  # Without rep-string instructions glibc's memset/memcpy use vector loops,
+  # whose instructions callgrind counts as a processor retires them
+  # (callgrind counts every iteration of a rep-prefixed instruction).
+  norep="glibc.cpu.x86_rep_stosb_threshold=0x7fffffffffffffff:glibc.cpu.x86_rep_movsb_threshold=0x7fffffffffffffff"
+  for job in $cg_jobs; do
+    for variant in default norep; do
+      tun=""; [ "$variant" = norep ] && tun="$norep"
+      one="$(cg_total "$tun" "$job" 1)"
+      three="$(cg_total "$tun" "$job" 3)"
+      fact "instr.$job.$variant" "$(( (three - one) / (2 * cg_files) ))"
+    done
+  done
+  for job in locate main; do
+    GLIBC_TUNABLES="$norep" LD_BIND_NOW=1 valgrind --tool=callgrind \
+      --callgrind-out-file="$out/callgrind.$job" --collect-atstart=no \
+      --toggle-collect="$(cg_function "$job")" "$bin/kpz_bench_run" "$job" "$manifest" \
+      --files "$cg_files" --rounds 3 >/dev/null 2>&1
+    callgrind_annotate --inclusive=yes "$out/callgrind.$job" >"$out/callgrind-$job-inclusive.txt" 2>/dev/null
+    callgrind_annotate "$out/callgrind.$job" >"$out/callgrind-$job-self.txt" 2>/dev/null
+  done
+else
+  log "valgrind is missing: no instruction counts"
+fi
+
+# ---- 3. system calls per file (strace) ---------------------------------------
+# Like the instructions, counted in the steady state: the calls of a run of
+# three rounds over the files less those of a run of one round.
+st_calls() {  # <job> <rounds> -> system calls of the whole process
+  strace -c -f -o "$work/st.out" "$bin/kpz_bench_run" "$1" "$manifest" --files "$st_files" \
+    --rounds "$2" >/dev/null 2>&1
+  awk '$NF == "total" { print $4 }' "$work/st.out"
+}
+st_jobs="main locate floor floorhead"
+case "$run_usage" in *exiv2*) st_jobs="$st_jobs exiv2" ;; esac
+if have strace; then
+  log "counting system calls (strace, $st_files files)"
+  for job in $st_jobs; do
+    one="$(st_calls "$job" 1)"
+    three="$(st_calls "$job" 3)"
+    fact "syscalls.$job" "$(awk -v a="$one" -v b="$three" -v n="$st_files" 'BEGIN { printf "%.1f", (b - a) / (2 * n) }')"
+    cp "$work/st.out" "$out/strace-c-$job.txt"
+    # The calls of one file (the last of two rounds), as strace shows them.
+    strace -f -o "$work/st.one" "$bin/kpz_bench_run" "$job" "$manifest" --files 1 --rounds 2 \
+      --marker >/dev/null 2>&1
+    sed -n '/kpz-bench-marker\/begin/,/kpz-bench-marker\/end/p' "$work/st.one" |
+      sed '1d;$d' | sed 's/^[0-9]* *//' >"$out/strace-$job-one-file.txt"
+    fact "syscalls.$job.one_file" "$(wc -l <"$out/strace-$job-one-file.txt")"
+  done
+else
+  log "strace is missing: no system call counts"
+fi
+
+# ---- 4. peak memory -----------------------------------------------------------
+for job in none $st_jobs; do
+  if [ "$job" = none ]; then
+    line="$("$bin/kpz_bench_run" floor "$manifest" --files 0 2>/dev/null)"
+  else
+    line="$("$bin/kpz_bench_run" "$job" "$manifest" 2>/dev/null)"
+  fi
+  fact "maxrss_kib.$job" "$(echo "$line" | sed -n 's/.*maxrss_kib=\([0-9]*\).*/\1/p')"
+done
+
+# ---- 5. cost against preview length -----------------------------------------
+log "cost against preview length: $sweep_sizes bytes"
+for size in $sweep_sizes; do
+  dir="$work/size-$size"
+  mkdir -p "$dir"
+  "$bin/kpz_bench_run" corpus --out "$dir" --files 8 --preview-bytes "$size" --sparse >/dev/null
+  "$bin/kpz_bench" --kpz_corpus="$dir/manifest.tsv" --benchmark_filter='^(MainPath|Floor|LocateOnly|Exiv2PreviewManager)/' \
+    --benchmark_repetitions="$sweep_reps" --benchmark_min_time="$min_time" \
+    --benchmark_enable_random_interleaving=true --benchmark_out="$out/bench-size-$size.json" --benchmark_out_format=json >/dev/null 2>&1
+  rm -rf "$dir"
+done
+
+# ---- 6. the 1,000-file corpus: cost against number of files, CLI throughput ----
+# The filler of these files is a hole (sparse files): 1,000 x 13.5 MB of
+# written filler would cost 13 GB of disk and page cache, and no tool
+# measured here reads it.
+cli="$work/cli"
+mkdir -p "$cli"
+gen="$("$bin/kpz_bench_run" corpus --out "$cli" --files "$cli_files" --sparse)"
+log "$gen"
+fact cli.files "$cli_files"
+fact cli.corpus_seconds "$(echo "$gen" | sed -n 's/.*, \([0-9.]*\) s$/\1/p')"
+fact cli.corpus_disk "$(du -sh "$cli" | cut -f1)"
+fact cli.corpus_apparent "$(du -sh --apparent-size "$cli" | cut -f1)"
+cut -f6 "$cli/manifest.tsv" >"$work/cli.list"
+
+log "cost against number of files: $sweep_files"
+for n in $sweep_files; do
+  "$bin/kpz_bench" --kpz_corpus="$cli/manifest.tsv" --kpz_files="$n" \
+    --benchmark_filter='^(MainPath|Floor)/' --benchmark_repetitions="$sweep_reps" \
+    --benchmark_enable_random_interleaving=true \
+    --benchmark_min_time="$min_time" --benchmark_out="$out/bench-files-$n.json" \
+    --benchmark_out_format=json >/dev/null 2>&1
+done
+
+clean_outputs() { find "$cli" -name '*.jpg' -delete; rm -rf "$work/out"; mkdir -p "$work/out"; }
+count_outputs() { find "$cli" "$work/out" -name '*.jpg' | wc -l; }
+run_cli() {  # <name> <command...>: times one pass over the list, checks the outputs
+  local name="$1"; shift
+  clean_outputs
+  local t0 t1
+  t0="$(now)"
+  "$@" >/dev/null 2>&1 || true
+  t1="$(now)"
+  fact "cli.$name.seconds" "$(elapsed "$t0" "$t1")"
+  fact "cli.$name.outputs" "$(count_outputs)"
+  fact "cli.$name.load" "$(load1)"
+}
+half=$(( (cli_files + jobs - 1) / jobs ))
+log "CLI throughput over $cli_files files (-j 1 and -j $jobs)"
+fact load.before_cli "$(load1)"
+# Warm page cache: the floor job reads exactly the head and the preview.
+"$bin/kpz_bench_run" floor "$cli/manifest.tsv" >/dev/null
+if [ -x "$kpz" ]; then
+  if "$kpz" preview --help 2>&1 | grep -qE -- '(^| )-j|--jobs'; then
+    fact cli.kpz_batch "yes"
+    # Batch mode: one process for all files, reading -j files at once, each
+    # output written durably into the output directory.
+    run_cli kpzbatch.j1 xargs -a "$work/cli.list" -n "$cli_files" -P 1 \
+      "$kpz" preview -j 1 -o "$work/out"
+    run_cli kpzbatch.jN xargs -a "$work/cli.list" -n "$cli_files" -P 1 \
+      "$kpz" preview -j "$jobs" -o "$work/out"
+  else
+    fact cli.kpz_batch "no"
+  fi
+  run_cli kpz.j1 xargs -a "$work/cli.list" -n 1 -P 1 "$kpz" preview
+  run_cli kpz.jN xargs -a "$work/cli.list" -n 1 -P "$jobs" "$kpz" preview
+  # kpz makes each output durable (temporary file, fsync, rename); the other
+  # tools do not sync. The same runs with the JPEG on standard output
+  # (discarded) show the cost without writing a file.
+  run_cli kpzstdout.j1 xargs -a "$work/cli.list" -I{} -P 1 "$kpz" preview {} -o -
+  run_cli kpzstdout.jN xargs -a "$work/cli.list" -I{} -P "$jobs" "$kpz" preview {} -o -
+  # The same bytes as the library's own path, checked on one file.
+  "$kpz" preview "$(head -1 "$work/cli.list")" -o "$work/kpz-one.jpg" >/dev/null
+else
+  log "the kpz tool was not built (CLI11 missing?): skipped"
+fi
+if have exiv2; then
+  # libexiv2 lists two previews in these files, the thumbnail (1) and the
+  # large one (2): -ep2 writes only the large one, the same job as kpz's.
+  run_cli exiv2.batch.j1 xargs -a "$work/cli.list" -n "$cli_files" -P 1 exiv2 -q -ep2 -f -l "$work/out"
+  run_cli exiv2.batch.jN xargs -a "$work/cli.list" -n "$half" -P "$jobs" exiv2 -q -ep2 -f -l "$work/out"
+  run_cli exiv2.each.j1 xargs -a "$work/cli.list" -n 1 -P 1 exiv2 -q -ep2 -f -l "$work/out"
+  run_cli exiv2.each.jN xargs -a "$work/cli.list" -n 1 -P "$jobs" exiv2 -q -ep2 -f -l "$work/out"
+  if [ -f "$work/kpz-one.jpg" ]; then
+    exiv2 -q -ep2 -f -l "$work" "$(head -1 "$work/cli.list")" >/dev/null 2>&1 || true
+    one="$work/$(basename "$(head -1 "$work/cli.list")" .kpz)-preview2.jpg"
+    cmp -s "$one" "$work/kpz-one.jpg" && fact cli.exiv2.same_bytes yes || fact cli.exiv2.same_bytes no
+  fi
+fi
+if have exiftool; then
+  run_cli exiftool.batch.j1 xargs -a "$work/cli.list" -n "$cli_files" -P 1 \
+    exiftool -q -b -OtherImage -w "$work/out/%f.other.jpg"
+  run_cli exiftool.batch.jN xargs -a "$work/cli.list" -n "$half" -P "$jobs" \
+    exiftool -q -b -OtherImage -w "$work/out/%f.other.jpg"
+  if [ -f "$work/kpz-one.jpg" ]; then
+    one="$work/out/$(basename "$(head -1 "$work/cli.list")" .kpz).other.jpg"
+    cmp -s "$one" "$work/kpz-one.jpg" && fact cli.exiftool.same_bytes yes || fact cli.exiftool.same_bytes no
+  fi
+fi
+clean_outputs
+fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
+
+# ---- the report -------------------------------------------------------------
+python3 "$root/bench/bench_report.py" "$out" | tee "$out/table.md"
