@@ -257,9 +257,9 @@ struct Built {
   Bytes bytes;
 };
 
-Built Write(const kpztest::TempDir& dir, const std::string& name, const KpzSpec& spec) {
+Built Write(const kpztest::TempDir& dir, const std::string& name, const KpzSpec& recipe) {
   Built b;
-  b.bytes = kpztest::BuildKpz(spec, &b.where);
+  b.bytes = kpztest::BuildKpz(recipe, &b.where);
   b.path = dir.Write(name, b.bytes);
   EXPECT_FALSE(b.path.empty());
   return b;
@@ -280,14 +280,14 @@ void ExpectCleanRelease(const FakeJvm& jvm, int expectedReleases = 1) {
 
 TEST(KpzInterfaceJni, ReturnsTheScreennailOfALittleEndianFileAndReleasesLast) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.order = DtNlLittleEndian;
-  spec.screennail = kpztest::FakeJpeg(5000, 0x10);
-  const Built f = Write(dir, "le.kpz", spec);
+  KpzSpec recipe;
+  recipe.order = DtNlLittleEndian;
+  recipe.screennail = kpztest::FakeJpeg(5000, 0x10);
+  const Built f = Write(dir, "le.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = jvm.Call(f.path.c_str());
   ASSERT_NE(got, nullptr);
-  EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
   EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 5000, 1616, 1080),
                                           "NewByteArray 5000", "SetByteArrayRegion 0 5000",
                                           "ReleaseStringUTFChars"}));
@@ -296,43 +296,43 @@ TEST(KpzInterfaceJni, ReturnsTheScreennailOfALittleEndianFileAndReleasesLast) {
 
 TEST(KpzInterfaceJni, ReturnsTheScreennailOfABigEndianFile) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.order = DtNlBigEndian;
-  spec.screennail = kpztest::FakeJpeg(3001, 0x20);
-  spec.scnHeightWidth = std::make_pair(std::uint32_t{480}, std::uint32_t{720});
-  const Built f = Write(dir, "be.kpz", spec);
+  KpzSpec recipe;
+  recipe.order = DtNlBigEndian;
+  recipe.screennail = kpztest::FakeJpeg(3001, 0x20);
+  recipe.scnHeightWidth = std::make_pair(std::uint32_t{480}, std::uint32_t{720});
+  const Built f = Write(dir, "be.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = jvm.Call(f.path.c_str());
   ASSERT_NE(got, nullptr);
-  EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
   EXPECT_EQ(Events()[3], InfoLine(f.where.screennail, 3001, 720, 480));
   ExpectCleanRelease(jvm);
 }
 
 TEST(KpzInterfaceJni, M372FileIsReadThroughTheKmMakerNoteAt640By480) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.m372 = true;
-  spec.screennail = kpztest::FakeJpeg(2002, 0x30);
+  KpzSpec recipe;
+  recipe.m372 = true;
+  recipe.screennail = kpztest::FakeJpeg(2002, 0x30);
   // IFD0's own tags point at the TIFF header: a wrong branch would return it.
-  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {
     ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0);
     ifd.ReplaceRaw(kpztest::tag::kJpegLength, kpztest::kTiffLong, 1, 8);
   };
-  const Built f = Write(dir, "m372.kpz", spec);
+  const Built f = Write(dir, "m372.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = jvm.Call(f.path.c_str());
   ASSERT_NE(got, nullptr);
-  EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
   EXPECT_EQ(Events()[3], InfoLine(f.where.screennail, 2002, 640, 480));
   ExpectCleanRelease(jvm);
 }
 
 TEST(KpzInterfaceJni, ScreennailOfZeroBytesGivesAnEmptyArray) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.screennail = Bytes();
-  const Built f = Write(dir, "empty.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = Bytes();
+  const Built f = Write(dir, "empty.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = jvm.Call(f.path.c_str());
   ASSERT_NE(got, nullptr);
@@ -345,14 +345,14 @@ TEST(KpzInterfaceJni, ScreennailOfZeroBytesGivesAnEmptyArray) {
 
 TEST(KpzInterfaceJni, ScreennailEndingExactlyAtTheEndOfTheFileIsReadWhole) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.screennail = kpztest::FakeJpeg(777, 0x40);
-  const Built f = Write(dir, "exact.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(777, 0x40);
+  const Built f = Write(dir, "exact.kpz", recipe);
   ASSERT_EQ(f.where.screennail + 777u, f.where.total);
   FakeJvm jvm;
   jbyteArray got = jvm.Call(f.path.c_str());
   ASSERT_NE(got, nullptr);
-  EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
   ExpectCleanRelease(jvm);
 }
 
@@ -376,9 +376,9 @@ TEST(KpzInterfaceJni, MissingFileLogsTheFacadeCodeAndReturnsNull) {
 
 TEST(KpzInterfaceJni, FileWithoutScreennailLocationLogsTheFacadeCodeAndReturnsNull) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.ifd0ScreennailTags = false;
-  const Built f = Write(dir, "nosn.kpz", spec);
+  KpzSpec recipe;
+  recipe.ifd0ScreennailTags = false;
+  const Built f = Write(dir, "nosn.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = nullptr;
   kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
@@ -392,10 +392,10 @@ TEST(KpzInterfaceJni, FileWithoutScreennailLocationLogsTheFacadeCodeAndReturnsNu
 
 TEST(KpzInterfaceJni, ScreennailPastTheEndLogsTheShortCountAndReturnsNull) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.screennail = kpztest::FakeJpeg(1000, 0x50);
-  spec.screennailLengthTag = 1000 + 24;
-  const Built f = Write(dir, "past.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(1000, 0x50);
+  recipe.screennailLengthTag = 1000 + 24;
+  const Built f = Write(dir, "past.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = nullptr;
   kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
@@ -408,10 +408,10 @@ TEST(KpzInterfaceJni, ScreennailPastTheEndLogsTheShortCountAndReturnsNull) {
 
 TEST(KpzInterfaceJni, ForgedSizeOf4GiBAllocatesOnlyWhatTheFileHolds) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.screennail = kpztest::FakeJpeg(3000, 0x60);
-  spec.screennailLengthTag = 0xFFFFFFFFu;
-  const Built f = Write(dir, "huge.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(3000, 0x60);
+  recipe.screennailLengthTag = 0xFFFFFFFFu;
+  const Built f = Write(dir, "huge.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = nullptr;
   kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
@@ -425,11 +425,11 @@ TEST(KpzInterfaceJni, ForgedSizeOf4GiBAllocatesOnlyWhatTheFileHolds) {
 
 TEST(KpzInterfaceJni, OffsetPastTheEndOfTheFileReadsNothingAndReturnsNull) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+  KpzSpec recipe;
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {
     ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x7FFF0000u);
   };
-  const Built f = Write(dir, "far.kpz", spec);
+  const Built f = Write(dir, "far.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = nullptr;
   kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
@@ -442,12 +442,12 @@ TEST(KpzInterfaceJni, OffsetPastTheEndOfTheFileReadsNothingAndReturnsNull) {
 
 TEST(KpzInterfaceJni, ZeroSizeAtAnOffsetPastTheEndStillGivesAnEmptyArray) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.screennail = Bytes();
-  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+  KpzSpec recipe;
+  recipe.screennail = Bytes();
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {
     ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x100000u);
   };
-  const Built f = Write(dir, "zero-far.kpz", spec);
+  const Built f = Write(dir, "zero-far.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = jvm.Call(f.path.c_str());
   ASSERT_NE(got, nullptr);
@@ -457,11 +457,11 @@ TEST(KpzInterfaceJni, ZeroSizeAtAnOffsetPastTheEndStillGivesAnEmptyArray) {
 
 TEST(KpzInterfaceJni, OffsetOf2GiBIsTakenAsNegativeAndTheSeekFails) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+  KpzSpec recipe;
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {
     ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x80000000u);
   };
-  const Built f = Write(dir, "neg.kpz", spec);
+  const Built f = Write(dir, "neg.kpz", recipe);
   FakeJvm jvm;
   jbyteArray got = nullptr;
   const std::string err = kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
@@ -478,8 +478,8 @@ TEST(KpzInterfaceJni, OffsetOf2GiBIsTakenAsNegativeAndTheSeekFails) {
 
 TEST(KpzInterfaceJni, OpenFailureOfTheDirectReadLogsAndReturnsNull) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  const Built f = Write(dir, "open.kpz", spec);
+  KpzSpec recipe;
+  const Built f = Write(dir, "open.kpz", recipe);
   kpztest::FaultGuard guard;
   kpztest::Arm(kpztest::Call::Fopen, EACCES, /*skip=*/1);  // the facade's open passes
   FakeJvm jvm;
@@ -503,8 +503,8 @@ TEST(KpzInterfaceJni, OpenFailureOfTheDirectReadLogsAndReturnsNull) {
 
 TEST(KpzInterfaceJni, SeekFailureOfTheDirectReadClosesTheFileAndReturnsNull) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  const Built f = Write(dir, "seek.kpz", spec);
+  KpzSpec recipe;
+  const Built f = Write(dir, "seek.kpz", recipe);
   kpztest::FaultGuard guard;
   kpztest::Arm(kpztest::Call::Fseek, EIO);  // the facade reads its file head without seeking
   FakeJvm jvm;
@@ -530,8 +530,8 @@ TEST(KpzInterfaceJni, SeekFailureOfTheDirectReadClosesTheFileAndReturnsNull) {
 
 TEST(KpzInterfaceJni, ReadErrorOfTheDirectReadLogsTheCountAndReturnsNull) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  const Built f = Write(dir, "read.kpz", spec);
+  KpzSpec recipe;
+  const Built f = Write(dir, "read.kpz", recipe);
   kpztest::FaultGuard guard;
   kpztest::Arm(kpztest::Call::Fread, EIO, /*skip=*/1);  // the facade's head read passes
   FakeJvm jvm;
@@ -554,8 +554,8 @@ TEST(KpzInterfaceJni, ReadErrorOfTheDirectReadLogsTheCountAndReturnsNull) {
 
 TEST(KpzInterfaceJni, FileThatCannotBeMeasuredAfterOpeningIsNotTrusted) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  const Built f = Write(dir, "stat.kpz", spec);
+  KpzSpec recipe;
+  const Built f = Write(dir, "stat.kpz", recipe);
   kpztest::FaultGuard guard;
   {  // A dry run counts the stat64 calls; the last one is the entry's.
     FakeJvm dry;
@@ -598,9 +598,9 @@ TEST(KpzInterfaceJni, RefusedPathCharactersReturnNullAndReleaseNothing) {
 
 TEST(KpzInterfaceJni, RefusedArrayReturnsNullAndFreesTheBuffer) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.screennail = kpztest::FakeJpeg(4000, 0x70);
-  const Built f = Write(dir, "oom.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(4000, 0x70);
+  const Built f = Write(dir, "oom.kpz", recipe);
   FakeJvm jvm;
   jvm.RefuseArrays();
   EXPECT_EQ(jvm.Call(f.path.c_str()), nullptr);
@@ -613,14 +613,14 @@ TEST(KpzInterfaceJni, RefusedArrayReturnsNullAndFreesTheBuffer) {
 
 TEST(KpzInterfaceJni, RepeatedCallsGiveTheSameBytesEachTime) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.screennail = kpztest::FakeJpeg(1500, 0x71);
-  const Built f = Write(dir, "again.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(1500, 0x71);
+  const Built f = Write(dir, "again.kpz", recipe);
   FakeJvm jvm;
   for (int i = 0; i < 3; ++i) {
     jbyteArray got = jvm.Call(f.path.c_str());
     ASSERT_NE(got, nullptr);
-    EXPECT_EQ(jvm.BytesOf(got), spec.screennail);
+    EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
   }
   ExpectCleanRelease(jvm, 3);
 }

@@ -46,15 +46,15 @@ class Writer {
  public:
   explicit Writer(std::filesystem::path dir) : m_dir(std::move(dir)) {}
 
-  // Builds `spec` into <subdir>/<name>.kpz, records what the entry must answer
+  // Builds `recipe` into <subdir>/<name>.kpz, records what the entry must answer
   // under `key`, and writes the expected bytes when the read succeeds.
   bool Add(const std::string& key, const std::string& subdir, const std::string& name,
-           const KpzSpec& spec, const Expect& expect, bool withExpected) {
+           const KpzSpec& recipe, const Expect& expect, bool withExpected) {
     const std::filesystem::path dir = subdir.empty() ? m_dir : m_dir / subdir;
     std::error_code ec;
     std::filesystem::create_directories(dir, ec);
     const std::string path = (dir / (name + ".kpz")).string();
-    if (ec || !kpztest::WriteFileBytes(path, kpztest::BuildKpz(spec))) {
+    if (ec || !kpztest::WriteFileBytes(path, kpztest::BuildKpz(recipe))) {
       std::fprintf(stderr, "kpz_java_fixtures: cannot write %s\n", path.c_str());
       return false;
     }
@@ -66,7 +66,7 @@ class Writer {
     m_props += key + ".readSize=" + std::to_string(expect.readSize) + "\n";
     if (withExpected) {
       const std::string expected = (dir / (name + ".jpg")).string();
-      if (!kpztest::WriteFileBytes(expected, spec.screennail)) {
+      if (!kpztest::WriteFileBytes(expected, recipe.screennail)) {
         std::fprintf(stderr, "kpz_java_fixtures: cannot write %s\n", expected.c_str());
         return false;
       }
@@ -89,28 +89,28 @@ class Writer {
   std::string m_props;
 };
 
-// Where the builder puts the screennail of `spec`.
-std::uint32_t ScreennailOffset(const KpzSpec& spec) {
+// Where the builder puts the screennail of `recipe`.
+std::uint32_t ScreennailOffset(const KpzSpec& recipe) {
   KpzLayout where;
-  kpztest::BuildKpz(spec, &where);
+  kpztest::BuildKpz(recipe, &where);
   return where.screennail;
 }
 
-std::uint32_t TotalSize(const KpzSpec& spec) {
+std::uint32_t TotalSize(const KpzSpec& recipe) {
   KpzLayout where;
-  kpztest::BuildKpz(spec, &where);
+  kpztest::BuildKpz(recipe, &where);
   return where.total;
 }
 
 // A well-formed file of another model: width and height from the maker note.
 bool AddPlain(Writer& w, const std::string& key, const std::string& subdir,
               const std::string& name, DtNlByteOrder order, std::size_t size, std::uint8_t seed) {
-  KpzSpec spec;
-  spec.order = order;
-  spec.screennail = kpztest::FakeJpeg(size, seed);
-  spec.scnHeightWidth = std::make_pair(std::uint32_t{1080}, std::uint32_t{1616});
+  KpzSpec recipe;
+  recipe.order = order;
+  recipe.screennail = kpztest::FakeJpeg(size, seed);
+  recipe.scnHeightWidth = std::make_pair(std::uint32_t{1080}, std::uint32_t{1616});
   const auto n = static_cast<std::uint32_t>(size);
-  return w.Add(key, subdir, name, spec, {ScreennailOffset(spec), n, 1616, 1080, n}, true);
+  return w.Add(key, subdir, name, recipe, {ScreennailOffset(recipe), n, 1616, 1080, n}, true);
 }
 
 // A "DSLR-M372" file: the screennail is found through the Km maker note only;
@@ -118,16 +118,16 @@ bool AddPlain(Writer& w, const std::string& key, const std::string& subdir,
 // wrong branch would return.
 bool AddM372(Writer& w, const std::string& key, const std::string& subdir,
              const std::string& name, DtNlByteOrder order, std::size_t size, std::uint8_t seed) {
-  KpzSpec spec;
-  spec.order = order;
-  spec.m372 = true;
-  spec.screennail = kpztest::FakeJpeg(size, seed);
-  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+  KpzSpec recipe;
+  recipe.order = order;
+  recipe.m372 = true;
+  recipe.screennail = kpztest::FakeJpeg(size, seed);
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {
     ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0);
     ifd.ReplaceRaw(kpztest::tag::kJpegLength, kpztest::kTiffLong, 1, 8);
   };
   const auto n = static_cast<std::uint32_t>(size);
-  return w.Add(key, subdir, name, spec, {ScreennailOffset(spec), n, 640, 480, n}, true);
+  return w.Add(key, subdir, name, recipe, {ScreennailOffset(recipe), n, 640, 480, n}, true);
 }
 
 }  // namespace
@@ -153,29 +153,29 @@ int main(int argc, char** argv) {
   ok = ok && AddM372(w, "m372", "", "m372", DtNlBigEndian, 20002, 0x33);
 
   {  // No screennail location in IFD0.
-    KpzSpec spec;
-    spec.ifd0ScreennailTags = false;
-    ok = ok && w.Add("nosn", "", "nosn", spec, {}, false);
+    KpzSpec recipe;
+    recipe.ifd0ScreennailTags = false;
+    ok = ok && w.Add("nosn", "", "nosn", recipe, {}, false);
   }
   {  // The length claims 4,096 bytes more than the file holds.
-    KpzSpec spec;
-    spec.screennail = kpztest::FakeJpeg(5000, 0x44);
-    spec.screennailLengthTag = 5000 + 4096;
-    const std::uint32_t at = ScreennailOffset(spec);
-    ok = ok && w.Add("past", "", "past", spec, {at, 9096, 1616, 1080, TotalSize(spec) - at}, false);
+    KpzSpec recipe;
+    recipe.screennail = kpztest::FakeJpeg(5000, 0x44);
+    recipe.screennailLengthTag = 5000 + 4096;
+    const std::uint32_t at = ScreennailOffset(recipe);
+    ok = ok && w.Add("past", "", "past", recipe, {at, 9096, 1616, 1080, TotalSize(recipe) - at}, false);
   }
   {  // A forged length of 0xFFFFFFFF.
-    KpzSpec spec;
-    spec.screennail = kpztest::FakeJpeg(3000, 0x55);
-    spec.screennailLengthTag = 0xFFFFFFFFu;
-    const std::uint32_t at = ScreennailOffset(spec);
-    ok = ok && w.Add("huge", "", "huge", spec, {at, 0xFFFFFFFFu, 1616, 1080, TotalSize(spec) - at},
+    KpzSpec recipe;
+    recipe.screennail = kpztest::FakeJpeg(3000, 0x55);
+    recipe.screennailLengthTag = 0xFFFFFFFFu;
+    const std::uint32_t at = ScreennailOffset(recipe);
+    ok = ok && w.Add("huge", "", "huge", recipe, {at, 0xFFFFFFFFu, 1616, 1080, TotalSize(recipe) - at},
                      false);
   }
   {  // A screennail of 0 bytes.
-    KpzSpec spec;
-    spec.screennail = Bytes();
-    ok = ok && w.Add("empty", "", "empty", spec, {ScreennailOffset(spec), 0, 1616, 1080, 0}, true);
+    KpzSpec recipe;
+    recipe.screennail = Bytes();
+    ok = ok && w.Add("empty", "", "empty", recipe, {ScreennailOffset(recipe), 0, 1616, 1080, 0}, true);
   }
 
   // The concurrency run: eight files of both byte orders and both branches,

@@ -78,9 +78,9 @@ class EngineChannels : public testing::TestWithParam<kpztest::RawParam> {
   DtNlByteOrder Order() const { return GetParam().order; }
   RawChannel Channel() const { return GetParam().channel; }
   KpzSpec Spec() const {
-    KpzSpec spec;
-    spec.order = Order();
-    return spec;
+    KpzSpec recipe;
+    recipe.order = Order();
+    return recipe;
   }
   // Parses `bytes` with `eng`; stderr in *err.
   int Run(DtRawEng* eng, const Bytes& bytes, std::string* err) {
@@ -90,8 +90,8 @@ class EngineChannels : public testing::TestWithParam<kpztest::RawParam> {
     *err = CaptureStderr([&] { result = eng->Parse(s.Get()); });
     return result;
   }
-  int Run(DtRawEng* eng, const KpzSpec& spec, std::string* err) {
-    return Run(eng, kpztest::BuildKpz(spec), err);
+  int Run(DtRawEng* eng, const KpzSpec& recipe, std::string* err) {
+    return Run(eng, kpztest::BuildKpz(recipe), err);
   }
   UINT32 U32Of(const DtRawTagData* t) const {
     return (t != nullptr && t->m_data != nullptr && t->m_size >= 4)
@@ -101,9 +101,9 @@ class EngineChannels : public testing::TestWithParam<kpztest::RawParam> {
 };
 
 TEST_P(EngineChannels, ValidFileParsesEveryDirectorySilently) {
-  KpzSpec spec = Spec();
+  KpzSpec recipe = Spec();
   KpzLayout at;
-  const Bytes bytes = kpztest::BuildKpz(spec, &at);
+  const Bytes bytes = kpztest::BuildKpz(recipe, &at);
   EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 4), Order() == DtNlLittleEndian
                                                          ? (Bytes{0x49, 0x49, 0x2A, 0x00})
                                                          : (Bytes{0x4D, 0x4D, 0x00, 0x2A}));
@@ -129,10 +129,10 @@ TEST_P(EngineChannels, ValidFileParsesEveryDirectorySilently) {
 }
 
 TEST_P(EngineChannels, M372FileReadsTheHeaderedMakerNoteAndTheKmMakerNote) {
-  KpzSpec spec = Spec();
-  spec.m372 = true;
+  KpzSpec recipe = Spec();
+  recipe.m372 = true;
   KpzLayout at;
-  const Bytes bytes = kpztest::BuildKpz(spec, &at);
+  const Bytes bytes = kpztest::BuildKpz(recipe, &at);
   DtRawEng eng;
   std::string err;
   ASSERT_EQ(Run(&eng, bytes, &err), DtRawOk);
@@ -192,18 +192,18 @@ TEST_P(EngineChannels, HeaderCutShortFailsAtTheFieldItCuts) {
 }
 
 TEST_P(EngineChannels, Ifd0PastTheEndFailsInItsParser) {
-  KpzSpec spec = Spec();
-  spec.ifd0Offset = 0x7FFFFFFF;
+  KpzSpec recipe = Spec();
+  recipe.ifd0Offset = 0x7FFFFFFF;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrRead);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrRead);
   EXPECT_EQ(err, DirNumErr() + IfdLine(kLineIfd0Err, "[DtRawEng::parseIFD]: IFD0th parse err!!"));
 }
 
 TEST_P(EngineChannels, Ifd0AtOffset0xFFFFFFFFIsClampedOrRefusedByTheChannel) {
-  KpzSpec spec = Spec();
-  spec.ifd0Offset = 0xFFFFFFFFu;
-  Bytes bytes = kpztest::BuildKpz(spec);
+  KpzSpec recipe = Spec();
+  recipe.ifd0Offset = 0xFFFFFFFFu;
+  Bytes bytes = kpztest::BuildKpz(recipe);
   bytes.resize(8);  // the header alone
   DtRawEng eng;
   std::string err;
@@ -226,95 +226,95 @@ TEST_P(EngineChannels, Ifd0AtOffset0xFFFFFFFFIsClampedOrRefusedByTheChannel) {
 }
 
 TEST_P(EngineChannels, Ifd1PastTheEndFailsInItsParser) {
-  KpzSpec spec = Spec();
-  spec.ifd1Pointer = 0x7FFFFFFF;
+  KpzSpec recipe = Spec();
+  recipe.ifd1Pointer = 0x7FFFFFFF;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrRead);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrRead);
   EXPECT_EQ(err, DirNumErr() + IfdLine(kLineIfd1Err, "[DtRawEng::parseIFD]: IFD1th parse err!!"));
 }
 
 TEST_P(EngineChannels, ZeroNextOffsetMakesIfd1ReadTheHeader) {
   // IFD1 is read even at offset 0: the byte-order mark becomes its entry
   // count (0x4949 or 0x4D4D) and its entries run off the end of the file.
-  KpzSpec spec = Spec();
-  spec.ifd1Pointer = 0;
-  spec.hasExif = false;
+  KpzSpec recipe = Spec();
+  recipe.ifd1Pointer = 0;
+  recipe.hasExif = false;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrRead);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrRead);
   EXPECT_EQ(err, kpztest::InfoLine(kParserSrc, "parse", kParserLineReadTag,
                                    "DtRawIFDParserBase: Read Tag Err!!") +
                      IfdLine(kLineIfd1Err, "[DtRawEng::parseIFD]: IFD1th parse err!!"));
 }
 
 TEST_P(EngineChannels, ExifPastTheEndFailsInItsParser) {
-  KpzSpec spec = Spec();
-  spec.exifPointer = 0x7FFFFFFF;
+  KpzSpec recipe = Spec();
+  recipe.exifPointer = 0x7FFFFFFF;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrRead);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrRead);
   EXPECT_EQ(err, DirNumErr() + IfdLine(kLineExifErr, "[DtRawEng::parseIFD]: ExifIFD parse err!!"));
 }
 
 TEST_P(EngineChannels, IobPastTheEndFailsInItsParser) {
-  KpzSpec spec = Spec();
-  spec.iobPointer = 0x7FFFFFFF;
+  KpzSpec recipe = Spec();
+  recipe.iobPointer = 0x7FFFFFFF;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrRead);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrRead);
   EXPECT_EQ(err, DirNumErr() + IfdLine(kLineIobErr,
                                        "[DtRawEng::parseIFD]: Interoperability IFD parse err!!"));
 }
 
 TEST_P(EngineChannels, NoIobPointerIsNoError) {
-  KpzSpec spec = Spec();
-  spec.hasIob = false;
+  KpzSpec recipe = Spec();
+  recipe.hasIob = false;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawOk);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawOk);
   EXPECT_EQ(err, "");
   EXPECT_EQ(eng.m_iobParser, nullptr);
 }
 
 TEST_P(EngineChannels, NoExifPointerIsAFormatErrorWithoutALogLine) {
-  KpzSpec spec = Spec();
-  spec.hasExif = false;
+  KpzSpec recipe = Spec();
+  recipe.hasExif = false;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrFormat);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat);
   EXPECT_EQ(err, "");
   EXPECT_EQ(eng.m_exifParser, nullptr);
   EXPECT_NE(eng.getTagData(tag::kModel, eng.m_ifd0Parser), nullptr);
 }
 
 TEST_P(EngineChannels, ExifPointerShorterThanFourBytesCountsAsAbsent) {
-  KpzSpec spec = Spec();
-  spec.editIfd0 = [](Ifd& ifd) {
+  KpzSpec recipe = Spec();
+  recipe.editIfd0 = [](Ifd& ifd) {
     ifd.Replace(tag::kExifPointer, kpztest::kTiffShort, 1, Bytes{0, 8});
   };
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrFormat);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat);
   EXPECT_EQ(err, "");
   EXPECT_EQ(eng.m_exifParser, nullptr);
 }
 
 TEST_P(EngineChannels, MissingModelIsAFormatError) {
-  KpzSpec spec = Spec();
-  spec.model.reset();
+  KpzSpec recipe = Spec();
+  recipe.model.reset();
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrFormat);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat);
   EXPECT_EQ(err, ParseLine(kLineNoModel, "[DtRawEng::Parse]: not exist model name!!"));
 }
 
 TEST_P(EngineChannels, ModelLongerThan32BytesHasNoBytesAndIsAFormatError) {
-  KpzSpec spec = Spec();
-  spec.model = std::string(40, 'M');
+  KpzSpec recipe = Spec();
+  recipe.model = std::string(40, 'M');
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrFormat);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat);
   EXPECT_EQ(err, ParseLine(kLineNoModel, "[DtRawEng::Parse]: not exist model name!!"));
 }
 
@@ -332,83 +332,83 @@ TEST_P(EngineChannels, ModelIsComparedOverExactlyItsSize) {
       {kpztest::AsciiBytes("dslr-m372", true), false, 0},                      // case counts
   };
   for (const auto& row : rows) {
-    KpzSpec spec = Spec();
-    spec.m372 = row.m372;
+    KpzSpec recipe = Spec();
+    recipe.m372 = row.m372;
     const Bytes model = row.model;
-    spec.editIfd0 = [model](Ifd& ifd) {
+    recipe.editIfd0 = [model](Ifd& ifd) {
       ifd.Replace(tag::kModel, kpztest::kTiffAscii, static_cast<std::uint32_t>(model.size()),
                   model);
     };
     DtRawEng eng;
     std::string err;
-    EXPECT_EQ(Run(&eng, spec, &err), DtRawOk) << model.size();
+    EXPECT_EQ(Run(&eng, recipe, &err), DtRawOk) << model.size();
     EXPECT_EQ(err, "");
     EXPECT_EQ(eng.m_isM372, row.expected) << std::string(model.begin(), model.end());
   }
 }
 
 TEST_P(EngineChannels, MissingMakerNotePointerIsAFormatError) {
-  KpzSpec spec = Spec();
-  spec.hasMakerNote = false;
+  KpzSpec recipe = Spec();
+  recipe.hasMakerNote = false;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrFormat);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat);
   EXPECT_EQ(err, ParseLine(kLineNoMakerNote, "[DtRawEng::Parse]: not exist maker note pointer!"));
 }
 
 TEST_P(EngineChannels, MakerNotePastTheEndFailsInItsParser) {
-  KpzSpec spec = Spec();
-  spec.makerNotePointer = 0x7FFFFFFF;
+  KpzSpec recipe = Spec();
+  recipe.makerNotePointer = 0x7FFFFFFF;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrRead);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrRead);
   EXPECT_EQ(err,
             DirNumErr() + PkmnLine(kLinePkmnParse, "[DtRawEng::pKMN]: maker note parse err!!"));
 }
 
 TEST_P(EngineChannels, M372MakerNoteWithoutKaviSignatureIsAFormatError) {
-  KpzSpec spec = Spec();
-  spec.m372 = true;
-  spec.makerNoteHeader = Bytes{'K', 'A', 'V', 'X', 0, 0, 0, 0, 0, 0, 0, 0};
+  KpzSpec recipe = Spec();
+  recipe.m372 = true;
+  recipe.makerNoteHeader = Bytes{'K', 'A', 'V', 'X', 0, 0, 0, 0, 0, 0, 0, 0};
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrFormat);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat);
   EXPECT_EQ(err, PkmnLine(kLinePkmnNotKavi, "[DtRawEng::pKMN]: maker note is not kavi!!"));
   EXPECT_EQ(eng.m_makerNoteParser, nullptr);
 }
 
 TEST_P(EngineChannels, M372MakerNoteWithoutHeaderIsNotKavi) {
-  KpzSpec spec = Spec();
-  spec.m372 = true;
-  spec.makerNoteHeader = Bytes();
+  KpzSpec recipe = Spec();
+  recipe.m372 = true;
+  recipe.makerNoteHeader = Bytes();
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrFormat);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat);
   EXPECT_EQ(err, PkmnLine(kLinePkmnNotKavi, "[DtRawEng::pKMN]: maker note is not kavi!!"));
 }
 
 TEST_P(EngineChannels, M372MakerNoteHeaderCutByTheEndIsAReadError) {
-  KpzSpec spec = Spec();
-  spec.m372 = true;
+  KpzSpec recipe = Spec();
+  recipe.m372 = true;
   KpzLayout at;
-  kpztest::BuildKpz(spec, &at);
+  kpztest::BuildKpz(recipe, &at);
   for (UINT32 pointer : {at.total - 4u, at.total + 100u, 0x7FFFFFFFu}) {
-    spec.makerNotePointer = pointer;
+    recipe.makerNotePointer = pointer;
     DtRawEng eng;
     std::string err;
-    EXPECT_EQ(Run(&eng, spec, &err), DtRawErrRead) << pointer;
+    EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrRead) << pointer;
     EXPECT_EQ(err,
               PkmnLine(kLinePkmnHeader, "[DtRawEng::pKMN]: Read kavi maker note header Err!!"));
   }
 }
 
 TEST_P(EngineChannels, M372MakerNoteAtOffset0xFFFFFFFFIsClampedOrRefusedByTheChannel) {
-  KpzSpec spec = Spec();
-  spec.m372 = true;
-  spec.makerNotePointer = 0xFFFFFFFFu;
+  KpzSpec recipe = Spec();
+  recipe.m372 = true;
+  recipe.makerNotePointer = 0xFFFFFFFFu;
   DtRawEng eng;
   std::string err;
-  const int result = Run(&eng, spec, &err);
+  const int result = Run(&eng, recipe, &err);
   if (Channel() == RawChannel::Memory) {
     // Clamped to 0: the TIFF header is no "KAVI" signature.
     EXPECT_EQ(result, DtRawErrFormat);
@@ -420,12 +420,12 @@ TEST_P(EngineChannels, M372MakerNoteAtOffset0xFFFFFFFFIsClampedOrRefusedByTheCha
 }
 
 TEST_P(EngineChannels, M372WithoutKmPointerIsAFormatError) {
-  KpzSpec spec = Spec();
-  spec.m372 = true;
-  spec.editMakerNote = [](Ifd& ifd) { ifd.Remove(tag::kKmPointer); };
+  KpzSpec recipe = Spec();
+  recipe.m372 = true;
+  recipe.editMakerNote = [](Ifd& ifd) { ifd.Remove(tag::kKmPointer); };
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrFormat);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat);
   EXPECT_EQ(err,
             PkmnLine(kLineNoKm, "DtRawEng: There is no km maker note pointer though it is M372!!"));
 }
@@ -441,13 +441,13 @@ TEST_P(EngineChannels, M372KmPointerOfFewerThanFourBytesIsInvalid) {
               {kpztest::kTiffLong, 0, Bytes(), 0},
               {kpztest::kTiffLong, 10, Bytes(40, 0), 40}};
   for (const auto& row : rows) {
-    KpzSpec spec = Spec();
-    spec.m372 = true;
+    KpzSpec recipe = Spec();
+    recipe.m372 = true;
     const auto r = row;
-    spec.editMakerNote = [r](Ifd& ifd) { ifd.Replace(tag::kKmPointer, r.type, r.count, r.value); };
+    recipe.editMakerNote = [r](Ifd& ifd) { ifd.Replace(tag::kKmPointer, r.type, r.count, r.value); };
     DtRawEng eng;
     std::string err;
-    EXPECT_EQ(Run(&eng, spec, &err), DtRawErrFormat) << row.size;
+    EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat) << row.size;
     EXPECT_EQ(err, kpztest::WarnLine(kSrc, "parseKaviMakerNote", kLineKmInvalid,
                                      "DtRawEng: km maker note pointer is invalid, size=" +
                                          std::to_string(row.size) + "."));
@@ -456,35 +456,35 @@ TEST_P(EngineChannels, M372KmPointerOfFewerThanFourBytesIsInvalid) {
 }
 
 TEST_P(EngineChannels, M372KmMakerNotePastTheEndFailsInItsParser) {
-  KpzSpec spec = Spec();
-  spec.m372 = true;
-  spec.kmPointer = 0x7FFFFFFF;
+  KpzSpec recipe = Spec();
+  recipe.m372 = true;
+  recipe.kmPointer = 0x7FFFFFFF;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawErrRead);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrRead);
   EXPECT_EQ(err, DirNumErr() + PkmnLine(kLineKmParse, "DtRawEng: km maker note parse err!!"));
 }
 
 TEST_P(EngineChannels, OtherModelsIgnoreTheKmPointer) {
-  KpzSpec spec = Spec();
-  spec.hasKmMakerNote = true;
-  spec.kmPointer = 0x7FFFFFFF;
+  KpzSpec recipe = Spec();
+  recipe.hasKmMakerNote = true;
+  recipe.kmPointer = 0x7FFFFFFF;
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawOk);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawOk);
   EXPECT_EQ(err, "");
   EXPECT_EQ(eng.m_kmMakerNoteParser, nullptr);
 }
 
 TEST_P(EngineChannels, DirectoriesPointingAtThemselvesEndTheParse) {
-  KpzSpec spec = Spec();
+  KpzSpec recipe = Spec();
   KpzLayout at;
-  kpztest::BuildKpz(spec, &at);
-  spec.ifd1Pointer = at.ifd0;  // IFD1 is IFD0 again
-  spec.editExif = [](Ifd& ifd) { ifd.SetNext(0); };
+  kpztest::BuildKpz(recipe, &at);
+  recipe.ifd1Pointer = at.ifd0;  // IFD1 is IFD0 again
+  recipe.editExif = [](Ifd& ifd) { ifd.SetNext(0); };
   DtRawEng eng;
   std::string err;
-  EXPECT_EQ(Run(&eng, spec, &err), DtRawOk);
+  EXPECT_EQ(Run(&eng, recipe, &err), DtRawOk);
   EXPECT_NE(eng.getTagData(tag::kJpegOffset, eng.m_ifd1Parser), nullptr);
   // The Exif IFD pointing at itself is read once.
   KpzSpec loop = Spec();
@@ -544,9 +544,9 @@ TEST(DtRawEng, LookUpInAMissingParserGivesNull) {
 }
 
 TEST(DtRawEng, FinalizeDeletesEveryParserAndMayBeRepeated) {
-  kpztest::KpzSpec spec;
-  spec.m372 = true;
-  RawStream s(RawChannel::Memory, kpztest::BuildKpz(spec));
+  kpztest::KpzSpec recipe;
+  recipe.m372 = true;
+  RawStream s(RawChannel::Memory, kpztest::BuildKpz(recipe));
   DtRawEng eng;
   ASSERT_EQ(eng.Parse(s.Get()), DtRawOk);
   ASSERT_NE(eng.m_kmMakerNoteParser, nullptr);
@@ -596,13 +596,13 @@ TEST(DtRawEng, DeviceErrorReadingTheMakerNoteHeaderGivesIoError) {
   // Reads before the header: mark, marker, IFD0 offset, then every entry of
   // the directories; the fread after them is the 12-byte header.
   kpztest::FaultGuard guard;
-  kpztest::KpzSpec spec;
-  spec.m372 = true;
-  const Bytes bytes = kpztest::BuildKpz(spec);
+  kpztest::KpzSpec recipe;
+  recipe.m372 = true;
+  const Bytes bytes = kpztest::BuildKpz(recipe);
   int readsBefore = 0;
   {
     // Count the reads of a parse that stops at the header (bad signature).
-    kpztest::KpzSpec bad = spec;
+    kpztest::KpzSpec bad = recipe;
     bad.makerNoteHeader = Bytes{'X', 'X', 'X', 'X'};
     RawStream s(RawChannel::File, kpztest::BuildKpz(bad));
     DtRawEng eng;

@@ -74,10 +74,10 @@ class DtRawMeta : public testing::TestWithParam<OrderMode> {
   DtNlByteOrder Order() const { return std::get<0>(GetParam()); }
   Mode LoadMode() const { return std::get<1>(GetParam()); }
 
-  // Loads `spec` with this test's byte order, or fails the test.
-  void LoadSpec(KpzSpec spec, KpzLayout* where = nullptr) {
-    spec.order = Order();
-    m_file.reset(new Loaded(kpztest::BuildKpz(spec, where)));
+  // Loads `recipe` with this test's byte order, or fails the test.
+  void LoadSpec(KpzSpec recipe, KpzLayout* where = nullptr) {
+    recipe.order = Order();
+    m_file.reset(new Loaded(kpztest::BuildKpz(recipe, where)));
     ASSERT_EQ(m_file->Load(LoadMode()), DtRawOk);
   }
   DtRaw& Raw() { return m_file->raw; }
@@ -98,15 +98,15 @@ INSTANTIATE_TEST_SUITE_P(OrdersAndModes, DtRawMeta,
 // ---- 16-bit getters ----------------------------------------------------------
 
 TEST_P(DtRawMeta, SixteenBitGettersDecodeInTheFilesByteOrderSilently) {
-  KpzSpec spec;
-  spec.pixelX = 0x1234;
-  spec.pixelY = 0x0FA0;
-  spec.colorSpace = 1;
-  spec.customRendered = 1;
-  spec.focalLength35 = 0x0105;
-  spec.exposureProgram = 3;
-  spec.isoSpeed = 0x0C80;
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.pixelX = 0x1234;
+  recipe.pixelY = 0x0FA0;
+  recipe.colorSpace = 1;
+  recipe.customRendered = 1;
+  recipe.focalLength35 = 0x0105;
+  recipe.exposureProgram = 3;
+  recipe.isoSpeed = 0x0C80;
+  LoadSpec(recipe);
   unsigned short width = 0;
   unsigned short height = 0;
   short colorSpace = 0;
@@ -136,10 +136,10 @@ TEST_P(DtRawMeta, SixteenBitGettersDecodeInTheFilesByteOrderSilently) {
 }
 
 TEST_P(DtRawMeta, SignedSixteenBitValuesKeepTheirBits) {
-  KpzSpec spec;
-  spec.colorSpace = 0xFFFF;  // "uncalibrated"
-  spec.customRendered = 0x8001;
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.colorSpace = 0xFFFF;  // "uncalibrated"
+  recipe.customRendered = 0x8001;
+  LoadSpec(recipe);
   short colorSpace = 0;
   short rendered = 0;
   EXPECT_EQ(Raw().GetColorSpace(&colorSpace), DtRawOk);
@@ -149,21 +149,21 @@ TEST_P(DtRawMeta, SignedSixteenBitValuesKeepTheirBits) {
 }
 
 TEST_P(DtRawMeta, ExposureProgramKeepsTheLowByte) {
-  KpzSpec spec;
-  spec.exposureProgram = 0x0102;
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.exposureProgram = 0x0102;
+  LoadSpec(recipe);
   unsigned char program = 0;
   EXPECT_EQ(Raw().GetExposureProgram(&program), DtRawOk);
   EXPECT_EQ(program, 0x02);
 }
 
 TEST_P(DtRawMeta, SixteenBitGettersReadTheFirstOfSeveralValues) {
-  KpzSpec spec;
-  spec.editExif = [](Ifd& exif) {
+  KpzSpec recipe;
+  recipe.editExif = [](Ifd& exif) {
     exif.Remove(tag::kIsoSpeed);
     exif.AddShorts(tag::kIsoSpeed, {400, 800, 1600});
   };
-  LoadSpec(spec);
+  LoadSpec(recipe);
   unsigned short iso = 0;
   EXPECT_EQ(Raw().GetISOSpeed(&iso), DtRawOk);
   EXPECT_EQ(iso, 400);
@@ -179,10 +179,10 @@ class DtRawFlash : public testing::TestWithParam<std::tuple<OrderMode, FlashCase
 TEST_P(DtRawFlash, FlashValueIsSplitIntoItsBits) {
   const OrderMode om = std::get<0>(GetParam());
   const FlashCase c = std::get<1>(GetParam());
-  KpzSpec spec;
-  spec.order = std::get<0>(om);
-  spec.flash = c.value;
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.order = std::get<0>(om);
+  recipe.flash = c.value;
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(std::get<1>(om)), DtRawOk);
   DtRawFlashInfo info;
   info.m_fired = info.m_return = info.m_mode = info.m_function = info.m_redEye = 0xEE;
@@ -361,16 +361,16 @@ std::vector<Getter> AllGetters() {
 }
 
 // Applies `edit` to the directory the getter reads.
-void EditDirOf(KpzSpec* spec, Dir dir, std::function<void(Ifd&)> edit) {
+void EditDirOf(KpzSpec* recipe, Dir dir, std::function<void(Ifd&)> edit) {
   switch (dir) {
     case Dir::Ifd0:
-      spec->editIfd0 = std::move(edit);
+      recipe->editIfd0 = std::move(edit);
       break;
     case Dir::Exif:
-      spec->editExif = std::move(edit);
+      recipe->editExif = std::move(edit);
       break;
     case Dir::Iob:
-      spec->editIob = std::move(edit);
+      recipe->editIob = std::move(edit);
       break;
   }
 }
@@ -411,9 +411,9 @@ TEST(DtRawMetadata, EveryGetterRefusesANullOutputWithParamSilently) {
 
 TEST(DtRawMetadata, EveryGetterSucceedsOnTheStandardFile) {
   for (DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
-    KpzSpec spec;
-    spec.order = order;
-    Loaded file(kpztest::BuildKpz(spec));
+    KpzSpec recipe;
+    recipe.order = order;
+    Loaded file(kpztest::BuildKpz(recipe));
     ASSERT_EQ(file.Load(Mode::File), DtRawOk);
     for (const Getter& g : AllGetters()) {
       SCOPED_TRACE(g.name);
@@ -429,11 +429,11 @@ class DtRawMissingTag : public testing::TestWithParam<std::tuple<OrderMode, std:
 TEST_P(DtRawMissingTag, MissingTagReturnsNoDataWithItsInfoLineAndWritesNothing) {
   const OrderMode om = std::get<0>(GetParam());
   const Getter g = AllGetters()[std::get<1>(GetParam())];
-  KpzSpec spec;
-  spec.order = std::get<0>(om);
+  KpzSpec recipe;
+  recipe.order = std::get<0>(om);
   const std::uint16_t id = g.tagId;
-  EditDirOf(&spec, g.dir, [id](Ifd& ifd) { ifd.Remove(id); });
-  Loaded file(kpztest::BuildKpz(spec));
+  EditDirOf(&recipe, g.dir, [id](Ifd& ifd) { ifd.Remove(id); });
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(std::get<1>(om)), DtRawOk);
   Outcome out{0, true};
   std::string err = CaptureStderr([&] { out = g.call(file.raw); });
@@ -457,9 +457,9 @@ INSTANTIATE_TEST_SUITE_P(
     });
 
 TEST(DtRawMetadata, AFileWithoutModelNameNeverInitialises) {
-  KpzSpec spec;
-  spec.model.reset();
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.model.reset();
+  Loaded file(kpztest::BuildKpz(recipe));
   CaptureStderr([&] { EXPECT_EQ(file.Load(Mode::File), DtRawErrFormat); });
   char buff[16] = {};
   EXPECT_EQ(file.raw.GetModelName(buff, sizeof buff), DtRawErrNotInit);
@@ -478,13 +478,13 @@ class DtRawShortTag : public testing::TestWithParam<std::tuple<DtNlByteOrder, Sh
 TEST_P(DtRawShortTag, ShortTagReturnsNoDataWithTheWarnLineNamingItsSize) {
   const ShortCase c = std::get<1>(GetParam());
   const Getter g = AllGetters()[c.getter];
-  KpzSpec spec;
-  spec.order = std::get<0>(GetParam());
+  KpzSpec recipe;
+  recipe.order = std::get<0>(GetParam());
   const std::uint16_t id = g.tagId;
-  EditDirOf(&spec, g.dir, [id, c](Ifd& ifd) {
+  EditDirOf(&recipe, g.dir, [id, c](Ifd& ifd) {
     ASSERT_TRUE(ifd.Replace(id, c.type, c.count, Bytes(c.size, 0x31)));
   });
-  Loaded file(kpztest::BuildKpz(spec));
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   Outcome out{0, true};
   std::string err = CaptureStderr([&] { out = g.call(file.raw); });
@@ -522,11 +522,11 @@ INSTANTIATE_TEST_SUITE_P(
 // ---- Rationals -------------------------------------------------------------------
 
 TEST_P(DtRawMeta, RationalGettersReturnNumeratorAndDenominatorSilently) {
-  KpzSpec spec;
-  spec.focalLength = std::make_pair(std::uint32_t{0x01020304}, std::uint32_t{10});
-  spec.fNumber = std::make_pair(std::uint32_t{28}, std::uint32_t{0x0A0B0C0D});
-  spec.exposureBias = std::make_pair(std::int32_t{-1}, std::int32_t{3});
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.focalLength = std::make_pair(std::uint32_t{0x01020304}, std::uint32_t{10});
+  recipe.fNumber = std::make_pair(std::uint32_t{28}, std::uint32_t{0x0A0B0C0D});
+  recipe.exposureBias = std::make_pair(std::int32_t{-1}, std::int32_t{3});
+  LoadSpec(recipe);
   unsigned int num = 0;
   unsigned int den = 0;
   std::string err = CaptureStderr([&] {
@@ -543,9 +543,9 @@ TEST_P(DtRawMeta, RationalGettersReturnNumeratorAndDenominatorSilently) {
 TEST_P(DtRawMeta, ExposureBiasIsSigned) {
   for (const auto& bias : {std::make_pair(-1, 3), std::make_pair(2, -3),
                            std::make_pair(-2147483647 - 1, 2147483647), std::make_pair(0, 1)}) {
-    KpzSpec spec;
-    spec.exposureBias = bias;
-    LoadSpec(spec);
+    KpzSpec recipe;
+    recipe.exposureBias = bias;
+    LoadSpec(recipe);
     int num = 7;
     int den = 7;
     EXPECT_EQ(Raw().GetExposureBias(&num, &den), DtRawOk);
@@ -566,10 +566,10 @@ class DtRawExposureTime : public testing::TestWithParam<std::tuple<OrderMode, Ti
 TEST_P(DtRawExposureTime, ExposureTimeIsReducedToOneOverN) {
   const OrderMode om = std::get<0>(GetParam());
   const TimeCase c = std::get<1>(GetParam());
-  KpzSpec spec;
-  spec.order = std::get<0>(om);
-  spec.exposureTime = std::make_pair(c.num, c.den);
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.order = std::get<0>(om);
+  recipe.exposureTime = std::make_pair(c.num, c.den);
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(std::get<1>(om)), DtRawOk);
   unsigned int num = 0xA5A5A5A5u;
   unsigned int den = 0xA5A5A5A5u;
@@ -618,13 +618,13 @@ TEST_P(DtRawFractionSize, FractionNotExactlyOneRationalReturnsSizeWithoutALine) 
   for (std::size_t index : {std::size_t{8}, std::size_t{9}, std::size_t{10}, std::size_t{11}}) {
     const Getter& g = all[index];
     SCOPED_TRACE(g.name);
-    KpzSpec spec;
-    spec.order = std::get<0>(GetParam());
+    KpzSpec recipe;
+    recipe.order = std::get<0>(GetParam());
     const std::uint16_t id = g.tagId;
-    spec.editExif = [id, c](Ifd& exif) {
+    recipe.editExif = [id, c](Ifd& exif) {
       ASSERT_TRUE(exif.Replace(id, c.type, c.count, kpztest::PatternBytes(c.bytes, 3)));
     };
-    Loaded file(kpztest::BuildKpz(spec));
+    Loaded file(kpztest::BuildKpz(recipe));
     ASSERT_EQ(file.Load(Mode::File), DtRawOk);
     Outcome out{0, true};
     std::string err = CaptureStderr([&] { out = g.call(file.raw); });
@@ -649,13 +649,13 @@ INSTANTIATE_TEST_SUITE_P(
     });
 
 TEST(DtRawMetadata, EightBytesOfAnyTypeAreOneRational) {
-  KpzSpec spec;
-  spec.order = DtNlBigEndian;
-  spec.editExif = [](Ifd& exif) {
+  KpzSpec recipe;
+  recipe.order = DtNlBigEndian;
+  recipe.editExif = [](Ifd& exif) {
     ASSERT_TRUE(exif.Replace(tag::kFNumber, kpztest::kTiffUndefined, 8,
                              Bytes{0, 0, 0, 35, 0, 0, 0, 10}));
   };
-  Loaded file(kpztest::BuildKpz(spec));
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(Mode::Buffer), DtRawOk);
   unsigned int num = 0;
   unsigned int den = 0;
@@ -685,9 +685,9 @@ TEST_P(DtRawMeta, MakerAndModelNamesAreCopiedWithTheirTerminator) {
 }
 
 TEST_P(DtRawMeta, M372ModelNameIsReportedAsStored) {
-  KpzSpec spec;
-  spec.m372 = true;
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.m372 = true;
+  LoadSpec(recipe);
   std::vector<char> model(16, 0x7E);
   EXPECT_EQ(Raw().GetModelName(model.data(), 16), DtRawOk);
   EXPECT_EQ(Text(model), "DSLR-M372");
@@ -709,9 +709,9 @@ TEST_P(DtRawMeta, NameAsLongAsTheBufferOrLongerIsCutByOne) {
 
 TEST_P(DtRawMeta, ThirtyTwoByteModelIsKeptInTheTagAndCut) {
   const std::string longModel(31, 'M');  // 32 bytes with the zero: still kept in the tag
-  KpzSpec spec;
-  spec.model = longModel;
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.model = longModel;
+  LoadSpec(recipe);
   std::vector<char> small(16, 0x7E);
   EXPECT_EQ(Raw().GetModelName(small.data(), 16), DtRawOk);
   EXPECT_EQ(Text(small), std::string(15, 'M'));
@@ -737,9 +737,9 @@ TEST_P(DtRawMeta, LongMakerNameIsReadFromTheMemoryCopy) {
   // 40 bytes with the zero: the parser keeps no bytes for it.
   const std::string longMaker = "KAVI Corporation of far-away places, Ltd";
   ASSERT_EQ(longMaker.size(), 40u);
-  KpzSpec spec;
-  spec.make = longMaker.substr(0, 39);
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.make = longMaker.substr(0, 39);
+  LoadSpec(recipe);
   std::vector<char> buff(32, 0x7E);
   std::string err = CaptureStderr([&] { EXPECT_EQ(Raw().GetMakerName(buff.data(), 32), DtRawOk); });
   EXPECT_EQ(err, "");
@@ -751,9 +751,9 @@ TEST_P(DtRawMeta, LongMakerNameIsReadFromTheMemoryCopy) {
 }
 
 TEST_P(DtRawMeta, LongNameReadsLeaveTheObjectUsable) {
-  KpzSpec spec;
-  spec.make = std::string(45, 'k');
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.make = std::string(45, 'k');
+  LoadSpec(recipe);
   std::vector<char> buff(50, 0);
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(Raw().GetMakerName(buff.data(), 50), DtRawOk);
@@ -767,20 +767,20 @@ TEST_P(DtRawMeta, LongNameReadsLeaveTheObjectUsable) {
 }
 
 // Maker tag of `count` ASCII bytes said to lie at `offset` (no bytes written).
-void MakerAt(KpzSpec* spec, std::uint32_t count, std::uint32_t offset) {
-  spec->editIfd0 = [count, offset](Ifd& ifd0) {
+void MakerAt(KpzSpec* recipe, std::uint32_t count, std::uint32_t offset) {
+  recipe->editIfd0 = [count, offset](Ifd& ifd0) {
     ASSERT_TRUE(ifd0.ReplaceRaw(tag::kMake, kpztest::kTiffAscii, count, offset));
   };
 }
 
 TEST_P(DtRawMeta, NameOffsetBeyondTheMemoryCopyIsAnOpenFailureWithoutReading) {
-  KpzSpec spec;
-  spec.minTotalSize = 0x10100;  // the file goes on past the head in file mode
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.minTotalSize = 0x10100;  // the file goes on past the head in file mode
+  LoadSpec(recipe);
   const std::uint32_t copy = CopySize();
   for (std::uint32_t offset : {copy + 1, copy + 100, 0x7FFFFFFFu, 0xFFFFFFF0u, 0xFFFFFFFFu}) {
     SCOPED_TRACE(offset);
-    KpzSpec broken = spec;
+    KpzSpec broken = recipe;
     MakerAt(&broken, 40, offset);
     LoadSpec(broken);
     std::vector<char> buff(48, 0x7E);
@@ -795,10 +795,10 @@ TEST_P(DtRawMeta, NameOffsetBeyondTheMemoryCopyIsAnOpenFailureWithoutReading) {
 }
 
 TEST_P(DtRawMeta, NameStartingAtTheEndOfTheMemoryCopyIsAShortRead) {
-  KpzSpec spec;
-  spec.minTotalSize = 0x10100;
-  LoadSpec(spec);
-  KpzSpec broken = spec;
+  KpzSpec recipe;
+  recipe.minTotalSize = 0x10100;
+  LoadSpec(recipe);
+  KpzSpec broken = recipe;
   MakerAt(&broken, 40, CopySize());
   LoadSpec(broken);
   std::vector<char> buff(32, 0x7E);
@@ -810,11 +810,11 @@ TEST_P(DtRawMeta, NameStartingAtTheEndOfTheMemoryCopyIsAShortRead) {
 }
 
 TEST_P(DtRawMeta, NameCrossingTheEndOfTheMemoryCopyCopiesWhatIsThereAndFails) {
-  KpzSpec spec;
-  spec.minTotalSize = 0x10100;
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.minTotalSize = 0x10100;
+  LoadSpec(recipe);
   const std::uint32_t offset = CopySize() - 10;
-  KpzSpec broken = spec;
+  KpzSpec broken = recipe;
   MakerAt(&broken, 40, offset);
   LoadSpec(broken);
   std::vector<char> buff(48, 0x7E);
@@ -831,11 +831,11 @@ TEST_P(DtRawMeta, NameCrossingTheEndOfTheMemoryCopyCopiesWhatIsThereAndFails) {
 }
 
 TEST_P(DtRawMeta, NameEndingExactlyAtTheEndOfTheMemoryCopyIsRead) {
-  KpzSpec spec;
-  spec.minTotalSize = 0x10100;
-  LoadSpec(spec);
+  KpzSpec recipe;
+  recipe.minTotalSize = 0x10100;
+  LoadSpec(recipe);
   const std::uint32_t offset = CopySize() - 40;
-  KpzSpec broken = spec;
+  KpzSpec broken = recipe;
   MakerAt(&broken, 40, offset);
   LoadSpec(broken);
   std::vector<char> buff(41, 0x7E);
@@ -856,10 +856,10 @@ class DtRawHugeName : public testing::TestWithParam<std::tuple<OrderMode, std::u
 TEST_P(DtRawHugeName, NameOfTwoGibibytesOrMoreFailsWithoutWritingPastTheBuffer) {
   const OrderMode om = std::get<0>(GetParam());
   const std::uint32_t count = std::get<1>(GetParam());
-  KpzSpec spec;
-  spec.order = std::get<0>(om);
-  MakerAt(&spec, count, 0x40);
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.order = std::get<0>(om);
+  MakerAt(&recipe, count, 0x40);
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(std::get<1>(om)), DtRawOk);
   std::unique_ptr<char[]> exact(new char[32]);
   std::memset(exact.get(), 0x7E, 32);
@@ -889,9 +889,9 @@ INSTANTIATE_TEST_SUITE_P(
     });
 
 TEST(DtRawMetadata, NameBeyondAShortFileInsideTheHeadReadsTheZeroFilledCopy) {
-  KpzSpec spec;
-  MakerAt(&spec, 40, 0x8000);  // the file is far shorter than that
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  MakerAt(&recipe, 40, 0x8000);  // the file is far shorter than that
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_LT(file.Bytes().size(), 0x8000u);
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   std::vector<char> buff(32, 0x7E);
@@ -900,11 +900,11 @@ TEST(DtRawMetadata, NameBeyondAShortFileInsideTheHeadReadsTheZeroFilledCopy) {
 }
 
 TEST(DtRawMetadata, EmptyNameTagGivesAnEmptyName) {
-  KpzSpec spec;
-  spec.editIfd0 = [](Ifd& ifd0) {
+  KpzSpec recipe;
+  recipe.editIfd0 = [](Ifd& ifd0) {
     ASSERT_TRUE(ifd0.Replace(tag::kMake, kpztest::kTiffAscii, 0, Bytes()));
   };
-  Loaded file(kpztest::BuildKpz(spec));
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(Mode::Buffer), DtRawOk);
   std::vector<char> buff(8, 0x7E);
   EXPECT_EQ(file.raw.GetMakerName(buff.data(), 8), DtRawOk);
@@ -937,9 +937,9 @@ struct GoodDateTime {
 class DtRawGoodDateTime : public testing::TestWithParam<GoodDateTime> {};
 
 TEST_P(DtRawGoodDateTime, DateTimeWithColonsOrSpacesParsesWithoutRangeTests) {
-  KpzSpec spec;
-  spec.dateTimeOriginal = std::string(GetParam().text);
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.dateTimeOriginal = std::string(GetParam().text);
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(Mode::Buffer), DtRawOk);
   DtRawDateTime dt;
   EXPECT_EQ(file.raw.GetOrgDateTime(&dt), DtRawOk);
@@ -972,13 +972,13 @@ class DtRawBadDateTime : public testing::TestWithParam<std::tuple<OrderMode, Bad
 TEST_P(DtRawBadDateTime, BrokenDateTimeReturnsSizeWithItsLineAndWritesNothing) {
   const OrderMode om = std::get<0>(GetParam());
   const BadDateTime c = std::get<1>(GetParam());
-  KpzSpec spec;
-  spec.order = std::get<0>(om);
-  spec.editExif = [c](Ifd& exif) {
+  KpzSpec recipe;
+  recipe.order = std::get<0>(om);
+  recipe.editExif = [c](Ifd& exif) {
     ASSERT_TRUE(exif.Replace(tag::kDateTimeOriginal, kpztest::kTiffAscii,
                              static_cast<std::uint32_t>(c.value.size()), c.value));
   };
-  Loaded file(kpztest::BuildKpz(spec));
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(std::get<1>(om)), DtRawOk);
   Outcome out{0, true};
   std::string err = CaptureStderr([&] { out = CallDateTime(file.raw); });
@@ -1053,11 +1053,11 @@ class DtRawVersion : public testing::TestWithParam<std::tuple<OrderMode, Version
 TEST_P(DtRawVersion, FourDigitsBecomeANumberAndZeroIsAFailureStoredAnyway) {
   const OrderMode om = std::get<0>(GetParam());
   const VersionCase c = std::get<1>(GetParam());
-  KpzSpec spec;
-  spec.order = std::get<0>(om);
-  spec.exifVersion = std::string(c.text);
-  spec.iobVersion = std::string(c.text);
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.order = std::get<0>(om);
+  recipe.exifVersion = std::string(c.text);
+  recipe.iobVersion = std::string(c.text);
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(std::get<1>(om)), DtRawOk);
   unsigned short exif = 0xA5A5;
   unsigned short iob = 0xA5A5;

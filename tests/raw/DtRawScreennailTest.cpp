@@ -40,10 +40,10 @@ namespace tag = kpztest::tag;
 const char* kWarnInvalid = "Raw: %s() invalid data, size=%d.";
 
 KpzSpec Spec(DtNlByteOrder order, bool m372) {
-  KpzSpec spec;
-  spec.order = order;
-  spec.m372 = m372;
-  return spec;
+  KpzSpec recipe;
+  recipe.order = order;
+  recipe.m372 = m372;
+  return recipe;
 }
 
 std::string ModelLine(bool m372) {
@@ -84,10 +84,10 @@ class DtRawPicture : public testing::TestWithParam<OrderMode> {
   DtNlByteOrder Order() const { return std::get<0>(GetParam()); }
   Mode LoadMode() const { return std::get<1>(GetParam()); }
 
-  // Loads `spec` (with this test's byte order) or fails the test.
-  void LoadSpec(KpzSpec spec, KpzLayout* where = nullptr) {
-    spec.order = Order();
-    m_file.reset(new Loaded(kpztest::BuildKpz(spec, where)));
+  // Loads `recipe` (with this test's byte order) or fails the test.
+  void LoadSpec(KpzSpec recipe, KpzLayout* where = nullptr) {
+    recipe.order = Order();
+    m_file.reset(new Loaded(kpztest::BuildKpz(recipe, where)));
     ASSERT_EQ(m_file->Load(LoadMode()), DtRawOk);
   }
   DtRaw& Raw() { return m_file->raw; }
@@ -118,9 +118,9 @@ TEST_P(DtRawPicture, OtherModelTakesTheScreennailFromIfd0AndTheSizeFromTheMakerN
 }
 
 TEST_P(DtRawPicture, ScreennailSizeKeepsTheLow16BitsOfEachValue) {
-  KpzSpec spec = Spec(Order(), false);
-  spec.scnHeightWidth = std::make_pair(std::uint32_t{0x00012345}, std::uint32_t{0xFFFF0010});
-  LoadSpec(spec);
+  KpzSpec recipe = Spec(Order(), false);
+  recipe.scnHeightWidth = std::make_pair(std::uint32_t{0x00012345}, std::uint32_t{0xFFFF0010});
+  LoadSpec(recipe);
   DtRawScreennailInfo info;
   CaptureStderr([&] { EXPECT_EQ(Raw().GetScreennailInfo(&info), DtRawOk); });
   EXPECT_EQ(info.m_vertical, 0x2345);
@@ -135,10 +135,10 @@ struct ScnCase {
 class DtRawNoScnSize : public testing::TestWithParam<std::tuple<DtNlByteOrder, ScnCase>> {};
 
 TEST_P(DtRawNoScnSize, MissingOrShortScnWidthHeightGivesZeroSizeAndSuccess) {
-  KpzSpec spec = Spec(std::get<0>(GetParam()), false);
-  spec.editMakerNote = std::get<1>(GetParam()).edit;
+  KpzSpec recipe = Spec(std::get<0>(GetParam()), false);
+  recipe.editMakerNote = std::get<1>(GetParam()).edit;
   KpzLayout where;
-  Loaded file(kpztest::BuildKpz(spec, &where));
+  Loaded file(kpztest::BuildKpz(recipe, &where));
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   DtRawScreennailInfo info = SentinelScreennail();
   int result = -1;
@@ -174,15 +174,15 @@ INSTANTIATE_TEST_SUITE_P(
 // ---- GetScreennailInfo: DSLR-M372 ---------------------------------------------
 
 TEST_P(DtRawPicture, M372TakesTheScreennailFromTheKmMakerNoteOnlyAndIs640By480) {
-  KpzSpec spec = Spec(Order(), true);
+  KpzSpec recipe = Spec(Order(), true);
   // IFD0's own tags disagree; they must not be used for this model.
-  spec.editIfd0 = [](Ifd& ifd0) {
+  recipe.editIfd0 = [](Ifd& ifd0) {
     ifd0.ReplaceRaw(tag::kJpegOffset, kpztest::kTiffLong, 1, 0x1111);
     ifd0.ReplaceRaw(tag::kJpegLength, kpztest::kTiffLong, 1, 0x2222);
   };
-  spec.scnHeightWidth = std::make_pair(std::uint32_t{100}, std::uint32_t{200});
+  recipe.scnHeightWidth = std::make_pair(std::uint32_t{100}, std::uint32_t{200});
   KpzLayout where;
-  LoadSpec(spec, &where);
+  LoadSpec(recipe, &where);
   DtRawScreennailInfo info = SentinelScreennail();
   int result = -1;
   std::string err = CaptureStderr([&] { result = Raw().GetScreennailInfo(&info); });
@@ -195,11 +195,11 @@ TEST_P(DtRawPicture, M372TakesTheScreennailFromTheKmMakerNoteOnlyAndIs640By480) 
 }
 
 TEST_P(DtRawPicture, M372WithoutIfd0ScreennailTagsOrSizeTagStillSucceeds) {
-  KpzSpec spec = Spec(Order(), true);
-  spec.ifd0ScreennailTags = false;
-  spec.scnHeightWidth.reset();
+  KpzSpec recipe = Spec(Order(), true);
+  recipe.ifd0ScreennailTags = false;
+  recipe.scnHeightWidth.reset();
   KpzLayout where;
-  LoadSpec(spec, &where);
+  LoadSpec(recipe, &where);
   DtRawScreennailInfo info;
   std::string err = CaptureStderr([&] { EXPECT_EQ(Raw().GetScreennailInfo(&info), DtRawOk); });
   EXPECT_EQ(err, ModelLine(true));
@@ -236,14 +236,14 @@ TEST_P(DtRawScreennailFailure, BrokenOffsetOrLengthTagReturnsNoDataWithItsLine) 
       ifd.Replace(id, kpztest::kTiffLong, 9, Bytes(36, 0));  // 36 bytes: no value bytes kept
     }
   };
-  KpzSpec spec = Spec(order, c.m372);
+  KpzSpec recipe = Spec(order, c.m372);
   if (c.m372) {
-    spec.editKm = edit;
+    recipe.editKm = edit;
   } else {
-    spec.editIfd0 = edit;
+    recipe.editIfd0 = edit;
   }
   KpzLayout where;
-  Loaded file(kpztest::BuildKpz(spec, &where));
+  Loaded file(kpztest::BuildKpz(recipe, &where));
   ASSERT_EQ(file.Load(std::get<1>(GetParam())), DtRawOk);
 
   DtRawScreennailInfo info = SentinelScreennail();
@@ -335,11 +335,11 @@ TEST(DtRawScreennail, NullOutputsAreRefusedWithParam) {
 // ---- GetThumbnailInfo -------------------------------------------------------------
 
 TEST_P(DtRawPicture, ThumbnailInfoReportsIfd1) {
-  KpzSpec spec = Spec(Order(), false);
-  spec.thumbnailCompression = 0x1206;  // only the low byte is kept
-  spec.thumbnailOrientation = 6;       // rotate 90 degrees clockwise
+  KpzSpec recipe = Spec(Order(), false);
+  recipe.thumbnailCompression = 0x1206;  // only the low byte is kept
+  recipe.thumbnailOrientation = 6;       // rotate 90 degrees clockwise
   KpzLayout where;
-  LoadSpec(spec, &where);
+  LoadSpec(recipe, &where);
   DtRawThumbnailInfo info = SentinelThumbnail();
   int result = -1;
   std::string err = CaptureStderr([&] { result = Raw().GetThumbnailInfo(&info); });
@@ -367,8 +367,8 @@ class DtRawThumbnailFailure
 TEST_P(DtRawThumbnailFailure, BrokenIfd1TagReturnsNoDataWithItsLine) {
   const DtNlByteOrder order = std::get<0>(GetParam());
   const ThumbFailure c = std::get<1>(GetParam());
-  KpzSpec spec = Spec(order, false);
-  spec.editIfd1 = [&](Ifd& ifd1) {
+  KpzSpec recipe = Spec(order, false);
+  recipe.editIfd1 = [&](Ifd& ifd1) {
     if (c.how == Broken::Missing) {
       ifd1.Remove(c.id);
     } else if (c.how == Broken::Short) {
@@ -380,7 +380,7 @@ TEST_P(DtRawThumbnailFailure, BrokenIfd1TagReturnsNoDataWithItsLine) {
     }
   };
   KpzLayout where;
-  Loaded file(kpztest::BuildKpz(spec, &where));
+  Loaded file(kpztest::BuildKpz(recipe, &where));
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   DtRawThumbnailInfo info = SentinelThumbnail();
   int result = 0;
@@ -438,11 +438,11 @@ class DtRawThumbnailRotation
     : public testing::TestWithParam<std::tuple<DtNlByteOrder, RotationCase>> {};
 
 TEST_P(DtRawThumbnailRotation, MissingOrShortThumbnailOrientationGivesRotationZero) {
-  KpzSpec spec = Spec(std::get<0>(GetParam()), false);
-  spec.thumbnailOrientation = 8;
-  spec.editIfd1 = std::get<1>(GetParam()).edit;
+  KpzSpec recipe = Spec(std::get<0>(GetParam()), false);
+  recipe.thumbnailOrientation = 8;
+  recipe.editIfd1 = std::get<1>(GetParam()).edit;
   KpzLayout where;
-  Loaded file(kpztest::BuildKpz(spec, &where));
+  Loaded file(kpztest::BuildKpz(recipe, &where));
   ASSERT_EQ(file.Load(Mode::Buffer), DtRawOk);
   DtRawThumbnailInfo info = SentinelThumbnail();
   int result = -1;
@@ -516,9 +516,9 @@ TEST_P(DtRawPicture, ThumbnailDataCanBeTakenRepeatedly) {
 TEST(DtRawThumbnailData, InsideTheHeadIsCopiedFromMemoryWithoutOpeningTheFile) {
   for (DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
     // The thumbnail's last byte is the head's last byte.
-    KpzSpec spec = Spec(order, false);
-    spec.thumbnailOffset = DtRaw::READ_SIZE - 32;
-    Loaded file(kpztest::BuildKpz(spec));
+    KpzSpec recipe = Spec(order, false);
+    recipe.thumbnailOffset = DtRaw::READ_SIZE - 32;
+    Loaded file(kpztest::BuildKpz(recipe));
     ASSERT_EQ(file.Load(Mode::File), DtRawOk);
     kpztest::FaultGuard guard;
     std::vector<unsigned char> buff(32, 0);
@@ -531,9 +531,9 @@ TEST(DtRawThumbnailData, InsideTheHeadIsCopiedFromMemoryWithoutOpeningTheFile) {
 TEST(DtRawThumbnailData, CrossingTheHeadsEndIsReadFromTheFile) {
   for (DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
     for (std::uint32_t at : {DtRaw::READ_SIZE - 31, DtRaw::READ_SIZE, DtRaw::READ_SIZE + 1000}) {
-      KpzSpec spec = Spec(order, true);
-      spec.thumbnailOffset = at;
-      Loaded file(kpztest::BuildKpz(spec));
+      KpzSpec recipe = Spec(order, true);
+      recipe.thumbnailOffset = at;
+      Loaded file(kpztest::BuildKpz(recipe));
       ASSERT_EQ(file.Load(Mode::File), DtRawOk);
       kpztest::FaultGuard guard;
       std::vector<unsigned char> buff(32, 0);
@@ -555,9 +555,9 @@ TEST(DtRawThumbnailData, CrossingTheHeadsEndIsReadFromTheFile) {
 
 TEST(DtRawThumbnailData, PastTheEndOfAShortFileInsideTheHeadGivesZeros) {
   // Deterministic thanks to the zero-filled head copy.
-  KpzSpec spec = Spec(DtNlLittleEndian, false);
-  spec.editIfd1 = [](Ifd& ifd1) { ifd1.ReplaceRaw(tag::kJpegOffset, kpztest::kTiffLong, 1, 0x2000); };
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe = Spec(DtNlLittleEndian, false);
+  recipe.editIfd1 = [](Ifd& ifd1) { ifd1.ReplaceRaw(tag::kJpegOffset, kpztest::kTiffLong, 1, 0x2000); };
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_LT(file.Bytes().size(), 0x2000u);
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   std::vector<unsigned char> buff(32, 0x55);
@@ -566,10 +566,10 @@ TEST(DtRawThumbnailData, PastTheEndOfAShortFileInsideTheHeadGivesZeros) {
 }
 
 TEST(DtRawThumbnailData, PastTheEndOfTheFileBeyondTheHeadIsAReadError) {
-  KpzSpec spec = Spec(DtNlBigEndian, false);
-  spec.thumbnailLengthTag = 0x20000;  // far more than the file holds
-  spec.thumbnailOffset = DtRaw::READ_SIZE - 16;
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe = Spec(DtNlBigEndian, false);
+  recipe.thumbnailLengthTag = 0x20000;  // far more than the file holds
+  recipe.thumbnailOffset = DtRaw::READ_SIZE - 16;
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   std::vector<unsigned char> buff(0x20000, 0);
   int result = 0;
@@ -584,10 +584,10 @@ TEST(DtRawThumbnailData, PastTheEndOfTheFileBeyondTheHeadIsAReadError) {
 
 TEST(DtRawThumbnailData, BufferModeThumbnailPastTheBufferReturnsNoData) {
   for (DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
-    KpzSpec spec = Spec(order, true);
-    Bytes bytes = kpztest::BuildKpz(spec);
-    spec.thumbnailLengthTag = static_cast<std::uint32_t>(bytes.size());  // runs past the end
-    Loaded file(kpztest::BuildKpz(spec));
+    KpzSpec recipe = Spec(order, true);
+    Bytes bytes = kpztest::BuildKpz(recipe);
+    recipe.thumbnailLengthTag = static_cast<std::uint32_t>(bytes.size());  // runs past the end
+    Loaded file(kpztest::BuildKpz(recipe));
     ASSERT_EQ(file.Load(Mode::Buffer), DtRawOk);
     std::vector<unsigned char> buff(bytes.size(), 0x33);
     int result = 0;
@@ -614,11 +614,11 @@ TEST(DtRawThumbnailData, OffsetsThatWouldWrapAreNeverTakenAsInsideTheBuffer) {
   // offset + count wraps to a small number in 32 bits; the subtraction form
   // sees that the offset lies past the buffer.
   for (std::uint32_t offset : {0xFFFFFFF0u, 0x80000000u}) {
-    KpzSpec spec = Spec(DtNlLittleEndian, false);
-    spec.editIfd1 = [offset](Ifd& ifd1) {
+    KpzSpec recipe = Spec(DtNlLittleEndian, false);
+    recipe.editIfd1 = [offset](Ifd& ifd1) {
       ifd1.ReplaceRaw(tag::kJpegOffset, kpztest::kTiffLong, 1, offset);
     };
-    Loaded file(kpztest::BuildKpz(spec));
+    Loaded file(kpztest::BuildKpz(recipe));
     ASSERT_EQ(file.Load(Mode::Buffer), DtRawOk);
     std::vector<unsigned char> buff(32, 0x44);
     int result = 0;
@@ -633,11 +633,11 @@ TEST(DtRawThumbnailData, OffsetsThatWouldWrapAreNeverTakenAsInsideTheBuffer) {
 
 TEST(DtRawThumbnailData, OffsetBeyondTwoGibibytesFailsInTheSeek) {
   // The file channel keeps the offset as a signed 32-bit number.
-  KpzSpec spec = Spec(DtNlBigEndian, false);
-  spec.editIfd1 = [](Ifd& ifd1) {
+  KpzSpec recipe = Spec(DtNlBigEndian, false);
+  recipe.editIfd1 = [](Ifd& ifd1) {
     ifd1.ReplaceRaw(tag::kJpegOffset, kpztest::kTiffLong, 1, 0xFFFFFFF0u);
   };
-  Loaded file(kpztest::BuildKpz(spec));
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   kpztest::FaultGuard guard;
   std::vector<unsigned char> buff(32, 0x44);
@@ -659,9 +659,9 @@ TEST(DtRawThumbnailData, OffsetBeyondTwoGibibytesFailsInTheSeek) {
 
 // A file whose thumbnail lies past the head, so that it is read from the file.
 std::unique_ptr<Loaded> FarThumbnail(DtNlByteOrder order) {
-  KpzSpec spec = Spec(order, false);
-  spec.thumbnailOffset = DtRaw::READ_SIZE + 64;
-  std::unique_ptr<Loaded> file(new Loaded(kpztest::BuildKpz(spec)));
+  KpzSpec recipe = Spec(order, false);
+  recipe.thumbnailOffset = DtRaw::READ_SIZE + 64;
+  std::unique_ptr<Loaded> file(new Loaded(kpztest::BuildKpz(recipe)));
   EXPECT_EQ(file->Load(Mode::File), DtRawOk);
   return file;
 }
@@ -804,9 +804,9 @@ TEST(DtRawRotation, TablesAreEachOthersInverse) {
 TEST_P(DtRawPicture, RotationInfoConvertsIfd0Orientation) {
   for (int value : {1, 6, 3, 8, 2, 5, 4, 7, 0, 9}) {
     const auto orientation = static_cast<std::uint16_t>(value);
-    KpzSpec spec = Spec(Order(), orientation % 2 == 0);
-    spec.orientation = orientation;
-    LoadSpec(spec);
+    KpzSpec recipe = Spec(Order(), orientation % 2 == 0);
+    recipe.orientation = orientation;
+    LoadSpec(recipe);
     unsigned char rotation = 0xAA;
     std::string err = CaptureStderr([&] { EXPECT_EQ(Raw().GetRotationInfo(&rotation), DtRawOk); });
     EXPECT_EQ(err, "");
@@ -815,9 +815,9 @@ TEST_P(DtRawPicture, RotationInfoConvertsIfd0Orientation) {
 }
 
 TEST_P(DtRawPicture, RotationInfoWithoutOrientationReturnsNoData) {
-  KpzSpec spec = Spec(Order(), false);
-  spec.orientation.reset();
-  LoadSpec(spec);
+  KpzSpec recipe = Spec(Order(), false);
+  recipe.orientation.reset();
+  LoadSpec(recipe);
   unsigned char rotation = 0xAA;
   int result = 0;
   std::string err = CaptureStderr([&] { result = Raw().GetRotationInfo(&rotation); });
@@ -828,16 +828,16 @@ TEST_P(DtRawPicture, RotationInfoWithoutOrientationReturnsNoData) {
 
 TEST_P(DtRawPicture, RotationInfoWithAShortOrientationReturnsNoData) {
   for (int variant = 0; variant < 2; ++variant) {
-    KpzSpec spec = Spec(Order(), true);
+    KpzSpec recipe = Spec(Order(), true);
     const int size = variant == 0 ? 1 : 34;
-    spec.editIfd0 = [variant](Ifd& ifd0) {
+    recipe.editIfd0 = [variant](Ifd& ifd0) {
       if (variant == 0) {
         ifd0.Replace(tag::kOrientation, kpztest::kTiffByte, 1, Bytes{6});
       } else {
         ifd0.Replace(tag::kOrientation, kpztest::kTiffShort, 17, Bytes(34, 0));
       }
     };
-    LoadSpec(spec);
+    LoadSpec(recipe);
     unsigned char rotation = 0xAA;
     int result = 0;
     std::string err = CaptureStderr([&] { result = Raw().GetRotationInfo(&rotation); });

@@ -36,10 +36,10 @@ const char* kEngCpp = "jni/raw/DtRawEng.cpp";
 const char* kParserCpp = "jni/raw/parser/DtRawIFDParserBase.cpp";
 
 KpzSpec Spec(DtNlByteOrder order, bool m372) {
-  KpzSpec spec;
-  spec.order = order;
-  spec.m372 = m372;
-  return spec;
+  KpzSpec recipe;
+  recipe.order = order;
+  recipe.m372 = m372;
+  return recipe;
 }
 
 std::string NotTiffLine() {
@@ -166,10 +166,10 @@ TEST_P(DtRawLoad, InitializeBufArgumentCheckLeavesTheEarlierStateInPlace) {
 TEST_P(DtRawLoad, ParseFailureIsReturnedUnchangedAndEmptiesTheObject) {
   Loaded good(kpztest::BuildKpz(MySpec()));
   ASSERT_EQ(good.Load(LoadMode()), DtRawOk);
-  KpzSpec spec = MySpec();
-  spec.m372 = false;
-  spec.model.reset();
-  Loaded bad(kpztest::BuildKpz(spec));
+  KpzSpec recipe = MySpec();
+  recipe.m372 = false;
+  recipe.model.reset();
+  Loaded bad(kpztest::BuildKpz(recipe));
   std::vector<unsigned char> badBytes(bad.Bytes());
   int result = 0;
   std::string err = CaptureStderr([&] {
@@ -295,12 +295,12 @@ TEST(DtRaw, ShortFileIsFollowedByZerosInTheHeadCopy) {
 
   // The Iob index of the short file points at 8 bytes past the file's end.
   const std::uint32_t dangling = 0x0F00;
-  KpzSpec spec = Spec(DtNlLittleEndian, false);
-  spec.editIob = [&](kpztest::Ifd& iob) {
+  KpzSpec recipe = Spec(DtNlLittleEndian, false);
+  recipe.editIob = [&](kpztest::Ifd& iob) {
     iob.Remove(kpztest::tag::kIobIndex);
     iob.AddAt(kpztest::tag::kIobIndex, kpztest::kTiffAscii, 8, Bytes(), dangling);
   };
-  Loaded file(kpztest::BuildKpz(spec));
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_LT(file.Bytes().size(), dangling);
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   EXPECT_EQ(IobIndex(file.raw), std::string(8, '\0'));
@@ -345,12 +345,12 @@ TEST(DtRaw, DirectoryBeyondTheHeadFailsInTheParseInFileModeOnly) {
   // its data area there); a copy of it is placed past the head, and the Exif
   // pointer names the copy.
   const std::uint32_t far = DtRaw::READ_SIZE + 0x10;
-  KpzSpec spec = Spec(DtNlLittleEndian, false);
-  spec.makerNotePointer = far;
+  KpzSpec recipe = Spec(DtNlLittleEndian, false);
+  recipe.makerNotePointer = far;
   // Grown past 32 bytes, so that the Exif IFD keeps it by position only.
-  spec.editMakerNote = [](kpztest::Ifd& mn) { mn.AddUndefined(0x0001, Bytes(24, 0x5A)); };
+  recipe.editMakerNote = [](kpztest::Ifd& mn) { mn.AddUndefined(0x0001, Bytes(24, 0x5A)); };
   kpztest::KpzLayout where;
-  Bytes moved = kpztest::BuildKpz(spec, &where);
+  Bytes moved = kpztest::BuildKpz(recipe, &where);
   moved.resize(far + where.makerNoteSize + 16, 0);
   std::memcpy(&moved[far], &moved[where.makerNote], where.makerNoteSize);
 
@@ -458,9 +458,9 @@ TEST(DtRaw, GetIobIndexRefusesNullOutputs) {
 }
 
 TEST(DtRaw, GetIobIndexPointsIntoTheParsedTag) {
-  KpzSpec spec = Spec(DtNlBigEndian, true);
-  spec.iobIndex = std::string(31, 'x');  // 32 bytes with its zero: still kept
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe = Spec(DtNlBigEndian, true);
+  recipe.iobIndex = std::string(31, 'x');  // 32 bytes with its zero: still kept
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   EXPECT_EQ(IobIndex(file.raw), std::string(31, 'x') + std::string(1, '\0'));
 }
@@ -474,10 +474,10 @@ struct MissingIob {
 class DtRawMissingIob : public testing::TestWithParam<MissingIob> {};
 
 TEST_P(DtRawMissingIob, GetIobIndexWithoutBytesReturnsNoData) {
-  KpzSpec spec = Spec(DtNlLittleEndian, false);
-  spec.hasIob = GetParam().hasIob;
-  spec.iobIndex = GetParam().index;
-  Loaded file(kpztest::BuildKpz(spec));
+  KpzSpec recipe = Spec(DtNlLittleEndian, false);
+  recipe.hasIob = GetParam().hasIob;
+  recipe.iobIndex = GetParam().index;
+  Loaded file(kpztest::BuildKpz(recipe));
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   const char* value = nullptr;
   int size = -7;

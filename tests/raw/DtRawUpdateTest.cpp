@@ -123,12 +123,12 @@ struct Positions {
   std::uint32_t ifd1DateTime = 0;
 };
 
-// A file on disk built from a spec, its positions and a DtRaw over it.
+// A file on disk built from a recipe, its positions and a DtRaw over it.
 class Target {
  public:
-  explicit Target(const KpzSpec& spec) : m_order(spec.order) {
+  explicit Target(const KpzSpec& recipe) : m_order(recipe.order) {
     KpzLayout where;
-    Bytes bytes = kpztest::BuildKpz(spec, &where);
+    Bytes bytes = kpztest::BuildKpz(recipe, &where);
     pos.ifd0Orientation = kpztest::TagValueOffset(bytes, m_order, where.ifd0, tag::kOrientation);
     pos.ifd1Orientation = kpztest::TagValueOffset(bytes, m_order, where.ifd1, tag::kOrientation);
     pos.ifd0DateTime = kpztest::TagValueOffset(bytes, m_order, where.ifd0, tag::kDateTime);
@@ -163,10 +163,10 @@ class Target {
 };
 
 KpzSpec Spec(DtNlByteOrder order, bool m372 = false) {
-  KpzSpec spec;
-  spec.order = order;
-  spec.m372 = m372;
-  return spec;
+  KpzSpec recipe;
+  recipe.order = order;
+  recipe.m372 = m372;
+  return recipe;
 }
 
 // ---- The main road, over byte orders and model branches ---------------------
@@ -261,9 +261,9 @@ TEST_P(DtRawUpdate, UpdateWithAnInvalidTimeRestoresTheFileTimes) {
 }
 
 TEST_P(DtRawUpdate, DifferingDateTimesMakeUpdateCopyIfd0sIntoIfd1) {
-  KpzSpec spec = BaseSpec();
-  spec.thumbnailDateTime = std::string("2009:12:31 23:59:59");
-  Target t(spec);
+  KpzSpec recipe = BaseSpec();
+  recipe.thumbnailDateTime = std::string("2009:12:31 23:59:59");
+  Target t(recipe);
   ASSERT_NE(t.pos.ifd1DateTime, 0u);
   ASSERT_EQ(t.Load(), DtRawOk);
   int result = -1;
@@ -285,9 +285,9 @@ TEST_P(DtRawUpdate, DifferingDateTimesMakeUpdateCopyIfd0sIntoIfd1) {
 }
 
 TEST_P(DtRawUpdate, EqualDateTimesAreNotWritten) {
-  KpzSpec spec = BaseSpec();
-  spec.thumbnailDateTime = spec.dateTime;
-  Target t(spec);
+  KpzSpec recipe = BaseSpec();
+  recipe.thumbnailDateTime = recipe.dateTime;
+  Target t(recipe);
   ASSERT_EQ(t.Load(), DtRawOk);
   int result = -1;
   std::string err = Captured([&] { result = t.Raw().SetRotationInfo(5); });
@@ -302,9 +302,9 @@ TEST_P(DtRawUpdate, EqualDateTimesAreNotWritten) {
 }
 
 TEST_P(DtRawUpdate, TheParsedDateTimeIsRefreshedSoASecondRotationWritesNoDateTime) {
-  KpzSpec spec = BaseSpec();
-  spec.thumbnailDateTime = std::string("2001:01:01 01:01:01");
-  Target t(spec);
+  KpzSpec recipe = BaseSpec();
+  recipe.thumbnailDateTime = std::string("2001:01:01 01:01:01");
+  Target t(recipe);
   ASSERT_EQ(t.Load(), DtRawOk);
   kpztest::FaultGuard guard;
   Captured([&] {
@@ -365,10 +365,10 @@ TEST(DtRawUpdateCodes, EveryRotationCodeWritesItsOrientationAndOthersWriteOne) {
   for (DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
     for (std::size_t i = 0; i < sizeof codes; ++i) {
       SCOPED_TRACE(std::to_string(codes[i]) + (order == DtNlBigEndian ? " big" : " little"));
-      KpzSpec spec = Spec(order);
-      spec.orientation = 6;  // so that orientation 1 is a change too
-      spec.thumbnailOrientation = 3;
-      Target t(spec);
+      KpzSpec recipe = Spec(order);
+      recipe.orientation = 6;  // so that orientation 1 is a change too
+      recipe.thumbnailOrientation = 3;
+      Target t(recipe);
       ASSERT_EQ(t.Load(), DtRawOk);
       Captured([&] {
         EXPECT_EQ(t.Raw().SetRotationInfo(codes[i]), DtRawOk);
@@ -390,10 +390,10 @@ struct SyncSkip {
 class DtRawSyncSkip : public testing::TestWithParam<std::tuple<DtNlByteOrder, SyncSkip>> {};
 
 TEST_P(DtRawSyncSkip, DateTimeSyncIsSkippedWithItsLineAndOnlyOrientationsAreWritten) {
-  KpzSpec spec = Spec(std::get<0>(GetParam()));
-  spec.thumbnailDateTime = std::string("2009:12:31 23:59:59");
-  std::get<1>(GetParam()).edit(spec);
-  Target t(spec);
+  KpzSpec recipe = Spec(std::get<0>(GetParam()));
+  recipe.thumbnailDateTime = std::string("2009:12:31 23:59:59");
+  std::get<1>(GetParam()).edit(recipe);
+  Target t(recipe);
   ASSERT_EQ(t.Load(), DtRawOk);
   int result = -1;
   std::string err = Captured([&] { result = t.Raw().SetRotationInfo(1); });
@@ -441,15 +441,15 @@ TEST(DtRawUpdateSync, DateTimesAreComparedAsTextUpToTheirZeroByte) {
   ifd0Value.insert(ifd0Value.end(), a.begin(), a.end());
   ifd1Value.insert(ifd1Value.end(), b.begin(), b.end());
   ASSERT_EQ(ifd0Value.size(), 20u);
-  KpzSpec spec = Spec(DtNlLittleEndian);
-  spec.thumbnailDateTime = std::string("placeholder");
-  spec.editIfd0 = [&](Ifd& ifd0) {
+  KpzSpec recipe = Spec(DtNlLittleEndian);
+  recipe.thumbnailDateTime = std::string("placeholder");
+  recipe.editIfd0 = [&](Ifd& ifd0) {
     ASSERT_TRUE(ifd0.Replace(tag::kDateTime, kpztest::kTiffAscii, 20, ifd0Value));
   };
-  spec.editIfd1 = [&](Ifd& ifd1) {
+  recipe.editIfd1 = [&](Ifd& ifd1) {
     ASSERT_TRUE(ifd1.Replace(tag::kDateTime, kpztest::kTiffAscii, 20, ifd1Value));
   };
-  Target t(spec);
+  Target t(recipe);
   ASSERT_EQ(t.Load(), DtRawOk);
   kpztest::FaultGuard guard;
   Captured([&] {
@@ -465,12 +465,12 @@ TEST(DtRawUpdateSync, DateTimesAreComparedAsTextUpToTheirZeroByte) {
 
 TEST(DtRawUpdateRefusal, Ifd1OrientationOfAnotherSizeEmptiesTheQueue) {
   for (DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
-    KpzSpec spec = Spec(order);
-    spec.thumbnailDateTime = std::string("2009:12:31 23:59:59");
-    spec.editIfd1 = [](Ifd& ifd1) {
+    KpzSpec recipe = Spec(order);
+    recipe.thumbnailDateTime = std::string("2009:12:31 23:59:59");
+    recipe.editIfd1 = [](Ifd& ifd1) {
       ASSERT_TRUE(ifd1.Replace(tag::kOrientation, kpztest::kTiffShort, 2, Bytes{0, 6, 0, 6}));
     };
-    Target t(spec);
+    Target t(recipe);
     ASSERT_EQ(t.Load(), DtRawOk);
     int result = 0;
     std::string err = Captured([&] { result = t.Raw().SetRotationInfo(1); });
@@ -496,9 +496,9 @@ struct Ifd0Broken {
 class DtRawIfd0Orientation : public testing::TestWithParam<Ifd0Broken> {};
 
 TEST_P(DtRawIfd0Orientation, MissingOrMisSizedIfd0OrientationIsRefusedAndQueuesNothing) {
-  KpzSpec spec = Spec(DtNlBigEndian);
-  spec.editIfd0 = GetParam().edit;
-  Target t(spec);
+  KpzSpec recipe = Spec(DtNlBigEndian);
+  recipe.editIfd0 = GetParam().edit;
+  Target t(recipe);
   ASSERT_EQ(t.Load(), DtRawOk);
   int result = 0;
   std::string err = Captured([&] { result = t.Raw().SetRotationInfo(1); });
@@ -536,9 +536,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(DtRawUpdateRefusal, WithoutIfd1OrientationOnlyIfd0IsWritten) {
   for (DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
-    KpzSpec spec = Spec(order);
-    spec.thumbnailOrientation.reset();
-    Target t(spec);
+    KpzSpec recipe = Spec(order);
+    recipe.thumbnailOrientation.reset();
+    Target t(recipe);
     ASSERT_EQ(t.pos.ifd1Orientation, 0u);
     ASSERT_EQ(t.Load(), DtRawOk);
     int result = -1;

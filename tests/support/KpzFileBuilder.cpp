@@ -414,97 +414,97 @@ std::uint32_t KpzFile::Size() const { return ToU32(m_bytes.size()); }
 
 // ---- BuildKpz --------------------------------------------------------------
 
-Bytes BuildKpz(const KpzSpec& spec, KpzLayout* layout) {
-  const DtNlByteOrder order = spec.order;
-  const bool hasKm = spec.hasKmMakerNote.value_or(spec.m372);
-  const Bytes mnHeader = spec.makerNoteHeader.value_or(spec.m372 ? KaviMakerNoteHeader() : Bytes());
+Bytes BuildKpz(const KpzSpec& recipe, KpzLayout* layout) {
+  const DtNlByteOrder order = recipe.order;
+  const bool hasKm = recipe.hasKmMakerNote.value_or(recipe.m372);
+  const Bytes mnHeader = recipe.makerNoteHeader.value_or(recipe.m372 ? KaviMakerNoteHeader() : Bytes());
   const std::uint32_t mnHeaderSize = mnHeader.empty() ? 0u : 12u;
-  const std::uint32_t snLength = spec.screennailLengthTag.value_or(ToU32(spec.screennail.size()));
-  const std::uint32_t tnLength = spec.thumbnailLengthTag.value_or(ToU32(spec.thumbnail.size()));
+  const std::uint32_t snLength = recipe.screennailLengthTag.value_or(ToU32(recipe.screennail.size()));
+  const std::uint32_t tnLength = recipe.thumbnailLengthTag.value_or(ToU32(recipe.thumbnail.size()));
 
   // Directories with placeholder pointers: sizes do not depend on pointer values.
   Ifd ifd0(order);
-  if (spec.make) ifd0.AddAscii(tag::kMake, *spec.make);
-  if (spec.m372) {
+  if (recipe.make) ifd0.AddAscii(tag::kMake, *recipe.make);
+  if (recipe.m372) {
     ifd0.AddAscii(tag::kModel, "DSLR-M372");
-  } else if (spec.model) {
-    ifd0.AddAscii(tag::kModel, *spec.model);
+  } else if (recipe.model) {
+    ifd0.AddAscii(tag::kModel, *recipe.model);
   }
-  if (spec.orientation) ifd0.AddShort(tag::kOrientation, *spec.orientation);
-  if (spec.dateTime) ifd0.AddAscii(tag::kDateTime, *spec.dateTime);
-  if (spec.hasExif) ifd0.AddLong(tag::kExifPointer, 0);
-  if (spec.ifd0ScreennailTags) {
+  if (recipe.orientation) ifd0.AddShort(tag::kOrientation, *recipe.orientation);
+  if (recipe.dateTime) ifd0.AddAscii(tag::kDateTime, *recipe.dateTime);
+  if (recipe.hasExif) ifd0.AddLong(tag::kExifPointer, 0);
+  if (recipe.ifd0ScreennailTags) {
     ifd0.AddLong(tag::kJpegOffset, 0);
     ifd0.AddLong(tag::kJpegLength, snLength);
   }
-  if (spec.editIfd0) spec.editIfd0(ifd0);
+  if (recipe.editIfd0) recipe.editIfd0(ifd0);
 
   Ifd ifd1(order);
-  if (spec.thumbnailCompression) ifd1.AddShort(tag::kCompression, *spec.thumbnailCompression);
-  if (spec.thumbnailOrientation) ifd1.AddShort(tag::kOrientation, *spec.thumbnailOrientation);
+  if (recipe.thumbnailCompression) ifd1.AddShort(tag::kCompression, *recipe.thumbnailCompression);
+  if (recipe.thumbnailOrientation) ifd1.AddShort(tag::kOrientation, *recipe.thumbnailOrientation);
   ifd1.AddLong(tag::kJpegOffset, 0);
   ifd1.AddLong(tag::kJpegLength, tnLength);
-  if (spec.thumbnailDateTime) ifd1.AddAscii(tag::kDateTime, *spec.thumbnailDateTime);
-  if (spec.editIfd1) spec.editIfd1(ifd1);
+  if (recipe.thumbnailDateTime) ifd1.AddAscii(tag::kDateTime, *recipe.thumbnailDateTime);
+  if (recipe.editIfd1) recipe.editIfd1(ifd1);
 
   Ifd mn(order);
   if (hasKm) mn.AddLong(tag::kKmPointer, 0);
-  if (spec.scnHeightWidth) {
-    mn.AddLongs(tag::kScnWidthHeight, {spec.scnHeightWidth->first, spec.scnHeightWidth->second});
+  if (recipe.scnHeightWidth) {
+    mn.AddLongs(tag::kScnWidthHeight, {recipe.scnHeightWidth->first, recipe.scnHeightWidth->second});
   }
-  if (!spec.makerNoteFiller.empty()) mn.AddUndefined(tag::kMakerNoteFiller, spec.makerNoteFiller);
-  if (spec.editMakerNote) spec.editMakerNote(mn);
+  if (!recipe.makerNoteFiller.empty()) mn.AddUndefined(tag::kMakerNoteFiller, recipe.makerNoteFiller);
+  if (recipe.editMakerNote) recipe.editMakerNote(mn);
   const std::uint32_t mnSize = mnHeaderSize + mn.Size();
 
   Ifd exif(order);
-  if (spec.exposureTime)
-    exif.AddRational(tag::kExposureTime, spec.exposureTime->first, spec.exposureTime->second);
-  if (spec.fNumber) exif.AddRational(tag::kFNumber, spec.fNumber->first, spec.fNumber->second);
-  if (spec.exposureProgram) exif.AddShort(tag::kExposureProgram, *spec.exposureProgram);
-  if (spec.isoSpeed) exif.AddShort(tag::kIsoSpeed, *spec.isoSpeed);
-  if (spec.exifVersion) exif.AddUndefined(tag::kExifVersion, AsciiBytes(*spec.exifVersion, false));
-  if (spec.dateTimeOriginal) exif.AddAscii(tag::kDateTimeOriginal, *spec.dateTimeOriginal);
-  if (spec.exposureBias)
-    exif.AddSRational(tag::kExposureBias, spec.exposureBias->first, spec.exposureBias->second);
-  if (spec.flash) exif.AddShort(tag::kFlash, *spec.flash);
-  if (spec.focalLength)
-    exif.AddRational(tag::kFocalLength, spec.focalLength->first, spec.focalLength->second);
-  if (spec.hasMakerNote) exif.AddRaw(tag::kMakerNote, kTiffUndefined, mnSize, 0);
-  if (spec.colorSpace) exif.AddShort(tag::kColorSpace, *spec.colorSpace);
-  if (spec.hasIob) exif.AddLong(tag::kIobPointer, 0);
-  if (spec.customRendered) exif.AddShort(tag::kCustomRendered, *spec.customRendered);
-  if (spec.focalLength35) exif.AddShort(tag::kFocalLength35, *spec.focalLength35);
-  if (spec.pixelX) exif.AddShort(tag::kPixelX, *spec.pixelX);
-  if (spec.pixelY) exif.AddShort(tag::kPixelY, *spec.pixelY);
-  if (spec.editExif) spec.editExif(exif);
+  if (recipe.exposureTime)
+    exif.AddRational(tag::kExposureTime, recipe.exposureTime->first, recipe.exposureTime->second);
+  if (recipe.fNumber) exif.AddRational(tag::kFNumber, recipe.fNumber->first, recipe.fNumber->second);
+  if (recipe.exposureProgram) exif.AddShort(tag::kExposureProgram, *recipe.exposureProgram);
+  if (recipe.isoSpeed) exif.AddShort(tag::kIsoSpeed, *recipe.isoSpeed);
+  if (recipe.exifVersion) exif.AddUndefined(tag::kExifVersion, AsciiBytes(*recipe.exifVersion, false));
+  if (recipe.dateTimeOriginal) exif.AddAscii(tag::kDateTimeOriginal, *recipe.dateTimeOriginal);
+  if (recipe.exposureBias)
+    exif.AddSRational(tag::kExposureBias, recipe.exposureBias->first, recipe.exposureBias->second);
+  if (recipe.flash) exif.AddShort(tag::kFlash, *recipe.flash);
+  if (recipe.focalLength)
+    exif.AddRational(tag::kFocalLength, recipe.focalLength->first, recipe.focalLength->second);
+  if (recipe.hasMakerNote) exif.AddRaw(tag::kMakerNote, kTiffUndefined, mnSize, 0);
+  if (recipe.colorSpace) exif.AddShort(tag::kColorSpace, *recipe.colorSpace);
+  if (recipe.hasIob) exif.AddLong(tag::kIobPointer, 0);
+  if (recipe.customRendered) exif.AddShort(tag::kCustomRendered, *recipe.customRendered);
+  if (recipe.focalLength35) exif.AddShort(tag::kFocalLength35, *recipe.focalLength35);
+  if (recipe.pixelX) exif.AddShort(tag::kPixelX, *recipe.pixelX);
+  if (recipe.pixelY) exif.AddShort(tag::kPixelY, *recipe.pixelY);
+  if (recipe.editExif) recipe.editExif(exif);
 
   Ifd iob(order);
-  if (spec.iobIndex) iob.AddAscii(tag::kIobIndex, *spec.iobIndex);
-  if (spec.iobVersion) iob.AddUndefined(tag::kIobVersion, AsciiBytes(*spec.iobVersion, false));
-  if (spec.editIob) spec.editIob(iob);
+  if (recipe.iobIndex) iob.AddAscii(tag::kIobIndex, *recipe.iobIndex);
+  if (recipe.iobVersion) iob.AddUndefined(tag::kIobVersion, AsciiBytes(*recipe.iobVersion, false));
+  if (recipe.editIob) recipe.editIob(iob);
 
   Ifd km(order);
   km.AddLong(tag::kKmScreennailOffset, 0);
   km.AddLong(tag::kKmScreennailLength, snLength);
-  if (spec.editKm) spec.editKm(km);
+  if (recipe.editKm) recipe.editKm(km);
 
   // Positions.
   KpzLayout where;
   std::uint32_t pos = 8;
   where.ifd0 = pos;
   pos = AlignEven(pos + ifd0.Size());
-  if (spec.hasIfd1) {
+  if (recipe.hasIfd1) {
     where.ifd1 = pos;
     pos = AlignEven(pos + ifd1.Size());
   }
-  if (spec.hasExif) {
+  if (recipe.hasExif) {
     where.exif = pos;
     pos = AlignEven(pos + exif.Size());
-    if (spec.hasIob) {
+    if (recipe.hasIob) {
       where.iob = pos;
       pos = AlignEven(pos + iob.Size());
     }
-    if (spec.hasMakerNote) {
+    if (recipe.hasMakerNote) {
       where.makerNote = pos;
       where.makerNoteDir = pos + mnHeaderSize;
       where.makerNoteSize = mnSize;
@@ -515,12 +515,12 @@ Bytes BuildKpz(const KpzSpec& spec, KpzLayout* layout) {
       }
     }
   }
-  if (spec.hasIfd1) {
-    where.thumbnail = spec.thumbnailOffset.value_or(pos);
-    if (!spec.thumbnailOffset) pos = AlignEven(pos + ToU32(spec.thumbnail.size()));
+  if (recipe.hasIfd1) {
+    where.thumbnail = recipe.thumbnailOffset.value_or(pos);
+    if (!recipe.thumbnailOffset) pos = AlignEven(pos + ToU32(recipe.thumbnail.size()));
   }
-  where.screennail = spec.screennailOffset.value_or(pos);
-  if (!spec.screennailOffset) pos = AlignEven(pos + ToU32(spec.screennail.size()));
+  where.screennail = recipe.screennailOffset.value_or(pos);
+  if (!recipe.screennailOffset) pos = AlignEven(pos + ToU32(recipe.screennail.size()));
 
   // Pointer values.
   auto setLong = [](Ifd& ifd, std::uint16_t tagId, std::uint32_t value) {
@@ -532,32 +532,32 @@ Bytes BuildKpz(const KpzSpec& spec, KpzLayout* layout) {
       }
     }
   };
-  setLong(ifd0, tag::kExifPointer, spec.exifPointer.value_or(where.exif));
-  if (spec.ifd0ScreennailTags) setLong(ifd0, tag::kJpegOffset, where.screennail);
-  ifd0.SetNext(spec.ifd1Pointer.value_or(where.ifd1));
+  setLong(ifd0, tag::kExifPointer, recipe.exifPointer.value_or(where.exif));
+  if (recipe.ifd0ScreennailTags) setLong(ifd0, tag::kJpegOffset, where.screennail);
+  ifd0.SetNext(recipe.ifd1Pointer.value_or(where.ifd1));
   setLong(ifd1, tag::kJpegOffset, where.thumbnail);
-  setLong(exif, tag::kIobPointer, spec.iobPointer.value_or(where.iob));
+  setLong(exif, tag::kIobPointer, recipe.iobPointer.value_or(where.iob));
   for (IfdEntry& entry : exif.Entries()) {
     if (entry.tag == tag::kMakerNote && entry.rawField) {
-      const Bytes b = U32Bytes(spec.makerNotePointer.value_or(where.makerNote), order);
+      const Bytes b = U32Bytes(recipe.makerNotePointer.value_or(where.makerNote), order);
       entry.field = {b[0], b[1], b[2], b[3]};
       break;
     }
   }
-  setLong(mn, tag::kKmPointer, spec.kmPointer.value_or(where.km));
+  setLong(mn, tag::kKmPointer, recipe.kmPointer.value_or(where.km));
   setLong(km, tag::kKmScreennailOffset, where.screennail);
 
   KpzFile file(order);
-  file.Header(spec.ifd0Offset.value_or(where.ifd0));
+  file.Header(recipe.ifd0Offset.value_or(where.ifd0));
   file.PlaceIfd(where.ifd0, ifd0);
   if (where.ifd1 != 0) file.PlaceIfd(where.ifd1, ifd1);
   if (where.exif != 0) file.PlaceIfd(where.exif, exif);
   if (where.iob != 0) file.PlaceIfd(where.iob, iob);
   if (where.makerNote != 0) file.PlaceMakerNote(where.makerNote, mn, mnHeader);
   if (where.km != 0) file.PlaceIfd(where.km, km);
-  if (spec.hasIfd1) file.Place(where.thumbnail, spec.thumbnail);
-  file.Place(where.screennail, spec.screennail);
-  file.PadToWithPattern(spec.minTotalSize, 0xA5);
+  if (recipe.hasIfd1) file.Place(where.thumbnail, recipe.thumbnail);
+  file.Place(where.screennail, recipe.screennail);
+  file.PadToWithPattern(recipe.minTotalSize, 0xA5);
   where.total = file.Size();
   if (layout != nullptr) {
     *layout = where;

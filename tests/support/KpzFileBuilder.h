@@ -30,11 +30,11 @@
 //   kpztest::KpzFile file(DtNlLittleEndian);
 //   file.Header(8).PlaceIfd(8, ifd0);
 //
-//   kpztest::KpzSpec spec;
-//   spec.order = DtNlBigEndian;
-//   spec.m372 = true;
+//   kpztest::KpzSpec recipe;
+//   recipe.order = DtNlBigEndian;
+//   recipe.m372 = true;
 //   kpztest::KpzLayout where;
-//   std::vector<uint8_t> bytes = kpztest::BuildKpz(spec, &where);
+//   std::vector<uint8_t> bytes = kpztest::BuildKpz(recipe, &where);
 //   kpztest::TempDir dir;
 //   std::string path = dir.Write("a.kpz", bytes);
 //
@@ -365,10 +365,10 @@ struct KpzLayout {
   std::uint32_t total = 0;
 };
 
-// Lays out `spec`: header at 0, IFD0 at 8, then IFD1, Exif, Iob, maker note,
+// Lays out `recipe`: header at 0, IFD0 at 8, then IFD1, Exif, Iob, maker note,
 // Km maker note, thumbnail and screennail, each at the next even offset
 // (unless its offset is given), then padding to minTotalSize.
-Bytes BuildKpz(const KpzSpec& spec, KpzLayout* layout = nullptr);
+Bytes BuildKpz(const KpzSpec& recipe, KpzLayout* layout = nullptr);
 
 // A fresh directory under /tmp (mkdtemp), removed with its contents on destruction.
 class TempDir {

@@ -3,8 +3,8 @@
 // and mode on disk, and the source line of a library log call inside one
 // function.
 //
-//   kpztest::Bytes image = kpztest::BuildKpz(spec, &where);
-//   std::uint32_t at = kpztest::TagValueOffset(image, spec.order, where.ifd0, 0x0112);
+//   kpztest::Bytes image = kpztest::BuildKpz(recipe, &where);
+//   std::uint32_t at = kpztest::TagValueOffset(image, recipe.order, where.ifd0, 0x0112);
 //   kpztest::SetFileTimes(path, 1000000000, 1100000000);
 //   int line = kpztest::LogCallLineIn("jni/raw/DtRaw.cpp", "Update",
 //                                     "Raw: Because it is a buffer mode, data cannot be updated.");

@@ -60,17 +60,17 @@ class KpzToolBatch : public testing::Test {
 
 // A small valid file whose ISO speed and thumbnail carry `i`.
 Bytes Good(int i) {
-  KpzSpec spec;
-  spec.order = i % 2 == 0 ? DtNlLittleEndian : DtNlBigEndian;
-  spec.isoSpeed = static_cast<std::uint16_t>(100 + i);
-  spec.thumbnail = kpztest::FakeJpeg(32, static_cast<std::uint8_t>(i));
-  return kpztest::BuildKpz(spec);
+  KpzSpec recipe;
+  recipe.order = i % 2 == 0 ? DtNlLittleEndian : DtNlBigEndian;
+  recipe.isoSpeed = static_cast<std::uint16_t>(100 + i);
+  recipe.thumbnail = kpztest::FakeJpeg(32, static_cast<std::uint8_t>(i));
+  return kpztest::BuildKpz(recipe);
 }
 
 Bytes NoMakerNote() {
-  KpzSpec spec;
-  spec.hasMakerNote = false;
-  return kpztest::BuildKpz(spec);
+  KpzSpec recipe;
+  recipe.hasMakerNote = false;
+  return kpztest::BuildKpz(recipe);
 }
 
 TEST_F(KpzToolBatch, ThousandFilesWithBrokenOnesEndWithTheRightSummary) {
@@ -246,10 +246,10 @@ TEST_F(KpzToolBatch, DirectoryWithoutFilesLeavesNothingToDo) {
 
 TEST_F(KpzToolBatch, OrderIsStableWhateverTheJobs) {
   for (int i = 0; i < 40; ++i) {
-    KpzSpec spec;
-    spec.isoSpeed = static_cast<std::uint16_t>(i);
-    spec.minTotalSize = static_cast<std::uint32_t>((40 - i) * 4096);  // early files are slow
-    Put("in/" + Name(i), kpztest::BuildKpz(spec));
+    KpzSpec recipe;
+    recipe.isoSpeed = static_cast<std::uint16_t>(i);
+    recipe.minTotalSize = static_cast<std::uint32_t>((40 - i) * 4096);  // early files are slow
+    Put("in/" + Name(i), kpztest::BuildKpz(recipe));
   }
   const Result one = Run({"info", "-j", "1", "in"});
   const Result many = Run({"info", "-j", "16", "in"});

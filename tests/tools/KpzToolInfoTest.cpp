@@ -142,8 +142,8 @@ void ExpectMatchesTheGetters(const Json& j, const std::string& path) {
 
 class KpzToolInfo : public testing::Test {
  protected:
-  std::string Write(const std::string& name, const KpzSpec& spec, KpzLayout* where = nullptr) {
-    const std::string path = dir.Write(name, kpztest::BuildKpz(spec, where));
+  std::string Write(const std::string& name, const KpzSpec& recipe, KpzLayout* where = nullptr) {
+    const std::string path = dir.Write(name, kpztest::BuildKpz(recipe, where));
     EXPECT_FALSE(path.empty());
     return path;
   }
@@ -165,31 +165,31 @@ class KpzToolInfo : public testing::Test {
   kpztest::TempDir dir;
 };
 
-// A spec that sets every value to something other than the builder's default.
+// A recipe that sets every value to something other than the builder's default.
 KpzSpec Unusual(DtNlByteOrder order) {
-  KpzSpec spec;
-  spec.order = order;
-  spec.make = "KAVI Corporation";
-  spec.orientation = 8;
-  spec.thumbnailOrientation = 5;
-  spec.dateTimeOriginal = "2019 07 04 08:09:10";
-  spec.exposureTime = std::make_pair(3u, 2u);  // 1.5 s: the library reports 1/0
-  spec.fNumber = std::make_pair(71u, 10u);
-  spec.isoSpeed = 3200;
-  spec.exposureBias = std::make_pair(-7, 10);
-  spec.exposureProgram = 7;
-  spec.focalLength = std::make_pair(2400u, 100u);
-  spec.focalLength35 = 36;
-  spec.flash = 0x4F;
-  spec.colorSpace = 0xFFFF;
-  spec.customRendered = 1;
-  spec.pixelX = 65535;
-  spec.pixelY = 1;
-  spec.exifVersion = "0231";
-  spec.iobIndex = "THM";
-  spec.thumbnailCompression = 1;
-  spec.scnHeightWidth = std::make_pair(480u, 640u);
-  return spec;
+  KpzSpec recipe;
+  recipe.order = order;
+  recipe.make = "KAVI Corporation";
+  recipe.orientation = 8;
+  recipe.thumbnailOrientation = 5;
+  recipe.dateTimeOriginal = "2019 07 04 08:09:10";
+  recipe.exposureTime = std::make_pair(3u, 2u);  // 1.5 s: the library reports 1/0
+  recipe.fNumber = std::make_pair(71u, 10u);
+  recipe.isoSpeed = 3200;
+  recipe.exposureBias = std::make_pair(-7, 10);
+  recipe.exposureProgram = 7;
+  recipe.focalLength = std::make_pair(2400u, 100u);
+  recipe.focalLength35 = 36;
+  recipe.flash = 0x4F;
+  recipe.colorSpace = 0xFFFF;
+  recipe.customRendered = 1;
+  recipe.pixelX = 65535;
+  recipe.pixelY = 1;
+  recipe.exifVersion = "0231";
+  recipe.iobIndex = "THM";
+  recipe.thumbnailCompression = 1;
+  recipe.scnHeightWidth = std::make_pair(480u, 640u);
+  return recipe;
 }
 
 TEST_F(KpzToolInfo, JsonOfTheBundledSampleMatchesTheGetters) {
@@ -223,18 +223,18 @@ TEST_F(KpzToolInfo, JsonOfGeneratedFilesOfBothByteOrdersMatchesTheGetters) {
 }
 
 TEST_F(KpzToolInfo, AbsentValuesAreNullWithTheirCodeAndMatchTheGetters) {
-  KpzSpec spec;
-  spec.order = DtNlBigEndian;
-  spec.isoSpeed.reset();
-  spec.flash.reset();
-  spec.exposureTime.reset();
-  spec.iobIndex.reset();
-  spec.exifVersion = "x230";
-  spec.editExif = [](kpztest::Ifd& ifd) {
+  KpzSpec recipe;
+  recipe.order = DtNlBigEndian;
+  recipe.isoSpeed.reset();
+  recipe.flash.reset();
+  recipe.exposureTime.reset();
+  recipe.iobIndex.reset();
+  recipe.exifVersion = "x230";
+  recipe.editExif = [](kpztest::Ifd& ifd) {
     ifd.Replace(kpztest::tag::kFNumber, kpztest::kTiffRational, 2,
                 kpztest::U32sBytes({28, 10, 28, 10}, ifd.Order()));
   };
-  const std::string path = Write("a.kpz", spec);
+  const std::string path = Write("a.kpz", recipe);
   const Result r = Run({"info", "--json", path});
   ASSERT_EQ(r.exit, 0) << r.err;
   const std::vector<Json> objects = JsonLines(r);
@@ -300,11 +300,11 @@ TEST_F(KpzToolInfo, TableOfAGeneratedFile) {
 }
 
 TEST_F(KpzToolInfo, AbsentValuesReadNotRecordedInTheTable) {
-  KpzSpec spec;
-  spec.isoSpeed.reset();
-  spec.orientation.reset();
-  spec.ifd0ScreennailTags = false;
-  const std::string path = Write("n.kpz", spec);
+  KpzSpec recipe;
+  recipe.isoSpeed.reset();
+  recipe.orientation.reset();
+  recipe.ifd0ScreennailTags = false;
+  const std::string path = Write("n.kpz", recipe);
   const Result r = Run({"info", path});
   ASSERT_EQ(r.exit, 0) << r.err;
   const std::string out = Text(r.out);

@@ -38,9 +38,9 @@ const char* const kWords[8] = {"normal",
 
 class KpzToolRotate : public testing::Test {
  protected:
-  std::string Make(const std::string& name, KpzSpec spec) {
-    order = spec.order;
-    image = kpztest::BuildKpz(spec, &where);
+  std::string Make(const std::string& name, KpzSpec recipe) {
+    order = recipe.order;
+    image = kpztest::BuildKpz(recipe, &where);
     const std::string path = dir.Write(name, image);
     EXPECT_FALSE(path.empty());
     EXPECT_TRUE(kpztest::SetFileTimes(path, kAccess, kModified));
@@ -79,10 +79,10 @@ TEST_F(KpzToolRotate, CompositionTableOfEveryCodeAndTurn) {
   for (int code = 0; code < 8; ++code) {
     for (int t = 0; t < 3; ++t) {
       SCOPED_TRACE(std::to_string(code) + " " + options[t]);
-      KpzSpec spec;
-      spec.orientation = kExifOf[code];
-      spec.thumbnailOrientation = kExifOf[code];
-      const std::string path = Make("c.kpz", spec);
+      KpzSpec recipe;
+      recipe.orientation = kExifOf[code];
+      recipe.thumbnailOrientation = kExifOf[code];
+      const std::string path = Make("c.kpz", recipe);
       const Result r = Run({"rotate", options[t], "c.kpz"});
       const int after = table[code][t];
       ASSERT_EQ(r.exit, 0) << r.err;
@@ -96,10 +96,10 @@ TEST_F(KpzToolRotate, CompositionTableOfEveryCodeAndTurn) {
 
 TEST_F(KpzToolRotate, OnlyTheOrientationBytesChangeAndTheModificationTimeIsKept) {
   for (DtNlByteOrder o : {DtNlLittleEndian, DtNlBigEndian}) {
-    KpzSpec spec;
-    spec.order = o;
-    spec.minTotalSize = 0x14000;  // a file longer than the library's head copy
-    const std::string path = Make(o == DtNlBigEndian ? "be.kpz" : "le.kpz", spec);
+    KpzSpec recipe;
+    recipe.order = o;
+    recipe.minTotalSize = 0x14000;  // a file longer than the library's head copy
+    const std::string path = Make(o == DtNlBigEndian ? "be.kpz" : "le.kpz", recipe);
     const Result r = Run({"rotate", path, "--cw"});
     ASSERT_EQ(r.exit, 0) << r.err;
     const Bytes now = kpztest::ReadFileBytes(path);
@@ -188,9 +188,9 @@ TEST_F(KpzToolRotate, SeveralFilesInOrderWithASummaryAndTheHighestExitStatus) {
 }
 
 TEST_F(KpzToolRotate, FileWithoutOrientationIsAnInputProblem) {
-  KpzSpec spec;
-  spec.orientation.reset();
-  const std::string path = Make("n.kpz", spec);
+  KpzSpec recipe;
+  recipe.orientation.reset();
+  const std::string path = Make("n.kpz", recipe);
   const Result r = Run({"rotate", "--cw", "n.kpz"});
   EXPECT_EQ(r.exit, 1);
   EXPECT_EQ(r.err, "kpz: n.kpz: no orientation recorded in this file; it cannot be set in place\n");

@@ -37,9 +37,9 @@ using kpztool::Text;
 
 class KpzTool : public testing::Test {
  protected:
-  // Writes `spec` as `name` in the scratch directory; returns its path.
-  std::string Write(const std::string& name, const KpzSpec& spec) {
-    bytes = kpztest::BuildKpz(spec, &where);
+  // Writes `recipe` as `name` in the scratch directory; returns its path.
+  std::string Write(const std::string& name, const KpzSpec& recipe) {
+    bytes = kpztest::BuildKpz(recipe, &where);
     const std::string path = dir.Write(name, bytes);
     EXPECT_FALSE(path.empty());
     return path;
@@ -61,46 +61,46 @@ class KpzTool : public testing::Test {
 // ---- success --------------------------------------------------------------------
 
 TEST_F(KpzTool, PreviewWritesTheScreennailNextToTheInput) {
-  KpzSpec spec;
-  spec.screennail = kpztest::FakeJpeg(3000, 1);
-  const std::string in = Write("a.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(3000, 1);
+  const std::string in = Write("a.kpz", recipe);
   const Result r = Run({"preview", in});
   const std::string out = dir.Path() + "/a.preview.jpg";
   EXPECT_EQ(r.exit, 0);
   EXPECT_EQ(r.err, "");
   EXPECT_EQ(Text(r.out), "wrote " + out + " (3000 bytes)\n");
   EXPECT_EQ(kpztest::ReadFileBytes(out), Slice(where.screennail, 3000));
-  EXPECT_EQ(kpztest::ReadFileBytes(out), spec.screennail);
+  EXPECT_EQ(kpztest::ReadFileBytes(out), recipe.screennail);
 }
 
 TEST_F(KpzTool, PreviewOfABigEndianFileIsItsScreennail) {
-  KpzSpec spec;
-  spec.order = DtNlBigEndian;
-  spec.screennail = kpztest::FakeJpeg(2001, 2);
-  const std::string in = Write("b.kpz", spec);
+  KpzSpec recipe;
+  recipe.order = DtNlBigEndian;
+  recipe.screennail = kpztest::FakeJpeg(2001, 2);
+  const std::string in = Write("b.kpz", recipe);
   const Result r = Run({"preview", in});
   EXPECT_EQ(r.exit, 0) << r.err;
   EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/b.preview.jpg"), Slice(where.screennail, 2001));
 }
 
 TEST_F(KpzTool, PreviewOfAnM372FileComesFromTheKmMakerNote) {
-  KpzSpec spec;
-  spec.m372 = true;
-  spec.screennail = kpztest::FakeJpeg(1234, 3);
-  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+  KpzSpec recipe;
+  recipe.m372 = true;
+  recipe.screennail = kpztest::FakeJpeg(1234, 3);
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {
     ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0);
     ifd.ReplaceRaw(kpztest::tag::kJpegLength, kpztest::kTiffLong, 1, 8);
   };
-  const std::string in = Write("m.kpz", spec);
+  const std::string in = Write("m.kpz", recipe);
   const Result r = Run({"preview", in, "-o", "-"});
   EXPECT_EQ(r.exit, 0) << r.err;
-  EXPECT_EQ(r.out, spec.screennail);
+  EXPECT_EQ(r.out, recipe.screennail);
 }
 
 TEST_F(KpzTool, ThumbnailWritesTheIfd1ThumbnailNextToTheInput) {
-  KpzSpec spec;
-  spec.thumbnail = kpztest::FakeJpeg(500, 4);
-  const std::string in = Write("t.kpz", spec);
+  KpzSpec recipe;
+  recipe.thumbnail = kpztest::FakeJpeg(500, 4);
+  const std::string in = Write("t.kpz", recipe);
   const Result r = Run({"thumbnail", in});
   const std::string out = dir.Path() + "/t.thumb.jpg";
   EXPECT_EQ(r.exit, 0) << r.err;
@@ -109,34 +109,34 @@ TEST_F(KpzTool, ThumbnailWritesTheIfd1ThumbnailNextToTheInput) {
 }
 
 TEST_F(KpzTool, ThumbnailBeyondTheFirst64KiBIsReadFromTheFile) {
-  KpzSpec spec;
-  spec.thumbnail = kpztest::FakeJpeg(700, 5);
-  spec.thumbnailOffset = 0x12000;
-  const std::string in = Write("far.kpz", spec);
+  KpzSpec recipe;
+  recipe.thumbnail = kpztest::FakeJpeg(700, 5);
+  recipe.thumbnailOffset = 0x12000;
+  const std::string in = Write("far.kpz", recipe);
   const Result r = Run({"thumbnail", in, "-o", "-"});
   EXPECT_EQ(r.exit, 0) << r.err;
-  EXPECT_EQ(r.out, spec.thumbnail);
+  EXPECT_EQ(r.out, recipe.thumbnail);
 }
 
 TEST_F(KpzTool, DashOutputWritesTheJpegToStandardOutputOnly) {
-  KpzSpec spec;
-  spec.screennail = kpztest::FakeJpeg(4096, 6);
-  const std::string in = Write("s.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(4096, 6);
+  const std::string in = Write("s.kpz", recipe);
   const Result r = Run({"preview", in, "-o", "-"});
   EXPECT_EQ(r.exit, 0);
   EXPECT_EQ(r.err, "");
-  EXPECT_EQ(r.out, spec.screennail);
+  EXPECT_EQ(r.out, recipe.screennail);
   EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"s.kpz"}));
 }
 
 TEST_F(KpzTool, OutputOptionNamesTheFileAndReplacesAnOldOne) {
-  KpzSpec spec;
-  const std::string in = Write("o.kpz", spec);
+  KpzSpec recipe;
+  const std::string in = Write("o.kpz", recipe);
   const std::string out = dir.Path() + "/chosen.jpg";
   ASSERT_TRUE(kpztest::WriteFileBytes(out, Bytes{'o', 'l', 'd'}));
   const Result r = Run({"preview", in, "--output", out});
   EXPECT_EQ(r.exit, 0) << r.err;
-  EXPECT_EQ(kpztest::ReadFileBytes(out), spec.screennail);
+  EXPECT_EQ(kpztest::ReadFileBytes(out), recipe.screennail);
   struct stat st;
   ASSERT_EQ(::stat(out.c_str(), &st), 0);
   const mode_t mask = umask(0);
@@ -146,23 +146,23 @@ TEST_F(KpzTool, OutputOptionNamesTheFileAndReplacesAnOldOne) {
 }
 
 TEST_F(KpzTool, DefaultNameReplacesOnlyTheLastExtension) {
-  KpzSpec spec;
-  const std::string in = Write("x.y.KPZ", spec);
+  KpzSpec recipe;
+  const std::string in = Write("x.y.KPZ", recipe);
   EXPECT_EQ(Run({"preview", in}).exit, 0);
   EXPECT_TRUE(std::filesystem::exists(dir.Path() + "/x.y.preview.jpg"));
 }
 
 TEST_F(KpzTool, DefaultNameOfANameWithoutExtensionAppendsTheSuffix) {
-  KpzSpec spec;
-  const std::string in = Write("raw", spec);
+  KpzSpec recipe;
+  const std::string in = Write("raw", recipe);
   EXPECT_EQ(Run({"thumbnail", in}).exit, 0);
   EXPECT_TRUE(std::filesystem::exists(dir.Path() + "/raw.thumb.jpg"));
 }
 
 TEST_F(KpzTool, RelativeInputWritesNextToItRelativeToTheCurrentDirectory) {
-  KpzSpec spec;
+  KpzSpec recipe;
   std::filesystem::create_directory(dir.Path() + "/sub");
-  Write("sub/r.kpz", spec);
+  Write("sub/r.kpz", recipe);
   const Result r = Run({"preview", "sub/r.kpz"});
   EXPECT_EQ(r.exit, 0) << r.err;
   EXPECT_EQ(Text(r.out), "wrote sub/r.preview.jpg (64 bytes)\n");
@@ -222,9 +222,9 @@ TEST_F(KpzTool, MissingFileIsReportedInWordsWithExit1) {
 }
 
 TEST_F(KpzTool, FileWithoutPreviewIsReported) {
-  KpzSpec spec;
-  spec.ifd0ScreennailTags = false;
-  const std::string in = Write("n.kpz", spec);
+  KpzSpec recipe;
+  recipe.ifd0ScreennailTags = false;
+  const std::string in = Write("n.kpz", recipe);
   const Result r = Run({"preview", in});
   EXPECT_EQ(r.exit, 1);
   EXPECT_EQ(r.err, "kpz: " + in + ": no preview stored in this file\n");
@@ -232,10 +232,10 @@ TEST_F(KpzTool, FileWithoutPreviewIsReported) {
 }
 
 TEST_F(KpzTool, PreviewPastTheEndLeavesNoFileAndKeepsAnOldOne) {
-  KpzSpec spec;
-  spec.screennail = kpztest::FakeJpeg(1000, 7);
-  spec.screennailLengthTag = 1001;
-  const std::string in = Write("p.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(1000, 7);
+  recipe.screennailLengthTag = 1001;
+  const std::string in = Write("p.kpz", recipe);
   const std::string out = dir.Path() + "/p.preview.jpg";
   ASSERT_TRUE(kpztest::WriteFileBytes(out, Bytes{'o', 'l', 'd'}));
   const Result r = Run({"preview", in});
@@ -246,9 +246,9 @@ TEST_F(KpzTool, PreviewPastTheEndLeavesNoFileAndKeepsAnOldOne) {
 }
 
 TEST_F(KpzTool, ForgedPreviewSizeOf4GiBIsReportedAsPastTheEnd) {
-  KpzSpec spec;
-  spec.screennailLengthTag = 0xFFFFFFFFu;
-  const std::string in = Write("h.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennailLengthTag = 0xFFFFFFFFu;
+  const std::string in = Write("h.kpz", recipe);
   const Result r = Run({"preview", in, "-o", "-"});
   EXPECT_EQ(r.exit, 1);
   EXPECT_EQ(r.err, "kpz: " + in + ": preview extends past the end of the file\n");
@@ -256,20 +256,20 @@ TEST_F(KpzTool, ForgedPreviewSizeOf4GiBIsReportedAsPastTheEnd) {
 }
 
 TEST_F(KpzTool, PreviewOffsetOf2GiBIsOutOfReach) {
-  KpzSpec spec;
-  spec.editIfd0 = [](kpztest::Ifd& ifd) {
+  KpzSpec recipe;
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {
     ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x80000000u);
   };
-  const std::string in = Write("g.kpz", spec);
+  const std::string in = Write("g.kpz", recipe);
   const Result r = Run({"preview", in});
   EXPECT_EQ(r.exit, 1);
   EXPECT_EQ(r.err, "kpz: " + in + ": preview lies beyond the first 2 GiB of the file, out of reach\n");
 }
 
 TEST_F(KpzTool, EmptyPreviewIsReportedNotWritten) {
-  KpzSpec spec;
-  spec.screennail = Bytes();
-  const std::string in = Write("e.kpz", spec);
+  KpzSpec recipe;
+  recipe.screennail = Bytes();
+  const std::string in = Write("e.kpz", recipe);
   const Result r = Run({"preview", in});
   EXPECT_EQ(r.exit, 1);
   EXPECT_EQ(r.err, "kpz: " + in + ": the preview stored in this file is empty (0 bytes)\n");
@@ -277,31 +277,31 @@ TEST_F(KpzTool, EmptyPreviewIsReportedNotWritten) {
 }
 
 TEST_F(KpzTool, FileWithoutThumbnailIsReported) {
-  KpzSpec spec;
-  spec.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegOffset); };
-  const std::string in = Write("nt.kpz", spec);
+  KpzSpec recipe;
+  recipe.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegOffset); };
+  const std::string in = Write("nt.kpz", recipe);
   const Result r = Run({"thumbnail", in});
   EXPECT_EQ(r.exit, 1);
   EXPECT_EQ(r.err, "kpz: " + in + ": no thumbnail stored in this file\n");
 }
 
 TEST_F(KpzTool, ThumbnailPastTheEndIsReported) {
-  KpzSpec spec;
-  spec.thumbnail = kpztest::FakeJpeg(100, 8);
-  spec.thumbnailOffset = 0x20000;  // the last thing in the file
-  spec.thumbnailLengthTag = 200;
-  const std::string in = Write("tp.kpz", spec);
+  KpzSpec recipe;
+  recipe.thumbnail = kpztest::FakeJpeg(100, 8);
+  recipe.thumbnailOffset = 0x20000;  // the last thing in the file
+  recipe.thumbnailLengthTag = 200;
+  const std::string in = Write("tp.kpz", recipe);
   const Result r = Run({"thumbnail", in});
   EXPECT_EQ(r.exit, 1);
   EXPECT_EQ(r.err, "kpz: " + in + ": thumbnail extends past the end of the file\n");
 }
 
 TEST_F(KpzTool, ThumbnailPastTheEndOfAShortFileIsNotTakenFromMemory) {
-  KpzSpec spec;
-  spec.thumbnail = kpztest::FakeJpeg(100, 9);
-  spec.thumbnailLengthTag = 150;  // inside the 64 KiB head copy, past the file's end
-  spec.thumbnailOffset = 0x1000;  // the last thing in the file
-  const std::string in = Write("ts.kpz", spec);
+  KpzSpec recipe;
+  recipe.thumbnail = kpztest::FakeJpeg(100, 9);
+  recipe.thumbnailLengthTag = 150;  // inside the 64 KiB head copy, past the file's end
+  recipe.thumbnailOffset = 0x1000;  // the last thing in the file
+  const std::string in = Write("ts.kpz", recipe);
   ASSERT_LT(where.total, 0x10000u);
   const Result r = Run({"thumbnail", in});
   EXPECT_EQ(r.exit, 1);
@@ -325,8 +325,8 @@ TEST_F(KpzTool, DirectoryWithoutKpzFilesLeavesNothingToDo) {
 }
 
 TEST_F(KpzTool, UnwritableOutputDirectoryGivesExit3) {
-  KpzSpec spec;
-  const std::string in = Write("w.kpz", spec);
+  KpzSpec recipe;
+  const std::string in = Write("w.kpz", recipe);
   const std::string out = dir.Path() + "/missing-dir/w.jpg";
   const Result r = Run({"preview", in, "-o", out});
   EXPECT_EQ(r.exit, 3);
@@ -335,16 +335,16 @@ TEST_F(KpzTool, UnwritableOutputDirectoryGivesExit3) {
 }
 
 TEST_F(KpzTool, OutputThatIsADirectoryGivesExit3) {
-  KpzSpec spec;
-  const std::string in = Write("d.kpz", spec);
+  KpzSpec recipe;
+  const std::string in = Write("d.kpz", recipe);
   const Result r = Run({"preview", in, "-o", dir.Path()});
   EXPECT_EQ(r.exit, 3);
   EXPECT_EQ(r.err, "kpz: " + dir.Path() + ": is a directory\n");
 }
 
 TEST_F(KpzTool, OutputNamingTheInputIsRefusedAndTheInputKept) {
-  KpzSpec spec;
-  const std::string in = Write("keep.kpz", spec);
+  KpzSpec recipe;
+  const std::string in = Write("keep.kpz", recipe);
   const Result r = Run({"preview", in, "-o", in});
   EXPECT_EQ(r.exit, 2);
   EXPECT_EQ(r.err, "kpz: " + in + ": the output would replace the input file\n");
@@ -413,8 +413,8 @@ TEST_F(KpzTool, MissingCommandIsAUsageError) {
 }
 
 TEST_F(KpzTool, EmptyOutputNameIsAUsageError) {
-  KpzSpec spec;
-  const std::string in = Write("eo.kpz", spec);
+  KpzSpec recipe;
+  const std::string in = Write("eo.kpz", recipe);
   const Result r = Run({"preview", in, "-o", ""});
   EXPECT_EQ(r.exit, 2);
   EXPECT_EQ(r.err, "kpz: -o needs a file name, or '-' for standard output\n");

@@ -206,20 +206,20 @@ int main(int argc, char** argv) {
   const Bytes preview = EncodeJpeg(160, 120);
   const Bytes thumbnail = EncodeJpeg(32, 24);
 
-  kpztest::KpzSpec spec;
-  spec.order = DtNlLittleEndian;
-  spec.make = std::string("KAVI");
-  spec.model = std::string("DSLR-M100");
-  spec.dateTime = std::string("2010:05:01 12:34:56");
-  spec.dateTimeOriginal = std::string("2010:05:01 12:34:56");
-  spec.screennail = preview;
-  spec.scnHeightWidth = std::make_pair(std::uint32_t{120}, std::uint32_t{160});
-  spec.thumbnail = thumbnail;
-  spec.thumbnailCompression = 6;
-  spec.pixelX = 160;
-  spec.pixelY = 120;
+  kpztest::KpzSpec recipe;
+  recipe.order = DtNlLittleEndian;
+  recipe.make = std::string("KAVI");
+  recipe.model = std::string("DSLR-M100");
+  recipe.dateTime = std::string("2010:05:01 12:34:56");
+  recipe.dateTimeOriginal = std::string("2010:05:01 12:34:56");
+  recipe.screennail = preview;
+  recipe.scnHeightWidth = std::make_pair(std::uint32_t{120}, std::uint32_t{160});
+  recipe.thumbnail = thumbnail;
+  recipe.thumbnailCompression = 6;
+  recipe.pixelX = 160;
+  recipe.pixelY = 120;
 
-  bool ok = kpztest::WriteFileBytes(argv[1], kpztest::BuildKpz(spec));
+  bool ok = kpztest::WriteFileBytes(argv[1], kpztest::BuildKpz(recipe));
   if (argc == 4) {
     ok = ok && kpztest::WriteFileBytes(argv[2], preview) &&
          kpztest::WriteFileBytes(argv[3], thumbnail);

@@ -21,9 +21,9 @@ using kpztest::KpzSpec;
 
 class KpzMetadataReaderOrders : public testing::TestWithParam<DtNlByteOrder> {
  protected:
-  KpzMetadata ReadSpec(KpzSpec spec, KpzLayout* where = nullptr) {
-    spec.order = GetParam();
-    const std::string path = dir.Write("m.kpz", kpztest::BuildKpz(spec, where));
+  KpzMetadata ReadSpec(KpzSpec recipe, KpzLayout* where = nullptr) {
+    recipe.order = GetParam();
+    const std::string path = dir.Write("m.kpz", kpztest::BuildKpz(recipe, where));
     KpzMetadata md;
     kpztest::CaptureStderr([&] { ok = KpzMetadataReader::Read(path, &md); });
     EXPECT_EQ(md.file, path);
@@ -35,27 +35,27 @@ class KpzMetadataReaderOrders : public testing::TestWithParam<DtNlByteOrder> {
 };
 
 TEST_P(KpzMetadataReaderOrders, EveryValueOfAFileIsRead) {
-  KpzSpec spec;
-  spec.make = "KAVI Co.";
-  spec.orientation = 6;
-  spec.thumbnailOrientation = 8;
-  spec.dateTimeOriginal = "2011:12:31 23:59:58";
-  spec.exposureTime = std::make_pair(10u, 2500u);
-  spec.fNumber = std::make_pair(56u, 10u);
-  spec.isoSpeed = 400;
-  spec.exposureBias = std::make_pair(2, -3);
-  spec.exposureProgram = 3;
-  spec.focalLength = std::make_pair(185u, 10u);
-  spec.focalLength35 = 28;
-  spec.flash = 0x59;
-  spec.colorSpace = 0xFFFF;
-  spec.customRendered = 1;
-  spec.pixelX = 6016;
-  spec.pixelY = 4008;
-  spec.exifVersion = "0221";
-  spec.iobVersion = "0100";
+  KpzSpec recipe;
+  recipe.make = "KAVI Co.";
+  recipe.orientation = 6;
+  recipe.thumbnailOrientation = 8;
+  recipe.dateTimeOriginal = "2011:12:31 23:59:58";
+  recipe.exposureTime = std::make_pair(10u, 2500u);
+  recipe.fNumber = std::make_pair(56u, 10u);
+  recipe.isoSpeed = 400;
+  recipe.exposureBias = std::make_pair(2, -3);
+  recipe.exposureProgram = 3;
+  recipe.focalLength = std::make_pair(185u, 10u);
+  recipe.focalLength35 = 28;
+  recipe.flash = 0x59;
+  recipe.colorSpace = 0xFFFF;
+  recipe.customRendered = 1;
+  recipe.pixelX = 6016;
+  recipe.pixelY = 4008;
+  recipe.exifVersion = "0221";
+  recipe.iobVersion = "0100";
   KpzLayout where;
-  const KpzMetadata md = ReadSpec(spec, &where);
+  const KpzMetadata md = ReadSpec(recipe, &where);
   ASSERT_TRUE(ok) << md.error;
   EXPECT_TRUE(md.initialized);
   EXPECT_EQ(md.initResult, 0);
@@ -116,28 +116,28 @@ TEST_P(KpzMetadataReaderOrders, EveryValueOfAFileIsRead) {
 }
 
 TEST_P(KpzMetadataReaderOrders, AbsentValuesCarryResultMinus100AndNoValue) {
-  KpzSpec spec;
-  spec.make.reset();
-  spec.orientation.reset();
-  spec.dateTimeOriginal.reset();
-  spec.exposureTime.reset();
-  spec.fNumber.reset();
-  spec.isoSpeed.reset();
-  spec.exposureBias.reset();
-  spec.exposureProgram.reset();
-  spec.focalLength.reset();
-  spec.focalLength35.reset();
-  spec.flash.reset();
-  spec.colorSpace.reset();
-  spec.customRendered.reset();
-  spec.pixelX.reset();
-  spec.pixelY.reset();
-  spec.exifVersion.reset();
-  spec.iobIndex.reset();
-  spec.iobVersion.reset();
-  spec.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegOffset); };
-  spec.ifd0ScreennailTags = false;
-  const KpzMetadata md = ReadSpec(spec);
+  KpzSpec recipe;
+  recipe.make.reset();
+  recipe.orientation.reset();
+  recipe.dateTimeOriginal.reset();
+  recipe.exposureTime.reset();
+  recipe.fNumber.reset();
+  recipe.isoSpeed.reset();
+  recipe.exposureBias.reset();
+  recipe.exposureProgram.reset();
+  recipe.focalLength.reset();
+  recipe.focalLength35.reset();
+  recipe.flash.reset();
+  recipe.colorSpace.reset();
+  recipe.customRendered.reset();
+  recipe.pixelX.reset();
+  recipe.pixelY.reset();
+  recipe.exifVersion.reset();
+  recipe.iobIndex.reset();
+  recipe.iobVersion.reset();
+  recipe.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegOffset); };
+  recipe.ifd0ScreennailTags = false;
+  const KpzMetadata md = ReadSpec(recipe);
   ASSERT_TRUE(ok) << md.error;
   for (int result : {md.make.result, md.rotation.result, md.dateTimeOriginal.result,
                      md.exposureTime.result, md.fNumber.result, md.isoSpeed.result,
@@ -157,14 +157,14 @@ TEST_P(KpzMetadataReaderOrders, AbsentValuesCarryResultMinus100AndNoValue) {
 }
 
 TEST_P(KpzMetadataReaderOrders, DamagedValuesCarryTheirResultAndNoValue) {
-  KpzSpec spec;
-  spec.exifVersion = "02a0";
-  spec.dateTimeOriginal = "2010:05:01T12:34:56";
-  spec.editExif = [](kpztest::Ifd& ifd) {
+  KpzSpec recipe;
+  recipe.exifVersion = "02a0";
+  recipe.dateTimeOriginal = "2010:05:01T12:34:56";
+  recipe.editExif = [](kpztest::Ifd& ifd) {
     ifd.Replace(kpztest::tag::kFNumber, kpztest::kTiffRational, 2,
                 kpztest::U32sBytes({28, 10, 28, 10}, ifd.Order()));
   };
-  const KpzMetadata md = ReadSpec(spec);
+  const KpzMetadata md = ReadSpec(recipe);
   ASSERT_TRUE(ok) << md.error;
   EXPECT_EQ(md.exifVersion.result, -401);
   EXPECT_EQ(md.exifVersion.value, 0);
@@ -175,9 +175,9 @@ TEST_P(KpzMetadataReaderOrders, DamagedValuesCarryTheirResultAndNoValue) {
 }
 
 TEST_P(KpzMetadataReaderOrders, NameLongerThanTheBufferIsCut) {
-  KpzSpec spec;
-  spec.make = std::string(300, 'M');  // kept by position only, read from the head copy
-  const KpzMetadata md = ReadSpec(spec);
+  KpzSpec recipe;
+  recipe.make = std::string(300, 'M');  // kept by position only, read from the head copy
+  const KpzMetadata md = ReadSpec(recipe);
   ASSERT_TRUE(ok) << md.error;
   EXPECT_EQ(md.make.result, 0);
   EXPECT_EQ(md.make.value, std::string(KpzMetadataReader::kNameBuffer - 1, 'M'));

@@ -40,12 +40,12 @@ Outcome Read(const std::string& path, Kind kind) {
 
 TEST(KpzPictureReader, PreviewIsTheScreennailBytes) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.screennail = kpztest::FakeJpeg(2500, 1);
-  const std::string path = dir.Write("a.kpz", kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(2500, 1);
+  const std::string path = dir.Write("a.kpz", kpztest::BuildKpz(recipe));
   const Outcome o = Read(path, Kind::Preview);
   EXPECT_TRUE(o.ok) << o.error;
-  EXPECT_EQ(o.bytes, spec.screennail);
+  EXPECT_EQ(o.bytes, recipe.screennail);
   // Only the library's lines: the reader itself prints nothing.
   std::size_t start = 0;
   while (start < o.stderrText.size()) {  // one line per pass
@@ -58,13 +58,13 @@ TEST(KpzPictureReader, PreviewIsTheScreennailBytes) {
 
 TEST(KpzPictureReader, ThumbnailIsTheIfd1Bytes) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.order = DtNlBigEndian;
-  spec.thumbnail = kpztest::FakeJpeg(321, 2);
-  const std::string path = dir.Write("t.kpz", kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.order = DtNlBigEndian;
+  recipe.thumbnail = kpztest::FakeJpeg(321, 2);
+  const std::string path = dir.Write("t.kpz", kpztest::BuildKpz(recipe));
   const Outcome o = Read(path, Kind::Thumbnail);
   EXPECT_TRUE(o.ok) << o.error;
-  EXPECT_EQ(o.bytes, spec.thumbnail);
+  EXPECT_EQ(o.bytes, recipe.thumbnail);
 }
 
 TEST(KpzPictureReader, NamesAreTheWordsUsedInMessages) {
@@ -130,9 +130,9 @@ TEST(KpzPictureReader, FileThatCannotBeMeasuredIsReported) {
 
 TEST(KpzPictureReader, ThumbnailWithAMissingLengthIsNotStored) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegLength); };
-  const std::string path = dir.Write("n.kpz", kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegLength); };
+  const std::string path = dir.Write("n.kpz", kpztest::BuildKpz(recipe));
   const Outcome o = Read(path, Kind::Thumbnail);
   EXPECT_FALSE(o.ok);
   EXPECT_EQ(o.error, "no thumbnail stored in this file");
@@ -140,9 +140,9 @@ TEST(KpzPictureReader, ThumbnailWithAMissingLengthIsNotStored) {
 
 TEST(KpzPictureReader, FileWithoutMakerNoteIsNotAKpzFile) {
   kpztest::TempDir dir;
-  KpzSpec spec;
-  spec.hasMakerNote = false;
-  const std::string path = dir.Write("k.kpz", kpztest::BuildKpz(spec));
+  KpzSpec recipe;
+  recipe.hasMakerNote = false;
+  const std::string path = dir.Write("k.kpz", kpztest::BuildKpz(recipe));
   const Outcome o = Read(path, Kind::Preview);
   EXPECT_FALSE(o.ok);
   EXPECT_EQ(o.error, "not a KPZ raw file (camera model, Exif data or maker note missing)");

@@ -41,10 +41,10 @@ KpzRotator::Change Code(unsigned char code) {
 
 class KpzRotatorTest : public testing::Test {
  protected:
-  // Writes `spec` as r.kpz with known times; keeps its bytes and layout.
-  void Make(const KpzSpec& spec) {
-    order = spec.order;
-    image = kpztest::BuildKpz(spec, &where);
+  // Writes `recipe` as r.kpz with known times; keeps its bytes and layout.
+  void Make(const KpzSpec& recipe) {
+    order = recipe.order;
+    image = kpztest::BuildKpz(recipe, &where);
     path = dir.Write("r.kpz", image);
     ASSERT_FALSE(path.empty());
     ASSERT_TRUE(kpztest::SetFileTimes(path, kAccess, kModified));
@@ -82,8 +82,8 @@ class KpzRotatorTest : public testing::Test {
 };
 
 TEST_F(KpzRotatorTest, ClockwiseTurnChangesOnlyTheOrientationBytesAndKeepsTheTimes) {
-  KpzSpec spec;
-  Make(spec);
+  KpzSpec recipe;
+  Make(recipe);
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
   ASSERT_TRUE(out.ok) << out.error;
   EXPECT_TRUE(out.written);
@@ -98,9 +98,9 @@ TEST_F(KpzRotatorTest, ClockwiseTurnChangesOnlyTheOrientationBytesAndKeepsTheTim
 }
 
 TEST_F(KpzRotatorTest, BigEndianFileGetsItsOwnByteOrder) {
-  KpzSpec spec;
-  spec.order = DtNlBigEndian;
-  Make(spec);
+  KpzSpec recipe;
+  recipe.order = DtNlBigEndian;
+  Make(recipe);
   const KpzRotator::Outcome out = Rotate(Turn(Dir::CounterClockwise));
   ASSERT_TRUE(out.ok) << out.error;
   EXPECT_EQ(out.after, 3);
@@ -108,10 +108,10 @@ TEST_F(KpzRotatorTest, BigEndianFileGetsItsOwnByteOrder) {
 }
 
 TEST_F(KpzRotatorTest, MirroredPictureTurnedStaysMirrored) {
-  KpzSpec spec;
-  spec.orientation = 2;  // mirrored horizontally: code 4
-  spec.thumbnailOrientation = 2;
-  Make(spec);
+  KpzSpec recipe;
+  recipe.orientation = 2;  // mirrored horizontally: code 4
+  recipe.thumbnailOrientation = 2;
+  Make(recipe);
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
   ASSERT_TRUE(out.ok) << out.error;
   EXPECT_EQ(out.before, 4);
@@ -120,9 +120,9 @@ TEST_F(KpzRotatorTest, MirroredPictureTurnedStaysMirrored) {
 }
 
 TEST_F(KpzRotatorTest, CodeIsSetOutright) {
-  KpzSpec spec;
-  spec.orientation = 3;
-  Make(spec);
+  KpzSpec recipe;
+  recipe.orientation = 3;
+  Make(recipe);
   const KpzRotator::Outcome out = Rotate(Code(5));
   ASSERT_TRUE(out.ok) << out.error;
   EXPECT_EQ(out.before, 2);
@@ -131,17 +131,17 @@ TEST_F(KpzRotatorTest, CodeIsSetOutright) {
 }
 
 TEST_F(KpzRotatorTest, FileWithoutThumbnailOrientationChangesOnlyIfd0) {
-  KpzSpec spec;
-  spec.thumbnailOrientation.reset();
-  Make(spec);
+  KpzSpec recipe;
+  recipe.thumbnailOrientation.reset();
+  Make(recipe);
   ASSERT_TRUE(Rotate(Turn(Dir::HalfTurn)).ok);
   EXPECT_EQ(kpztest::ReadFileBytes(path), WithOrientation(3, false));
 }
 
 TEST_F(KpzRotatorTest, ThumbnailDateTimeIsSetEqualToThePicturesWhenTheyDiffer) {
-  KpzSpec spec;
-  spec.thumbnailDateTime = "2001:01:01 00:00:00";
-  Make(spec);
+  KpzSpec recipe;
+  recipe.thumbnailDateTime = "2001:01:01 00:00:00";
+  Make(recipe);
   ASSERT_TRUE(Rotate(Turn(Dir::Clockwise)).ok);
   const Bytes expected = kpztest::Patched(
       WithOrientation(6),
@@ -151,8 +151,8 @@ TEST_F(KpzRotatorTest, ThumbnailDateTimeIsSetEqualToThePicturesWhenTheyDiffer) {
 }
 
 TEST_F(KpzRotatorTest, DryRunWritesNothingButTellsTheChange) {
-  KpzSpec spec;
-  Make(spec);
+  KpzSpec recipe;
+  Make(recipe);
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise), true);
   ASSERT_TRUE(out.ok) << out.error;
   EXPECT_FALSE(out.written);
@@ -164,8 +164,8 @@ TEST_F(KpzRotatorTest, DryRunWritesNothingButTellsTheChange) {
 }
 
 TEST_F(KpzRotatorTest, DryRunOfAReadOnlyFileIsRefusedLikeTheRealRun) {
-  KpzSpec spec;
-  Make(spec);
+  KpzSpec recipe;
+  Make(recipe);
   ASSERT_TRUE(kpztest::SetFileMode(path, 0444));
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise), true);
   EXPECT_FALSE(out.ok);
@@ -174,9 +174,9 @@ TEST_F(KpzRotatorTest, DryRunOfAReadOnlyFileIsRefusedLikeTheRealRun) {
 }
 
 TEST_F(KpzRotatorTest, SameCodeIsNotWritten) {
-  KpzSpec spec;
-  spec.orientation = 6;
-  Make(spec);
+  KpzSpec recipe;
+  recipe.orientation = 6;
+  Make(recipe);
   ASSERT_TRUE(kpztest::SetFileMode(path, 0444));  // not even looked at
   const KpzRotator::Outcome out = Rotate(Code(1));
   ASSERT_TRUE(out.ok) << out.error;
@@ -189,8 +189,8 @@ TEST_F(KpzRotatorTest, SameCodeIsNotWritten) {
 }
 
 TEST_F(KpzRotatorTest, ReadOnlyFileIsRefusedAndLeftAsItIs) {
-  KpzSpec spec;
-  Make(spec);
+  KpzSpec recipe;
+  Make(recipe);
   ASSERT_TRUE(kpztest::SetFileMode(path, 0444));
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
   EXPECT_FALSE(out.ok);
@@ -203,9 +203,9 @@ TEST_F(KpzRotatorTest, ReadOnlyFileIsRefusedAndLeftAsItIs) {
 }
 
 TEST_F(KpzRotatorTest, FileWithoutOrientationCannotBeRotated) {
-  KpzSpec spec;
-  spec.orientation.reset();
-  Make(spec);
+  KpzSpec recipe;
+  recipe.orientation.reset();
+  Make(recipe);
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
   EXPECT_FALSE(out.ok);
   EXPECT_EQ(out.failure, KpzRotator::Failure::Input);
@@ -215,12 +215,12 @@ TEST_F(KpzRotatorTest, FileWithoutOrientationCannotBeRotated) {
 }
 
 TEST_F(KpzRotatorTest, ThumbnailOrientationOfFourBytesIsRefused) {
-  KpzSpec spec;
-  spec.editIfd1 = [](kpztest::Ifd& ifd) {
+  KpzSpec recipe;
+  recipe.editIfd1 = [](kpztest::Ifd& ifd) {
     ifd.Replace(kpztest::tag::kOrientation, kpztest::kTiffLong, 1,
                 kpztest::U32Bytes(1, ifd.Order()));
   };
-  Make(spec);
+  Make(recipe);
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
   EXPECT_FALSE(out.ok);
   EXPECT_EQ(out.failure, KpzRotator::Failure::Output);
@@ -243,8 +243,8 @@ TEST_F(KpzRotatorTest, MissingFileAndDirectoryAreInputFailures) {
 }
 
 TEST_F(KpzRotatorTest, FileThatCannotBeOpenedForWritingIsNotChanged) {
-  KpzSpec spec;
-  Make(spec);
+  KpzSpec recipe;
+  Make(recipe);
   kpztest::FaultGuard guard;
   kpztest::Arm(kpztest::Call::Fopen, EACCES, /*skip=*/1);  // the head read passes
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
@@ -258,8 +258,8 @@ TEST_F(KpzRotatorTest, FileThatCannotBeOpenedForWritingIsNotChanged) {
 }
 
 TEST_F(KpzRotatorTest, FailedWriteSaysTheFileMayBeChangedInPart) {
-  KpzSpec spec;
-  Make(spec);
+  KpzSpec recipe;
+  Make(recipe);
   kpztest::FaultGuard guard;
   kpztest::Arm(kpztest::Call::Fwrite, ENOSPC);
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
@@ -271,8 +271,8 @@ TEST_F(KpzRotatorTest, FailedWriteSaysTheFileMayBeChangedInPart) {
 }
 
 TEST_F(KpzRotatorTest, TimesThatCannotBeSetBackAreReportedAfterTheWrite) {
-  KpzSpec spec;
-  Make(spec);
+  KpzSpec recipe;
+  Make(recipe);
   kpztest::FaultGuard guard;
   kpztest::Arm(kpztest::Call::Utime, EPERM);
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
@@ -285,8 +285,8 @@ TEST_F(KpzRotatorTest, TimesThatCannotBeSetBackAreReportedAfterTheWrite) {
 }
 
 TEST_F(KpzRotatorTest, StatusThatCannotBeReadStopsBeforeAnything) {
-  KpzSpec spec;
-  Make(spec);
+  KpzSpec recipe;
+  Make(recipe);
   kpztest::FaultGuard guard;
   Rotate(Turn(Dir::Clockwise), true);  // counts the stat calls; the last is the check
   const int stats = kpztest::CallCount(kpztest::Call::Stat);
