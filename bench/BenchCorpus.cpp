@@ -121,7 +121,7 @@ std::uint32_t BenchCorpus::PreviewSizeFor(std::uint32_t index, std::uint32_t pre
   return static_cast<std::uint32_t>(size);
 }
 
-bool BenchCorpus::Generate(const BenchCorpusSpec& plan, const std::string& dir,
+bool BenchCorpus::Generate(const BenchCorpusPlan& plan, const std::string& dir,
                            std::vector<BenchFile>* files, std::string* error) {
   files->clear();
   for (std::uint32_t i = 0; i < plan.files; ++i) {

@@ -6,7 +6,7 @@
 // the test-data builder and the C library; the benchmark programs read the
 // manifest and run their jobs (bench/BenchJobs) over the files it names.
 //
-//   BenchCorpusSpec plan;            // 48 files, ~1.5 MB previews, 12 MB filler
+//   BenchCorpusPlan plan;            // 48 files, ~1.5 MB previews, 12 MB filler
 //   std::vector<BenchFile> files;
 //   std::string why;
 //   if (!BenchCorpus::Generate(plan, "/tmp/corpus", &files, &why)) { ... }
@@ -39,7 +39,7 @@ struct BenchFile {
 // thumbnail are JPEG-shaped: the marker segments of a baseline JPEG up to
 // SOS (with the pixel size the maker note gives), pattern bytes as image
 // data, EOI; tools that walk JPEG markers read them as they read a camera's.
-struct BenchCorpusSpec {
+struct BenchCorpusPlan {
   std::uint32_t files = 48;
   std::uint32_t previewBytes = 1536u * 1024u;
   std::uint32_t fillerBytes = 12u * 1024u * 1024u;
@@ -59,7 +59,7 @@ class BenchCorpus {
   // existing directory `dir`, and fills *files. false (with *error set) when
   // a file cannot be written or the plan cannot be laid out (a preview or
   // filler that would push the file past 4 GiB).
-  static bool Generate(const BenchCorpusSpec& plan, const std::string& dir,
+  static bool Generate(const BenchCorpusPlan& plan, const std::string& dir,
                        std::vector<BenchFile>* files, std::string* error);
 
   // Reads a manifest written by Generate. false (with *error set) when it

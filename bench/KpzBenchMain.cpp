@@ -171,7 +171,7 @@ int main(int argc, char** argv) {
     tempDir.reset(new kpztest::TempDir());
     std::printf("kpz_bench: generating the default corpus in %s\n", tempDir->Path().c_str());
     if (tempDir->Path().empty() ||
-        !BenchCorpus::Generate(BenchCorpusSpec(), tempDir->Path(), &fx.files, &why)) {
+        !BenchCorpus::Generate(BenchCorpusPlan(), tempDir->Path(), &fx.files, &why)) {
       std::printf("kpz_bench: %s\n", why.c_str());
       return 1;
     }

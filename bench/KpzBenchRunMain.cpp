@@ -74,7 +74,7 @@ long peakRssKib() {
 }
 
 int runCorpus(int argc, char** argv) {
-  BenchCorpusSpec plan;
+  BenchCorpusPlan plan;
   std::string dir;
   for (int i = 2; i < argc; ++i) {
     const std::string arg = argv[i];
