@@ -25,40 +25,11 @@
 #include <vector>
 
 #include "FuzzRawQueries.h"
+#include "FuzzScratchFile.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
 
 namespace {
-
-// The per-process scratch directory and file; set once at start-up.
-struct Scratch {
-  std::string dir;
-  std::string file;
-};
-
-Scratch& TheScratch() {
-  static Scratch scratch;
-  return scratch;
-}
-
-void RemoveScratch() {
-  const Scratch& s = TheScratch();
-  if (!s.file.empty()) {
-    (void)unlink(s.file.c_str());
-  }
-  if (!s.dir.empty()) {
-    (void)rmdir(s.dir.c_str());
-  }
-}
-
-bool WriteWhole(const std::string& path, const std::uint8_t* data, std::size_t size) {
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) {
-    return false;
-  }
-  const bool written = size == 0 || std::fwrite(data, 1, size, f) == size;
-  return std::fclose(f) == 0 && written;
-}
 
 std::vector<std::uint8_t> ReadWhole(const std::string& path, std::size_t size) {
   std::vector<std::uint8_t> bytes(size);

@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "FuzzRawQueries.h"
+#include "FuzzScratchFile.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
 #include "raw/DtRawScreennailInfo.h"
@@ -52,35 +53,6 @@ Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailNative(JNIEnv* env,
 #endif
 
 namespace {
-
-struct Scratch {
-  std::string dir;
-  std::string file;
-};
-
-Scratch& TheScratch() {
-  static Scratch scratch;
-  return scratch;
-}
-
-void RemoveScratch() {
-  const Scratch& s = TheScratch();
-  if (!s.file.empty()) {
-    (void)unlink(s.file.c_str());
-  }
-  if (!s.dir.empty()) {
-    (void)rmdir(s.dir.c_str());
-  }
-}
-
-bool WriteWhole(const std::string& path, const std::uint8_t* data, std::size_t size) {
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) {
-    return false;
-  }
-  const bool written = size == 0 || std::fwrite(data, 1, size, f) == size;
-  return std::fclose(f) == 0 && written;
-}
 
 // What the entry returned: no array, or an array with these bytes.
 struct Outcome {
