@@ -111,6 +111,7 @@ UINT readScreennail(const char* chars, DtRaw& raw, DtNlFileIo& fileIo, BenchPrev
     logLine(true, "fileIo.Open ERROR. ret=%d", openRet);
     return 0;
   }
+  fileIo.SetUnbuffered();
   const long long seekOffset = static_cast<long long>(static_cast<INT32>(info.m_fileOffset));
   const int seekRet = fileIo.Seek(seekOffset, DtNlIoSeekSet);
   if (seekRet < 0) {

@@ -101,6 +101,9 @@ jbyteArray readScreennail(JNIEnv* env, const char* chars, DtRaw& raw, DtNlFileIo
     __android_log_print(ANDROID_LOG_ERROR, kLogTag, "fileIo.Open ERROR. ret=%d", openRet);
     return nullptr;
   }
+  // One seek and one large read: no stdio buffer in between (the read then
+  // goes straight into the array's buffer, with no block-alignment reads).
+  fileIo.SetUnbuffered();  // if refused, the stream simply stays buffered
   // Deliberate: the offset is widened as a signed 32-bit number, so an offset
   // of 2 GiB or more becomes negative and the seek fails.
   const long long seekOffset = static_cast<long long>(static_cast<INT32>(info.m_fileOffset));

@@ -22,6 +22,7 @@
 #include "util/DtNlLogger.h"
 #include "util/DtNlListImpl.h"
 #include "util/io/DtNlDataStream.h"
+#include "util/io/DtNlFileIo.h"
 #include "util/io/DtNlFileStatus.h"
 #include "util/io/DtNlIo.h"
 #include "util/io/DtNlTime.h"
@@ -153,6 +154,13 @@ int DtRaw::readBuff(DtNlFile& /*file*/, unsigned char* buff, unsigned int size) 
   }
   // The stream may have replaced its channel on Open: take it afterwards.
   DtNlIo* io = m_stream->GetIo();
+
+  // One large read: let it go straight from the kernel into the copy. (The
+  // copy is zeroed before the read, not after: a failed read still leaves the
+  // bytes it delivered for the parse, and only those.)
+  if (io->GetKind() == DtNlIo::KIND_FILE) {
+    static_cast<DtNlFileIo*>(io)->SetUnbuffered();  // still works buffered if refused
+  }
 
   int readResult = DtRawOk;
   const UINT got = io->ReadU8(buff, size);

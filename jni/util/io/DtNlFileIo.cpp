@@ -25,7 +25,10 @@ const char* const READ_U8_SIGNATURE = "virtual UINT DtNlFileIo::ReadU8(UINT8*, U
 
 const UINT DtNlFileIo::BOUNCE_SIZE;
 
-DtNlFileIo::DtNlFileIo() : DtNlIo(KIND_FILE), m_handle(nullptr), m_bounce() {}
+// The bounce buffer is left uninitialised on purpose: only the bytes fread
+// delivered into it are ever copied out, and zero-filling 192 KiB for every
+// channel cost more than locating a preview.
+DtNlFileIo::DtNlFileIo() : DtNlIo(KIND_FILE), m_handle(nullptr) {}
 
 DtNlFileIo::~DtNlFileIo() { DtNlFileIo::Close(); }
 
@@ -55,6 +58,15 @@ int DtNlFileIo::Open(const char* path, const char* mode) {
     setErr(CodeFor(err, DtNlErrOpen));
   }
   return -1;
+}
+
+int DtNlFileIo::SetUnbuffered() {
+  if (m_handle == nullptr) {
+    return -1;  // nothing to switch; not an I/O failure, so nothing is logged
+  }
+  // Valid only before the first operation on the stream; setvbuf refuses it
+  // (non-zero) otherwise, and the stream then stays buffered.
+  return setvbuf(m_handle, nullptr, _IONBF, 0) == 0 ? 0 : -1;
 }
 
 int DtNlFileIo::Close() {

@@ -40,6 +40,13 @@ class DtNlFileIo : public DtNlIo {
   // (DtNlErrAlreadyOpen; that file stays open) or fopen fails (logged;
   // DtNlErrNotFound on ENOENT, DtNlErrIo on EIO, else DtNlErrOpen).
   int Open(const char* path, const char* mode) override;
+  // Makes the open stream unbuffered, so that each read or seek is one system
+  // call straight into the caller's memory. Worth it for a few large reads
+  // (a file head, a preview), never for byte-by-byte reading. Must come right
+  // after Open, before any other operation; -1 when no file is open or the
+  // stream cannot be switched (it then stays buffered and every operation
+  // works as before). Logs nothing and records no status code.
+  int SetUnbuffered();
   // Closes the file; the handle is forgotten even when fclose fails (-1,
   // DtNlErrClose / DtNlErrIo). Closing a closed channel returns 0 silently.
   int Close() override;

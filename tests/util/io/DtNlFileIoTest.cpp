@@ -103,6 +103,85 @@ TEST_F(DtNlFileIoTest, NewChannelIsAClosedFileChannelHoldingItsBounceBuffer) {
   EXPECT_EQ(io.GetBaseOffset(), 0);
 }
 
+// ------------------------------------------------------------- SetUnbuffered
+
+TEST_F(DtNlFileIoTest, SetUnbufferedOnAClosedChannelFailsWithoutLogOrStatus) {
+  DtNlFileIo io;
+  int result = 0;
+  std::string err = Captured([&] { result = io.SetUnbuffered(); });
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(err, "");
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+TEST_F(DtNlFileIoTest, UnbufferedChannelSeeksReadsAndTellsLikeABufferedOne) {
+  const std::vector<UINT8> bytes = Pattern(10000);
+  const std::string path = Make("a.bin", bytes);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  ASSERT_EQ(io.SetUnbuffered(), 0);
+  ASSERT_EQ(io.Seek(3000, DtNlIoSeekSet), 0);
+  std::vector<UINT8> got(5000);
+  EXPECT_EQ(io.ReadU8(got.data(), 5000u), 5000u);
+  EXPECT_EQ(got, std::vector<UINT8>(bytes.begin() + 3000, bytes.begin() + 8000));
+  EXPECT_EQ(io.Tell(), 8000);
+  std::vector<UINT8> tail(4000);
+  EXPECT_EQ(io.ReadU8(tail.data(), 4000u), 2000u);  // short at end of file, no error
+  EXPECT_EQ(std::vector<UINT8>(tail.begin(), tail.begin() + 2000),
+            std::vector<UINT8>(bytes.begin() + 8000, bytes.end()));
+  EXPECT_EQ(io.IsEof(), 1);
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+// Reads byte 0 then, after byte 1 of the file was changed through another
+// stream, the next byte: what the channel returns for byte 1.
+UINT8 SecondByteAfterChange(const std::string& path, bool unbuffered) {
+  DtNlFileIo io;
+  EXPECT_EQ(io.Open(path.c_str(), "rb"), 0);
+  if (unbuffered) {
+    EXPECT_EQ(io.SetUnbuffered(), 0);
+  }
+  UINT8 first = 0;
+  EXPECT_EQ(io.ReadU8(&first, 1u), 1u);
+  FILE* writer = std::fopen(path.c_str(), "r+b");
+  EXPECT_NE(writer, nullptr);
+  if (writer != nullptr) {
+    std::fseek(writer, 1, SEEK_SET);
+    std::fputc(0xEE, writer);
+    std::fclose(writer);
+  }
+  UINT8 second = 0;
+  EXPECT_EQ(io.ReadU8(&second, 1u), 1u);
+  return second;
+}
+
+TEST_F(DtNlFileIoTest, UnbufferedChannelReadsStraightFromTheFileNotAheadIntoABuffer) {
+  const std::vector<UINT8> bytes(64, 0x11);
+  // Buffered, the first 1-byte read pulls the whole small file into stdio's
+  // buffer, so the change behind it is not seen; unbuffered, it is.
+  EXPECT_EQ(SecondByteAfterChange(Make("buffered.bin", bytes), false), 0x11);
+  EXPECT_EQ(SecondByteAfterChange(Make("unbuffered.bin", bytes), true), 0xEE);
+}
+
+TEST_F(DtNlFileIoTest, UnbufferedFaultedReadIsStillRetriedThroughTheBounceBuffer) {
+  const std::vector<UINT8> bytes = Pattern(100);
+  const std::string path = Make("a.bin", bytes);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  ASSERT_EQ(io.SetUnbuffered(), 0);
+  ASSERT_EQ(io.Seek(10, DtNlIoSeekSet), 0);
+  kpztest::FaultGuard guard;
+  std::vector<UINT8> got(50);
+  std::string err = Captured([&] {
+    kpztest::Arm(Call::Fread, EFAULT, 0, 1, 20);
+    EXPECT_EQ(io.ReadU8(got.data(), 50u), 50u);
+  });
+  EXPECT_EQ(err, "");
+  EXPECT_EQ(got, std::vector<UINT8>(bytes.begin() + 10, bytes.begin() + 60));
+  EXPECT_EQ(io.Tell(), 60);
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
 // ---------------------------------------------------------------------- Open
 
 TEST_F(DtNlFileIoTest, OpenReadsAnExistingFile) {
