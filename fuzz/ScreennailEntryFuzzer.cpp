@@ -203,6 +203,7 @@ Outcome RunEntry(const std::string& path) {
   if (fileIo->Open(path.c_str(), "r") < 0) {
     return out;
   }
+  fileIo->SetUnbuffered();
   const long long seekOffset = static_cast<long long>(static_cast<INT32>(info.m_fileOffset));
   if (fileIo->Seek(seekOffset, DtNlIoSeekSet) < 0) {
     fileIo->Close();
