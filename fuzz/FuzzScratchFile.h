@@ -9,7 +9,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 struct Scratch {
   std::string dir;
@@ -29,6 +31,28 @@ inline void RemoveScratch() {
   if (!s.dir.empty()) {
     (void)rmdir(s.dir.c_str());
   }
+}
+
+// Makes the scratch directory (in $TMPDIR, else the memory file system when
+// there is one, else /tmp) and names the file in it; both go at exit. Aborts,
+// naming `target`, when the directory cannot be made.
+inline void SetUpScratch(const char* target) {
+  const char* tmp = std::getenv("TMPDIR");
+  std::string base = tmp != nullptr && *tmp != '\0' ? tmp : "";
+  if (base.empty()) {
+    base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+  }
+  std::string pattern = base + "/kpz-fuzz-XXXXXX";
+  std::vector<char> buf(pattern.begin(), pattern.end());
+  buf.push_back('\0');
+  if (mkdtemp(buf.data()) == nullptr) {
+    std::fprintf(stderr, "%s: ", target);
+    std::perror("mkdtemp");
+    std::abort();
+  }
+  TheScratch().dir = buf.data();
+  TheScratch().file = TheScratch().dir + "/input.kpz";
+  std::atexit(RemoveScratch);
 }
 
 // Writes `size` bytes of `data` as the whole content of `path`.

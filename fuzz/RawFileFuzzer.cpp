@@ -52,22 +52,7 @@ std::vector<std::uint8_t> ReadWhole(const std::string& path, std::size_t size) {
 extern "C" void sync(void) noexcept {}
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  // $TMPDIR, else the memory file system when there is one, else /tmp.
-  const char* tmp = std::getenv("TMPDIR");
-  std::string base = tmp != nullptr && *tmp != '\0' ? tmp : "";
-  if (base.empty()) {
-    base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-  }
-  std::string pattern = base + "/kpz-fuzz-XXXXXX";
-  std::vector<char> buf(pattern.begin(), pattern.end());
-  buf.push_back('\0');
-  if (mkdtemp(buf.data()) == nullptr) {
-    std::perror("RawFileFuzzer: mkdtemp");
-    std::abort();
-  }
-  TheScratch().dir = buf.data();
-  TheScratch().file = TheScratch().dir + "/input.kpz";
-  std::atexit(RemoveScratch);
+  SetUpScratch("RawFileFuzzer");
   return 0;
 }
 

@@ -233,22 +233,7 @@ extern "C" int __android_log_print(int /*prio*/, const char* /*tag*/, const char
 #endif
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  // $TMPDIR, else the memory file system when there is one, else /tmp.
-  const char* tmp = std::getenv("TMPDIR");
-  std::string base = tmp != nullptr && *tmp != '\0' ? tmp : "";
-  if (base.empty()) {
-    base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-  }
-  std::string pattern = base + "/kpz-fuzz-XXXXXX";
-  std::vector<char> buf(pattern.begin(), pattern.end());
-  buf.push_back('\0');
-  if (mkdtemp(buf.data()) == nullptr) {
-    std::perror("ScreennailEntryFuzzer: mkdtemp");
-    std::abort();
-  }
-  TheScratch().dir = buf.data();
-  TheScratch().file = TheScratch().dir + "/input.kpz";
-  std::atexit(RemoveScratch);
+  SetUpScratch("ScreennailEntryFuzzer");
   return 0;
 }
 
