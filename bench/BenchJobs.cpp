@@ -7,14 +7,12 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <memory>
 #include <new>
 
 #include "raw/DtRaw.h"
 #include "util/io/DtNlFile.h"
 #include "util/io/DtNlFileIo.h"
-#include "util/io/DtNlFileStatus64.h"
 #include "util/io/DtNlIo.h"
 
 #if KPZ_BENCH_ANDROID_LOG
@@ -48,23 +46,8 @@ __attribute__((format(printf, 2, 3))) void logLine(bool error, const char* forma
 // bytes at `offset`: bounded by what the file holds after `offset` and by
 // the largest Java array; 0 when the file cannot be measured.
 UINT boundedReadSize(const char* path, UINT32 offset, UINT32 size) {
-  DtNlFileStatus64 status;
-  if (DtNlFile(path).Stat64(&status).IsFailure()) {
-    return 0;
-  }
-  const std::uint64_t fileSize = status.GetSize();
-  if (offset >= fileSize) {
-    return 0;
-  }
-  const std::uint64_t available = fileSize - offset;
-  UINT bounded = size;
-  if (available < bounded) {
-    bounded = static_cast<UINT>(available);
-  }
-  if (bounded > kMaxJavaArray) {
-    bounded = kMaxJavaArray;
-  }
-  return bounded;
+  const UINT bounded = DtNlFile(path).BytesAvailable(offset, size);
+  return bounded > kMaxJavaArray ? kMaxJavaArray : bounded;
 }
 
 // Reads up to `size` bytes at the current position, retrying short reads and

@@ -48,7 +48,6 @@ Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailNative(JNIEnv* env,
 #include "util/DtNlTypes.h"
 #include "util/io/DtNlFile.h"
 #include "util/io/DtNlFileIo.h"
-#include "util/io/DtNlFileStatus64.h"
 #include "util/io/DtNlIo.h"
 #endif
 
@@ -168,19 +167,7 @@ Outcome RunEntry(const std::string& path) {
 // The entry's bound: the smaller of the claimed size and what the file holds
 // after the offset; 0 when the file cannot be measured.
 UINT BoundedReadSize(const char* path, UINT32 offset, UINT32 size) {
-  DtNlFileStatus64 status;
-  if (DtNlFile(path).Stat64(&status).IsFailure()) {
-    return 0;
-  }
-  const std::uint64_t fileSize = status.GetSize();
-  if (offset >= fileSize) {
-    return 0;
-  }
-  const std::uint64_t available = fileSize - offset;
-  UINT bounded = size;
-  if (available < bounded) {
-    bounded = static_cast<UINT>(available);
-  }
+  const UINT bounded = DtNlFile(path).BytesAvailable(offset, size);
   return bounded > 0x7FFFFFFFu ? 0x7FFFFFFFu : bounded;
 }
 

@@ -20,7 +20,6 @@
 #include <android/log.h>
 #include <jni.h>
 
-#include <cstdint>
 #include <memory>
 #include <new>
 
@@ -29,7 +28,6 @@
 #include "util/DtNlTypes.h"
 #include "util/io/DtNlFile.h"
 #include "util/io/DtNlFileIo.h"
-#include "util/io/DtNlFileStatus64.h"
 #include "util/io/DtNlIo.h"
 
 namespace {
@@ -48,23 +46,8 @@ const UINT kMaxJavaArray = 0x7FFFFFFFu;
 // measured any more (removed since it was opened) or holds nothing after
 // `offset` gives 0: nothing of it is trusted.
 UINT boundedReadSize(const char* path, UINT32 offset, UINT32 size) {
-  DtNlFileStatus64 status;
-  if (DtNlFile(path).Stat64(&status).IsFailure()) {
-    return 0;
-  }
-  const std::uint64_t fileSize = status.GetSize();
-  if (offset >= fileSize) {
-    return 0;
-  }
-  const std::uint64_t available = fileSize - offset;
-  UINT bounded = size;
-  if (available < bounded) {
-    bounded = static_cast<UINT>(available);
-  }
-  if (bounded > kMaxJavaArray) {
-    bounded = kMaxJavaArray;
-  }
-  return bounded;
+  const UINT bounded = DtNlFile(path).BytesAvailable(offset, size);
+  return bounded > kMaxJavaArray ? kMaxJavaArray : bounded;
 }
 
 // Everything between taking the path's characters and releasing them. Returns

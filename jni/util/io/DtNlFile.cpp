@@ -449,3 +449,16 @@ DtNlStatus DtNlFile::IsFile(int* isFile) const {
   *isFile = (result.IsSuccess() && status.IsFile() != 0) ? 1 : 0;
   return result;
 }
+
+UINT32 DtNlFile::BytesAvailable(UINT32 offset, UINT32 size) const {
+  DtNlFileStatus64 status;
+  if (Stat64(&status).IsFailure()) {
+    return 0;
+  }
+  const std::uint64_t fileSize = status.GetSize();
+  if (offset >= fileSize) {
+    return 0;
+  }
+  const std::uint64_t available = fileSize - offset;
+  return available < size ? static_cast<UINT32>(available) : size;
+}

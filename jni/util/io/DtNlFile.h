@@ -100,6 +100,11 @@ class DtNlFile {
   DtNlStatus Stat(DtNlFileStatus* status) const;
   // stat64 into `status` (must not be null); codes and logging as Stat.
   DtNlStatus Stat64(DtNlFileStatus64* status) const;
+  // How many of `size` bytes starting at `offset` the file holds: the smaller
+  // of `size` and the file's length after `offset`; 0 when it holds nothing
+  // there or cannot be measured (Stat64 fails, logged as there). Bounds a
+  // read whose size comes from the file itself before allocating for it.
+  UINT32 BytesAvailable(UINT32 offset, UINT32 size) const;
   // chmod with `mode` cut to mode_t; sync() afterwards whatever the outcome.
   // Codes: DtNlErrNotFound, DtNlErrIo, DtNlErrChmod.
   DtNlStatus Chmod(unsigned int mode) const;

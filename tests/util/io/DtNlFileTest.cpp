@@ -680,6 +680,35 @@ TEST_F(DtNlFileFsDeathTest, StatIntoNullAsserts) {
               testing::Eq(kpztest::AssertText(kSrc, "Stat", 339, "")));
 }
 
+// BytesAvailable
+
+TEST_F(DtNlFileFs, BytesAvailableIsTheRequestWhenTheFileHoldsItAll) {
+  Write("f", std::string(100, 'x'));
+  EXPECT_EQ(DtNlFile(dir_.c_str(), "f").BytesAvailable(10, 90), 90u);
+  EXPECT_EQ(DtNlFile(dir_.c_str(), "f").BytesAvailable(0, 0), 0u);
+}
+
+TEST_F(DtNlFileFs, BytesAvailableIsCutToWhatTheFileHoldsAfterTheOffset) {
+  Write("f", std::string(100, 'x'));
+  EXPECT_EQ(DtNlFile(dir_.c_str(), "f").BytesAvailable(10, 91), 90u);
+  // A forged 4 GiB size is bounded by the file, not trusted.
+  EXPECT_EQ(DtNlFile(dir_.c_str(), "f").BytesAvailable(99, 0xFFFFFFFFu), 1u);
+}
+
+TEST_F(DtNlFileFs, BytesAvailableIsZeroAtOrPastTheEnd) {
+  Write("f", std::string(100, 'x'));
+  EXPECT_EQ(DtNlFile(dir_.c_str(), "f").BytesAvailable(100, 5), 0u);
+  EXPECT_EQ(DtNlFile(dir_.c_str(), "f").BytesAvailable(0xFFFFFFFFu, 5), 0u);
+}
+
+TEST_F(DtNlFileFs, BytesAvailableOfAMissingFileIsZeroWithoutMessage) {
+  UINT32 got = 1;
+  std::string err =
+      CaptureStderr([&] { got = DtNlFile(dir_.c_str(), "none").BytesAvailable(0, 10); });
+  EXPECT_EQ(got, 0u);
+  EXPECT_EQ(err, "");
+}
+
 // Stat64
 
 TEST_F(DtNlFileFs, Stat64FillsTheRecordWithoutSync) {
