@@ -23,11 +23,14 @@ const UINT16 TAG_KM_POINTER = 0xB028;
 const char* const M372_MODEL = "DSLR-M372";
 const UINT MAKER_NOTE_HEADER_SIZE = 12;
 
-// Makes `parser` ready for a parse: created on first use, else emptied.
+// Makes `parser` ready for a parse: on first use (null) it becomes the
+// engine's own object of its kind, reset to the state of a new parser (the
+// former "create with new": same state, no allocation); else it is emptied.
 template <class Parser>
-Parser* prepare(Parser*& parser) {
+Parser* prepare(Parser*& parser, Parser& storage) {
   if (parser == nullptr) {
-    parser = new Parser();
+    storage.Reset();
+    parser = &storage;
   } else {
     parser->Finalize();
   }
@@ -59,7 +62,13 @@ DtRawEng::DtRawEng()
       m_makerNoteParser(nullptr),
       m_kmMakerNoteParser(nullptr),
       m_byteOrder(DtNlBigEndian),
-      m_isM372(1) {}
+      m_isM372(1),
+      m_ifd0Storage(),
+      m_ifd1Storage(),
+      m_exifStorage(),
+      m_iobStorage(),
+      m_makerNoteStorage(),
+      m_kmMakerNoteStorage() {}
 
 DtRawEng::~DtRawEng() { Finalize(); }
 
@@ -72,8 +81,8 @@ int DtRawEng::Parse(DtNlDataStream* stream) {
 
   // Deliberate: a reused engine keeps its parsers but none of their entries,
   // so nothing read from an earlier stream survives into this parse.
-  DtRawIFDParserBase* const parsers[] = {m_ifd0Parser, m_ifd1Parser, m_exifParser,
-                                         m_iobParser, m_makerNoteParser, m_kmMakerNoteParser};
+  DtRawIFDParserBase* const parsers[] = {m_ifd0Parser, m_ifd1Parser,      m_exifParser,
+                                         m_iobParser,  m_makerNoteParser, m_kmMakerNoteParser};
   for (DtRawIFDParserBase* parser : parsers) {
     if (parser != nullptr) {
       parser->Finalize();
@@ -124,10 +133,10 @@ int DtRawEng::Parse(DtNlDataStream* stream) {
   }
   // Compared over exactly the value's size (at most 32 bytes, all held in
   // m_data): a stored terminating zero takes part in the comparison.
-  m_isM372 = (std::strncmp(reinterpret_cast<const char*>(model->m_data), M372_MODEL,
-                           model->m_size) == 0)
-                 ? 1
-                 : 0;
+  m_isM372 =
+      (std::strncmp(reinterpret_cast<const char*>(model->m_data), M372_MODEL, model->m_size) == 0)
+          ? 1
+          : 0;
 
   // The Exif IFD was read only when IFD0 points at one; a parser left from an
   // earlier parse holds nothing then and counts as absent.
@@ -152,29 +161,34 @@ DtRawTagData* DtRawEng::getTagData(unsigned short tagId, DtRawIFDParserBase* par
 }
 
 void DtRawEng::Finalize() {
-  delete m_ifd0Parser;
+  // The former "delete every parser": each one in use gives up its entries
+  // and its pointer is nulled; the objects stay for the next parse.
+  DtRawIFDParserBase* const parsers[] = {m_ifd0Parser, m_ifd1Parser,      m_exifParser,
+                                         m_iobParser,  m_makerNoteParser, m_kmMakerNoteParser};
+  for (DtRawIFDParserBase* parser : parsers) {
+    if (parser != nullptr) {
+      parser->Finalize();
+    }
+  }
   m_ifd0Parser = nullptr;
-  delete m_ifd1Parser;
   m_ifd1Parser = nullptr;
-  delete m_exifParser;
   m_exifParser = nullptr;
-  delete m_iobParser;
   m_iobParser = nullptr;
-  delete m_makerNoteParser;
   m_makerNoteParser = nullptr;
-  delete m_kmMakerNoteParser;
   m_kmMakerNoteParser = nullptr;
 }
 
 int DtRawEng::parseIFD(DtNlDataStream* stream, UINT32 ifd0Offset) {
-  int result = prepare(m_ifd0Parser)->Parse(stream, 0, asParseOffset(ifd0Offset), m_byteOrder);
+  int result = prepare(m_ifd0Parser, m_ifd0Storage)
+                   ->Parse(stream, 0, asParseOffset(ifd0Offset), m_byteOrder);
   if (result != DtRawOk) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::parseIFD]: IFD0th parse err!!");
     return result;
   }
   // IFD1 follows IFD0 unconditionally (a zero next offset reads offset 0).
   const UINT32 ifd1Offset = m_ifd0Parser->GetNextIFDOffset();
-  result = prepare(m_ifd1Parser)->Parse(stream, 0, asParseOffset(ifd1Offset), m_byteOrder);
+  result = prepare(m_ifd1Parser, m_ifd1Storage)
+               ->Parse(stream, 0, asParseOffset(ifd1Offset), m_byteOrder);
   if (result != DtRawOk) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::parseIFD]: IFD1th parse err!!");
     return result;
@@ -184,7 +198,8 @@ int DtRawEng::parseIFD(DtNlDataStream* stream, UINT32 ifd0Offset) {
   if (pointerOf(getTagData(TAG_EXIF_POINTER, m_ifd0Parser), m_byteOrder, &exifOffset) == 0) {
     return DtRawOk;  // no Exif IFD is not an error here
   }
-  result = prepare(m_exifParser)->Parse(stream, 0, asParseOffset(exifOffset), m_byteOrder);
+  result = prepare(m_exifParser, m_exifStorage)
+               ->Parse(stream, 0, asParseOffset(exifOffset), m_byteOrder);
   if (result != DtRawOk) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::parseIFD]: ExifIFD parse err!!");
     return result;
@@ -194,7 +209,8 @@ int DtRawEng::parseIFD(DtNlDataStream* stream, UINT32 ifd0Offset) {
   if (pointerOf(getTagData(TAG_IOB_POINTER, m_exifParser), m_byteOrder, &iobOffset) == 0) {
     return DtRawOk;
   }
-  result = prepare(m_iobParser)->Parse(stream, 0, asParseOffset(iobOffset), m_byteOrder);
+  result =
+      prepare(m_iobParser, m_iobStorage)->Parse(stream, 0, asParseOffset(iobOffset), m_byteOrder);
   if (result != DtRawOk) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::parseIFD]: Interoperability IFD parse err!!");
     return result;
@@ -223,8 +239,8 @@ int DtRawEng::parseKaviMakerNote(DtNlDataStream* stream, UINT32 offset) {
     dirOffset = offset + MAKER_NOTE_HEADER_SIZE;
   }
 
-  int result =
-      prepare(m_makerNoteParser)->Parse(stream, 0, asParseOffset(dirOffset), m_byteOrder);
+  int result = prepare(m_makerNoteParser, m_makerNoteStorage)
+                   ->Parse(stream, 0, asParseOffset(dirOffset), m_byteOrder);
   if (result != DtRawOk) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::pKMN]: maker note parse err!!");
     return result;
@@ -245,7 +261,8 @@ int DtRawEng::parseKaviMakerNote(DtNlDataStream* stream, UINT32 offset) {
              static_cast<int>(kmPointer->m_size));
     return DtRawErrFormat;
   }
-  result = prepare(m_kmMakerNoteParser)->Parse(stream, 0, asParseOffset(kmOffset), m_byteOrder);
+  result = prepare(m_kmMakerNoteParser, m_kmMakerNoteStorage)
+               ->Parse(stream, 0, asParseOffset(kmOffset), m_byteOrder);
   if (result != DtRawOk) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawEng: km maker note parse err!!");
     return result;

@@ -18,9 +18,12 @@
 //   }
 //   eng.Finalize();
 //
-// Pointer members: the six parsers are owned (created on first use, deleted by
-// Finalize and the destructor; null until created). The stream given to Parse
-// is borrowed for the call only.
+// Pointer members: the six parser pointers are null until a parse needs the
+// parser and null again after Finalize; while set, each points at the
+// engine's own parser object of that kind (m_*Storage), which the engine
+// keeps for its whole life so that no parse allocates. "Deleting" a parser
+// (Finalize) empties it and nulls the pointer. The stream given to Parse is
+// borrowed for the call only.
 #ifndef KPZ_RAW_DTRAWENG_H
 #define KPZ_RAW_DTRAWENG_H
 
@@ -59,19 +62,27 @@ class DtRawEng {
   // parser->GetTagData(tagId), or null for a null parser. Owned by the parser.
   DtRawTagData* getTagData(unsigned short tagId, DtRawIFDParserBase* parser);
 
-  // Deletes every parser (and its entries) and nulls the pointers.
+  // Releases every parser's entries and nulls the pointers.
   void Finalize();
 
-  DtRawIFD0Parser* m_ifd0Parser;                   // owned
-  DtRawIFD1Parser* m_ifd1Parser;                   // owned
-  DtRawExifIFDParser* m_exifParser;                // owned
-  DtRawIobIFDParser* m_iobParser;                  // owned
-  DtRawKaviMakerNoteParser* m_makerNoteParser;     // owned
-  DtRawKaviKmMakerNoteParser* m_kmMakerNoteParser; // owned
-  DtNlByteOrder m_byteOrder;                       // the file's byte order
-  INT32 m_isM372;                                  // 1 for model "DSLR-M372"
+  DtRawIFD0Parser* m_ifd0Parser;                    // &m_ifd0Storage or null
+  DtRawIFD1Parser* m_ifd1Parser;                    // &m_ifd1Storage or null
+  DtRawExifIFDParser* m_exifParser;                 // &m_exifStorage or null
+  DtRawIobIFDParser* m_iobParser;                   // &m_iobStorage or null
+  DtRawKaviMakerNoteParser* m_makerNoteParser;      // &m_makerNoteStorage or null
+  DtRawKaviKmMakerNoteParser* m_kmMakerNoteParser;  // &m_kmMakerNoteStorage or null
+  DtNlByteOrder m_byteOrder;                        // the file's byte order
+  INT32 m_isM372;                                   // 1 for model "DSLR-M372"
 
  private:
+  // The parser objects behind the pointers, made once with the engine.
+  DtRawIFD0Parser m_ifd0Storage;
+  DtRawIFD1Parser m_ifd1Storage;
+  DtRawExifIFDParser m_exifStorage;
+  DtRawIobIFDParser m_iobStorage;
+  DtRawKaviMakerNoteParser m_makerNoteStorage;
+  DtRawKaviKmMakerNoteParser m_kmMakerNoteStorage;
+
   // IFD0, IFD1, then the Exif and Iob IFDs when their pointers are present.
   int parseIFD(DtNlDataStream* stream, UINT32 ifd0Offset);
   // The maker note at `offset` and, for DSLR-M372, the Km maker note.

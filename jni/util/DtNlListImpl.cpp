@@ -9,9 +9,12 @@
 //   const void* v = list.EraseNode(list.Find(0x0112));  // &tag
 #include "util/DtNlListImpl.h"
 
+#include <cstdint>
+
 const UINT32 DtNlListImpl::NO_KEY;
 
-DtNlListImpl::DtNlListImpl() : DtNlNode(), size(0) {
+DtNlListImpl::DtNlListImpl()
+    : DtNlNode(), size(0), m_lentBegin(nullptr), m_lentEnd(nullptr), m_spare(nullptr) {
   next = this;
   prev = this;
   value = nullptr;
@@ -50,7 +53,12 @@ DtNlNode* DtNlListImpl::Insert(DtNlNode* pos, const void* nodeValue, UINT32 node
   if (pos == nullptr) {
     return nullptr;
   }
-  DtNlNode* node = new DtNlNode();
+  DtNlNode* node = m_spare;
+  if (node != nullptr) {
+    m_spare = node->next;
+  } else {
+    node = new DtNlNode();
+  }
   node->value = nodeValue;
   node->key = nodeKey;
   node->next = pos;
@@ -79,8 +87,15 @@ const void* DtNlListImpl::EraseNode(DtNlNode* node) {
   node->next->prev = node->prev;
   node->prev->next = node->next;
   const void* kept = node->value;
-  node->next = nullptr;
   node->prev = nullptr;
+  if (isLent(node)) {
+    // Back to the spares; the block belongs to whoever lent it.
+    node->value = nullptr;
+    node->next = m_spare;
+    m_spare = node;
+    return kept;
+  }
+  node->next = nullptr;
   delete node;
   return kept;
 }
@@ -105,4 +120,39 @@ UINT32 DtNlListImpl::isValidKey(UINT32 candidate) const {
     return 1;
   }
   return Find(candidate) == nullptr ? 1u : 0u;
+}
+
+int DtNlListImpl::LendNodes(DtNlNode* block, UINT32 count) {
+  if (block == nullptr || count == 0 || m_lentBegin != nullptr || size != 0) {
+    return -1;
+  }
+  m_lentBegin = block;
+  m_lentEnd = block + count;
+  // Chained so that the first node of the block is taken first.
+  m_spare = nullptr;
+  for (UINT32 i = count; i > 0; --i) {
+    DtNlNode* node = &block[i - 1];
+    node->prev = nullptr;
+    node->value = nullptr;
+    node->key = NO_KEY;
+    node->next = m_spare;
+    m_spare = node;
+  }
+  return 0;
+}
+
+UINT32 DtNlListImpl::GetSpareCount() const {
+  UINT32 count = 0;
+  // The chain holds at most the block's nodes, each once.
+  for (const DtNlNode* node = m_spare; node != nullptr; node = node->next) {
+    ++count;
+  }
+  return count;
+}
+
+bool DtNlListImpl::isLent(const DtNlNode* node) const {
+  // Compared as addresses: a node of the block lies in [begin, end).
+  const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(node);
+  return m_lentBegin != nullptr && at >= reinterpret_cast<std::uintptr_t>(m_lentBegin) &&
+         at < reinterpret_cast<std::uintptr_t>(m_lentEnd);
 }

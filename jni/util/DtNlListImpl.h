@@ -4,8 +4,14 @@
 // visits every element and comes back to it. Keys are unique except the
 // reserved NO_KEY (0xFFFFFFFF), which may occur any number of times. The list
 // never owns, dereferences or frees the values: erasing a node hands its value
-// back to the caller. Nodes are allocated singly and freed by the list.
-// Because its links point at its own address, a list is never copied or moved.
+// back to the caller. Nodes are allocated singly and freed by the list,
+// unless the owner lends the list a block of nodes (LendNodes): those are used
+// first and go back to the block when erased, so that a list refilled for
+// every parse costs no allocation. Because its links point at its own
+// address, a list is never copied or moved.
+//
+// Pointer members beyond the node fields: m_lentBegin/m_lentEnd bound the
+// lent block (borrowed); m_spare chains its unused nodes.
 //
 //   for (DtNlNode* n = list.GetBeginNode(); n != list.GetEndNode(); n = n->next)
 //     use(n->key, n->value);
@@ -52,8 +58,24 @@ class DtNlListImpl : public DtNlNode {
   // 1 if `key` may be inserted (NO_KEY, or not present), else 0.
   UINT32 isValidKey(UINT32 key) const;
 
+  // Lends the list `count` nodes at `block` (borrowed: they must outlive the
+  // list and nobody else may touch them). Insert takes a spare lent node
+  // before it allocates one; erasing a lent node gives it back to the spares
+  // instead of freeing it. Accepted once, on an empty list without a block:
+  // 0, else -1 (nothing changes; also for a null block or a count of 0).
+  int LendNodes(DtNlNode* block, UINT32 count);
+  // Lent nodes not holding an element now (0 without a block).
+  UINT32 GetSpareCount() const;
+
  private:
-  UINT32 size;  // number of elements
+  // True when `node` lies in the lent block.
+  bool isLent(const DtNlNode* node) const;
+
+  // The count comes first, right after the four node fields.
+  UINT32 size;            // number of elements
+  DtNlNode* m_lentBegin;  // first lent node (borrowed), or null
+  DtNlNode* m_lentEnd;    // one past the last lent node
+  DtNlNode* m_spare;      // unused lent nodes, chained through `next`
 };
 
 #endif  // KPZ_UTIL_DTNLLISTIMPL_H

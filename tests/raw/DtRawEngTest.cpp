@@ -10,6 +10,7 @@
 #include "raw/RawTestChannels.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
+#include "support/KpzFileBuilderExtras.h"
 #include "support/LogExpect.h"
 
 namespace {
@@ -24,30 +25,52 @@ using kpztest::RawStream;
 namespace tag = kpztest::tag;
 
 const char* const kSrc = "jni/raw/DtRawEng.cpp";
-const int kLineFileSeek = 84;
-const int kLineReadOrder = 89;
-const int kLineNotOrder = 97;
-const int kLineReadMarker = 102;
-const int kLineNotMarker = 106;
-const int kLineReadIfd0 = 111;
-const int kLineNoModel = 122;
-const int kLineNoMakerNote = 141;
-const int kLineIfd0Err = 172;
-const int kLineIfd1Err = 179;
-const int kLineExifErr = 189;
-const int kLineIobErr = 199;
-const int kLinePkmnSeek = 210;
-const int kLinePkmnHeader = 215;
-const int kLinePkmnNotKavi = 219;
-const int kLinePkmnParse = 229;
-const int kLineNoKm = 238;
-const int kLineKmInvalid = 244;
-const int kLineKmParse = 250;
+const int kLineFileSeek =
+    kpztest::LogCallLineIn(kSrc, "Parse", "[DtRawEng::Parse]: File Seek Err!!");
+const int kLineReadOrder =
+    kpztest::LogCallLineIn(kSrc, "Parse", "[DtRawEng::Parse]: Read TIFF Byteorder err!!");
+const int kLineNotOrder =
+    kpztest::LogCallLineIn(kSrc, "Parse", "[DtRawEng::Parse]: Not TIFF Byteorder err!!");
+const int kLineReadMarker =
+    kpztest::LogCallLineIn(kSrc, "Parse", "[DtRawEng::Parse]: Read TIFF Marker err!!");
+const int kLineNotMarker =
+    kpztest::LogCallLineIn(kSrc, "Parse", "[DtRawEng::Parse]: Not TIFF Marker err!!");
+const int kLineReadIfd0 =
+    kpztest::LogCallLineIn(kSrc, "Parse", "[DtRawEng::Parse]: Read IFD0 offset err!!");
+const int kLineNoModel =
+    kpztest::LogCallLineIn(kSrc, "Parse", "[DtRawEng::Parse]: not exist model name!!");
+const int kLineNoMakerNote =
+    kpztest::LogCallLineIn(kSrc, "Parse", "[DtRawEng::Parse]: not exist maker note pointer!");
+const int kLineIfd0Err =
+    kpztest::LogCallLineIn(kSrc, "parseIFD", "[DtRawEng::parseIFD]: IFD0th parse err!!");
+const int kLineIfd1Err =
+    kpztest::LogCallLineIn(kSrc, "parseIFD", "[DtRawEng::parseIFD]: IFD1th parse err!!");
+const int kLineExifErr =
+    kpztest::LogCallLineIn(kSrc, "parseIFD", "[DtRawEng::parseIFD]: ExifIFD parse err!!");
+const int kLineIobErr =
+    kpztest::LogCallLineIn(kSrc, "parseIFD", "[DtRawEng::parseIFD]: Interoperability IFD parse err!!");
+const int kLinePkmnSeek =
+    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "[DtRawEng::pKMN]: File Seek Err!!");
+const int kLinePkmnHeader =
+    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "[DtRawEng::pKMN]: Read kavi maker note header Err!!");
+const int kLinePkmnNotKavi =
+    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "[DtRawEng::pKMN]: maker note is not kavi!!");
+const int kLinePkmnParse =
+    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "[DtRawEng::pKMN]: maker note parse err!!");
+const int kLineNoKm =
+    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "DtRawEng: There is no km maker note pointer though it is M372!!");
+const int kLineKmInvalid =
+    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "DtRawEng: km maker note pointer is invalid, size=%d.");
+const int kLineKmParse =
+    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "DtRawEng: km maker note parse err!!");
 
 const char* const kParserSrc = "jni/raw/parser/DtRawIFDParserBase.cpp";
-const int kParserLineFileSeek = 61;
-const int kParserLineDirNum = 66;
-const int kParserLineReadTag = 86;
+const int kParserLineFileSeek =
+    kpztest::LogCallLineIn(kParserSrc, "parse", "DtRawIFDParserBase: File Seek Err!!");
+const int kParserLineDirNum =
+    kpztest::LogCallLineIn(kParserSrc, "parse", "DtRawIFDParserBase: Read Dir Num Err!!");
+const int kParserLineReadTag =
+    kpztest::LogCallLineIn(kParserSrc, "parse", "DtRawIFDParserBase: Read Tag Err!!");
 
 std::string Line(const char* function, int line, const std::string& message) {
   return kpztest::InfoLine(kSrc, function, line, message);

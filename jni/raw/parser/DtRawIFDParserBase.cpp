@@ -2,9 +2,11 @@
 #include "raw/parser/DtRawIFDParserBase.h"
 
 #include <cstring>
+#include <typeinfo>
 
 #include "raw/DtRawError.h"
 #include "util/DtNlLogger.h"
+#include "util/io/DtNlBuffIo.h"
 #include "util/io/DtNlDataStream.h"
 #include "util/io/DtNlIo.h"
 
@@ -25,11 +27,129 @@ const UINT8 c_unitSize[8] = {
 };
 
 // Bytes of one directory entry, and of an entry after its tag id.
-const long long ENTRY_SIZE = 12;
-const long long ENTRY_REST = 10;
+const UINT ENTRY_SIZE = 12;
+const UINT ENTRY_REST = 10;
 
 // Largest value whose bytes are copied; longer ones are kept by position only.
 const UINT32 MAX_COPIED_SIZE = 32;
+
+// Largest memory block read in place: every position in it is a valid Tell().
+const UINT MAX_VIEW_SIZE = 0x7FFFFFFFu;
+
+// The steps of reading a directory, over either of two sources with the same
+// results: a plain memory channel is read in place (its block, viewed once,
+// with the channel's own clamping rules and no call per field), any other
+// channel through the data stream field by field. Each step reports failure
+// as the channel would; the caller logs and maps the status.
+class DirReader {
+ public:
+  DirReader(DtNlDataStream* stream, DtNlIo* io, DtNlByteOrder order)
+      : m_stream(stream), m_io(io), m_order(order), m_block(nullptr), m_size(0), m_pos(0) {
+    // Only the exact memory channel: a subclass may read differently.
+    if (typeid(*io) != typeid(DtNlBuffIo)) {
+      return;
+    }
+    const DtNlBuffIo* memory = static_cast<const DtNlBuffIo*>(io);
+    const UINT8* here = nullptr;
+    const UINT left = memory->View(&here);
+    const long long pos = io->Tell64();
+    if (here == nullptr || pos < 0 || static_cast<unsigned long long>(pos) + left > MAX_VIEW_SIZE) {
+      return;
+    }
+    m_pos = static_cast<UINT>(pos);
+    m_size = m_pos + left;
+    m_block = here - m_pos;
+  }
+  DirReader(const DirReader&) = delete;
+  DirReader& operator=(const DirReader&) = delete;
+
+  // Leaves the channel where field-by-field reading would have left it.
+  ~DirReader() {
+    if (m_block != nullptr) {
+      (void)m_io->Seek(static_cast<long long>(m_pos), DtNlIoSeekSet);  // in range: never fails
+    }
+  }
+
+  bool ReadU16(UINT16* out) {
+    if (m_block == nullptr) {
+      return m_stream->ReadU16(out, 1, m_order) == 2;
+    }
+    if (m_size - m_pos < 2) {
+      m_pos = m_size;  // a short read takes what is left
+      return false;
+    }
+    *out = DtNlDataUtil::U8ArrayToU16(m_block + m_pos, m_order);
+    m_pos += 2;
+    return true;
+  }
+
+  bool ReadU32(UINT32* out) {
+    if (m_block == nullptr) {
+      return m_stream->ReadU32(out, 1, m_order) == 4;
+    }
+    if (m_size - m_pos < 4) {
+      m_pos = m_size;
+      return false;
+    }
+    *out = DtNlDataUtil::U8ArrayToU32(m_block + m_pos, m_order);
+    m_pos += 4;
+    return true;
+  }
+
+  // `size` bytes into `dst`; the count read.
+  UINT ReadBytes(UINT8* dst, UINT size) {
+    if (m_block == nullptr) {
+      return m_io->ReadU8(dst, size);
+    }
+    const UINT left = m_size - m_pos;
+    const UINT n = size < left ? size : left;
+    std::memcpy(dst, m_block + m_pos, n);
+    m_pos += n;
+    return n;
+  }
+
+  // Seek forward `count` bytes from the current position; false on failure.
+  bool Skip(UINT count) {
+    if (m_block == nullptr) {
+      return m_io->Seek(static_cast<long long>(count), DtNlIoSeekCur) == 0;
+    }
+    const UINT left = m_size - m_pos;
+    m_pos += count < left ? count : left;  // clamped at the end, as the channel does
+    return true;
+  }
+
+  // Seek to `pos` from the start; false on failure.
+  bool SeekTo(long long pos) {
+    if (m_block == nullptr) {
+      return m_io->Seek(pos, DtNlIoSeekSet) == 0;
+    }
+    // The channel's rule: the low 32 bits, signed; negative gives 0, past the
+    // end gives the end.
+    const long long target = static_cast<long long>(static_cast<INT32>(static_cast<UINT32>(pos)));
+    if (target < 0) {
+      m_pos = 0;
+    } else {
+      m_pos = static_cast<unsigned long long>(target) < m_size ? static_cast<UINT>(target) : m_size;
+    }
+    return true;
+  }
+
+  // The current position, or a negative value on failure.
+  int Tell() {
+    if (m_block == nullptr) {
+      return m_io->Tell();
+    }
+    return static_cast<int>(m_pos);  // m_pos <= MAX_VIEW_SIZE
+  }
+
+ private:
+  DtNlDataStream* m_stream;  // borrowed
+  DtNlIo* m_io;              // borrowed: the stream's channel
+  DtNlByteOrder m_order;
+  const UINT8* m_block;  // borrowed: the memory block's start; null: field by field
+  UINT m_size;           // bytes in the block
+  UINT m_pos;            // the position in the block, <= m_size
+};
 
 }  // namespace
 
@@ -37,7 +157,7 @@ DtRawIFDParserBase::DtRawIFDParserBase()
     : m_tagDataList(), m_nextIfdOffset(0), m_targetTagNum(0), m_targetTagList(nullptr) {}
 
 DtRawIFDParserBase::~DtRawIFDParserBase() {
-  delete[] m_targetTagList;
+  // The target set is borrowed (see setTargetTags): nothing to free.
   m_targetTagList = nullptr;
   Finalize();
 }
@@ -61,8 +181,9 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: File Seek Err!!");
     return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
   }
+  DirReader dir(stream, io, order);
   UINT16 entryNum = 0;
-  if (stream->ReadU16(&entryNum, 1, order) != 2) {
+  if (!dir.ReadU16(&entryNum)) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Dir Num Err!!");
     return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
   }
@@ -71,36 +192,36 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
   for (UINT32 i = 0; i < entryNum; ++i) {
     if (m_tagDataList.GetSize() == static_cast<UINT32>(m_targetTagNum)) {
       // Every target is kept: skip the entry unread.
-      if (io->Seek(ENTRY_SIZE, DtNlIoSeekCur) != 0) {
+      if (!dir.Skip(ENTRY_SIZE)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
       }
       continue;
     }
-    const int entryStart = io->Tell();
+    const int entryStart = dir.Tell();
     if (entryStart < 0) {
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell);
     }
     UINT16 tagId = 0;
-    if (stream->ReadU16(&tagId, 1, order) != 2) {
+    if (!dir.ReadU16(&tagId)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Tag Err!!");
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
     }
     if (isTargetTag(tagId) == 0 || m_tagDataList.IsExistData(tagId) != 0) {
       // Not wanted, or a later duplicate: the first occurrence wins.
-      if (io->Seek(ENTRY_REST, DtNlIoSeekCur) != 0) {
+      if (!dir.Skip(ENTRY_REST)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
       }
       continue;
     }
     UINT16 type = 0;
-    if (stream->ReadU16(&type, 1, order) != 2) {
+    if (!dir.ReadU16(&type)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Type Err!!");
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
     }
     UINT32 count = 0;
-    if (stream->ReadU32(&count, 1, order) != 4) {
+    if (!dir.ReadU32(&count)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read data count Err!!");
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
     }
@@ -109,14 +230,14 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     UINT32 valuePos = 0;
     if (size <= 4) {
       // The value is the entry's own 4-byte field, which starts here.
-      const int fieldPos = io->Tell();
+      const int fieldPos = dir.Tell();
       if (fieldPos < 0) {
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell);
       }
       valuePos = static_cast<UINT32>(fieldPos);
     } else {
       UINT32 valueOffset = 0;
-      if (stream->ReadU32(&valueOffset, 1, order) != 4) {
+      if (!dir.ReadU32(&valueOffset)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Offset Err!!");
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
       }
@@ -125,43 +246,44 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       valuePos = static_cast<UINT32>(base) + valueOffset;
     }
 
-    UINT8* data = nullptr;
+    // The record and its bytes come from the list's own block (the former
+    // "allocate a byte array" of the value: same bytes, same owner, no heap).
+    DtRawTagData* tag = nullptr;
     if (size >= 1 && size <= MAX_COPIED_SIZE) {
       // The channel keeps the low 32 bits of the position as a signed offset
       // and clamps (memory) or refuses (file) what lies outside the data.
-      if (io->Seek(static_cast<long long>(valuePos), DtNlIoSeekSet) != 0) {
+      if (!dir.SeekTo(static_cast<long long>(valuePos))) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: File Eeek Err!!");
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
       }
-      data = new UINT8[size]();
-      if (io->ReadU8(data, size) != size) {
+      tag = m_tagDataList.NewTagData(size);
+      if (dir.ReadBytes(tag->m_data, size) != size) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Err!!");
-        delete[] data;
+        m_tagDataList.DeleteTagData(tag);
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
       }
+    } else {
+      tag = m_tagDataList.NewTagData(size);  // kept by position only: no bytes
     }
 
-    DtRawTagData* tag = new DtRawTagData();
     tag->m_category = getTagCategory();
     tag->m_tagId = tagId;
     tag->m_offset = valuePos;
     tag->m_size = size;
-    tag->m_data = data;
     tag->m_byteOrder = order;
     if (m_tagDataList.PushBack(tag, tagId) != 0) {
       // Not reached: the id was checked absent above. Keep nothing leaked.
-      delete[] tag->m_data;
-      delete tag;
+      m_tagDataList.DeleteTagData(tag);
     }
 
-    if (io->Seek(static_cast<long long>(entryStart) + ENTRY_SIZE, DtNlIoSeekSet) != 0) {
+    if (!dir.SeekTo(static_cast<long long>(entryStart) + ENTRY_SIZE)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
     }
   }
 
   UINT32 nextOffset = 0;
-  if (stream->ReadU32(&nextOffset, 1, order) != 4) {
+  if (!dir.ReadU32(&nextOffset)) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Next Ifd Offset Err!!");
     return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
   }
@@ -206,6 +328,11 @@ int DtRawIFDParserBase::Finalize() {
   return 0;
 }
 
+void DtRawIFDParserBase::Reset() {
+  m_tagDataList.ClearAllData();
+  m_nextIfdOffset = 0;
+}
+
 int DtRawIFDParserBase::isTargetTag(unsigned short tagId) {
   if (m_targetTagList == nullptr) {
     return 0;
@@ -231,7 +358,8 @@ void DtRawIFDParserBase::setTargetTags(const UINT16* ids, INT32 count) {
   if (m_targetTagList != nullptr || ids == nullptr || count <= 0) {
     return;
   }
-  m_targetTagList = new UINT16[static_cast<UINT32>(count)];
-  std::memcpy(m_targetTagList, ids, static_cast<size_t>(count) * sizeof(UINT16));
+  // Kept by reference instead of copied into a new array: the ids are a
+  // subclass's constant table, which outlives every parser.
+  m_targetTagList = ids;
   m_targetTagNum = count;
 }

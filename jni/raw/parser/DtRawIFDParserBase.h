@@ -22,9 +22,15 @@
 //   }
 //   p.Finalize();
 //
-// Pointer member: m_targetTagList is owned (new[] by initTargetTagList,
-// delete[] by the destructor). The stream given to Parse is borrowed for the
-// call only. Kept entries are owned through m_tagDataList.
+// Pointer member: m_targetTagList is borrowed from the subclass's constant
+// table (setTargetTags; it must outlive the parser). The stream given to
+// Parse is borrowed for the call only. Kept entries are owned through
+// m_tagDataList, which holds them (and their value bytes) in its own block,
+// so a parse allocates nothing.
+//
+// A plain memory channel (DtNlBuffIo) is read in place, without a call per
+// field; any other channel field by field. Both give the same entries,
+// results, log lines and final position.
 #ifndef KPZ_RAW_PARSER_DTRAWIFDPARSERBASE_H
 #define KPZ_RAW_PARSER_DTRAWIFDPARSERBASE_H
 
@@ -65,6 +71,9 @@ class DtRawIFDParserBase {
   int UpdateTagData(const DtRawTagData* src);
   // Frees every kept entry; the target set and the next offset stay. Always 0.
   int Finalize();
+  // Back to the state of a new parser: no entries, next offset 0 (the target
+  // set stays). For owners that keep a parser object instead of making a new one.
+  void Reset();
 
  protected:
   // Fills the target set on the first call only (subclasses).
@@ -80,13 +89,14 @@ class DtRawIFDParserBase {
   // deliberately (see the .cpp for the unit table and its two quirks).
   static UINT32 getTagDataSize(UINT16 type, UINT32 count);
 
-  // Sets the target set (for subclasses' initTargetTagList): copies `count` ids.
+  // Sets the target set (for subclasses' initTargetTagList) to the `count`
+  // ids at `ids` (borrowed: they must outlive the parser), once.
   void setTargetTags(const UINT16* ids, INT32 count);
 
   DtRawTagDataList m_tagDataList;  // kept entries, keyed by tag id; owned
   UINT32 m_nextIfdOffset;          // next directory offset + base; 0 until parsed
   INT32 m_targetTagNum;            // ids in m_targetTagList
-  UINT16* m_targetTagList;         // owned target ids; null until initTargetTagList
+  const UINT16* m_targetTagList;   // borrowed target ids; null until initTargetTagList
 };
 
 #endif  // KPZ_RAW_PARSER_DTRAWIFDPARSERBASE_H

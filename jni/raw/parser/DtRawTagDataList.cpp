@@ -1,53 +1,110 @@
 // DtRawTagDataList.cpp - the owning store of kept entries over a keyed list.
 #include "raw/parser/DtRawTagDataList.h"
 
-DtRawTagDataList::DtRawTagDataList() : m_list(new DtNlListImpl()) {}
+#include <cstdint>
+#include <new>
 
-DtRawTagDataList::~DtRawTagDataList() {
-  ClearAllData();
-  delete m_list;
-  m_list = nullptr;
+const UINT32 DtRawTagDataList::BLOCK_ENTRIES;
+const UINT32 DtRawTagDataList::MAX_BLOCK_BYTES;
+
+// The block's records and bytes are left unconstructed and uninitialised: a
+// record is constructed when taken, and its bytes are filled by whoever asked
+// for them before anyone reads them.
+DtRawTagDataList::DtRawTagDataList() : m_list(), m_blockUsed(0) {
+  (void)m_list.LendNodes(m_nodes, BLOCK_ENTRIES);  // a new, empty list: never refused
 }
 
+DtRawTagDataList::~DtRawTagDataList() { ClearAllData(); }
+
 int DtRawTagDataList::IsExistData(unsigned short tagId) const {
-  const DtNlNode* node = m_list->Find(tagId);
+  const DtNlNode* node = m_list.Find(tagId);
   return (node != nullptr && node->value != nullptr) ? 1 : 0;
 }
 
 DtRawTagData* DtRawTagDataList::GetTagData(unsigned short tagId) const {
-  const DtNlNode* node = m_list->Find(tagId);
+  const DtNlNode* node = m_list.Find(tagId);
   return (node != nullptr) ? TagDataOf(node) : nullptr;
 }
 
 int DtRawTagDataList::ClearAllData() {
   // Each pass erases one node, so the loop ends after GetSize() passes.
-  while (m_list->GetBeginNode() != m_list->GetEndNode()) {
-    const void* value = m_list->EraseNode(m_list->GetBeginNode());
-    DtRawTagData* data = static_cast<DtRawTagData*>(const_cast<void*>(value));
-    if (data == nullptr) {
-      continue;
-    }
-    delete[] data->m_data;
-    data->m_data = nullptr;
-    delete data;
+  while (m_list.GetBeginNode() != m_list.GetEndNode()) {
+    const void* value = m_list.EraseNode(m_list.GetBeginNode());
+    release(static_cast<DtRawTagData*>(const_cast<void*>(value)));
   }
+  // Every record of the block was held by a node (or given back already).
+  m_blockUsed = 0;
   return 0;
+}
+
+DtRawTagData* DtRawTagDataList::NewTagData(UINT32 size) {
+  const bool hasBytes = size >= 1 && size <= MAX_BLOCK_BYTES;
+  if (m_blockUsed < BLOCK_ENTRIES) {
+    const UINT32 i = m_blockUsed++;
+    DtRawTagData* data = new (m_records[i]) DtRawTagData();
+    data->m_data = hasBytes ? m_bytes[i] : nullptr;
+    return data;
+  }
+  DtRawTagData* data = new DtRawTagData();
+  // Not value-initialised: the caller fills all `size` bytes (or gives the
+  // record back) before anyone reads them.
+  data->m_data = hasBytes ? new UINT8[size] : nullptr;
+  return data;
+}
+
+void DtRawTagDataList::DeleteTagData(DtRawTagData* data) {
+  if (data == nullptr) {
+    return;
+  }
+  const UINT32 i = blockIndexOf(data);
+  if (i < BLOCK_ENTRIES && i + 1 == m_blockUsed) {
+    --m_blockUsed;  // the last record taken: free to be taken again
+  }
+  release(data);
+}
+
+void DtRawTagDataList::release(DtRawTagData* data) {
+  if (data == nullptr) {
+    return;
+  }
+  if (blockIndexOf(data) < BLOCK_ENTRIES) {
+    data->m_data = nullptr;  // bytes of the block, not an array
+    data->~DtRawTagData();
+    return;
+  }
+  delete[] data->m_data;
+  data->m_data = nullptr;
+  delete data;
+}
+
+UINT32 DtRawTagDataList::blockIndexOf(const DtRawTagData* data) const {
+  // Compared as addresses: a record of the block starts at one of its slots.
+  const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(data);
+  const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(&m_records[0][0]);
+  if (at < begin) {
+    return BLOCK_ENTRIES;
+  }
+  const std::uintptr_t index = (at - begin) / sizeof(DtRawTagData);
+  if (index >= BLOCK_ENTRIES || (at - begin) % sizeof(DtRawTagData) != 0) {
+    return BLOCK_ENTRIES;
+  }
+  return static_cast<UINT32>(index);
 }
 
 int DtRawTagDataList::PushBack(DtRawTagData* data, UINT32 key) {
   if (data == nullptr) {
     return -1;
   }
-  return (m_list->PushBack(data, key) != nullptr) ? 0 : -1;
+  return (m_list.PushBack(data, key) != nullptr) ? 0 : -1;
 }
 
 int DtRawTagDataList::PushBack(DtRawTagData* data) { return PushBack(data, DtNlListImpl::NO_KEY); }
 
-UINT32 DtRawTagDataList::GetSize() const { return m_list->GetSize(); }
+UINT32 DtRawTagDataList::GetSize() const { return m_list.GetSize(); }
 
-DtNlNode* DtRawTagDataList::GetBeginNode() const { return m_list->GetBeginNode(); }
+DtNlNode* DtRawTagDataList::GetBeginNode() const { return m_list.GetBeginNode(); }
 
-DtNlNode* DtRawTagDataList::GetEndNode() const { return m_list->GetEndNode(); }
+DtNlNode* DtRawTagDataList::GetEndNode() const { return m_list.GetEndNode(); }
 
 DtRawTagData* DtRawTagDataList::TagDataOf(const DtNlNode* node) {
   if (node == nullptr) {
@@ -56,3 +113,5 @@ DtRawTagData* DtRawTagDataList::TagDataOf(const DtNlNode* node) {
   // The list stores the entries it owns as const void*; they are ours to hand out.
   return static_cast<DtRawTagData*>(const_cast<void*>(node->value));
 }
+
+UINT32 DtRawTagDataList::GetFreeBlockEntries() const { return BLOCK_ENTRIES - m_blockUsed; }

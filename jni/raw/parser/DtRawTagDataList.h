@@ -6,16 +6,25 @@
 // ClearAllData and the destructor. Parsers key entries by tag id (ids are
 // unique); the facade's write-back queue appends unkeyed entries in order.
 //
+// Storage: the list carries room for BLOCK_ENTRIES entries inside itself (the
+// record, its list node and up to MAX_BLOCK_BYTES value bytes each). A parser
+// keeps at most as many entries as its target set has ids, never more than
+// BLOCK_ENTRIES, so parsing allocates nothing; NewTagData falls back to the
+// heap only when the block is used up (a long write-back queue). ClearAllData
+// gives the whole block back at once.
+//
 //   DtRawTagDataList list;
-//   DtRawTagData* t = new DtRawTagData();
+//   DtRawTagData* t = list.NewTagData(2);          // m_data: 2 bytes to fill
 //   t->m_tagId = 0x0112;
-//   if (list.PushBack(t, t->m_tagId) != 0) delete t;  // refused: still ours
-//   DtRawTagData* found = list.GetTagData(0x0112);    // owned by the list
+//   if (list.PushBack(t, t->m_tagId) != 0) list.DeleteTagData(t);  // refused: still ours
+//   DtRawTagData* found = list.GetTagData(0x0112);  // owned by the list
 //   for (DtNlNode* n = list.GetBeginNode(); n != list.GetEndNode(); n = n->next)
 //     use(DtRawTagDataList::TagDataOf(n));
 //
-// Pointer member: m_list is owned (created in the constructor, deleted in the
-// destructor). The values it holds are owned by this object, not by m_list.
+// No pointer members: the keyed list lives inside this object (which is
+// therefore never copied or moved). The values the list holds are owned by
+// this object: records of the block live in m_records and carry bytes of
+// m_bytes; other records and their arrays were allocated with new / new[].
 #ifndef KPZ_RAW_PARSER_DTRAWTAGDATALIST_H
 #define KPZ_RAW_PARSER_DTRAWTAGDATALIST_H
 
@@ -25,8 +34,13 @@
 
 class DtRawTagDataList {
  public:
+  // Entries the list holds without allocating: the largest target set.
+  static const UINT32 BLOCK_ENTRIES = 16;
+  // Value bytes an entry of the block carries (the largest value a parser copies).
+  static const UINT32 MAX_BLOCK_BYTES = 32;
+
   DtRawTagDataList();
-  // ClearAllData(), then deletes the keyed list.
+  // ClearAllData().
   ~DtRawTagDataList();
   DtRawTagDataList(const DtRawTagDataList&) = delete;
   DtRawTagDataList& operator=(const DtRawTagDataList&) = delete;
@@ -35,9 +49,19 @@ class DtRawTagDataList {
   int IsExistData(unsigned short tagId) const;
   // The entry stored under `tagId`, or null. Stays owned by the list.
   DtRawTagData* GetTagData(unsigned short tagId) const;
-  // Frees every entry and its m_data array; the list stays usable. The result
-  // is always 0 and carries no meaning.
+  // Frees every entry and its m_data array (and gives the block back); the
+  // list stays usable. The result is always 0 and carries no meaning.
   int ClearAllData();
+
+  // A new record with every field zero, for a value of `size` bytes: m_data
+  // points at `size` bytes to fill when `size` is 1 to MAX_BLOCK_BYTES, else
+  // it is null. Taken from the block while it lasts, else allocated. The
+  // record is the caller's until PushBack takes it; one that is not pushed
+  // goes back through DeleteTagData.
+  DtRawTagData* NewTagData(UINT32 size);
+  // Releases a record of NewTagData (or one made with new, m_data new[] or
+  // null) that the list does not hold. Null is ignored.
+  void DeleteTagData(DtRawTagData* data);
 
   // Appends `data` under `key`, handing it (and its m_data) over to the list.
   // 0 when appended; -1 when refused (null `data`, or `key` other than
@@ -55,8 +79,22 @@ class DtRawTagDataList {
   // The entry a node of this list holds (null for the end node).
   static DtRawTagData* TagDataOf(const DtNlNode* node);
 
+  // Records of the block not taken now (BLOCK_ENTRIES when the list is empty).
+  UINT32 GetFreeBlockEntries() const;
+
  private:
-  DtNlListImpl* m_list;  // owned
+  // Index of `data` in the block, or BLOCK_ENTRIES when it is not a block record.
+  UINT32 blockIndexOf(const DtRawTagData* data) const;
+  // Frees one record that no node holds any more.
+  void release(DtRawTagData* data);
+
+  DtNlListImpl m_list;              // the keyed list: key tag id (or NO_KEY), value DtRawTagData*
+  UINT32 m_blockUsed;               // block records taken, in index order
+  DtNlNode m_nodes[BLOCK_ENTRIES];  // lent to m_listStorage
+  // Raw storage of the block's records: a record is constructed in place when
+  // taken and destroyed when given back.
+  alignas(DtRawTagData) unsigned char m_records[BLOCK_ENTRIES][sizeof(DtRawTagData)];
+  UINT8 m_bytes[BLOCK_ENTRIES][MAX_BLOCK_BYTES];  // value bytes of the block's records
 };
 
 #endif  // KPZ_RAW_PARSER_DTRAWTAGDATALIST_H

@@ -116,3 +116,12 @@ int DtNlBuffIo::Tell() {
 long long DtNlBuffIo::Tell64() { return static_cast<long long>(m_position); }
 
 int DtNlBuffIo::IsEof() const { return m_endFlag; }
+
+UINT DtNlBuffIo::View(const UINT8** bytes) const {
+  if (m_buffer == nullptr) {
+    *bytes = nullptr;
+    return 0;
+  }
+  *bytes = m_buffer + m_position;
+  return m_size - m_position;  // m_position never exceeds m_size
+}

@@ -50,14 +50,22 @@ class DtNlBuffIo : public DtNlIo {
   // The end flag.
   int IsEof() const override;
 
+  // The attached block from the current position on, without copying it:
+  // *bytes points at the position (null when no block is attached) and the
+  // result is the count of bytes left there. Nothing moves. The bytes stay the
+  // block owner's and are valid until Close or the block's end of life. For
+  // readers that decode many small fields in one go; they move the position
+  // afterwards with Seek.
+  UINT View(const UINT8** bytes) const;
+
  private:
   // Bytes a transfer of `size` may move now; sets the end flag when the request
   // reaches the end of the block.
   UINT clampToEnd(UINT size);
 
-  UINT8* m_buffer;   // borrowed, never freed; null when nothing is attached
-  UINT m_size;       // bytes in the block
-  UINT m_position;   // always <= m_size
+  UINT8* m_buffer;  // borrowed, never freed; null when nothing is attached
+  UINT m_size;      // bytes in the block
+  UINT m_position;  // always <= m_size
 };
 
 #endif  // KPZ_UTIL_IO_DTNLBUFFIO_H

@@ -11,6 +11,7 @@
 #include "raw/RawTestChannels.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
+#include "support/KpzFileBuilderExtras.h"
 #include "support/LogExpect.h"
 
 namespace {
@@ -23,22 +24,37 @@ using kpztest::RawChannel;
 using kpztest::RawStream;
 
 const char* const kSrc = "jni/raw/parser/DtRawIFDParserBase.cpp";
-// Lines of the parser's messages.
-const int kLineAssert = 53;
-const int kLineFileSeek = 61;
-const int kLineDirNum = 66;
-const int kLineSeekAllFound = 75;
-const int kLineReadTag = 86;
-const int kLineSeekSkip = 92;
-const int kLineReadType = 99;
-const int kLineReadCount = 104;
-const int kLineReadOffset = 120;
-const int kLineFileEeek = 133;
-const int kLineReadData = 138;
-const int kLineSeekEntryEnd = 158;
-const int kLineReadNext = 165;
-const int kLineNoData = 187;
-const int kLineNoMatch = 192;
+// Lines of the parser's messages: wherever its logging calls stand in the source.
+const int kLineAssert =
+    kpztest::LogCallLineIn(kSrc, "parse", "pStream is NULL!!");
+const int kLineFileSeek =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: File Seek Err!!");
+const int kLineDirNum =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Read Dir Num Err!!");
+const int kLineSeekAllFound =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Seek Err!!");
+const int kLineReadTag =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Read Tag Err!!");
+const int kLineSeekSkip =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Seek Err!!", 2);
+const int kLineReadType =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Read Data Type Err!!");
+const int kLineReadCount =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Read data count Err!!");
+const int kLineReadOffset =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Read Data Offset Err!!");
+const int kLineFileEeek =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: File Eeek Err!!");
+const int kLineReadData =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Read Data Err!!");
+const int kLineSeekEntryEnd =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Seek Err!!", 3);
+const int kLineReadNext =
+    kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Read Next Ifd Offset Err!!");
+const int kLineNoData =
+    kpztest::LogCallLineIn(kSrc, "UpdateTagData", "DtRawIFDParserBase: no data for update. tagId:%d");
+const int kLineNoMatch =
+    kpztest::LogCallLineIn(kSrc, "UpdateTagData", "DtRawIFDParserBase: no match data size!!");
 
 std::string ParseLine(int line, const std::string& message) {
   return kpztest::InfoLine(kSrc, "parse", line, message);

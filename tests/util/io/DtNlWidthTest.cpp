@@ -23,6 +23,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <ctime>
 #include <limits>
 #include <string>
@@ -133,9 +134,18 @@ TEST(DtNlWidth, ListIsItsOwnEndNodeFollowedByItsCount) {
   EXPECT_EQ(end->prev, end);
   EXPECT_EQ(end->value, nullptr);
   EXPECT_EQ(end->key, 0xFFFFFFFFu);
-  // The count follows the node's four fields: 16 + 4 on a 32-bit machine;
-  // 32 + 4 on a 64-bit one, padded to pointer alignment.
-  EXPECT_EQ(sizeof(DtNlListImpl), kPtr == 4 ? 20u : 40u);
+  // The count follows the node's four fields: at byte 16 on a 32-bit
+  // machine, at byte 32 (28 and 4 of padding) on a 64-bit one. (What follows
+  // the count, the bounds of a lent node block, is the list's own business.)
+  DtNlListImpl filled;
+  int values[3] = {1, 2, 3};
+  for (int& v : values) {
+    ASSERT_NE(filled.PushBack(&v, DtNlListImpl::NO_KEY), nullptr);
+  }
+  UINT32 count = 0;
+  std::memcpy(&count, reinterpret_cast<const unsigned char*>(&filled) + 4 * kPtr, sizeof count);
+  EXPECT_EQ(count, 3u);
+  EXPECT_EQ(count, filled.GetSize());
 }
 
 // ---------------------------------------------------------------- file channel offsets
