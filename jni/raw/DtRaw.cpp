@@ -19,8 +19,8 @@
 #include "raw/DtRawError.h"
 #include "raw/parser/DtRawTagData.h"
 #include "util/DtNlDataUtil.h"
-#include "util/DtNlLogger.h"
 #include "util/DtNlListImpl.h"
+#include "util/DtNlLogger.h"
 #include "util/io/DtNlDataStream.h"
 #include "util/io/DtNlFileIo.h"
 #include "util/io/DtNlFileStatus.h"
@@ -106,11 +106,11 @@ int DtRaw::Initialize(DtNlFile& file) {
     m_stream = new DtNlDataStream();
   }
 
-  // Deliberate: the copy is value-initialised, so that when the file is
-  // shorter than READ_SIZE the parse sees zeros after its end, never whatever
-  // the allocation held.
+  // Deliberate: when the file is shorter than READ_SIZE the parse sees zeros
+  // after its end, never whatever the allocation held. readBuff zeroes what
+  // the read did not fill, so the copy is not cleared here first.
   m_buffSize = READ_SIZE;
-  m_buff = new unsigned char[READ_SIZE]();
+  m_buff = new unsigned char[READ_SIZE];
   m_isBuffOwner = 1;
 
   int result = readBuff(file, m_buff, m_buffSize);
@@ -155,17 +155,24 @@ int DtRaw::readBuff(DtNlFile& /*file*/, unsigned char* buff, unsigned int size) 
   // The stream may have replaced its channel on Open: take it afterwards.
   DtNlIo* io = m_stream->GetIo();
 
-  // One large read: let it go straight from the kernel into the copy. (The
-  // copy is zeroed before the read, not after: a failed read still leaves the
-  // bytes it delivered for the parse, and only those.)
+  // One large read: let it go straight from the kernel into the copy.
+  DtNlFileIo* fileIo = nullptr;
   if (io->GetKind() == DtNlIo::KIND_FILE) {
-    static_cast<DtNlFileIo*>(io)->SetUnbuffered();  // still works buffered if refused
+    fileIo = static_cast<DtNlFileIo*>(io);
+    fileIo->SetUnbuffered();  // still works buffered if refused
   }
 
   int readResult = DtRawOk;
   const UINT got = io->ReadU8(buff, size);
   if (got < size && io->GetStatus().IsFailure()) {
     readResult = DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
+  }
+  // Zeros after what arrived: a failed read still leaves the bytes it
+  // delivered for the parse (as the result may be dropped below), and only
+  // those.
+  const UINT delivered = fileIo != nullptr ? fileIo->GetDeliveredCount() : got;
+  if (delivered < size) {
+    std::memset(buff + delivered, 0, size - delivered);
   }
   // Deliberate: a read error counts only when the close fails too. A short
   // read without an error status is a file shorter than the head.
@@ -386,8 +393,7 @@ int DtRaw::GetThumbnailInfo(DtRawThumbnailInfo* info) {
     info->m_rotation = 0;
     return DtRawOk;
   }
-  info->m_rotation =
-      convRotInfoStdtoUse(DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder));
+  info->m_rotation = convRotInfoStdtoUse(DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder));
   return DtRawOk;
 }
 
@@ -490,24 +496,24 @@ int DtRaw::GetRotationInfo(unsigned char* rotation) {
 namespace {
 
 // Tag ids read by the metadata queries and the write-back.
-const unsigned short TAG_MAKE = 0x010F;                 // IFD0
-const unsigned short TAG_MODEL = 0x0110;                // IFD0
-const unsigned short TAG_DATE_TIME = 0x0132;            // IFD0, IFD1
-const unsigned short TAG_EXPOSURE_TIME = 0x829A;        // Exif
-const unsigned short TAG_F_NUMBER = 0x829D;             // Exif
-const unsigned short TAG_EXPOSURE_PROGRAM = 0x8822;     // Exif
-const unsigned short TAG_ISO_SPEED = 0x8827;            // Exif
-const unsigned short TAG_EXIF_VERSION = 0x9000;         // Exif
-const unsigned short TAG_DATE_TIME_ORIGINAL = 0x9003;   // Exif
-const unsigned short TAG_EXPOSURE_BIAS = 0x9204;        // Exif
-const unsigned short TAG_FLASH = 0x9209;                // Exif
-const unsigned short TAG_FOCAL_LENGTH = 0x920A;         // Exif
-const unsigned short TAG_COLOR_SPACE = 0xA001;          // Exif
-const unsigned short TAG_PIXEL_X = 0xA002;              // Exif
-const unsigned short TAG_PIXEL_Y = 0xA003;              // Exif
-const unsigned short TAG_CUSTOM_RENDERED = 0xA401;      // Exif
-const unsigned short TAG_FOCAL_LENGTH_35MM = 0xA405;    // Exif
-const unsigned short TAG_IOB_VERSION = 0x0002;          // Iob
+const unsigned short TAG_MAKE = 0x010F;                // IFD0
+const unsigned short TAG_MODEL = 0x0110;               // IFD0
+const unsigned short TAG_DATE_TIME = 0x0132;           // IFD0, IFD1
+const unsigned short TAG_EXPOSURE_TIME = 0x829A;       // Exif
+const unsigned short TAG_F_NUMBER = 0x829D;            // Exif
+const unsigned short TAG_EXPOSURE_PROGRAM = 0x8822;    // Exif
+const unsigned short TAG_ISO_SPEED = 0x8827;           // Exif
+const unsigned short TAG_EXIF_VERSION = 0x9000;        // Exif
+const unsigned short TAG_DATE_TIME_ORIGINAL = 0x9003;  // Exif
+const unsigned short TAG_EXPOSURE_BIAS = 0x9204;       // Exif
+const unsigned short TAG_FLASH = 0x9209;               // Exif
+const unsigned short TAG_FOCAL_LENGTH = 0x920A;        // Exif
+const unsigned short TAG_COLOR_SPACE = 0xA001;         // Exif
+const unsigned short TAG_PIXEL_X = 0xA002;             // Exif
+const unsigned short TAG_PIXEL_Y = 0xA003;             // Exif
+const unsigned short TAG_CUSTOM_RENDERED = 0xA401;     // Exif
+const unsigned short TAG_FOCAL_LENGTH_35MM = 0xA405;   // Exif
+const unsigned short TAG_IOB_VERSION = 0x0002;         // Iob
 
 // "YYYY:MM:DD HH:MM:SS" and its zero byte.
 const UINT DATE_TIME_SIZE = 20;
@@ -619,8 +625,7 @@ int DtRaw::GetCustomRendered(short* customRendered) {
     DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
     return DtRawErrNoData;
   }
-  *customRendered =
-      static_cast<short>(DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder));
+  *customRendered = static_cast<short>(DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder));
   return DtRawOk;
 }
 
@@ -845,8 +850,7 @@ int DtRaw::GetOrgDateTime(DtRawDateTime* dateTime) {
   if (dateTime == nullptr) {
     return DtRawErrParam;
   }
-  const DtRawTagData* tag =
-      m_rawEng->getTagData(TAG_DATE_TIME_ORIGINAL, m_rawEng->m_exifParser);
+  const DtRawTagData* tag = m_rawEng->getTagData(TAG_DATE_TIME_ORIGINAL, m_rawEng->m_exifParser);
   if (tag == nullptr) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist original date time!!");
     return DtRawErrNoData;

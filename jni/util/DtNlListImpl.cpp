@@ -1,8 +1,8 @@
 // DtNlListImpl.cpp - the keyed circular doubly linked list (containers layer,
 // no dependencies beyond the C++ runtime).
 //
-// The list object is its own end node; every element node is allocated singly
-// with new and freed here, its value never.
+// The list object is its own end node; every element node is a lent one or
+// allocated singly with new and freed here; its value is never freed.
 //
 //   DtNlListImpl list;
 //   list.PushBack(&tag, 0x0112);
@@ -14,7 +14,7 @@
 const UINT32 DtNlListImpl::NO_KEY;
 
 DtNlListImpl::DtNlListImpl()
-    : DtNlNode(), size(0), m_lentBegin(nullptr), m_lentEnd(nullptr), m_spare(nullptr) {
+    : DtNlNode(), size(0), m_lentCount(0), m_lentTaken(0), m_lentBlock(nullptr), m_spare(nullptr) {
   next = this;
   prev = this;
   value = nullptr;
@@ -23,29 +23,6 @@ DtNlListImpl::DtNlListImpl()
 
 DtNlListImpl::~DtNlListImpl() { Clear(); }
 
-UINT32 DtNlListImpl::GetSize() const { return size; }
-
-DtNlNode* DtNlListImpl::GetBeginNode() const { return next; }
-
-DtNlNode* DtNlListImpl::GetEndNode() const {
-  // The end node is this very object; handing it out as a mutable node is what
-  // lets callers compare against it and insert before it.
-  return const_cast<DtNlListImpl*>(this);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
-}
-
-DtNlNode* DtNlListImpl::Find(UINT32 searchKey) const { return Find(searchKey, GetBeginNode()); }
-
-DtNlNode* DtNlListImpl::Find(UINT32 searchKey, DtNlNode* from) const {
-  // Deliberate: a null `from` finds nothing instead of being followed.
-  const DtNlNode* end = GetEndNode();
-  for (DtNlNode* node = from; node != nullptr && node != end; node = node->next) {
-    if (node->key == searchKey) {
-      return node;
-    }
-  }
-  return nullptr;
-}
-
 DtNlNode* DtNlListImpl::Insert(DtNlNode* pos, const void* nodeValue, UINT32 nodeKey) {
   if (isValidKey(nodeKey) == 0u) {
     return nullptr;
@@ -53,9 +30,13 @@ DtNlNode* DtNlListImpl::Insert(DtNlNode* pos, const void* nodeValue, UINT32 node
   if (pos == nullptr) {
     return nullptr;
   }
+  // A lent node when one is free (an erased one first, then one never
+  // taken), else a new one.
   DtNlNode* node = m_spare;
   if (node != nullptr) {
     m_spare = node->next;
+  } else if (m_lentTaken < m_lentCount) {
+    node = &m_lentBlock[m_lentTaken++];
   } else {
     node = new DtNlNode();
   }
@@ -102,13 +83,18 @@ const void* DtNlListImpl::EraseNode(DtNlNode* node) {
 
 void DtNlListImpl::Clear() {
   // From the last element towards the first; each step removes one element,
-  // so the walk ends at the end node.
+  // so the walk ends at the end node. Lent nodes need no step of their own:
+  // once the list is empty, every one of them is free again.
   DtNlNode* node = prev;
   while (node != nullptr && node != GetEndNode()) {
     DtNlNode* before = node->prev;
-    static_cast<void>(EraseNode(node));  // values belong to the caller
+    if (!isLent(node)) {
+      delete node;  // the value belongs to the caller
+    }
     node = before;
   }
+  m_spare = nullptr;
+  m_lentTaken = 0;
   size = 0;
   next = this;
   prev = this;
@@ -123,26 +109,19 @@ UINT32 DtNlListImpl::isValidKey(UINT32 candidate) const {
 }
 
 int DtNlListImpl::LendNodes(DtNlNode* block, UINT32 count) {
-  if (block == nullptr || count == 0 || m_lentBegin != nullptr || size != 0) {
+  if (block == nullptr || count == 0 || m_lentBlock != nullptr || size != 0) {
     return -1;
   }
-  m_lentBegin = block;
-  m_lentEnd = block + count;
-  // Chained so that the first node of the block is taken first.
+  // Taken in block order as needed; nothing is written to the block now.
+  m_lentBlock = block;
+  m_lentCount = count;
+  m_lentTaken = 0;
   m_spare = nullptr;
-  for (UINT32 i = count; i > 0; --i) {
-    DtNlNode* node = &block[i - 1];
-    node->prev = nullptr;
-    node->value = nullptr;
-    node->key = NO_KEY;
-    node->next = m_spare;
-    m_spare = node;
-  }
   return 0;
 }
 
 UINT32 DtNlListImpl::GetSpareCount() const {
-  UINT32 count = 0;
+  UINT32 count = m_lentCount - m_lentTaken;
   // The chain holds at most the block's nodes, each once.
   for (const DtNlNode* node = m_spare; node != nullptr; node = node->next) {
     ++count;
@@ -151,8 +130,9 @@ UINT32 DtNlListImpl::GetSpareCount() const {
 }
 
 bool DtNlListImpl::isLent(const DtNlNode* node) const {
-  // Compared as addresses: a node of the block lies in [begin, end).
+  // Compared as addresses: a node of the block lies in [block, block + count).
   const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(node);
-  return m_lentBegin != nullptr && at >= reinterpret_cast<std::uintptr_t>(m_lentBegin) &&
-         at < reinterpret_cast<std::uintptr_t>(m_lentEnd);
+  const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(m_lentBlock);
+  return m_lentBlock != nullptr && at >= begin &&
+         at - begin < static_cast<std::uintptr_t>(m_lentCount) * sizeof(DtNlNode);
 }

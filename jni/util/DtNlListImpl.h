@@ -10,8 +10,8 @@
 // every parse costs no allocation. Because its links point at its own
 // address, a list is never copied or moved.
 //
-// Pointer members beyond the node fields: m_lentBegin/m_lentEnd bound the
-// lent block (borrowed); m_spare chains its unused nodes.
+// Pointer members beyond the node fields: m_lentBlock is the lent block
+// (borrowed); m_spare chains its erased nodes (inside that block).
 //
 //   for (DtNlNode* n = list.GetBeginNode(); n != list.GetEndNode(); n = n->next)
 //     use(n->key, n->value);
@@ -36,14 +36,25 @@ class DtNlListImpl : public DtNlNode {
   DtNlListImpl(const DtNlListImpl&) = delete;
   DtNlListImpl& operator=(const DtNlListImpl&) = delete;
 
-  UINT32 GetSize() const;
-  DtNlNode* GetBeginNode() const;  // == GetEndNode() when empty
-  DtNlNode* GetEndNode() const;    // the list itself
+  UINT32 GetSize() const { return size; }
+  DtNlNode* GetBeginNode() const { return next; }  // == GetEndNode() when empty
+  // The list itself. Handing the end node out as a mutable node is what lets
+  // callers compare against it and insert before it.
+  DtNlNode* GetEndNode() const { return const_cast<DtNlListImpl*>(this); }
 
   // First node at or after `from`, before the end node, with `key`; or null
   // (also for a null `from`).
-  DtNlNode* Find(UINT32 key) const;
-  DtNlNode* Find(UINT32 key, DtNlNode* from) const;
+  DtNlNode* Find(UINT32 searchKey) const { return Find(searchKey, next); }
+  DtNlNode* Find(UINT32 searchKey, DtNlNode* from) const {
+    // Deliberate: a null `from` finds nothing instead of being followed.
+    const DtNlNode* end = GetEndNode();
+    for (DtNlNode* node = from; node != nullptr && node != end; node = node->next) {
+      if (node->key == searchKey) {
+        return node;
+      }
+    }
+    return nullptr;
+  }
 
   // Links a new node immediately before `pos`. Null (list unchanged) when `key`
   // is a non-reserved key already present or `pos` is null.
@@ -73,9 +84,10 @@ class DtNlListImpl : public DtNlNode {
 
   // The count comes first, right after the four node fields.
   UINT32 size;            // number of elements
-  DtNlNode* m_lentBegin;  // first lent node (borrowed), or null
-  DtNlNode* m_lentEnd;    // one past the last lent node
-  DtNlNode* m_spare;      // unused lent nodes, chained through `next`
+  UINT32 m_lentCount;     // nodes in the lent block; 0 without one
+  UINT32 m_lentTaken;     // lent nodes taken at least once since the list was last emptied
+  DtNlNode* m_lentBlock;  // the lent block (borrowed), or null
+  DtNlNode* m_spare;      // lent nodes erased since, chained through `next`
 };
 
 #endif  // KPZ_UTIL_DTNLLISTIMPL_H

@@ -30,8 +30,14 @@
 // message is documented with.
 #define DTNL_LOG(levelAndColour, line, ...) \
   DtNlLogger::PutLog(levelAndColour, __FILE__, __func__, (line), __VA_ARGS__)
-#define DTNL_ASSERT(line, condition, ...) \
-  DtNlLogger::Assert(__FILE__, __func__, (line), (condition) ? 1 : 0, __VA_ARGS__)
+// Assert is reached only when the condition fails (it would return at once
+// otherwise), so a check on a hot path costs one test.
+#define DTNL_ASSERT(line, condition, ...)                             \
+  do {                                                                \
+    if (!(condition)) {                                               \
+      DtNlLogger::Assert(__FILE__, __func__, (line), 0, __VA_ARGS__); \
+    }                                                                 \
+  } while (0)
 
 class DtNlLogger {
  public:
@@ -39,9 +45,8 @@ class DtNlLogger {
   ~DtNlLogger() = default;
 
   // Formats the message (cut to 1,022 characters, no mark) and writes one line.
-  static void PutLog(const char* level, const char* colour, const char* file,
-                     const char* function, int line, const char* format, ...)
-      __attribute__((format(printf, 6, 7)));
+  static void PutLog(const char* level, const char* colour, const char* file, const char* function,
+                     int line, const char* format, ...) __attribute__((format(printf, 6, 7)));
 
   // Returns at once when `condition` is non-zero. Otherwise prints
   // "###...###" (59 '#'), "## ASSERT!! [file::function:line]: message!!" and the

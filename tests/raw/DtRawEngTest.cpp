@@ -1,11 +1,10 @@
-#include "raw/DtRawEng.h"
-
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <string>
 #include <vector>
 
+#include "raw/DtRawEng.h"
 #include "raw/DtRawError.h"
 #include "raw/RawTestChannels.h"
 #include "support/FaultInjection.h"
@@ -47,20 +46,20 @@ const int kLineIfd1Err =
     kpztest::LogCallLineIn(kSrc, "parseIFD", "[DtRawEng::parseIFD]: IFD1th parse err!!");
 const int kLineExifErr =
     kpztest::LogCallLineIn(kSrc, "parseIFD", "[DtRawEng::parseIFD]: ExifIFD parse err!!");
-const int kLineIobErr =
-    kpztest::LogCallLineIn(kSrc, "parseIFD", "[DtRawEng::parseIFD]: Interoperability IFD parse err!!");
+const int kLineIobErr = kpztest::LogCallLineIn(
+    kSrc, "parseIFD", "[DtRawEng::parseIFD]: Interoperability IFD parse err!!");
 const int kLinePkmnSeek =
     kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "[DtRawEng::pKMN]: File Seek Err!!");
-const int kLinePkmnHeader =
-    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "[DtRawEng::pKMN]: Read kavi maker note header Err!!");
-const int kLinePkmnNotKavi =
-    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "[DtRawEng::pKMN]: maker note is not kavi!!");
+const int kLinePkmnHeader = kpztest::LogCallLineIn(
+    kSrc, "parseKaviMakerNote", "[DtRawEng::pKMN]: Read kavi maker note header Err!!");
+const int kLinePkmnNotKavi = kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote",
+                                                    "[DtRawEng::pKMN]: maker note is not kavi!!");
 const int kLinePkmnParse =
     kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "[DtRawEng::pKMN]: maker note parse err!!");
-const int kLineNoKm =
-    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "DtRawEng: There is no km maker note pointer though it is M372!!");
-const int kLineKmInvalid =
-    kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "DtRawEng: km maker note pointer is invalid, size=%d.");
+const int kLineNoKm = kpztest::LogCallLineIn(
+    kSrc, "parseKaviMakerNote", "DtRawEng: There is no km maker note pointer though it is M372!!");
+const int kLineKmInvalid = kpztest::LogCallLineIn(
+    kSrc, "parseKaviMakerNote", "DtRawEng: km maker note pointer is invalid, size=%d.");
 const int kLineKmParse =
     kpztest::LogCallLineIn(kSrc, "parseKaviMakerNote", "DtRawEng: km maker note parse err!!");
 
@@ -467,7 +466,9 @@ TEST_P(EngineChannels, M372KmPointerOfFewerThanFourBytesIsInvalid) {
     KpzSpec recipe = Spec();
     recipe.m372 = true;
     const auto r = row;
-    recipe.editMakerNote = [r](Ifd& ifd) { ifd.Replace(tag::kKmPointer, r.type, r.count, r.value); };
+    recipe.editMakerNote = [r](Ifd& ifd) {
+      ifd.Replace(tag::kKmPointer, r.type, r.count, r.value);
+    };
     DtRawEng eng;
     std::string err;
     EXPECT_EQ(Run(&eng, recipe, &err), DtRawErrFormat) << row.size;

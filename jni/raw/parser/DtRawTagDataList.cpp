@@ -27,11 +27,13 @@ DtRawTagData* DtRawTagDataList::GetTagData(unsigned short tagId) const {
 }
 
 int DtRawTagDataList::ClearAllData() {
-  // Each pass erases one node, so the loop ends after GetSize() passes.
-  while (m_list.GetBeginNode() != m_list.GetEndNode()) {
-    const void* value = m_list.EraseNode(m_list.GetBeginNode());
-    release(static_cast<DtRawTagData*>(const_cast<void*>(value)));
+  // The former "erase the first node, free its entry" loop, in one pass:
+  // every entry is released, then the list is emptied at once (which also
+  // frees its nodes). The walk visits each of GetSize() nodes once.
+  for (DtNlNode* node = m_list.GetBeginNode(); node != m_list.GetEndNode(); node = node->next) {
+    release(TagDataOf(node));
   }
+  m_list.Clear();
   // Every record of the block was held by a node (or given back already).
   m_blockUsed = 0;
   return 0;
@@ -68,8 +70,9 @@ void DtRawTagDataList::release(DtRawTagData* data) {
     return;
   }
   if (blockIndexOf(data) < BLOCK_ENTRIES) {
-    data->m_data = nullptr;  // bytes of the block, not an array
-    data->~DtRawTagData();
+    // A record of the block: its bytes are the block's and its destructor
+    // does nothing, so the storage is simply free to be taken again.
+    data->m_data = nullptr;
     return;
   }
   delete[] data->m_data;

@@ -1,8 +1,6 @@
 // DtNlDataStream.cpp - typed and bit-level reads and writes over one channel.
 #include "util/io/DtNlDataStream.h"
 
-#include <new>
-
 #include "util/DtNlString.h"
 #include "util/io/DtNlBuffIo.h"
 #include "util/io/DtNlFile.h"
@@ -17,33 +15,27 @@ const UINT CHUNK_SIZE = 256;
 
 const UINT32 MAX_UINT = 0xFFFFFFFFu;
 
-// A new channel of `kind`, or null when the heap is exhausted.
-DtNlIo* NewChannel(INT32 kind) {
-  if (kind == DtNlIo::KIND_FILE) {
-    return new (std::nothrow) DtNlFileIo();
-  }
-  return new (std::nothrow) DtNlBuffIo();
-}
-
 }  // namespace
 
 const UINT8 DtNlDataStream::MASK_BIT[9] = {0xFF, 0x7F, 0x3F, 0x1F, 0x0F, 0x07, 0x03, 0x01, 0x00};
 
+// The stream's own channels live inside it (the former "create a channel with
+// new": same channel, same life, no allocation).
 DtNlDataStream::DtNlDataStream()
-    : m_io(NewChannel(DtNlIo::KIND_FILE)), m_ownsIo(1), m_bitBuffer(0), m_bitPos(8) {}
+    : m_io(nullptr), m_ownsIo(1), m_bitBuffer(0), m_bitPos(8), m_fileIo(), m_memoryIo() {
+  m_io = &m_fileIo;
+}
 
 DtNlDataStream::DtNlDataStream(DtNlIo* io)
-    : m_io(io), m_ownsIo(0), m_bitBuffer(0), m_bitPos(8) {
+    : m_io(io), m_ownsIo(0), m_bitBuffer(0), m_bitPos(8), m_fileIo(), m_memoryIo() {
   if (io == nullptr) {
-    m_io = NewChannel(DtNlIo::KIND_FILE);
+    m_io = &m_fileIo;
     m_ownsIo = 1;
   }
 }
 
 DtNlDataStream::~DtNlDataStream() {
-  if (m_ownsIo != 0 && m_io != nullptr) {
-    delete m_io;
-  }
+  // The own channels close as they are destroyed; a lent one is left alone.
   m_io = nullptr;
 }
 
@@ -53,14 +45,13 @@ void DtNlDataStream::ensureOwnedKind(INT32 kind) {
   if (m_ownsIo == 0) {
     return;  // a lent channel is used as it is
   }
-  if (m_io != nullptr && m_io->GetKind() == kind) {
+  DtNlIo* wanted = (kind == DtNlIo::KIND_FILE) ? static_cast<DtNlIo*>(&m_fileIo)
+                                               : static_cast<DtNlIo*>(&m_memoryIo);
+  if (m_io == wanted) {
     return;
   }
-  if (m_io != nullptr) {
-    m_io->Close();
-    delete m_io;
-  }
-  m_io = NewChannel(kind);
+  m_io->Close();
+  m_io = wanted;
 }
 
 int DtNlDataStream::Open(const char* path, const char* mode) {
@@ -72,8 +63,10 @@ int DtNlDataStream::Open(const char* path, const char* mode) {
 }
 
 int DtNlDataStream::Open(DtNlFile const& file, const char* mode) {
-  const DtNlString path(file.GetPath());
-  return Open(path.text, mode);
+  // The path's own characters: they stay unchanged for the call, so no
+  // temporary copy of them is made.
+  const char* text = file.GetPath().text;
+  return Open(text != nullptr ? text : "", mode);
 }
 
 int DtNlDataStream::Open(const UINT8* buffer, UINT size) {

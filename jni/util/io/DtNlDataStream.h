@@ -14,14 +14,18 @@
 //     ds.GetIo()->Seek(8, DtNlIoSeekSet);
 //   }
 //
-// Pointer members: m_io is owned when m_ownsIo is 1 (created by the stream,
-// deleted by it) and borrowed otherwise (lent by the caller, must outlive the
-// stream; never closed or deleted by it).
+// Pointer members: m_io is owned when m_ownsIo is 1 and borrowed otherwise
+// (lent by the caller, must outlive the stream; never closed or deleted by
+// it). A channel the stream makes for itself is one of the two it carries
+// inside (m_fileIo, m_memoryIo): switching between a file and a memory block
+// closes the one and takes the other, with no allocation.
 #ifndef KPZ_UTIL_IO_DTNLDATASTREAM_H
 #define KPZ_UTIL_IO_DTNLDATASTREAM_H
 
 #include "util/DtNlDataUtil.h"
 #include "util/DtNlTypes.h"
+#include "util/io/DtNlBuffIo.h"
+#include "util/io/DtNlFileIo.h"
 
 class DtNlFile;
 class DtNlIo;
@@ -85,10 +89,12 @@ class DtNlDataStream {
   // Writes `count` values of `width` bytes byte-swapped through a stack buffer.
   UINT writeSwapped(const UINT8* in, UINT count, UINT width);
 
-  DtNlIo* m_io;         // owned when m_ownsIo, else borrowed
-  INT32 m_ownsIo;       // 1 when the stream created m_io
-  UINT8 m_bitBuffer;    // the byte bit reads are served from
-  INT32 m_bitPos;       // bits of m_bitBuffer consumed, 0..8; 8 = empty
+  DtNlIo* m_io;           // owned when m_ownsIo (then &m_fileIo or &m_memoryIo), else borrowed
+  INT32 m_ownsIo;         // 1 when the stream created m_io
+  UINT8 m_bitBuffer;      // the byte bit reads are served from
+  INT32 m_bitPos;         // bits of m_bitBuffer consumed, 0..8; 8 = empty
+  DtNlFileIo m_fileIo;    // the stream's own file channel
+  DtNlBuffIo m_memoryIo;  // the stream's own memory channel
 };
 
 #endif  // KPZ_UTIL_IO_DTNLDATASTREAM_H

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "util/DtNlLogger.h"
 
@@ -25,12 +26,18 @@ const char* const READ_U8_SIGNATURE = "virtual UINT DtNlFileIo::ReadU8(UINT8*, U
 
 const UINT DtNlFileIo::BOUNCE_SIZE;
 
-// The bounce buffer is left uninitialised on purpose: only the bytes fread
-// delivered into it are ever copied out, and zero-filling 192 KiB for every
-// channel cost more than locating a preview.
-DtNlFileIo::DtNlFileIo() : DtNlIo(KIND_FILE), m_handle(nullptr) {}
+// The bounce buffer, once made, is left uninitialised on purpose: only the
+// bytes fread delivered into it are ever copied out.
+DtNlFileIo::DtNlFileIo()
+    : DtNlIo(KIND_FILE), m_handle(nullptr), m_bounce(nullptr), m_delivered(0) {}
 
-DtNlFileIo::~DtNlFileIo() { DtNlFileIo::Close(); }
+DtNlFileIo::~DtNlFileIo() {
+  DtNlFileIo::Close();
+  delete[] m_bounce;
+  m_bounce = nullptr;
+}
+
+UINT DtNlFileIo::GetDeliveredCount() const { return m_delivered; }
 
 int DtNlFileIo::Open(const char* path, const char* mode) {
   init();
@@ -86,6 +93,7 @@ int DtNlFileIo::Close() {
 }
 
 UINT DtNlFileIo::ReadU8(UINT8* dst, UINT size) {
+  m_delivered = 0;
   if (m_handle == nullptr) {
     DTNL_LOG(DTNL_LV_WARN, 115, "handle is null");
     return 0;
@@ -95,11 +103,19 @@ UINT DtNlFileIo::ReadU8(UINT8* dst, UINT size) {
     return 0;
   }
   const UINT first = static_cast<UINT>(fread(dst, 1, size, m_handle));
+  m_delivered = first;  // fread counts what it delivered, also before an error
   if (ferror(m_handle) == 0) {
     return first;  // a short count at end of file is not an error
   }
   if (errno != EFAULT) {
     return failRead();
+  }
+  if (m_bounce == nullptr) {
+    m_bounce = new (std::nothrow) UINT8[BOUNCE_SIZE];
+    errno = EFAULT;  // whatever the allocation did to it
+    if (m_bounce == nullptr) {
+      return failRead();  // no memory to retry with: the EFAULT stands
+    }
   }
 
   // The system could not write into `dst` directly: step back over what the
@@ -130,6 +146,9 @@ UINT DtNlFileIo::ReadU8(UINT8* dst, UINT size) {
     }
     std::memcpy(out, m_bounce, count);
     out += count;
+    if (static_cast<UINT>(out - dst) > m_delivered) {
+      m_delivered = static_cast<UINT>(out - dst);
+    }
     if (ferror(m_handle) != 0) {
       const int err = errno;
       DTNL_LOG(DTNL_LV_ERR, 154, "fread err(%d).", err);
@@ -181,8 +200,8 @@ int DtNlFileIo::Seek(long long offset, DtNlIoSeekPos origin) {
   if (origin == DtNlIoSeekBase) {
     // Deliberate 32-bit wrap-around: the sum stays a 32-bit file offset, so an
     // overflowing sum turns negative and fseek refuses it.
-    target = lowOffset(static_cast<long long>(static_cast<UINT32>(target) +
-                                              static_cast<UINT32>(GetBaseOffset())));
+    target = lowOffset(
+        static_cast<long long>(static_cast<UINT32>(target) + static_cast<UINT32>(GetBaseOffset())));
     whence = SEEK_SET;
   }
   if (fseek(m_handle, static_cast<long>(target), whence) >= 0) {

@@ -1,11 +1,11 @@
 // DtNlFileIo.h - the byte channel over a stdio FILE stream.
 //
 // Part of the files-and-streams layer; used directly by the raw-file facade and
-// the JNI entry, and created on the heap by DtNlDataStream. Reads go straight
-// into the caller's memory; the 0x30000-byte bounce buffer inside the object
-// serves only to retry a read that the system could not deliver into the
-// caller's memory (EFAULT), so an object is about 192 KiB: keep one on the stack
-// only where the stack is large enough.
+// the JNI entry, and by DtNlDataStream. Reads go straight into the caller's
+// memory; a 0x30000-byte bounce buffer serves only to retry a read that the
+// system could not deliver into the caller's memory (EFAULT). It is allocated
+// on that first retry, not with the object, so a channel is small enough for
+// any stack and costs nothing to make.
 //
 //   DtNlFileIo io;
 //   if (io.Open("/sdcard/a.kpz", "rb") == 0) {
@@ -18,7 +18,9 @@
 // status; EIO always records DtNlErrIo. A failed read or write closes the
 // channel; any later operation then logs "handle is null" and fails.
 //
-// Pointer members: m_handle is owned (closed by Close and the destructor).
+// Pointer members: m_handle is owned (closed by Close and the destructor);
+// m_bounce is owned (new[] on the first EFAULT retry, delete[] by the
+// destructor), null until then.
 #ifndef KPZ_UTIL_IO_DTNLFILEIO_H
 #define KPZ_UTIL_IO_DTNLFILEIO_H
 
@@ -34,6 +36,8 @@ class DtNlFileIo : public DtNlIo {
   DtNlFileIo();
   // Closes the file if it is open.
   ~DtNlFileIo() override;
+  DtNlFileIo(const DtNlFileIo&) = delete;
+  DtNlFileIo& operator=(const DtNlFileIo&) = delete;
 
   using DtNlIo::Open;
   // fopen(path, mode), mode passed unchanged. -1 if a file is already open
@@ -53,6 +57,10 @@ class DtNlFileIo : public DtNlIo {
   // Bytes read; a short count at end of file is not an error. A read error
   // records DtNlErrRead / DtNlErrIo, closes the channel and returns 0.
   UINT ReadU8(UINT8* dst, UINT size) override;
+  // Bytes the last ReadU8 put into the caller's memory, counted from its
+  // start: its result, or, after a read error (result 0), the bytes that
+  // arrived before the error. 0 before any read.
+  UINT GetDeliveredCount() const;
   // Bytes written; a write error records DtNlErrWrite / DtNlErrIo, closes the
   // channel and returns 0.
   UINT WriteU8(UINT8 const* src, UINT size) override;
@@ -76,8 +84,9 @@ class DtNlFileIo : public DtNlIo {
   // DtNlErrRead), closes the channel and returns 0.
   UINT failRead();
 
-  FILE* m_handle;                 // owned; null while closed
-  UINT8 m_bounce[BOUNCE_SIZE];    // retry buffer, never allocated separately
+  FILE* m_handle;    // owned; null while closed
+  UINT8* m_bounce;   // owned retry buffer of BOUNCE_SIZE bytes; null until needed
+  UINT m_delivered;  // see GetDeliveredCount
 };
 
 #endif  // KPZ_UTIL_IO_DTNLFILEIO_H

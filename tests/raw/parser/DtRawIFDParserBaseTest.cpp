@@ -1,5 +1,3 @@
-#include "raw/parser/DtRawIFDParserBase.h"
-
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -9,6 +7,7 @@
 
 #include "raw/DtRawError.h"
 #include "raw/RawTestChannels.h"
+#include "raw/parser/DtRawIFDParserBase.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 #include "support/KpzFileBuilderExtras.h"
@@ -25,8 +24,7 @@ using kpztest::RawStream;
 
 const char* const kSrc = "jni/raw/parser/DtRawIFDParserBase.cpp";
 // Lines of the parser's messages: wherever its logging calls stand in the source.
-const int kLineAssert =
-    kpztest::LogCallLineIn(kSrc, "parse", "pStream is NULL!!");
+const int kLineAssert = kpztest::LogCallLineIn(kSrc, "parse", "pStream is NULL!!");
 const int kLineFileSeek =
     kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: File Seek Err!!");
 const int kLineDirNum =
@@ -51,8 +49,8 @@ const int kLineSeekEntryEnd =
     kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Seek Err!!", 3);
 const int kLineReadNext =
     kpztest::LogCallLineIn(kSrc, "parse", "DtRawIFDParserBase: Read Next Ifd Offset Err!!");
-const int kLineNoData =
-    kpztest::LogCallLineIn(kSrc, "UpdateTagData", "DtRawIFDParserBase: no data for update. tagId:%d");
+const int kLineNoData = kpztest::LogCallLineIn(kSrc, "UpdateTagData",
+                                               "DtRawIFDParserBase: no data for update. tagId:%d");
 const int kLineNoMatch =
     kpztest::LogCallLineIn(kSrc, "UpdateTagData", "DtRawIFDParserBase: no match data size!!");
 

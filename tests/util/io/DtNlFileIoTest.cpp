@@ -95,12 +95,14 @@ void ExpectStatus(const DtNlIo& io, DtNlErrCode code, int sysErrNo) {
 
 // ---------------------------------------------------------------- construction
 
-TEST_F(DtNlFileIoTest, NewChannelIsAClosedFileChannelHoldingItsBounceBuffer) {
+TEST_F(DtNlFileIoTest, NewChannelIsAClosedFileChannelSmallEnoughForAnyStack) {
   DtNlFileIo io;
   EXPECT_EQ(io.GetKind(), DtNlIo::KIND_FILE);
-  EXPECT_GE(sizeof(DtNlFileIo), static_cast<std::size_t>(0x30000));
+  // The bounce buffer is made on the first EFAULT retry, not with the object.
+  EXPECT_LT(sizeof(DtNlFileIo), static_cast<std::size_t>(256));
   ExpectStatus(io, DtNlErrNone, 0);
   EXPECT_EQ(io.GetBaseOffset(), 0);
+  EXPECT_EQ(io.GetDeliveredCount(), 0u);
 }
 
 // ------------------------------------------------------------- SetUnbuffered
@@ -538,6 +540,55 @@ TEST_F(DtNlFileIoTest, FailingChunkWithAnotherErrnoLogsRecordsReadAndCloses) {
   EXPECT_EQ(err, Err("ReadU8", 154, "fread err(14)."));
   EXPECT_EQ(closes, 1);
   ExpectStatus(io, DtNlErrRead, EFAULT);
+}
+
+// ----------------------------------------------------------- GetDeliveredCount
+
+TEST_F(DtNlFileIoTest, DeliveredCountIsTheResultOfASuccessfulRead) {
+  const std::string path = Make("a.bin", Pattern(10));
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  UINT8 got[16] = {};
+  EXPECT_EQ(io.ReadU8(got, 6u), 6u);
+  EXPECT_EQ(io.GetDeliveredCount(), 6u);
+  EXPECT_EQ(io.ReadU8(got, 16u), 4u);  // short at the end of the file
+  EXPECT_EQ(io.GetDeliveredCount(), 4u);
+  EXPECT_EQ(io.ReadU8(got, 1u), 0u);
+  EXPECT_EQ(io.GetDeliveredCount(), 0u);
+}
+
+TEST_F(DtNlFileIoTest, DeliveredCountAfterAFailedReadIsWhatArrivedBeforeTheError) {
+  const std::vector<UINT8> bytes = Pattern(10);
+  const std::string path = Make("a.bin", bytes);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  kpztest::FaultGuard guard;
+  UINT8 got[8] = {};
+  Captured([&] {
+    kpztest::Arm(Call::Fread, EIO, 0, 1, 3);
+    EXPECT_EQ(io.ReadU8(got, 8u), 0u);  // fails, and the channel closes
+  });
+  EXPECT_EQ(io.GetDeliveredCount(), 3u);
+  EXPECT_EQ(std::vector<UINT8>(got, got + 3), std::vector<UINT8>(bytes.begin(), bytes.begin() + 3));
+  // A read on the closed channel delivers nothing.
+  Captured([&] { EXPECT_EQ(io.ReadU8(got, 8u), 0u); });
+  EXPECT_EQ(io.GetDeliveredCount(), 0u);
+}
+
+TEST_F(DtNlFileIoTest, DeliveredCountAfterAFailedRetryCountsTheRetriedBytes) {
+  const std::vector<UINT8> bytes = Pattern(30);
+  const std::string path = Make("a.bin", bytes);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  kpztest::FaultGuard guard;
+  UINT8 got[16] = {};
+  Captured([&] {
+    // The first read and the first retry both deliver 4 bytes and fail.
+    kpztest::Arm(Call::Fread, EFAULT, 0, 2, 4);
+    EXPECT_EQ(io.ReadU8(got, 16u), 0u);
+  });
+  EXPECT_EQ(io.GetDeliveredCount(), 4u);
+  EXPECT_EQ(std::vector<UINT8>(got, got + 4), std::vector<UINT8>(bytes.begin(), bytes.begin() + 4));
 }
 
 // ------------------------------------------------------------------- WriteU8

@@ -14,11 +14,10 @@
 // Where the widths differ on purpose (stat's st_size, time_t) each test
 // states both outcomes and checks the one of the machine it runs on.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -195,9 +194,8 @@ TEST_F(DtNlWidthFile, SeekDropsTheUpperHalfFromTheCurrentPositionAndTheEnd) {
 
 TEST_F(DtNlWidthFile, OffsetOfTwoGibibytesIsNegativeIn32BitsAndFailsOnEveryMachine) {
   ASSERT_EQ(io_.Seek(7, DtNlIoSeekSet), 0);
-  const std::string err = CaptureStderr([&] {
-    EXPECT_EQ(io_.Seek(0x80000000LL, DtNlIoSeekSet), -1);
-  });
+  const std::string err =
+      CaptureStderr([&] { EXPECT_EQ(io_.Seek(0x80000000LL, DtNlIoSeekSet), -1); });
   EXPECT_EQ(err, kpztest::ErrLine(kFileIoCpp, "Seek", 267, ErrnoText("fseek err", EINVAL)));
   ExpectStatus(io_.GetStatus(), DtNlErrSeek, EINVAL);
   EXPECT_EQ(io_.Tell(), 7);  // the position is kept
@@ -450,10 +448,10 @@ TEST_P(DtNlWidthRaw, ThumbnailWhoseEndWrapsAround32BitsIsNeverTakenFromTheMemory
     // Read from the file: the offset's low 32 bits are negative, so the seek
     // fails on every machine.
     EXPECT_EQ(result, DtRawErrSeek);
-    EXPECT_EQ(err, dtrawtest::FseekErr(EINVAL) +
-                       dtrawtest::RawInfo("GetThumbnailData",
-                                          "Raw: Seek Err for get thumbnail!!: %d",
-                                          "Raw: Seek Err for get thumbnail!!: -1"));
+    EXPECT_EQ(err,
+              dtrawtest::FseekErr(EINVAL) +
+                  dtrawtest::RawInfo("GetThumbnailData", "Raw: Seek Err for get thumbnail!!: %d",
+                                     "Raw: Seek Err for get thumbnail!!: -1"));
   }
   for (unsigned char b : buff) EXPECT_EQ(b, 0xEE);
 }
