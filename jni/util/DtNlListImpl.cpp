@@ -9,8 +9,6 @@
 //   const void* v = list.EraseNode(list.Find(0x0112));  // &tag
 #include "util/DtNlListImpl.h"
 
-#include <cstdint>
-
 const UINT32 DtNlListImpl::NO_KEY;
 
 DtNlListImpl::DtNlListImpl()
@@ -27,6 +25,10 @@ DtNlNode* DtNlListImpl::Insert(DtNlNode* pos, const void* nodeValue, UINT32 node
   if (isValidKey(nodeKey) == 0u) {
     return nullptr;
   }
+  return InsertAbsent(pos, nodeValue, nodeKey);
+}
+
+DtNlNode* DtNlListImpl::InsertAbsent(DtNlNode* pos, const void* nodeValue, UINT32 nodeKey) {
   if (pos == nullptr) {
     return nullptr;
   }
@@ -127,12 +129,4 @@ UINT32 DtNlListImpl::GetSpareCount() const {
     ++count;
   }
   return count;
-}
-
-bool DtNlListImpl::isLent(const DtNlNode* node) const {
-  // Compared as addresses: a node of the block lies in [block, block + count).
-  const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(node);
-  const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(m_lentBlock);
-  return m_lentBlock != nullptr && at >= begin &&
-         at - begin < static_cast<std::uintptr_t>(m_lentCount) * sizeof(DtNlNode);
 }

@@ -18,6 +18,8 @@
 #ifndef KPZ_UTIL_DTNLLISTIMPL_H
 #define KPZ_UTIL_DTNLLISTIMPL_H
 
+#include <cstdint>
+
 #include "util/DtNlTypes.h"
 
 struct DtNlNode {
@@ -59,6 +61,11 @@ class DtNlListImpl : public DtNlNode {
   // Links a new node immediately before `pos`. Null (list unchanged) when `key`
   // is a non-reserved key already present or `pos` is null.
   DtNlNode* Insert(DtNlNode* pos, const void* value, UINT32 key);
+  // Insert without the duplicate-key search, for a caller that has just found
+  // `key` absent (Find gave null) and changed nothing since: the search would
+  // only repeat that. Inserting a present key breaks the list's invariant.
+  // Null only for a null `pos`.
+  DtNlNode* InsertAbsent(DtNlNode* pos, const void* value, UINT32 key);
   DtNlNode* PushFront(const void* value, UINT32 key);
   DtNlNode* PushBack(const void* value, UINT32 key);
 
@@ -80,7 +87,12 @@ class DtNlListImpl : public DtNlNode {
 
  private:
   // True when `node` lies in the lent block.
-  bool isLent(const DtNlNode* node) const;
+  bool isLent(const DtNlNode* node) const {
+    // Compared as addresses: a node of the block lies in [block, block + count).
+    const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(node);
+    const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(m_lentBlock);
+    return at >= begin && at - begin < static_cast<std::uintptr_t>(m_lentCount) * sizeof(DtNlNode);
+  }
 
   // The count comes first, right after the four node fields.
   UINT32 size;            // number of elements

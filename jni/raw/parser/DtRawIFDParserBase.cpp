@@ -36,6 +36,21 @@ const UINT32 MAX_COPIED_SIZE = 32;
 // Largest memory block read in place: every position in it is a valid Tell().
 const UINT MAX_VIEW_SIZE = 0x7FFFFFFFu;
 
+// A 16- or 32-bit number at `p` in `order` (the data utilities' decoding,
+// inlined for the per-field loop).
+inline UINT16 loadU16(const UINT8* p, DtNlByteOrder order) {
+  return order == DtNlBigEndian ? static_cast<UINT16>((p[0] << 8) | p[1])
+                                : static_cast<UINT16>(p[0] | (p[1] << 8));
+}
+inline UINT32 loadU32(const UINT8* p, DtNlByteOrder order) {
+  if (order == DtNlBigEndian) {
+    return (static_cast<UINT32>(p[0]) << 24) | (static_cast<UINT32>(p[1]) << 16) |
+           (static_cast<UINT32>(p[2]) << 8) | static_cast<UINT32>(p[3]);
+  }
+  return static_cast<UINT32>(p[0]) | (static_cast<UINT32>(p[1]) << 8) |
+         (static_cast<UINT32>(p[2]) << 16) | (static_cast<UINT32>(p[3]) << 24);
+}
+
 // The steps of reading a directory, over either of two sources with the same
 // results: a plain memory channel is read in place (its block, viewed once,
 // with the channel's own clamping rules and no call per field), any other
@@ -78,7 +93,7 @@ class DirReader {
       m_pos = m_size;  // a short read takes what is left
       return false;
     }
-    *out = DtNlDataUtil::U8ArrayToU16(m_block + m_pos, m_order);
+    *out = loadU16(m_block + m_pos, m_order);
     m_pos += 2;
     return true;
   }
@@ -91,7 +106,7 @@ class DirReader {
       m_pos = m_size;
       return false;
     }
-    *out = DtNlDataUtil::U8ArrayToU32(m_block + m_pos, m_order);
+    *out = loadU32(m_block + m_pos, m_order);
     m_pos += 4;
     return true;
   }
@@ -154,7 +169,11 @@ class DirReader {
 }  // namespace
 
 DtRawIFDParserBase::DtRawIFDParserBase()
-    : m_tagDataList(), m_nextIfdOffset(0), m_targetTagNum(0), m_targetTagList(nullptr) {}
+    : m_tagDataList(),
+      m_nextIfdOffset(0),
+      m_targetTagNum(0),
+      m_targetTagList(nullptr),
+      m_keptTargets(0) {}
 
 DtRawIFDParserBase::~DtRawIFDParserBase() {
   // The target set is borrowed (see setTargetTags): nothing to free.
@@ -207,7 +226,11 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Tag Err!!");
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
     }
-    if (isTargetTag(tagId) == 0 || m_tagDataList.IsExistData(tagId) != 0) {
+    // The index of the id in the target set doubles as the bit that says
+    // whether an entry with it is kept already (the list's IsExistData, told
+    // without searching the list).
+    const UINT32 target = targetIndexOf(tagId);
+    if (target >= MAX_TARGETS || (m_keptTargets & (1u << target)) != 0) {
       // Not wanted, or a later duplicate: the first occurrence wins.
       if (!dir.Skip(ENTRY_REST)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
@@ -271,10 +294,9 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     tag->m_offset = valuePos;
     tag->m_size = size;
     tag->m_byteOrder = order;
-    if (m_tagDataList.PushBack(tag, tagId) != 0) {
-      // Not reached: the id was checked absent above. Keep nothing leaked.
-      m_tagDataList.DeleteTagData(tag);
-    }
+    // The id was found absent above, so the list need not search for it again.
+    m_tagDataList.PushBackAbsent(tag, tagId);
+    m_keptTargets |= 1u << target;
 
     if (!dir.SeekTo(static_cast<long long>(entryStart) + ENTRY_SIZE)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
@@ -325,24 +347,33 @@ int DtRawIFDParserBase::UpdateTagData(const DtRawTagData* src) {
 
 int DtRawIFDParserBase::Finalize() {
   m_tagDataList.ClearAllData();
+  m_keptTargets = 0;
   return 0;
 }
 
 void DtRawIFDParserBase::Reset() {
-  m_tagDataList.ClearAllData();
+  Finalize();
   m_nextIfdOffset = 0;
 }
 
 int DtRawIFDParserBase::isTargetTag(unsigned short tagId) {
+  return targetIndexOf(tagId) < MAX_TARGETS ? 1 : 0;
+}
+
+UINT32 DtRawIFDParserBase::targetIndexOf(unsigned short tagId) const {
   if (m_targetTagList == nullptr) {
-    return 0;
+    return MAX_TARGETS;
   }
-  for (INT32 i = 0; i < m_targetTagNum; ++i) {
+  // Linear, from the front: the first of equal ids counts.
+  const INT32 count = m_targetTagNum < static_cast<INT32>(MAX_TARGETS)
+                          ? m_targetTagNum
+                          : static_cast<INT32>(MAX_TARGETS);
+  for (INT32 i = 0; i < count; ++i) {
     if (m_targetTagList[i] == tagId) {
-      return 1;
+      return static_cast<UINT32>(i);
     }
   }
-  return 0;
+  return MAX_TARGETS;
 }
 
 UINT32 DtRawIFDParserBase::getTagDataSize(UINT16 type, UINT32 count) {
@@ -355,7 +386,8 @@ UINT32 DtRawIFDParserBase::getTagDataSize(UINT16 type, UINT32 count) {
 }
 
 void DtRawIFDParserBase::setTargetTags(const UINT16* ids, INT32 count) {
-  if (m_targetTagList != nullptr || ids == nullptr || count <= 0) {
+  if (m_targetTagList != nullptr || ids == nullptr || count <= 0 ||
+      count > static_cast<INT32>(MAX_TARGETS)) {
     return;
   }
   // Kept by reference instead of copied into a new array: the ids are a

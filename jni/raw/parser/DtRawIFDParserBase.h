@@ -43,6 +43,10 @@ class DtNlDataStream;
 
 class DtRawIFDParserBase {
  public:
+  // The most ids a target set may have: the entries a parser keeps fit its
+  // tag list's own block, and each kept id has a bit in m_keptTargets.
+  static const UINT32 MAX_TARGETS = DtRawTagDataList::BLOCK_ENTRIES;
+
   DtRawIFDParserBase();
   // Frees the target set, then Finalize().
   virtual ~DtRawIFDParserBase();
@@ -85,18 +89,23 @@ class DtRawIFDParserBase {
   int parse(DtNlDataStream* stream, int base, int ifdOffset, DtNlByteOrder order);
   // 1 when `tagId` is in the target set, else 0.
   int isTargetTag(unsigned short tagId);
+  // The index of `tagId` in the target set (the first, when an id is listed
+  // twice), or MAX_TARGETS when it is not there.
+  UINT32 targetIndexOf(unsigned short tagId) const;
   // count x unit size of `type` as an unsigned 32-bit product, which wraps
   // deliberately (see the .cpp for the unit table and its two quirks).
   static UINT32 getTagDataSize(UINT16 type, UINT32 count);
 
   // Sets the target set (for subclasses' initTargetTagList) to the `count`
-  // ids at `ids` (borrowed: they must outlive the parser), once.
+  // ids at `ids` (borrowed: they must outlive the parser), once. A set of more
+  // than MAX_TARGETS ids is refused (the set stays empty).
   void setTargetTags(const UINT16* ids, INT32 count);
 
   DtRawTagDataList m_tagDataList;  // kept entries, keyed by tag id; owned
   UINT32 m_nextIfdOffset;          // next directory offset + base; 0 until parsed
   INT32 m_targetTagNum;            // ids in m_targetTagList
   const UINT16* m_targetTagList;   // borrowed target ids; null until initTargetTagList
+  UINT32 m_keptTargets;            // bit i set: an entry with target id i is kept
 };
 
 #endif  // KPZ_RAW_PARSER_DTRAWIFDPARSERBASE_H

@@ -26,7 +26,7 @@ DtRawTagData* DtRawTagDataList::GetTagData(unsigned short tagId) const {
   return (node != nullptr) ? TagDataOf(node) : nullptr;
 }
 
-int DtRawTagDataList::ClearAllData() {
+int DtRawTagDataList::clearAll() {
   // The former "erase the first node, free its entry" loop, in one pass:
   // every entry is released, then the list is emptied at once (which also
   // frees its nodes). The walk visits each of GetSize() nodes once.
@@ -84,14 +84,11 @@ UINT32 DtRawTagDataList::blockIndexOf(const DtRawTagData* data) const {
   // Compared as addresses: a record of the block starts at one of its slots.
   const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(data);
   const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(&m_records[0][0]);
-  if (at < begin) {
+  const std::uintptr_t span = static_cast<std::uintptr_t>(BLOCK_ENTRIES) * sizeof(DtRawTagData);
+  if (at < begin || at - begin >= span) {
     return BLOCK_ENTRIES;
   }
-  const std::uintptr_t index = (at - begin) / sizeof(DtRawTagData);
-  if (index >= BLOCK_ENTRIES || (at - begin) % sizeof(DtRawTagData) != 0) {
-    return BLOCK_ENTRIES;
-  }
-  return static_cast<UINT32>(index);
+  return static_cast<UINT32>((at - begin) / sizeof(DtRawTagData));
 }
 
 int DtRawTagDataList::PushBack(DtRawTagData* data, UINT32 key) {
@@ -99,6 +96,10 @@ int DtRawTagDataList::PushBack(DtRawTagData* data, UINT32 key) {
     return -1;
   }
   return (m_list.PushBack(data, key) != nullptr) ? 0 : -1;
+}
+
+void DtRawTagDataList::PushBackAbsent(DtRawTagData* data, UINT32 key) {
+  (void)m_list.InsertAbsent(m_list.GetEndNode(), data, key);
 }
 
 int DtRawTagDataList::PushBack(DtRawTagData* data) { return PushBack(data, DtNlListImpl::NO_KEY); }

@@ -51,7 +51,12 @@ class DtRawTagDataList {
   DtRawTagData* GetTagData(unsigned short tagId) const;
   // Frees every entry and its m_data array (and gives the block back); the
   // list stays usable. The result is always 0 and carries no meaning.
-  int ClearAllData();
+  int ClearAllData() {
+    if (m_list.GetSize() == 0 && m_blockUsed == 0) {
+      return 0;  // nothing to free: the common case of an unused parser
+    }
+    return clearAll();
+  }
 
   // A new record with every field zero, for a value of `size` bytes: m_data
   // points at `size` bytes to fill when `size` is 1 to MAX_BLOCK_BYTES, else
@@ -67,6 +72,10 @@ class DtRawTagDataList {
   // 0 when appended; -1 when refused (null `data`, or `key` other than
   // DtNlListImpl::NO_KEY already present), and then `data` stays the caller's.
   int PushBack(DtRawTagData* data, UINT32 key);
+  // Appends `data` under `key` for a caller that has just found `key` absent
+  // (GetTagData / IsExistData gave null / 0): the list does not search for
+  // it again. Handing over as PushBack; `data` must not be null.
+  void PushBackAbsent(DtRawTagData* data, UINT32 key);
   // Appends `data` unkeyed (DtNlListImpl::NO_KEY): never refused for
   // duplicates, kept in the order appended. Same ownership rule as above.
   int PushBack(DtRawTagData* data);
@@ -83,6 +92,8 @@ class DtRawTagDataList {
   UINT32 GetFreeBlockEntries() const;
 
  private:
+  // ClearAllData's work.
+  int clearAll();
   // Index of `data` in the block, or BLOCK_ENTRIES when it is not a block record.
   UINT32 blockIndexOf(const DtRawTagData* data) const;
   // Frees one record that no node holds any more.
