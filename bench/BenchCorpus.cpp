@@ -40,19 +40,42 @@ bool writeWhole(const std::string& path, const kpztest::Bytes& bytes, std::strin
 // of the entropy-coded data: SOI; APP0 "JFIF"; DQT (one table of ones); SOF0
 // with the pixel size and three components; SOS.
 kpztest::Bytes jpegHeader(std::uint16_t width, std::uint16_t height) {
-  kpztest::Bytes h = {0xFF, 0xD8,
-                      0xFF, 0xE0, 0x00, 0x10, 'J', 'F', 'I', 'F', 0x00, 0x01, 0x01, 0x00,
-                      0x00, 0x01, 0x00, 0x01, 0x00, 0x00,
-                      0xFF, 0xDB, 0x00, 0x43, 0x00};
+  kpztest::Bytes h = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J',  'F',  'I',  'F',  0x00, 0x01, 0x01,
+                      0x00, 0x00, 0x01, 0x00, 0x01, 0x00, 0x00, 0xFF, 0xDB, 0x00, 0x43, 0x00};
   h.insert(h.end(), 64, 0x01);
-  const kpztest::Bytes sof = {0xFF, 0xC0, 0x00, 0x11, 0x08,
+  const kpztest::Bytes sof = {0xFF,
+                              0xC0,
+                              0x00,
+                              0x11,
+                              0x08,
                               static_cast<std::uint8_t>(height >> 8),
                               static_cast<std::uint8_t>(height & 0xFFu),
                               static_cast<std::uint8_t>(width >> 8),
                               static_cast<std::uint8_t>(width & 0xFFu),
-                              0x03, 0x01, 0x22, 0x00, 0x02, 0x11, 0x01, 0x03, 0x11, 0x01,
-                              0xFF, 0xDA, 0x00, 0x0C, 0x03, 0x01, 0x00, 0x02, 0x11, 0x03,
-                              0x11, 0x00, 0x3F, 0x00};
+                              0x03,
+                              0x01,
+                              0x22,
+                              0x00,
+                              0x02,
+                              0x11,
+                              0x01,
+                              0x03,
+                              0x11,
+                              0x01,
+                              0xFF,
+                              0xDA,
+                              0x00,
+                              0x0C,
+                              0x03,
+                              0x01,
+                              0x00,
+                              0x02,
+                              0x11,
+                              0x03,
+                              0x11,
+                              0x00,
+                              0x3F,
+                              0x00};
   h.insert(h.end(), sof.begin(), sof.end());
   return h;
 }
@@ -130,8 +153,8 @@ bool BenchCorpus::Generate(const BenchCorpusPlan& plan, const std::string& dir,
     file.previewSize = PreviewSizeFor(i, plan.previewBytes);
     file.bigEndian = (i % 2u) == 1u;
     file.m372 = (i % 4u) == 3u;
-    file.fileSize = static_cast<std::uint64_t>(file.previewOffset) + file.previewSize +
-                    plan.fillerBytes;
+    file.fileSize =
+        static_cast<std::uint64_t>(file.previewOffset) + file.previewSize + plan.fillerBytes;
     if (file.fileSize > kMaxFileSize) {
       *error = "a preview of this length with this much filler does not fit a 32-bit file";
       return false;
@@ -146,10 +169,28 @@ bool BenchCorpus::Generate(const BenchCorpusPlan& plan, const std::string& dir,
     kpz.screennailOffset = file.previewOffset;
     kpz.thumbnail = jpegLike(plan.thumbnailBytes, 0x20, 160u, 120u);
     kpz.minTotalSize = plan.sparseFiller ? 0u : static_cast<std::uint32_t>(file.fileSize);
+    if (plan.extraIfd0Entries != 0) {
+      const std::uint32_t extra = plan.extraIfd0Entries;
+      kpz.editIfd0 = [extra](kpztest::Ifd& ifd) {
+        const std::size_t own = ifd.Entries().size();
+        for (std::uint32_t k = 0; k < extra; ++k) {
+          // 0xC000 and up: private tags no parser of the library keeps.
+          ifd.AddRaw(static_cast<std::uint16_t>(0xC000u + (k % 0x3000u)), 3, 1, k);
+        }
+        // The extra entries first: each is read before the own ones are found.
+        std::rotate(ifd.Entries().begin(), ifd.Entries().begin() + static_cast<std::ptrdiff_t>(own),
+                    ifd.Entries().end());
+      };
+    }
+    if (plan.extraIfd0Entries > 0xFFFFu - 7u) {  // IFD0 has 7 entries of its own
+      *error = "IFD0 holds at most 65,535 entries";
+      return false;
+    }
     kpztest::KpzLayout where;
     const kpztest::Bytes bytes = kpztest::BuildKpz(kpz, &where);
     // The head structures and the thumbnail must end before the preview.
-    const std::uint64_t thumbEnd = static_cast<std::uint64_t>(where.thumbnail) + kpz.thumbnail.size();
+    const std::uint64_t thumbEnd =
+        static_cast<std::uint64_t>(where.thumbnail) + kpz.thumbnail.size();
     if (where.screennail != file.previewOffset || thumbEnd > file.previewOffset) {
       *error = "the thumbnail is too long: it would overlap the preview";
       return false;
@@ -161,8 +202,7 @@ bool BenchCorpus::Generate(const BenchCorpusPlan& plan, const std::string& dir,
     if (!writeWhole(file.path, bytes, error)) {
       return false;
     }
-    if (plan.sparseFiller &&
-        truncate(file.path.c_str(), static_cast<off_t>(file.fileSize)) != 0) {
+    if (plan.sparseFiller && truncate(file.path.c_str(), static_cast<off_t>(file.fileSize)) != 0) {
       *error = file.path + ": cannot extend (" + std::strerror(errno) + ")";
       return false;
     }

@@ -23,12 +23,12 @@
 // One file of the corpus and where its preview lies (known in advance, so
 // that the floor benchmark can go straight to it).
 struct BenchFile {
-  std::string path;                // absolute path
+  std::string path;                 // absolute path
   std::uint32_t previewOffset = 0;  // byte offset of the preview JPEG
   std::uint32_t previewSize = 0;    // its length in bytes
   std::uint64_t fileSize = 0;       // length of the whole file
   bool bigEndian = false;           // "MM" file (else "II")
-  bool m372 = false;                // written as the model whose preview tags sit in the Km maker note
+  bool m372 = false;  // written as the model whose preview tags sit in the Km maker note
 };
 
 // What to generate. The defaults are the realistic corpus: previews of
@@ -48,6 +48,10 @@ struct BenchCorpusPlan {
   // files keep their length but take almost no disk space. No job reads the
   // filler, so this changes nothing for the jobs measured.
   bool sparseFiller = false;
+  // Further entries in IFD0, placed before its own ones (tags the library
+  // does not keep), so that every one of them is read and passed over. IFD0
+  // holds at most 65,535 entries: more is refused.
+  std::uint32_t extraIfd0Entries = 0;
 };
 
 class BenchCorpus {

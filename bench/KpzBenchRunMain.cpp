@@ -6,7 +6,9 @@
 //
 //   kpz_bench_run corpus --out DIR [--files N] [--preview-bytes B]
 //                 [--filler-bytes F] [--thumbnail-bytes T] [--sparse]
+//                 [--ifd0-entries E]
 //   kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker]
+//   kpz_bench_run paired MANIFEST [--files N] [--passes P]
 //
 // JOB is one of: main (the JNI entry's path), locate, parse (a head held in
 // memory; the heads are read before the jobs run), floor, floorhead, exiv2
@@ -14,13 +16,23 @@
 // subtract. --marker brackets the last job with two failing access() calls
 // on "/kpz-bench-marker/begin" and ".../end", so that a system-call trace
 // can be cut to exactly one file. At the end one line reports the jobs run,
-// the wall time and the peak resident memory (maxrss_kib) of the process.
+// the wall time, the heap allocations and frees per job (counted from the
+// second round on, so that one-time allocations do not count; all rounds
+// when there is one) and the peak resident memory (maxrss_kib).
+//
+// `paired` times the main path against the floor file by file: in each
+// pass, for each file, the two run back to back, library first on even
+// (file + pass) and floor first on odd ones, because the second of a pair
+// profits from the first. It reports the geometric mean of the per-file
+// ratios library / floor over all pairs, with their median and quartiles.
 // Exit status 0 when every job succeeded, 1 when one failed, 2 for wrong
 // arguments.
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -28,6 +40,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchAllocCounter.h"
 #include "BenchCorpus.h"
 #include "BenchJobs.h"
 #if KPZ_BENCH_EXIV2
@@ -39,7 +52,9 @@ namespace {
 const char* const kUsage =
     "usage: kpz_bench_run corpus --out DIR [--files N] [--preview-bytes B]\n"
     "                     [--filler-bytes F] [--thumbnail-bytes T] [--sparse]\n"
+    "                     [--ifd0-entries E]\n"
     "       kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker]\n"
+    "       kpz_bench_run paired MANIFEST [--files N] [--passes P]\n"
     "       JOB: main locate parse floor floorhead"
 #if KPZ_BENCH_EXIV2
     " exiv2"
@@ -91,6 +106,9 @@ int runCorpus(int argc, char** argv) {
       ++i;
     } else if (arg == "--thumbnail-bytes" && hasValue &&
                parseU32(argv[i + 1], &plan.thumbnailBytes)) {
+      ++i;
+    } else if (arg == "--ifd0-entries" && hasValue &&
+               parseU32(argv[i + 1], &plan.extraIfd0Entries)) {
       ++i;
     } else {
       return usage();
@@ -146,8 +164,7 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
 }
 
 bool knownJob(const std::string& job) {
-  return job == "main" || job == "locate" || job == "parse" || job == "floor" ||
-         job == "floorhead"
+  return job == "main" || job == "locate" || job == "parse" || job == "floor" || job == "floorhead"
 #if KPZ_BENCH_EXIV2
          || job == "exiv2"
 #endif
@@ -207,7 +224,16 @@ int runJob(int argc, char** argv) {
 
   const auto start = std::chrono::steady_clock::now();
   std::uint64_t done = 0;
+  std::uint64_t counted = 0;
+  unsigned long long allocBase = BenchAllocCounter::Allocations();
+  unsigned long long freeBase = BenchAllocCounter::Frees();
   for (std::uint32_t round = 0; round < rounds && !files.empty(); ++round) {
+    if (round == 1) {
+      // From here on: the steady state.
+      allocBase = BenchAllocCounter::Allocations();
+      freeBase = BenchAllocCounter::Frees();
+      counted = 0;
+    }
     for (std::size_t i = 0; i < files.size(); ++i) {
       const bool last = round + 1 == rounds && i + 1 == files.size();
       if (marker && last) {
@@ -223,12 +249,96 @@ int runJob(int argc, char** argv) {
         return 1;
       }
       ++done;
+      ++counted;
     }
   }
   const double seconds = secondsSince(start);
-  std::printf("%s: %llu jobs, %.3f s, %.1f us/job, maxrss_kib=%ld\n", job.c_str(),
-              static_cast<unsigned long long>(done), seconds,
-              done != 0 ? seconds * 1e6 / static_cast<double>(done) : 0.0, peakRssKib());
+  const double perJob = counted != 0 ? 1.0 / static_cast<double>(counted) : 0.0;
+  std::printf(
+      "%s: %llu jobs, %.3f s, %.1f us/job, allocs_per_job=%.2f, frees_per_job=%.2f, "
+      "maxrss_kib=%ld\n",
+      job.c_str(), static_cast<unsigned long long>(done), seconds,
+      done != 0 ? seconds * 1e6 / static_cast<double>(done) : 0.0,
+      static_cast<double>(BenchAllocCounter::Allocations() - allocBase) * perJob,
+      static_cast<double>(BenchAllocCounter::Frees() - freeBase) * perJob, peakRssKib());
+  return 0;
+}
+
+// Seconds one call of `job` on `file` takes; negative when it failed.
+double timeOne(bool library, const BenchFile& file, std::vector<UINT8>* head) {
+  const auto start = std::chrono::steady_clock::now();
+  const UINT got = library
+                       ? BenchJobs::MainPath(file.path.c_str(), &BenchJobs::IgnorePreview, nullptr)
+                       : BenchJobs::Floor(file, head->data(), &BenchJobs::IgnorePreview, nullptr);
+  const double seconds = secondsSince(start);
+  return got == file.previewSize ? seconds : -1.0;
+}
+
+int runPaired(int argc, char** argv) {
+  if (argc < 3) {
+    return usage();
+  }
+  std::uint32_t maxFiles = 0xFFFFFFFFu;
+  std::uint32_t passes = 20;
+  for (int i = 3; i < argc; ++i) {
+    const std::string arg = argv[i];
+    const bool hasValue = i + 1 < argc;
+    if (arg == "--files" && hasValue && parseU32(argv[i + 1], &maxFiles)) {
+      ++i;
+    } else if (arg == "--passes" && hasValue && parseU32(argv[i + 1], &passes) && passes > 0) {
+      ++i;
+    } else {
+      return usage();
+    }
+  }
+  std::vector<BenchFile> files;
+  std::string why;
+  if (!BenchCorpus::Load(argv[2], &files, &why)) {
+    std::fprintf(stderr, "kpz_bench_run: %s\n", why.c_str());
+    return 1;
+  }
+  if (maxFiles < files.size()) {
+    files.resize(maxFiles);
+  }
+  std::vector<UINT8> head(BenchJobs::HEAD_SIZE);
+  // One untimed pass: the page cache and the allocator warm up.
+  for (const BenchFile& file : files) {
+    if (timeOne(true, file, &head) < 0 || timeOne(false, file, &head) < 0) {
+      std::fprintf(stderr, "kpz_bench_run: %s: a job failed\n", file.path.c_str());
+      return 1;
+    }
+  }
+  std::vector<double> ratios;
+  double libSum = 0;
+  double floorSum = 0;
+  for (std::uint32_t pass = 0; pass < passes; ++pass) {
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      const bool libraryFirst = (i + pass) % 2 == 0;
+      const double first = timeOne(libraryFirst, files[i], &head);
+      const double second = timeOne(!libraryFirst, files[i], &head);
+      const double lib = libraryFirst ? first : second;
+      const double floor = libraryFirst ? second : first;
+      if (lib <= 0 || floor <= 0) {
+        std::fprintf(stderr, "kpz_bench_run: %s: a job failed\n", files[i].path.c_str());
+        return 1;
+      }
+      ratios.push_back(lib / floor);
+      libSum += lib;
+      floorSum += floor;
+    }
+  }
+  double logSum = 0;
+  for (double r : ratios) {
+    logSum += std::log(r);
+  }
+  std::sort(ratios.begin(), ratios.end());
+  const std::size_t n = ratios.size();
+  std::printf(
+      "paired: %zu pairs, geomean=%.4f, median=%.4f, q1=%.4f, q3=%.4f, "
+      "main_us=%.1f, floor_us=%.1f\n",
+      n, std::exp(logSum / static_cast<double>(n)), ratios[n / 2], ratios[n / 4],
+      ratios[(3 * n) / 4], libSum * 1e6 / static_cast<double>(n),
+      floorSum * 1e6 / static_cast<double>(n));
   return 0;
 }
 
@@ -240,6 +350,9 @@ int main(int argc, char** argv) {
   }
   if (std::strcmp(argv[1], "corpus") == 0) {
     return runCorpus(argc, argv);
+  }
+  if (std::strcmp(argv[1], "paired") == 0) {
+    return runPaired(argc, argv);
   }
   return runJob(argc, argv);
 }
