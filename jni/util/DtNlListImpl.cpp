@@ -12,7 +12,13 @@
 const UINT32 DtNlListImpl::NO_KEY;
 
 DtNlListImpl::DtNlListImpl()
-    : DtNlNode(), size(0), m_lentCount(0), m_lentTaken(0), m_lentBlock(nullptr), m_spare(nullptr) {
+    : DtNlNode(),
+      size(0),
+      m_ownNodes(0),
+      m_lentCount(0),
+      m_lentTaken(0),
+      m_lentBlock(nullptr),
+      m_spare(nullptr) {
   next = this;
   prev = this;
   value = nullptr;
@@ -41,6 +47,7 @@ DtNlNode* DtNlListImpl::InsertAbsent(DtNlNode* pos, const void* nodeValue, UINT3
     node = &m_lentBlock[m_lentTaken++];
   } else {
     node = new DtNlNode();
+    ++m_ownNodes;
   }
   node->value = nodeValue;
   node->key = nodeKey;
@@ -80,6 +87,7 @@ const void* DtNlListImpl::EraseNode(DtNlNode* node) {
   }
   node->next = nullptr;
   delete node;
+  --m_ownNodes;
   return kept;
 }
 
@@ -87,7 +95,7 @@ void DtNlListImpl::Clear() {
   // From the last element towards the first; each step removes one element,
   // so the walk ends at the end node. Lent nodes need no step of their own:
   // once the list is empty, every one of them is free again.
-  DtNlNode* node = prev;
+  DtNlNode* node = m_ownNodes != 0 ? prev : GetEndNode();  // only lent nodes: no walk
   while (node != nullptr && node != GetEndNode()) {
     DtNlNode* before = node->prev;
     if (!isLent(node)) {
@@ -97,6 +105,7 @@ void DtNlListImpl::Clear() {
   }
   m_spare = nullptr;
   m_lentTaken = 0;
+  m_ownNodes = 0;
   size = 0;
   next = this;
   prev = this;

@@ -96,6 +96,7 @@ class DtNlListImpl : public DtNlNode {
 
   // The count comes first, right after the four node fields.
   UINT32 size;            // number of elements
+  UINT32 m_ownNodes;      // elements whose node was allocated (not lent)
   UINT32 m_lentCount;     // nodes in the lent block; 0 without one
   UINT32 m_lentTaken;     // lent nodes taken at least once since the list was last emptied
   DtNlNode* m_lentBlock;  // the lent block (borrowed), or null

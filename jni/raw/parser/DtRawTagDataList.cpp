@@ -1,16 +1,13 @@
 // DtRawTagDataList.cpp - the owning store of kept entries over a keyed list.
 #include "raw/parser/DtRawTagDataList.h"
 
-#include <cstdint>
-#include <new>
-
 const UINT32 DtRawTagDataList::BLOCK_ENTRIES;
 const UINT32 DtRawTagDataList::MAX_BLOCK_BYTES;
 
 // The block's records and bytes are left unconstructed and uninitialised: a
 // record is constructed when taken, and its bytes are filled by whoever asked
 // for them before anyone reads them.
-DtRawTagDataList::DtRawTagDataList() : m_list(), m_blockUsed(0) {
+DtRawTagDataList::DtRawTagDataList() : m_list(), m_blockUsed(0), m_heapRecords(0) {
   (void)m_list.LendNodes(m_nodes, BLOCK_ENTRIES);  // a new, empty list: never refused
 }
 
@@ -29,28 +26,26 @@ DtRawTagData* DtRawTagDataList::GetTagData(unsigned short tagId) const {
 int DtRawTagDataList::clearAll() {
   // The former "erase the first node, free its entry" loop, in one pass:
   // every entry is released, then the list is emptied at once (which also
-  // frees its nodes). The walk visits each of GetSize() nodes once.
-  for (DtNlNode* node = m_list.GetBeginNode(); node != m_list.GetEndNode(); node = node->next) {
-    release(TagDataOf(node));
+  // frees its nodes). Records of the block need nothing, so without heap
+  // records there is no walk at all.
+  if (m_heapRecords != 0) {
+    // Visits each of GetSize() nodes once.
+    for (DtNlNode* node = m_list.GetBeginNode(); node != m_list.GetEndNode(); node = node->next) {
+      release(TagDataOf(node));
+    }
   }
   m_list.Clear();
   // Every record of the block was held by a node (or given back already).
   m_blockUsed = 0;
+  m_heapRecords = 0;
   return 0;
 }
 
-DtRawTagData* DtRawTagDataList::NewTagData(UINT32 size) {
-  const bool hasBytes = size >= 1 && size <= MAX_BLOCK_BYTES;
-  if (m_blockUsed < BLOCK_ENTRIES) {
-    const UINT32 i = m_blockUsed++;
-    DtRawTagData* data = new (m_records[i]) DtRawTagData();
-    data->m_data = hasBytes ? m_bytes[i] : nullptr;
-    return data;
-  }
+DtRawTagData* DtRawTagDataList::newHeapTagData(UINT32 size) {
   DtRawTagData* data = new DtRawTagData();
   // Not value-initialised: the caller fills all `size` bytes (or gives the
   // record back) before anyone reads them.
-  data->m_data = hasBytes ? new UINT8[size] : nullptr;
+  data->m_data = (size >= 1 && size <= MAX_BLOCK_BYTES) ? new UINT8[size] : nullptr;
   return data;
 }
 
@@ -80,26 +75,15 @@ void DtRawTagDataList::release(DtRawTagData* data) {
   delete data;
 }
 
-UINT32 DtRawTagDataList::blockIndexOf(const DtRawTagData* data) const {
-  // Compared as addresses: a record of the block starts at one of its slots.
-  const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(data);
-  const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(&m_records[0][0]);
-  const std::uintptr_t span = static_cast<std::uintptr_t>(BLOCK_ENTRIES) * sizeof(DtRawTagData);
-  if (at < begin || at - begin >= span) {
-    return BLOCK_ENTRIES;
-  }
-  return static_cast<UINT32>((at - begin) / sizeof(DtRawTagData));
-}
-
 int DtRawTagDataList::PushBack(DtRawTagData* data, UINT32 key) {
   if (data == nullptr) {
     return -1;
   }
-  return (m_list.PushBack(data, key) != nullptr) ? 0 : -1;
-}
-
-void DtRawTagDataList::PushBackAbsent(DtRawTagData* data, UINT32 key) {
-  (void)m_list.InsertAbsent(m_list.GetEndNode(), data, key);
+  if (m_list.PushBack(data, key) == nullptr) {
+    return -1;
+  }
+  noteHeapRecord(data);
+  return 0;
 }
 
 int DtRawTagDataList::PushBack(DtRawTagData* data) { return PushBack(data, DtNlListImpl::NO_KEY); }

@@ -28,6 +28,9 @@
 #ifndef KPZ_RAW_PARSER_DTRAWTAGDATALIST_H
 #define KPZ_RAW_PARSER_DTRAWTAGDATALIST_H
 
+#include <cstdint>
+#include <new>
+
 #include "raw/parser/DtRawTagData.h"
 #include "util/DtNlListImpl.h"
 #include "util/DtNlTypes.h"
@@ -63,7 +66,15 @@ class DtRawTagDataList {
   // it is null. Taken from the block while it lasts, else allocated. The
   // record is the caller's until PushBack takes it; one that is not pushed
   // goes back through DeleteTagData.
-  DtRawTagData* NewTagData(UINT32 size);
+  DtRawTagData* NewTagData(UINT32 size) {
+    if (m_blockUsed >= BLOCK_ENTRIES) {
+      return newHeapTagData(size);
+    }
+    const UINT32 i = m_blockUsed++;
+    DtRawTagData* data = new (m_records[i]) DtRawTagData();
+    data->m_data = (size >= 1 && size <= MAX_BLOCK_BYTES) ? m_bytes[i] : nullptr;
+    return data;
+  }
   // Releases a record of NewTagData (or one made with new, m_data new[] or
   // null) that the list does not hold. Null is ignored.
   void DeleteTagData(DtRawTagData* data);
@@ -75,7 +86,10 @@ class DtRawTagDataList {
   // Appends `data` under `key` for a caller that has just found `key` absent
   // (GetTagData / IsExistData gave null / 0): the list does not search for
   // it again. Handing over as PushBack; `data` must not be null.
-  void PushBackAbsent(DtRawTagData* data, UINT32 key);
+  void PushBackAbsent(DtRawTagData* data, UINT32 key) {
+    noteHeapRecord(data);
+    (void)m_list.InsertAbsent(m_list.GetEndNode(), data, key);
+  }
   // Appends `data` unkeyed (DtNlListImpl::NO_KEY): never refused for
   // duplicates, kept in the order appended. Same ownership rule as above.
   int PushBack(DtRawTagData* data);
@@ -94,14 +108,32 @@ class DtRawTagDataList {
  private:
   // ClearAllData's work.
   int clearAll();
+  // NewTagData once the block is used up.
+  static DtRawTagData* newHeapTagData(UINT32 size);
+  // Counts `data` in m_heapRecords when it is not a record of the block.
+  void noteHeapRecord(const DtRawTagData* data) {
+    if (blockIndexOf(data) >= BLOCK_ENTRIES) {
+      ++m_heapRecords;
+    }
+  }
   // Index of `data` in the block, or BLOCK_ENTRIES when it is not a block record.
-  UINT32 blockIndexOf(const DtRawTagData* data) const;
+  UINT32 blockIndexOf(const DtRawTagData* data) const {
+    // Compared as addresses: a record of the block starts at one of its slots.
+    const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(data);
+    const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(&m_records[0][0]);
+    const std::uintptr_t span = static_cast<std::uintptr_t>(BLOCK_ENTRIES) * sizeof(DtRawTagData);
+    if (at < begin || at - begin >= span) {
+      return BLOCK_ENTRIES;
+    }
+    return static_cast<UINT32>((at - begin) / sizeof(DtRawTagData));
+  }
   // Frees one record that no node holds any more.
   void release(DtRawTagData* data);
 
   DtNlListImpl m_list;              // the keyed list: key tag id (or NO_KEY), value DtRawTagData*
   UINT32 m_blockUsed;               // block records taken, in index order
-  DtNlNode m_nodes[BLOCK_ENTRIES];  // lent to m_listStorage
+  UINT32 m_heapRecords;             // records in the list that are not the block's
+  DtNlNode m_nodes[BLOCK_ENTRIES];  // lent to m_list
   // Raw storage of the block's records: a record is constructed in place when
   // taken and destroyed when given back.
   alignas(DtRawTagData) unsigned char m_records[BLOCK_ENTRIES][sizeof(DtRawTagData)];

@@ -99,9 +99,9 @@ DtNlFile::DtNlFile(DtNlString const& fullPath)
 }
 
 DtNlFile::DtNlFile(const char* fullPath)
-    : path(), editString(nullptr), rootLength(0), nameIndex(0) {
-  setFullPath(DtNlString(fullPath != nullptr ? fullPath : ""));
-  rootLength = 0;
+    : path(fullPath != nullptr ? fullPath : ""), editString(nullptr), rootLength(0), nameIndex(0) {
+  // The text goes straight into `path`: one temporary copy fewer than setFullPath.
+  finishFullPath();
 }
 
 DtNlFile::DtNlFile(DtNlString const& parent, DtNlString const& child)
@@ -164,17 +164,17 @@ DtNlString* DtNlFile::createEditString() const {
 
 void DtNlFile::setFullPath(DtNlString const& fullPath) {
   path = textOf(fullPath);
+  finishFullPath();
+}
+
+// Drops one trailing separator of `path`, then finds where the name starts
+// (never before the root).
+void DtNlFile::finishFullPath() {
   if (endsWithSepa(path)) {
     assignRange(&path, path, 0, path.length - 1u);
   }
   const unsigned int i = lastSepa(path, path.length);
-  if (i == NO_INDEX) {
-    nameIndex = 0;
-  } else if (i >= rootLength) {
-    nameIndex = i + 1u;
-  } else {
-    nameIndex = rootLength;
-  }
+  nameIndex = (i == NO_INDEX) ? 0 : ((i >= rootLength) ? i + 1u : rootLength);
 }
 
 void DtNlFile::init(DtNlString const& parent, DtNlString const& child) {

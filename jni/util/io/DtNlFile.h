@@ -134,6 +134,9 @@ class DtNlFile {
   // Sets the path (dropping one trailing separator) and the name index; keeps
   // the root length.
   void setFullPath(DtNlString const& fullPath);
+  // The second half of setFullPath, on the text already in `path`: drops one
+  // trailing separator and sets nameIndex.
+  void finishFullPath();
   void init(DtNlString const& parent, DtNlString const& child);
   void addChild(DtNlFile const& parent, DtNlString const& child);
   void copy(DtNlFile const& other);
