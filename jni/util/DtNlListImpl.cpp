@@ -34,29 +34,9 @@ DtNlNode* DtNlListImpl::Insert(DtNlNode* pos, const void* nodeValue, UINT32 node
   return InsertAbsent(pos, nodeValue, nodeKey);
 }
 
-DtNlNode* DtNlListImpl::InsertAbsent(DtNlNode* pos, const void* nodeValue, UINT32 nodeKey) {
-  if (pos == nullptr) {
-    return nullptr;
-  }
-  // A lent node when one is free (an erased one first, then one never
-  // taken), else a new one.
-  DtNlNode* node = m_spare;
-  if (node != nullptr) {
-    m_spare = node->next;
-  } else if (m_lentTaken < m_lentCount) {
-    node = &m_lentBlock[m_lentTaken++];
-  } else {
-    node = new DtNlNode();
-    ++m_ownNodes;
-  }
-  node->value = nodeValue;
-  node->key = nodeKey;
-  node->next = pos;
-  node->prev = pos->prev;
-  pos->prev->next = node;
-  pos->prev = node;
-  ++size;
-  return node;
+DtNlNode* DtNlListImpl::newNode() {
+  ++m_ownNodes;
+  return new DtNlNode();
 }
 
 DtNlNode* DtNlListImpl::PushFront(const void* nodeValue, UINT32 nodeKey) {

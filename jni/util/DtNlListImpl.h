@@ -65,7 +65,29 @@ class DtNlListImpl : public DtNlNode {
   // `key` absent (Find gave null) and changed nothing since: the search would
   // only repeat that. Inserting a present key breaks the list's invariant.
   // Null only for a null `pos`.
-  DtNlNode* InsertAbsent(DtNlNode* pos, const void* value, UINT32 key);
+  DtNlNode* InsertAbsent(DtNlNode* pos, const void* nodeValue, UINT32 nodeKey) {
+    if (pos == nullptr) {
+      return nullptr;
+    }
+    // A lent node when one is free (an erased one first, then one never
+    // taken), else a new one.
+    DtNlNode* node = m_spare;
+    if (node != nullptr) {
+      m_spare = node->next;
+    } else if (m_lentTaken < m_lentCount) {
+      node = &m_lentBlock[m_lentTaken++];
+    } else {
+      node = newNode();
+    }
+    node->value = nodeValue;
+    node->key = nodeKey;
+    node->next = pos;
+    node->prev = pos->prev;
+    pos->prev->next = node;
+    pos->prev = node;
+    ++size;
+    return node;
+  }
   DtNlNode* PushFront(const void* value, UINT32 key);
   DtNlNode* PushBack(const void* value, UINT32 key);
 
@@ -86,6 +108,8 @@ class DtNlListImpl : public DtNlNode {
   UINT32 GetSpareCount() const;
 
  private:
+  // A node allocated for the list, counted in m_ownNodes.
+  DtNlNode* newNode();
   // True when `node` lies in the lent block.
   bool isLent(const DtNlNode* node) const {
     // Compared as addresses: a node of the block lies in [block, block + count).

@@ -123,6 +123,13 @@ class DirReader {
     return n;
   }
 
+  // The 12 bytes of the entry at the current position when a memory block
+  // holds all of them (its fields then need no check each), else null.
+  // Nothing moves.
+  const UINT8* WholeEntry() const {
+    return (m_block != nullptr && m_size - m_pos >= ENTRY_SIZE) ? m_block + m_pos : nullptr;
+  }
+
   // Seek forward `count` bytes from the current position; false on failure.
   bool Skip(UINT count) {
     if (m_block == nullptr) {
@@ -221,8 +228,13 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     if (entryStart < 0) {
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell);
     }
+    // A whole entry in a memory block is decoded in place (the reads below
+    // cannot fall short then); otherwise field by field.
+    const UINT8* whole = dir.WholeEntry();
     UINT16 tagId = 0;
-    if (!dir.ReadU16(&tagId)) {
+    if (whole != nullptr) {
+      tagId = loadU16(whole, order);
+    } else if (!dir.ReadU16(&tagId)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Tag Err!!");
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
     }
@@ -231,20 +243,25 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     // without searching the list).
     const UINT32 target = targetIndexOf(tagId);
     if (target >= MAX_TARGETS || (m_keptTargets & (1u << target)) != 0) {
-      // Not wanted, or a later duplicate: the first occurrence wins.
-      if (!dir.Skip(ENTRY_REST)) {
+      // Not wanted, or a later duplicate: the first occurrence wins. (A whole
+      // entry was not read past its start.)
+      if (!dir.Skip(whole != nullptr ? ENTRY_SIZE : ENTRY_REST)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
       }
       continue;
     }
     UINT16 type = 0;
-    if (!dir.ReadU16(&type)) {
+    if (whole != nullptr) {
+      type = loadU16(whole + 2, order);
+    } else if (!dir.ReadU16(&type)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Type Err!!");
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
     }
     UINT32 count = 0;
-    if (!dir.ReadU32(&count)) {
+    if (whole != nullptr) {
+      count = loadU32(whole + 4, order);
+    } else if (!dir.ReadU32(&count)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read data count Err!!");
       return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
     }
@@ -253,14 +270,16 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     UINT32 valuePos = 0;
     if (size <= 4) {
       // The value is the entry's own 4-byte field, which starts here.
-      const int fieldPos = dir.Tell();
+      const int fieldPos = whole != nullptr ? entryStart + 8 : dir.Tell();
       if (fieldPos < 0) {
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell);
       }
       valuePos = static_cast<UINT32>(fieldPos);
     } else {
       UINT32 valueOffset = 0;
-      if (!dir.ReadU32(&valueOffset)) {
+      if (whole != nullptr) {
+        valueOffset = loadU32(whole + 8, order);
+      } else if (!dir.ReadU32(&valueOffset)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Offset Err!!");
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
       }

@@ -88,8 +88,6 @@ int DtRawTagDataList::PushBack(DtRawTagData* data, UINT32 key) {
 
 int DtRawTagDataList::PushBack(DtRawTagData* data) { return PushBack(data, DtNlListImpl::NO_KEY); }
 
-UINT32 DtRawTagDataList::GetSize() const { return m_list.GetSize(); }
-
 DtNlNode* DtRawTagDataList::GetBeginNode() const { return m_list.GetBeginNode(); }
 
 DtNlNode* DtRawTagDataList::GetEndNode() const { return m_list.GetEndNode(); }

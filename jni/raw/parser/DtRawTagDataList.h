@@ -96,7 +96,7 @@ class DtRawTagDataList {
 
   // Iteration in stored order: from GetBeginNode() along `next` up to (not
   // including) GetEndNode().
-  UINT32 GetSize() const;
+  UINT32 GetSize() const { return m_list.GetSize(); }
   DtNlNode* GetBeginNode() const;
   DtNlNode* GetEndNode() const;
   // The entry a node of this list holds (null for the end node).
