@@ -545,64 +545,84 @@ DateTimeFault dateTimeFaultAt(UINT pos, unsigned char c) {
   return isDecimalDigit(c) ? DateTimeOk : DateTimeNumber;
 }
 
+// The parser of the directory `category` names, or null (also for a
+// directory that was not read).
+DtRawIFDParserBase* parserOf(DtRawEng* eng, DtRawTagCategory category) {
+  switch (category) {
+    case DtRawTagCategoryIfd0:
+      return eng->m_ifd0Parser;
+    case DtRawTagCategoryIfd1:
+      return eng->m_ifd1Parser;
+    case DtRawTagCategoryExif:
+      return eng->m_exifParser;
+    case DtRawTagCategoryIob:
+      return eng->m_iobParser;
+    case DtRawTagCategoryMakerNote:
+      return eng->m_makerNoteParser;
+    case DtRawTagCategoryKmMakerNote:
+      return eng->m_kmMakerNoteParser;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
-int DtRaw::GetRawImageHeight(unsigned short* height) {
+int DtRaw::findTag(const char* function, int line, bool outputsOk, unsigned short tagId,
+                   DtRawTagCategory category, UINT minSize, const char* missing,
+                   const DtRawTagData** tag) {
   if (m_rawEng == nullptr) {
     return DtRawErrNotInit;
   }
   // Null outputs are refused rather than written through (as in every getter).
-  if (height == nullptr) {
+  if (!outputsOk) {
     return DtRawErrParam;
   }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_PIXEL_Y, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist raw image height!!");
+  const DtRawTagData* found = m_rawEng->getTagData(tagId, parserOf(m_rawEng, category));
+  if (found == nullptr) {
+    DtNlLogger::PutLog(DTNL_LV_INFO, __FILE__, function, line, "%s", missing);
     return DtRawErrNoData;
   }
-  if (!hasValue(tag, 2)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
+  if (minSize != 0 && !hasValue(found, minSize)) {
+    DtNlLogger::PutLog(DTNL_LV_WARN, __FILE__, function, line, "Raw: %s() invalid data, size=%d.",
+                       function, sizeForLog(found));
     return DtRawErrNoData;
+  }
+  *tag = found;
+  return DtRawOk;
+}
+
+// Each getter below: its tag, its directory, the bytes it needs (0: checked
+// by its own decoding), its text for a missing tag, then its decoding. The
+// log lines name the getter and the line of its findTag call.
+
+int DtRaw::GetRawImageHeight(unsigned short* height) {
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, height != nullptr, TAG_PIXEL_Y,
+                            DtRawTagCategoryExif, 2, "Raw: not exist raw image height!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   *height = DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder);
   return DtRawOk;
 }
 
 int DtRaw::GetRawImageWidth(unsigned short* width) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (width == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_PIXEL_X, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist raw image width!!");
-    return DtRawErrNoData;
-  }
-  if (!hasValue(tag, 2)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, width != nullptr, TAG_PIXEL_X, DtRawTagCategoryExif,
+                            2, "Raw: not exist raw image width!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   *width = DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder);
   return DtRawOk;
 }
 
 int DtRaw::GetColorSpace(short* colorSpace) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (colorSpace == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_COLOR_SPACE, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist color space!!");
-    return DtRawErrNoData;
-  }
-  if (!hasValue(tag, 2)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, colorSpace != nullptr, TAG_COLOR_SPACE,
+                            DtRawTagCategoryExif, 2, "Raw: not exist color space!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   // The 16 bits are kept as they are: 0xFFFF (uncalibrated) reads as -1.
   *colorSpace = static_cast<short>(DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder));
@@ -610,40 +630,23 @@ int DtRaw::GetColorSpace(short* colorSpace) {
 }
 
 int DtRaw::GetCustomRendered(short* customRendered) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (customRendered == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_CUSTOM_RENDERED, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist custom rendered!!");
-    return DtRawErrNoData;
-  }
-  if (!hasValue(tag, 2)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, customRendered != nullptr, TAG_CUSTOM_RENDERED,
+                            DtRawTagCategoryExif, 2, "Raw: not exist custom rendered!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   *customRendered = static_cast<short>(DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder));
   return DtRawOk;
 }
 
 int DtRaw::Get35mmFocalLength(unsigned int* num, unsigned int* den) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (num == nullptr || den == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_FOCAL_LENGTH_35MM, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist focal length in 35mm!!");
-    return DtRawErrNoData;
-  }
-  if (!hasValue(tag, 2)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found =
+      findTag(__func__, __LINE__, num != nullptr && den != nullptr, TAG_FOCAL_LENGTH_35MM,
+              DtRawTagCategoryExif, 2, "Raw: not exist focal length in 35mm!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   *num = DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder);
   *den = 1;
@@ -651,20 +654,11 @@ int DtRaw::Get35mmFocalLength(unsigned int* num, unsigned int* den) {
 }
 
 int DtRaw::GetFlashInfo(DtRawFlashInfo* flash) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (flash == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_FLASH, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist flash information!!");
-    return DtRawErrNoData;
-  }
-  if (!hasValue(tag, 2)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, flash != nullptr, TAG_FLASH, DtRawTagCategoryExif,
+                            2, "Raw: not exist flash information!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   const UINT value = DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder);
   flash->m_fired = static_cast<UINT8>(value & 0x1u);
@@ -676,20 +670,11 @@ int DtRaw::GetFlashInfo(DtRawFlashInfo* flash) {
 }
 
 int DtRaw::GetExposureProgram(unsigned char* program) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (program == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_EXPOSURE_PROGRAM, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist exposure program!!");
-    return DtRawErrNoData;
-  }
-  if (!hasValue(tag, 2)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, program != nullptr, TAG_EXPOSURE_PROGRAM,
+                            DtRawTagCategoryExif, 2, "Raw: not exist exposure program!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   *program =
       static_cast<unsigned char>(DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder) & 0xFFu);
@@ -697,66 +682,42 @@ int DtRaw::GetExposureProgram(unsigned char* program) {
 }
 
 int DtRaw::GetISOSpeed(unsigned short* iso) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (iso == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_ISO_SPEED, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist iso speed rate!!");
-    return DtRawErrNoData;
-  }
-  if (!hasValue(tag, 2)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, iso != nullptr, TAG_ISO_SPEED, DtRawTagCategoryExif,
+                            2, "Raw: not exist iso speed rate!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   *iso = DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder);
   return DtRawOk;
 }
 
 int DtRaw::GetRealFocalLength(unsigned int* num, unsigned int* den) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (num == nullptr || den == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_FOCAL_LENGTH, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist focal length!!");
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, num != nullptr && den != nullptr, TAG_FOCAL_LENGTH,
+                            DtRawTagCategoryExif, 0, "Raw: not exist focal length!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   return getFractionNumber(tag, num, den);
 }
 
 int DtRaw::GetFNumber(unsigned int* num, unsigned int* den) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (num == nullptr || den == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_F_NUMBER, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist f value!!");
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, num != nullptr && den != nullptr, TAG_F_NUMBER,
+                            DtRawTagCategoryExif, 0, "Raw: not exist f value!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   return getFractionNumber(tag, num, den);
 }
 
 int DtRaw::GetExposureTime(unsigned int* num, unsigned int* den) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (num == nullptr || den == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_EXPOSURE_TIME, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist exposure time!!");
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, num != nullptr && den != nullptr, TAG_EXPOSURE_TIME,
+                            DtRawTagCategoryExif, 0, "Raw: not exist exposure time!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   unsigned int readNum = 0;
   unsigned int readDen = 0;
@@ -777,16 +738,11 @@ int DtRaw::GetExposureTime(unsigned int* num, unsigned int* den) {
 }
 
 int DtRaw::GetExposureBias(int* num, int* den) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (num == nullptr || den == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_EXPOSURE_BIAS, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist exposure bias!!");
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, num != nullptr && den != nullptr, TAG_EXPOSURE_BIAS,
+                            DtRawTagCategoryExif, 0, "Raw: not exist exposure bias!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   unsigned int readNum = 0;
   unsigned int readDen = 0;
@@ -800,20 +756,29 @@ int DtRaw::GetExposureBias(int* num, int* den) {
   return DtRawOk;
 }
 
+// A zero size leaves no room even for the terminator: refused, as is a null
+// buffer, without writing anything.
 int DtRaw::GetMakerName(char* buff, unsigned int size) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, buff != nullptr && size != 0, TAG_MAKE,
+                            DtRawTagCategoryIfd0, 0, "Raw: not exist maker name!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
-  // A zero size leaves no room even for the terminator: refused, as is a
-  // null buffer, without writing anything.
-  if (buff == nullptr || size == 0) {
-    return DtRawErrParam;
+  return copyName(tag, buff, size);
+}
+
+int DtRaw::GetModelName(char* buff, unsigned int size) {
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, buff != nullptr && size != 0, TAG_MODEL,
+                            DtRawTagCategoryIfd0, 0, "Raw: not exist model name!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_MAKE, m_rawEng->m_ifd0Parser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist maker name!!");
-    return DtRawErrNoData;
-  }
+  return copyName(tag, buff, size);
+}
+
+int DtRaw::copyName(const DtRawTagData* tag, char* buff, unsigned int size) {
   std::memset(buff, 0, size);
   if (getRawTagDataValue(tag, reinterpret_cast<unsigned char*>(buff), size) != DtRawOk) {
     return DtRawErrNoData;
@@ -822,38 +787,12 @@ int DtRaw::GetMakerName(char* buff, unsigned int size) {
   return DtRawOk;
 }
 
-int DtRaw::GetModelName(char* buff, unsigned int size) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  // As GetMakerName: a null buffer or a zero size is refused unwritten.
-  if (buff == nullptr || size == 0) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_MODEL, m_rawEng->m_ifd0Parser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist model name!!");
-    return DtRawErrNoData;
-  }
-  std::memset(buff, 0, size);
-  if (getRawTagDataValue(tag, reinterpret_cast<unsigned char*>(buff), size) != DtRawOk) {
-    return DtRawErrNoData;
-  }
-  buff[size - 1] = '\0';
-  return DtRawOk;
-}
-
 int DtRaw::GetOrgDateTime(DtRawDateTime* dateTime) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (dateTime == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_DATE_TIME_ORIGINAL, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist original date time!!");
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found = findTag(__func__, __LINE__, dateTime != nullptr, TAG_DATE_TIME_ORIGINAL,
+                            DtRawTagCategoryExif, 0, "Raw: not exist original date time!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   // Every failure of the parse, also a missing value, is a size fault here.
   if (getDateTimeParts(tag->m_data, tag->m_size, &dateTime->m_year, &dateTime->m_month,
@@ -865,20 +804,12 @@ int DtRaw::GetOrgDateTime(DtRawDateTime* dateTime) {
 }
 
 int DtRaw::GetExifVersion(unsigned short* version) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (version == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_EXIF_VERSION, m_rawEng->m_exifParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist exif version!!");
-    return DtRawErrNoData;
-  }
-  if (!hasValue(tag, VERSION_SIZE)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found =
+      findTag(__func__, __LINE__, version != nullptr, TAG_EXIF_VERSION, DtRawTagCategoryExif,
+              VERSION_SIZE, "Raw: not exist exif version!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   // The number is stored also when it is 0 (not a version).
   *version = convVerArrayToUint16(tag->m_data);
@@ -886,20 +817,12 @@ int DtRaw::GetExifVersion(unsigned short* version) {
 }
 
 int DtRaw::GetIobVersion(unsigned short* version) {
-  if (m_rawEng == nullptr) {
-    return DtRawErrNotInit;
-  }
-  if (version == nullptr) {
-    return DtRawErrParam;
-  }
-  const DtRawTagData* tag = m_rawEng->getTagData(TAG_IOB_VERSION, m_rawEng->m_iobParser);
-  if (tag == nullptr) {
-    DTNL_LOG(DTNL_LV_INFO, __LINE__, "Raw: not exist iob version!!");
-    return DtRawErrNoData;
-  }
-  if (!hasValue(tag, VERSION_SIZE)) {
-    DTNL_LOG(DTNL_LV_WARN, __LINE__, "Raw: %s() invalid data, size=%d.", __func__, sizeForLog(tag));
-    return DtRawErrNoData;
+  const DtRawTagData* tag = nullptr;
+  const int found =
+      findTag(__func__, __LINE__, version != nullptr, TAG_IOB_VERSION, DtRawTagCategoryIob,
+              VERSION_SIZE, "Raw: not exist iob version!!", &tag);
+  if (found != DtRawOk) {
+    return found;
   }
   *version = convVerArrayToUint16(tag->m_data);
   return *version == 0 ? DtRawErrIobVersion : DtRawOk;

@@ -202,6 +202,20 @@ class DtRaw {
   // failure); a read error counts only when the close fails too.
   int readBuff(DtNlFile& file, unsigned char* buff, unsigned int size);
 
+  // The steps every metadata getter shares: the engine check, the output
+  // check, the look-up of `tagId` in the directory `category`, and the size
+  // check of the tag found. DtRawOk with *tag set; else the getter's result:
+  // -201 (no engine), -200 (`outputsOk` false: nothing logged), -100 with
+  // the INFO line `missing` (no such tag), -100 with the WARN line
+  // "Raw: <function>() invalid data, size=<size>." when the tag holds fewer
+  // than `minSize` value bytes (0: no size check here). Both lines name
+  // `function` at `line`: the getter and the line of its call.
+  int findTag(const char* function, int line, bool outputsOk, unsigned short tagId,
+              DtRawTagCategory category, UINT minSize, const char* missing,
+              const DtRawTagData** tag);
+  // Maker and model names: `size` zeros, then the value's bytes (at most
+  // size - 1 of them kept); -100 when they cannot be read whole.
+  int copyName(const DtRawTagData* tag, char* buff, unsigned int size);
   // Copies min(tag size, `size`) value bytes of `tag` into `buff`: from the
   // tag's own bytes, or else from the memory copy at the tag's offset. 0 on
   // success; -301 when the offset lies beyond the memory copy (nothing is
@@ -231,13 +245,13 @@ class DtRaw {
   // -311 / -302 / -399 (logged at ERR).
   int setTimeStamp(utimbuf* times, const DtNlTime* time);
 
-  DtNlFile m_file;               // the file given to Initialize; empty path at first
-  DtRawEng* m_rawEng;            // owned
-  DtNlDataStream* m_stream;      // owned
-  unsigned char* m_buff;         // owned iff m_isBuffOwner == 1, else borrowed
-  UINT m_buffSize;               // bytes of m_buff the stream is opened over
-  INT32 m_isBuffOwner;           // 1 when m_buff was allocated here
-  INT32 m_isBuffMode;            // 1 after InitializeBuf, 0 after a file Initialize
+  DtNlFile m_file;                // the file given to Initialize; empty path at first
+  DtRawEng* m_rawEng;             // owned
+  DtNlDataStream* m_stream;       // owned
+  unsigned char* m_buff;          // owned iff m_isBuffOwner == 1, else borrowed
+  UINT m_buffSize;                // bytes of m_buff the stream is opened over
+  INT32 m_isBuffOwner;            // 1 when m_buff was allocated here
+  INT32 m_isBuffMode;             // 1 after InitializeBuf, 0 after a file Initialize
   DtRawTagDataList m_updateList;  // pending changes in queued order (unkeyed); owns them
 };
 

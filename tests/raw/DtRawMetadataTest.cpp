@@ -38,7 +38,6 @@ using kpztest::KpzSpec;
 namespace tag = kpztest::tag;
 
 const char* kRawCpp = "jni/raw/DtRaw.cpp";
-const char* kWarnInvalid = "Raw: %s() invalid data, size=%d.";
 
 // The INFO / WARN line of the `occurrence`-th logging call with `format`
 // inside `function` of DtRaw.cpp, printing `message`.
@@ -50,14 +49,14 @@ std::string Info(const std::string& function, const std::string& format,
 std::string Info(const std::string& function, const std::string& message) {
   return Info(function, message, message);
 }
-std::string Warn(const std::string& function, const std::string& format,
-                 const std::string& message) {
-  return kpztest::WarnLine(kRawCpp, function, kpztest::LogCallLineIn(kRawCpp, function, format),
-                           message);
-}
-std::string InvalidDataLine(const std::string& function, std::uint32_t size) {
-  return Warn(function, kWarnInvalid,
-              "Raw: " + function + "() invalid data, size=" + std::to_string(size) + ".");
+// A getter's WARN line for a tag too short: it names the getter and the size,
+// and stands at the getter's look-up call, the line of its INFO line for a
+// missing tag (`missing`).
+std::string InvalidDataLine(const std::string& function, const std::string& missing,
+                            std::uint32_t size) {
+  return kpztest::WarnLine(kRawCpp, function, kpztest::LogCallLineIn(kRawCpp, function, missing),
+                           "Raw: " + function + "() invalid data, size=" + std::to_string(size) +
+                               ".");
 }
 
 // ---- Parameters: byte order and mode ----------------------------------------
@@ -490,7 +489,7 @@ TEST_P(DtRawShortTag, ShortTagReturnsNoDataWithTheWarnLineNamingItsSize) {
   std::string err = CaptureStderr([&] { out = g.call(file.raw); });
   EXPECT_EQ(out.result, DtRawErrNoData);
   EXPECT_FALSE(out.wrote);
-  EXPECT_EQ(err, InvalidDataLine(g.name, c.size));
+  EXPECT_EQ(err, InvalidDataLine(g.name, g.missing, c.size));
 }
 
 INSTANTIATE_TEST_SUITE_P(
