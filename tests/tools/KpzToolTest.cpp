@@ -361,7 +361,7 @@ TEST_F(KpzTool, LibraryLinesAreHiddenWithoutVerbose) {
 
 TEST_F(KpzTool, VerboseShowsTheLibraryLinesBeforeTheToolsLine) {
   const std::string in = dir.Path() + "/gone.kpz";
-  const Result r = Run({"preview", "--verbose", in});
+  const Result r = Run({"info", "--verbose", in});
   EXPECT_EQ(r.exit, 1);
   const std::string fopenLine = kpztest::ErrLine("jni/util/io/DtNlFileIo.cpp", "Open", 77,
                                                  "fopen(filePath: " + in + ") err(2).");

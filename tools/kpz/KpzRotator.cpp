@@ -69,7 +69,7 @@ KpzRotator::Outcome KpzRotator::Rotate(const std::string& path, const Change& ch
   DtRaw raw;
   const int initRet = raw.Initialize(path.c_str());
   if (initRet != DtRawOk) {
-    return failed(out, Failure::Input, initRet, KpzErrorText::Initialize(initRet));
+    return failed(out, Failure::Input, initRet, KpzErrorText::ForFile(path, initRet));
   }
   unsigned char current = 0;
   const int getRet = raw.GetRotationInfo(&current);

@@ -242,6 +242,32 @@ TEST_F(KpzRotatorTest, MissingFileAndDirectoryAreInputFailures) {
   EXPECT_EQ(out.error, "is a directory, not a KPZ raw file");
 }
 
+TEST_F(KpzRotatorTest, DeviceErrorUnderTheHeadReadIsReportedAsOneNotAsALayoutFault) {
+  KpzSpec recipe;
+  Make(recipe);
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fread, EIO);  // the library's head read
+  kpztest::Arm(kpztest::Call::Pread, EIO);  // the tool's own read of it
+  const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Input);
+  EXPECT_EQ(out.error, "input/output error while reading the file");
+  kpztest::DisarmAll();
+  ExpectUnchanged();
+}
+
+TEST_F(KpzRotatorTest, DirectoriesBeyondTheHeadAreALayoutFault) {
+  KpzSpec recipe;
+  recipe.makerNotePointer = 0x12000;
+  recipe.minTotalSize = 0x20000;
+  Make(recipe);
+  const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Input);
+  EXPECT_EQ(out.error,
+            "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)");
+}
+
 TEST_F(KpzRotatorTest, FileThatCannotBeOpenedForWritingIsNotChanged) {
   KpzSpec recipe;
   Make(recipe);
