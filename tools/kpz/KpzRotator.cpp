@@ -51,6 +51,12 @@ std::string updateError(int code) {
       return "orientation written, but the file's times could not be set back";
     case DtRawErrClose:
       return "the file could not be closed after writing; it may be changed only in part";
+    case DtRawErrSeek:
+      return "the orientation's place in the file could not be reached (seek failed); the file "
+             "may be changed only in part";
+    case DtRawErrIo:
+      return "input/output error while writing the orientation; the file may be changed only "
+             "in part";
     default:
       return "writing the orientation failed (error " + std::to_string(code) +
              "); the file may be changed only in part";

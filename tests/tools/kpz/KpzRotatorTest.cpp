@@ -296,6 +296,68 @@ TEST_F(KpzRotatorTest, FailedWriteSaysTheFileMayBeChangedInPart) {
   EXPECT_TRUE(out.result == -308 || out.result == -399) << out.result;
 }
 
+TEST_F(KpzRotatorTest, DeviceErrorWhileWritingIsSaidToBeOne) {
+  KpzSpec recipe;
+  Make(recipe);
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fwrite, EIO);
+  const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Output);
+  EXPECT_EQ(out.result, -399);
+  EXPECT_EQ(out.error,
+            "input/output error while writing the orientation; the file may be changed only in "
+            "part");
+}
+
+TEST_F(KpzRotatorTest, FailedSeekBeforeWritingIsSaidToBeOne) {
+  KpzSpec recipe;
+  Make(recipe);
+  kpztest::FaultGuard guard;
+  // The calls before the write-back, counted without those of the capture.
+  int seeks = 0;
+  kpztest::CaptureStderr([&] {
+    kpztest::ResetCounts();
+    KpzRotator::Rotate(path, Turn(Dir::Clockwise), true);
+    seeks = kpztest::CallCount(kpztest::Call::Fseek);
+  });
+  KpzRotator::Outcome out;
+  kpztest::CaptureStderr([&] {
+    kpztest::Arm(kpztest::Call::Fseek, EINVAL, seeks);
+    out = KpzRotator::Rotate(path, Turn(Dir::Clockwise), false);
+    kpztest::DisarmAll();
+  });
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Output);
+  EXPECT_EQ(out.result, -305);
+  EXPECT_EQ(out.error,
+            "the orientation's place in the file could not be reached (seek failed); the file may "
+            "be changed only in part");
+}
+
+TEST_F(KpzRotatorTest, FailedCloseAfterWritingIsSaidToBeOne) {
+  KpzSpec recipe;
+  Make(recipe);
+  kpztest::FaultGuard guard;
+  // The calls before the write-back, counted without those of the capture.
+  int closes = 0;
+  kpztest::CaptureStderr([&] {
+    kpztest::ResetCounts();
+    KpzRotator::Rotate(path, Turn(Dir::Clockwise), true);
+    closes = kpztest::CallCount(kpztest::Call::Fclose);
+  });
+  KpzRotator::Outcome out;
+  kpztest::CaptureStderr([&] {
+    kpztest::Arm(kpztest::Call::Fclose, ENOSPC, closes);
+    out = KpzRotator::Rotate(path, Turn(Dir::Clockwise), false);
+    kpztest::DisarmAll();
+  });
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Output);
+  EXPECT_EQ(out.result, -303);
+  EXPECT_EQ(out.error, "the file could not be closed after writing; it may be changed only in part");
+}
+
 TEST_F(KpzRotatorTest, TimesThatCannotBeSetBackAreReportedAfterTheWrite) {
   KpzSpec recipe;
   Make(recipe);
