@@ -14,6 +14,7 @@ installed. Uses only the Python standard library.
 """
 import glob
 import json
+import math
 import os
 import re
 import shutil
@@ -192,31 +193,130 @@ def sweep_table(points, jobs, key_title, key_fmt):
     return lines
 
 
+def median(values):
+    values = sorted(v for v in values if v is not None)
+    if not values:
+        return None
+    mid = len(values) // 2
+    return values[mid] if len(values) % 2 else (values[mid - 1] + values[mid]) / 2
+
+
+def geomean(values):
+    values = [v for v in values if v is not None and v > 0]
+    if not values:
+        return None
+    return math.exp(sum(math.log(v) for v in values) / len(values))
+
+
+def cli_runs(facts, tool, how):
+    """[(round, wall s, cpu s, outputs)] of the passes cli.r<k>.<tool>.<how>."""
+    runs = []
+    rounds = fget(facts, "cli.rounds", int) or 0
+    for r in range(rounds):
+        wall = fget(facts, f"cli.r{r}.{tool}.{how}.wall")
+        if wall is None:
+            continue
+        runs.append((r, wall, fget(facts, f"cli.r{r}.{tool}.{how}.cpu"),
+                     facts.get(f"cli.r{r}.{tool}.{how}.outputs", "?")))
+    return runs
+
+
+CLI_ROWS = [
+    ("kpz", "batch", "`kpz preview -j N -o DIR FILE...`",
+     "one process for all files, N files read at once"),
+    ("exiv2", "batch", "`exiv2 -q -ep2 -f -l DIR FILE...`",
+     "one process for all files (at -j 2: two processes, half the files each)"),
+    ("exiftool", "batch", "`exiftool -q -b -OtherImage -w DIR/%f.other.jpg FILE...`",
+     "one process for all files (at -j 2: two processes, half the files each)"),
+    ("kpzsync", "batch", "`kpz preview --sync -j N -o DIR FILE...`",
+     "as the first row, each output flushed to the disk (one round only)"),
+    ("kpz", "each", "`kpz preview FILE`", "one process per file, N at a time"),
+    ("exiv2", "each", "`exiv2 -q -ep2 -f -l DIR FILE`", "one process per file, N at a time"),
+]
+
+
 def cli_table(facts):
     files = fget(facts, "cli.files", int)
-    rows = [("kpz preview -j N -o DIR", "one process for all files, N files read at once; "
-             "outputs written durably (fsync, rename)", "kpzbatch"),
-            ("kpz preview", "one process per file; output file written durably (fsync, rename)", "kpz"),
-            ("kpz preview FILE -o -", "one process per file; JPEG to standard output, discarded (no file)",
-             "kpzstdout"),
-            ("exiv2 -ep2", "one process for all files (-j N: N processes)", "exiv2.batch"),
-            ("exiv2 -ep2", "one process per file", "exiv2.each"),
-            ("exiftool -b -OtherImage -w", "one process for all files (-j N: N processes)",
-             "exiftool.batch")]
-    n = facts.get("machine.nproc", "N")
-    lines = [f"| tool | how | files/s at -j 1 | files/s at -j {n} | scaling 1 → {n} | outputs written |",
-             "|---|---|---:|---:|---:|---|"]
-    for tool, how, key in rows:
-        s1 = fget(facts, f"cli.{key}.j1.seconds")
-        sn = fget(facts, f"cli.{key}.jN.seconds")
-        if s1 is None and sn is None:
+    n = facts.get("cli.jobs", facts.get("machine.nproc", "N"))
+    lines = [f"| command | how | files/s at -j 1 | files/s at -j {n} | scaling 1 → {n} | "
+             f"CPU per file at -j 1 | CPU per file at -j {n} | outputs written |",
+             "|---|---|---:|---:|---:|---:|---:|---|"]
+    for tool, kind, command, how in CLI_ROWS:
+        cells = {}
+        for j in ("j1", "jN"):
+            runs = cli_runs(facts, tool, f"{kind}.{j}")
+            wall = median([w for _, w, _, _ in runs])
+            cpu = median([c for _, _, c, _ in runs])
+            cells[j] = (None if not wall or not files else files / wall,
+                        None if cpu is None or not files else cpu / files * 1000.0,
+                        sorted(set(o for _, _, _, o in runs)))
+        if cells["j1"][0] is None and cells["jN"][0] is None:
             continue
-        f1 = None if not s1 or files is None else files / s1
-        fn = None if not sn or files is None else files / sn
-        outs = f"{facts.get(f'cli.{key}.j1.outputs', '?')} / {facts.get(f'cli.{key}.jN.outputs', '?')}"
-        if key == "kpzstdout":
-            outs = "none (by design)"
-        lines.append(f"| `{tool}` | {how} | {num(f1, 0)} | {num(fn, 0)} | {num(ratio(fn, f1), 2)} × | {outs} |")
+        outs = " / ".join(",".join(cells[j][2]) or "?" for j in ("j1", "jN"))
+        lines.append(
+            f"| {command} | {how} | {num(cells['j1'][0])} | {num(cells['jN'][0])} | "
+            f"{num(ratio(cells['jN'][0], cells['j1'][0]), 2)} × | {num(cells['j1'][1], 2)} ms | "
+            f"{num(cells['jN'][1], 2)} ms | {outs} of {files} |")
+    return lines
+
+
+def cli_ratio_table(facts):
+    """kpz against each peer: geometric mean of the rounds' paired ratios of files/s."""
+    n = facts.get("cli.jobs", "N")
+    goals = {("exiv2", "batch"): 2.0, ("exiv2", "each"): 1.5}
+    lines = [f"| kpz against | how | at -j 1 (wall) | at -j {n} (wall) | at -j 1 (CPU) | "
+             f"at -j {n} (CPU) | goal | result |",
+             "|---|---|---:|---:|---:|---:|---|---|"]
+    for peer, kind in (("exiv2", "batch"), ("exiftool", "batch"), ("exiv2", "each")):
+        wall = {}
+        cpu = {}
+        for j in ("j1", "jN"):
+            ours = {r: (w, c) for r, w, c, _ in cli_runs(facts, "kpz", f"{kind}.{j}")}
+            theirs = {r: (w, c) for r, w, c, _ in cli_runs(facts, peer, f"{kind}.{j}")}
+            paired = [r for r in ours if r in theirs]
+            wall[j] = geomean([ratio(theirs[r][0], ours[r][0]) for r in paired])
+            cpu[j] = geomean([ratio(theirs[r][1], ours[r][1]) for r in paired])
+        if wall["j1"] is None and wall["jN"] is None:
+            continue
+        goal = goals.get((peer, kind))
+        if peer == "exiftool":
+            exiv2 = [v for v in (wall_of(facts, "exiv2", kind, "j1"), wall_of(facts, "exiv2", kind, "jN"))]
+            goal_text = "more than against exiv2"
+            ok = all(w is not None and e is not None and w > e
+                     for w, e in zip((wall["j1"], wall["jN"]), exiv2))
+        else:
+            goal_text = f"≥ {goal:g} × at -j 1 and -j {n}"
+            ok = all(w is not None and w >= goal for w in (wall["j1"], wall["jN"]))
+        how = "one process for all files" if kind == "batch" else "one process per file"
+        lines.append(f"| {peer} | {how} | {num(wall['j1'], 2)} × | {num(wall['jN'], 2)} × | "
+                     f"{num(cpu['j1'], 2)} × | {num(cpu['jN'], 2)} × | {goal_text} | {verdict(ok)} |")
+    return lines
+
+
+def wall_of(facts, peer, kind, j):
+    ours = {r: w for r, w, _, _ in cli_runs(facts, "kpz", f"{kind}.{j}")}
+    theirs = {r: w for r, w, _, _ in cli_runs(facts, peer, f"{kind}.{j}")}
+    return geomean([ratio(theirs[r], ours[r]) for r in ours if r in theirs])
+
+
+def cli_size_table(facts):
+    sizes = sorted({int(m.group(1)) for k in facts
+                    for m in [re.match(r"cli\.size\.(\d+)\.files$", k)] if m})
+    if not sizes:
+        return []
+    lines = ["| preview | files | kpz files/s | exiv2 files/s | kpz / exiv2 (paired, geometric mean) |",
+             "|---:|---:|---:|---:|---:|"]
+    for size in sizes:
+        n = fget(facts, f"cli.size.{size}.files", int)
+        rounds = sorted({int(m.group(1)) for k in facts
+                         for m in [re.match(rf"cli\.size\.{size}\.r(\d+)\.kpz\.wall$", k)] if m})
+        ours = {r: fget(facts, f"cli.size.{size}.r{r}.kpz.wall") for r in rounds}
+        theirs = {r: fget(facts, f"cli.size.{size}.r{r}.exiv2.wall") for r in rounds}
+        kw = median(list(ours.values()))
+        ew = median(list(theirs.values()))
+        paired = geomean([ratio(theirs[r], ours[r]) for r in rounds if theirs.get(r)])
+        lines.append(f"| {size / 1024:,.0f} KiB | {n} | {num(None if not kw else n / kw)} | "
+                     f"{num(None if not ew else n / ew)} | {num(paired, 2)} × |")
     return lines
 
 
@@ -270,23 +370,32 @@ def main():
     print(f"- CPU: {facts.get('machine.cpu', '?')}, {facts.get('machine.nproc', '?')} cores "
           f"(nproc), {facts.get('machine.mem_total', '?')} RAM")
     print(f"- kernel: {facts.get('machine.kernel', '?')}; compiler: {facts.get('machine.compiler', '?')}")
-    print(f"- run: {facts.get('machine.date', '?')}; load average at start "
-          f"{facts.get('load.start', '?')}, before timing {facts.get('load.before_timing', '?')}, "
-          f"after timing {facts.get('load.after_timing', '?')}, at end {facts.get('load.end', '?')}")
+    loads = [f"at start {facts.get('load.start', '?')}"]
+    if facts.get("load.before_timing"):
+        loads.append(f"before timing {facts['load.before_timing']}, after timing "
+                     f"{facts.get('load.after_timing', '?')}")
+    if facts.get("load.before_cli"):
+        loads.append(f"before the command-line passes {facts['load.before_cli']}")
+    loads.append(f"at end {facts.get('load.end', '?')}")
+    print(f"- run: {facts.get('machine.date', '?')}; load average " + ", ".join(loads))
     if facts.get("version.exiv2") or facts.get("version.exiftool"):
         print(f"- compared: {facts.get('version.exiv2', 'exiv2 missing')}, exiftool "
               f"{facts.get('version.exiftool', 'missing')}")
     corpus_mb = fget(facts, "corpus.bytes")
-    print(f"- corpus: {facts.get('corpus.files', '?')} files, "
-          f"{num(None if corpus_mb is None else corpus_mb / 1e6, 0)} MB, generated in "
-          f"{facts.get('corpus.seconds', '?')} s")
+    if facts.get("corpus.files"):
+        print(f"- corpus: {facts.get('corpus.files', '?')} files, "
+              f"{num(None if corpus_mb is None else corpus_mb / 1e6, 0)} MB, generated in "
+              f"{facts.get('corpus.seconds', '?')} s")
     if facts.get("quick") == "1":
         print("- **quick run**: small sizes, one repetition; not for publishing")
 
-    print("\n## Time per file (main corpus, warm page cache)\n")
-    print("\n".join(main_table(facts, bench)))
-    print("\n## Counts per file\n")
-    print("\n".join(counts_table(facts)))
+    if bench:
+        print("\n## Time per file (main corpus, warm page cache)\n")
+        print("\n".join(main_table(facts, bench)))
+        print("\n## Counts per file\n")
+        print("\n".join(counts_table(facts)))
+    if facts.get("cli_only") == "1":
+        print("- **command-line part only** (--cli-only)")
 
     size_jobs = ["MainPath", "Floor", "LocateOnly", "Exiv2PreviewManager"]
     size_points = sweep(out_dir, "size", "bytes")
@@ -306,19 +415,27 @@ def main():
         print("\n".join(sweep_table(files_points, files_jobs, "files", str)))
     print(f"\n## Command-line tools over {facts.get('cli.files', '?')} files\n")
     print("\n".join(cli_table(facts)))
-    print("\nOne process per file: N processes at a time through xargs -P N.")
-    if facts.get("cli.kpz_batch") == "no":
-        print("`kpz preview` takes one file per run here (no batch mode, no -j).")
-    loads = [facts.get(f"cli.{key}.{j}.load")
-             for key in ("kpzbatch", "kpz", "kpzstdout", "exiv2.batch", "exiv2.each", "exiftool.batch")
-             for j in ("j1", "jN")]
-    loads = [l for l in loads if l]
+    print(f"\nMedians over {facts.get('cli.rounds', '?')} rounds; CPU is user + system time of "
+          "everything the pass ran. -j N for exiv2 and exiftool: N processes through xargs -P N. "
+          "Before every pass the last pass's outputs are removed and dirty pages written back "
+          "(sync, untimed).\n")
+    print("\n".join(cli_ratio_table(facts)))
+    print("\nEach ratio: files/s of kpz over files/s of the peer (for CPU: the peer's CPU time "
+          "over kpz's) in the same round, the tools' order alternating from round to round; "
+          "the geometric mean of the rounds.")
+    loads = [facts[k] for k in sorted(facts) if re.match(r"cli\.r\d+\..*\.load$", k)]
     if loads:
-        print(f"1-minute load average after each pass: {', '.join(loads)}.")
-    same = [f"{tool}: {'same bytes' if facts.get(f'cli.{tool}.same_bytes') == 'yes' else 'DIFFERENT bytes'}"
-            for tool in ("exiv2", "exiftool") if facts.get(f"cli.{tool}.same_bytes")]
+        print(f"1-minute load average after the passes: {min(loads, key=float)} to "
+              f"{max(loads, key=float)}.")
+    written = facts.get("cli.kpz.written")
+    same = [f"{tool}: {facts[f'cli.{tool}.same']} of {written} identical"
+            for tool in ("exiv2", "exiftool") if facts.get(f"cli.{tool}.same")]
     if same:
-        print("Preview written by the other tools compared with kpz's: " + "; ".join(same) + ".")
+        print("Every preview compared with kpz's, byte for byte: " + "; ".join(same) + ".")
+    size = cli_size_table(facts)
+    if size:
+        print("\n## Command-line tools against preview length (one process, -j 1)\n")
+        print("\n".join(size))
     made = plot(out_dir, size_jobs, files_jobs)
     if made:
         print("\nPlots: " + ", ".join(os.path.join(out_dir, m) for m in made))

@@ -5,11 +5,16 @@
 # memory, libexiv2's PreviewManager; instructions (callgrind), system calls
 # (strace) and peak memory per file; cost against preview length and number
 # of files; and the kpz tool against `exiv2 -ep2` and `exiftool -b -OtherImage
-# -w` over 1,000 files. Never part of the unit tests or CI.
+# -w` over 1,000 files: files per second in one process (-j 1, -j 2) and with
+# one process per file, wall and CPU time, several rounds in alternating
+# order, kpz's ratio to each peer as the geometric mean of the rounds' paired
+# ratios, every output compared byte for byte, and against preview length.
+# Never part of the unit tests or CI.
 #
 # Installs what it needs as root (scripts/install-deps.sh), builds the
 # `bench` configuration (Release) in build/bench, generates the corpora in a
-# temporary directory under /tmp (removed at exit) and writes everything it
+# temporary directory under /tmp ($KPZ_BENCH_TMPDIR when set; removed at
+# exit) and writes everything it
 # measured into the report directory: table.md (the table printed at the
 # end), facts.txt, the Google Benchmark JSON files, the strace and callgrind
 # outputs and two plots (PNG, when gnuplot is installed).
@@ -17,12 +22,18 @@
 #   scripts/bench.sh                       # full run, report in build/bench/report
 #   scripts/bench.sh --wait-quiet 30       # first wait up to 30 min for a quiet machine
 #   scripts/bench.sh --quick               # small and fast: checks the harness only
+#   scripts/bench.sh --cli-only            # only the command-line comparison (section 6)
+#   scripts/bench.sh --cli-only --quick    # the same, small: checks that part of the harness
+#   scripts/bench.sh --cli-only --cli-files 300 --cli-rounds 3   # a narrower comparison
 #   scripts/bench.sh --out /tmp/report
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${KPZ_BENCH_BUILD_DIR:-$root/build/bench}"
 out="$build/report"
 quick=0
+cli_only=0
+cli_files_arg=""
+cli_rounds_arg=""
 wait_minutes=0
 
 usage() {
@@ -32,6 +43,9 @@ usage() {
 while [ $# -gt 0 ]; do
   case "$1" in
     --quick) quick=1 ;;
+    --cli-only) cli_only=1 ;;
+    --cli-files) cli_files_arg="$2"; shift ;;
+    --cli-rounds) cli_rounds_arg="$2"; shift ;;
     --out) out="$2"; shift ;;
     --wait-quiet) wait_minutes="$2"; shift ;;
     -h|--help) usage 0 ;;
@@ -44,11 +58,17 @@ done
 if [ "$quick" -eq 1 ]; then
   main_files=8;  reps=1; min_time=0.05; cg_files=4;  st_files=4
   cli_files=50;  sweep_sizes="65536 1048576"; sweep_files="10 50"; sweep_reps=1
+  cli_rounds=2;  cli_size_bytes=$((16 * 1048576))
 else
   main_files=48; reps=9; min_time=0.3;  cg_files=16; st_files=16
   cli_files=1000; sweep_sizes="65536 262144 1048576 4194304 16777216"
   sweep_files="10 100 1000"; sweep_reps=3
+  cli_rounds=5;  cli_size_bytes=$((512 * 1048576))
 fi
+[ -n "$cli_files_arg" ] && cli_files="$cli_files_arg"
+[ -n "$cli_rounds_arg" ] && cli_rounds="$cli_rounds_arg"
+# The preview lengths of the command-line sweep (the same as the library's).
+cli_sizes="$sweep_sizes"
 jobs=$(nproc 2>/dev/null || echo 2)
 
 log() { echo "bench: $*" >&2; }
@@ -62,9 +82,11 @@ fi
 mkdir -p "$out"
 rm -f "$out"/*.json "$out"/*.txt "$out"/*.md "$out"/*.dat "$out"/*.png "$out"/callgrind.*
 log "building in $build (log: $out/build.log)"
+targets="kpz_bench kpz_bench_run"
+[ "$cli_only" -eq 1 ] && targets="kpz_bench_run"
 if ! { cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DKPZ_BUILD_BENCH=ON \
          -DKPZ_BUILD_TESTS=OFF -DKPZ_WERROR=ON &&
-       cmake --build "$build" --target kpz_bench kpz_bench_run -j "$jobs"; } >"$out/build.log" 2>&1; then
+       cmake --build "$build" --target $targets -j "$jobs"; } >"$out/build.log" 2>&1; then
   cat "$out/build.log" >&2
   log "the build failed"
   exit 1
@@ -74,7 +96,8 @@ cmake --build "$build" --target kpz -j "$jobs" >>"$out/build.log" 2>&1 || true
 bin="$build/bin"
 kpz="$bin/kpz"
 
-work="$(mktemp -d /tmp/kpzbench-XXXXXX)"
+mkdir -p "${KPZ_BENCH_TMPDIR:-/tmp}"
+work="$(mktemp -d "${KPZ_BENCH_TMPDIR:-/tmp}/kpzbench-XXXXXX")"
 trap 'rm -rf "$work"' EXIT
 facts="$out/facts.txt"
 : >"$facts"
@@ -111,7 +134,9 @@ fact load.start "$(cut -d' ' -f1-3 /proc/loadavg)"
 have exiv2 && fact version.exiv2 "$(exiv2 --version | head -1)"
 have exiftool && fact version.exiftool "$(exiftool -ver)"
 fact quick "$quick"
+fact cli_only "$cli_only"
 
+if [ "$cli_only" -eq 0 ]; then
 # ---- 1. the main corpus and the timed jobs -----------------------------------
 corpus="$work/corpus"
 mkdir -p "$corpus"
@@ -231,6 +256,8 @@ for size in $sweep_sizes; do
   rm -rf "$dir"
 done
 
+fi  # cli_only
+
 # ---- 6. the 1,000-file corpus: cost against number of files, CLI throughput ----
 # The filler of these files is a hole (sparse files): 1,000 x 13.5 MB of
 # written filler would cost 13 GB of disk and page cache, and no tool
@@ -245,79 +272,162 @@ fact cli.corpus_disk "$(du -sh "$cli" | cut -f1)"
 fact cli.corpus_apparent "$(du -sh --apparent-size "$cli" | cut -f1)"
 cut -f6 "$cli/manifest.tsv" >"$work/cli.list"
 
-log "cost against number of files: $sweep_files"
-for n in $sweep_files; do
-  "$bin/kpz_bench" --kpz_corpus="$cli/manifest.tsv" --kpz_files="$n" \
-    --benchmark_filter='^(MainPath|Floor)/' --benchmark_repetitions="$sweep_reps" \
-    --benchmark_enable_random_interleaving=true \
-    --benchmark_min_time="$min_time" --benchmark_out="$out/bench-files-$n.json" \
-    --benchmark_out_format=json >/dev/null 2>&1
-done
+if [ "$cli_only" -eq 0 ]; then
+  log "cost against number of files: $sweep_files"
+  for n in $sweep_files; do
+    "$bin/kpz_bench" --kpz_corpus="$cli/manifest.tsv" --kpz_files="$n" \
+      --benchmark_filter='^(MainPath|Floor)/' --benchmark_repetitions="$sweep_reps" \
+      --benchmark_enable_random_interleaving=true \
+      --benchmark_min_time="$min_time" --benchmark_out="$out/bench-files-$n.json" \
+      --benchmark_out_format=json >/dev/null 2>&1
+  done
+fi
 
-clean_outputs() { find "$cli" -name '*.jpg' -delete; rm -rf "$work/out"; mkdir -p "$work/out"; }
-count_outputs() { find "$cli" "$work/out" -name '*.jpg' | wc -l; }
-run_cli() {  # <name> <command...>: times one pass over the list, checks the outputs
-  local name="$1"; shift
+# ---- 7. the command-line tools over the 1,000 files ----------------------------
+# Every pass starts alike: the outputs of the previous pass removed and every
+# dirty page written back (sync; neither is timed). GNU time then gives the
+# user and system CPU time of everything the pass ran
+# (xargs and each process it started). One process for all files is xargs -n
+# <all>; at -j 2 kpz reads two files at once in its one process, while exiv2
+# and exiftool, which have no such option, run as two processes of half the
+# files each. One process per file is xargs -n 1 -P <jobs>.
+out_dir="$work/out"
+clean_outputs() {
+  [ -d "$cli" ] && find "$cli" -name '*.jpg' -delete
+  rm -rf "$out_dir"; mkdir -p "$out_dir"
+}
+count_outputs() {
+  { [ -d "$cli" ] && find "$cli" -name '*.jpg'; find "$out_dir" -name '*.jpg'; } | wc -l
+}
+tfile="$work/time.txt"
+pass() {  # <key> <command...>: one timed pass; facts cli.<key>.{wall,cpu,outputs,load}
+  local key="$1"; shift
   clean_outputs
+  sync
   local t0 t1
   t0="$(now)"
-  "$@" >/dev/null 2>&1 || true
+  /usr/bin/time -f '%U %S' -o "$tfile" "$@" >/dev/null 2>&1 || true
   t1="$(now)"
-  fact "cli.$name.seconds" "$(elapsed "$t0" "$t1")"
-  fact "cli.$name.outputs" "$(count_outputs)"
-  fact "cli.$name.load" "$(load1)"
+  # With a non-zero exit GNU time adds a line before the figures.
+  local user sys
+  read -r user sys < <(tail -1 "$tfile")
+  fact "cli.$key.wall" "$(elapsed "$t0" "$t1")"
+  fact "cli.$key.cpu" "$(awk -v u="$user" -v s="$sys" 'BEGIN { printf "%.2f", u + s }')"
+  fact "cli.$key.outputs" "$(count_outputs)"
+  fact "cli.$key.load" "$(load1)"
 }
-half=$(( (cli_files + jobs - 1) / jobs ))
-log "CLI throughput over $cli_files files (-j 1 and -j $jobs)"
-fact load.before_cli "$(load1)"
+have_kpz=0
+[ -x "$kpz" ] && have_kpz=1
+have exiv2 && have_exiv2=1 || have_exiv2=0
+have exiftool && have_exiftool=1 || have_exiftool=0
+fact cli.jobs "$jobs"
+fact cli.rounds "$cli_rounds"
+cmd=()
+command_of() {  # <tool> <how> <list> <files>: sets cmd to the command of one pass
+  local tool="$1" how="$2" list="$3" n="$4"
+  local h=$(( (n + jobs - 1) / jobs ))
+  case "$tool.$how" in
+    kpz.batch.j1)      cmd=(xargs -a "$list" -n "$n" -P 1 "$kpz" preview -j 1 -o "$out_dir") ;;
+    kpz.batch.jN)      cmd=(xargs -a "$list" -n "$n" -P 1 "$kpz" preview -j "$jobs" -o "$out_dir") ;;
+    kpzsync.batch.j1)  cmd=(xargs -a "$list" -n "$n" -P 1 "$kpz" preview --sync -j 1 -o "$out_dir") ;;
+    kpzsync.batch.jN)  cmd=(xargs -a "$list" -n "$n" -P 1 "$kpz" preview --sync -j "$jobs" -o "$out_dir") ;;
+    kpz.each.j1)       cmd=(xargs -a "$list" -n 1 -P 1 "$kpz" preview) ;;
+    kpz.each.jN)       cmd=(xargs -a "$list" -n 1 -P "$jobs" "$kpz" preview) ;;
+    exiv2.batch.j1)    cmd=(xargs -a "$list" -n "$n" -P 1 exiv2 -q -ep2 -f -l "$out_dir") ;;
+    exiv2.batch.jN)    cmd=(xargs -a "$list" -n "$h" -P "$jobs" exiv2 -q -ep2 -f -l "$out_dir") ;;
+    exiv2.each.j1)     cmd=(xargs -a "$list" -n 1 -P 1 exiv2 -q -ep2 -f -l "$out_dir") ;;
+    exiv2.each.jN)     cmd=(xargs -a "$list" -n 1 -P "$jobs" exiv2 -q -ep2 -f -l "$out_dir") ;;
+    exiftool.batch.j1) cmd=(xargs -a "$list" -n "$n" -P 1 exiftool -q -b -OtherImage -w "$out_dir/%f.other.jpg") ;;
+    exiftool.batch.jN) cmd=(xargs -a "$list" -n "$h" -P "$jobs" exiftool -q -b -OtherImage -w "$out_dir/%f.other.jpg") ;;
+  esac
+}
+tools_for() {  # <how>: the tools measured that way, in this round's order (<round>)
+  local how="$1" round="$2" list=""
+  [ "$have_kpz" -eq 1 ] && list="kpz"
+  [ "$have_exiv2" -eq 1 ] && list="$list exiv2"
+  case "$how" in batch.*) [ "$have_exiftool" -eq 1 ] && list="$list exiftool" ;; esac
+  if [ $((round % 2)) -eq 1 ]; then
+    echo "$list" | tr ' ' '\n' | tac | tr '\n' ' '
+  else
+    echo "$list"
+  fi
+}
+
+log "CLI: every output compared byte for byte ($cli_files files)"
 # Warm page cache: the floor job reads exactly the head and the preview.
 "$bin/kpz_bench_run" floor "$cli/manifest.tsv" >/dev/null
-if [ -x "$kpz" ]; then
-  if "$kpz" preview --help 2>&1 | grep -qE -- '(^| )-j|--jobs'; then
-    fact cli.kpz_batch "yes"
-    # Batch mode: one process for all files, reading -j files at once, each
-    # output written durably into the output directory.
-    run_cli kpzbatch.j1 xargs -a "$work/cli.list" -n "$cli_files" -P 1 \
-      "$kpz" preview -j 1 -o "$work/out"
-    run_cli kpzbatch.jN xargs -a "$work/cli.list" -n "$cli_files" -P 1 \
-      "$kpz" preview -j "$jobs" -o "$work/out"
-  else
-    fact cli.kpz_batch "no"
-  fi
-  run_cli kpz.j1 xargs -a "$work/cli.list" -n 1 -P 1 "$kpz" preview
-  run_cli kpz.jN xargs -a "$work/cli.list" -n 1 -P "$jobs" "$kpz" preview
-  # kpz makes each output durable (temporary file, fsync, rename); the other
-  # tools do not sync. The same runs with the JPEG on standard output
-  # (discarded) show the cost without writing a file.
-  run_cli kpzstdout.j1 xargs -a "$work/cli.list" -I{} -P 1 "$kpz" preview {} -o -
-  run_cli kpzstdout.jN xargs -a "$work/cli.list" -I{} -P "$jobs" "$kpz" preview {} -o -
-  # The same bytes as the library's own path, checked on one file.
-  "$kpz" preview "$(head -1 "$work/cli.list")" -o "$work/kpz-one.jpg" >/dev/null
-else
-  log "the kpz tool was not built (CLI11 missing?): skipped"
+cmp_dir="$work/cmp"
+rm -rf "$cmp_dir"; mkdir -p "$cmp_dir/kpz" "$cmp_dir/exiv2" "$cmp_dir/exiftool"
+if [ "$have_kpz" -eq 1 ]; then
+  xargs -a "$work/cli.list" -n "$cli_files" "$kpz" preview -o "$cmp_dir/kpz" >/dev/null 2>&1 || true
+  fact cli.kpz.written "$(find "$cmp_dir/kpz" -name '*.preview.jpg' | wc -l)"
+  for peer in exiv2 exiftool; do
+    [ "$peer" = exiv2 ] && [ "$have_exiv2" -eq 0 ] && continue
+    [ "$peer" = exiftool ] && [ "$have_exiftool" -eq 0 ] && continue
+    if [ "$peer" = exiv2 ]; then
+      xargs -a "$work/cli.list" -n "$cli_files" exiv2 -q -ep2 -f -l "$cmp_dir/exiv2" >/dev/null 2>&1 || true
+    else
+      xargs -a "$work/cli.list" -n "$cli_files" exiftool -q -b -OtherImage \
+        -w "$cmp_dir/exiftool/%f.other.jpg" >/dev/null 2>&1 || true
+    fi
+    same=0
+    while read -r f; do
+      b="$(basename "$f" .kpz)"
+      theirs="$cmp_dir/exiv2/$b-preview2.jpg"
+      [ "$peer" = exiftool ] && theirs="$cmp_dir/exiftool/$b.other.jpg"
+      cmp -s "$cmp_dir/kpz/$b.preview.jpg" "$theirs" && same=$((same + 1))
+    done <"$work/cli.list"
+    fact "cli.$peer.same" "$same"
+  done
 fi
-if have exiv2; then
-  # libexiv2 lists two previews in these files, the thumbnail (1) and the
-  # large one (2): -ep2 writes only the large one, the same job as kpz's.
-  run_cli exiv2.batch.j1 xargs -a "$work/cli.list" -n "$cli_files" -P 1 exiv2 -q -ep2 -f -l "$work/out"
-  run_cli exiv2.batch.jN xargs -a "$work/cli.list" -n "$half" -P "$jobs" exiv2 -q -ep2 -f -l "$work/out"
-  run_cli exiv2.each.j1 xargs -a "$work/cli.list" -n 1 -P 1 exiv2 -q -ep2 -f -l "$work/out"
-  run_cli exiv2.each.jN xargs -a "$work/cli.list" -n 1 -P "$jobs" exiv2 -q -ep2 -f -l "$work/out"
-  if [ -f "$work/kpz-one.jpg" ]; then
-    exiv2 -q -ep2 -f -l "$work" "$(head -1 "$work/cli.list")" >/dev/null 2>&1 || true
-    one="$work/$(basename "$(head -1 "$work/cli.list")" .kpz)-preview2.jpg"
-    cmp -s "$one" "$work/kpz-one.jpg" && fact cli.exiv2.same_bytes yes || fact cli.exiv2.same_bytes no
+rm -rf "$cmp_dir"
+
+log "CLI throughput over $cli_files files: $cli_rounds rounds, -j 1 and -j $jobs"
+fact load.before_cli "$(load1)"
+for round in $(seq 0 $((cli_rounds - 1))); do
+  for how in batch.j1 batch.jN each.j1 each.jN; do
+    for tool in $(tools_for "$how" "$round"); do
+      command_of "$tool" "$how" "$work/cli.list" "$cli_files"
+      pass "r$round.$tool.$how" "${cmd[@]}"
+    done
+  done
+  # What --sync costs; once is enough to show it.
+  if [ "$round" -eq 0 ] && [ "$have_kpz" -eq 1 ]; then
+    for how in batch.j1 batch.jN; do
+      command_of kpzsync "$how" "$work/cli.list" "$cli_files"
+      pass "r0.kpzsync.$how" "${cmd[@]}"
+    done
   fi
-fi
-if have exiftool; then
-  run_cli exiftool.batch.j1 xargs -a "$work/cli.list" -n "$cli_files" -P 1 \
-    exiftool -q -b -OtherImage -w "$work/out/%f.other.jpg"
-  run_cli exiftool.batch.jN xargs -a "$work/cli.list" -n "$half" -P "$jobs" \
-    exiftool -q -b -OtherImage -w "$work/out/%f.other.jpg"
-  if [ -f "$work/kpz-one.jpg" ]; then
-    one="$work/out/$(basename "$(head -1 "$work/cli.list")" .kpz).other.jpg"
-    cmp -s "$one" "$work/kpz-one.jpg" && fact cli.exiftool.same_bytes yes || fact cli.exiftool.same_bytes no
-  fi
+  log "CLI round $((round + 1)) of $cli_rounds done (load $(load1))"
+done
+clean_outputs
+
+# ---- 8. the command-line tools against preview length --------------------------
+# One process for all files at -j 1, kpz and exiv2 in alternating order; as
+# many files as fit in $cli_size_bytes of previews (at most 200).
+size_rounds=3; size_cap=200
+[ "$quick" -eq 1 ] && { size_rounds=1; size_cap=20; }
+if [ "$have_kpz" -eq 1 ]; then
+  log "CLI against preview length: $cli_sizes bytes"
+  rm -rf "$cli"  # the 1,000 files are done with
+  for size in $cli_sizes; do
+    n=$(( cli_size_bytes / size )); [ "$n" -gt "$size_cap" ] && n=$size_cap; [ "$n" -lt 4 ] && n=4
+    sdir="$work/clisize"
+    rm -rf "$sdir"; mkdir -p "$sdir"
+    "$bin/kpz_bench_run" corpus --out "$sdir" --files "$n" --preview-bytes "$size" --sparse >/dev/null
+    cut -f6 "$sdir/manifest.tsv" >"$work/size.list"
+    "$bin/kpz_bench_run" floor "$sdir/manifest.tsv" >/dev/null
+    fact "cli.size.$size.files" "$n"
+    for round in $(seq 0 $((size_rounds - 1))); do
+      tools="kpz"; [ "$have_exiv2" -eq 1 ] && tools="kpz exiv2"
+      [ $((round % 2)) -eq 1 ] && tools="$(echo "$tools" | tr ' ' '\n' | tac | tr '\n' ' ')"
+      for tool in $tools; do
+        command_of "$tool" batch.j1 "$work/size.list" "$n"
+        pass "size.$size.r$round.$tool" "${cmd[@]}"
+      done
+    done
+    rm -rf "$sdir"
+  done
 fi
 clean_outputs
 fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"

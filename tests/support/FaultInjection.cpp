@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utime.h>
@@ -39,6 +40,12 @@ int __real_rename(const char* from, const char* to);
 int __real_utime(const char* path, const struct utimbuf* times);
 DIR* __real_opendir(const char* path);
 time_t __real_time(time_t* out);
+ssize_t __real_pread(int fd, void* buf, size_t n, off_t offset);
+ssize_t __real_write(int fd, const void* buf, size_t n);
+int __real_fstat(int fd, struct stat* buf);
+ssize_t __real_copy_file_range(int in, off64_t* inOffset, int out, off64_t* outOffset, size_t n,
+                               unsigned int flags);
+ssize_t __real_sendfile(int out, int in, off_t* offset, size_t n);
 }
 
 namespace kpztest {
@@ -310,6 +317,32 @@ time_t __wrap_time(time_t* out) {
     return value;
   }
   return __real_time(out);
+}
+
+ssize_t __wrap_pread(int fd, void* buf, size_t n, off_t offset) {
+  if (ShouldFail(Call::Pread)) return -1;
+  return __real_pread(fd, buf, n, offset);
+}
+
+ssize_t __wrap_write(int fd, const void* buf, size_t n) {
+  if (ShouldFail(Call::Write)) return -1;
+  return __real_write(fd, buf, n);
+}
+
+int __wrap_fstat(int fd, struct stat* buf) {
+  if (ShouldFail(Call::Fstat)) return -1;
+  return __real_fstat(fd, buf);
+}
+
+ssize_t __wrap_copy_file_range(int in, off64_t* inOffset, int out, off64_t* outOffset, size_t n,
+                               unsigned int flags) {
+  if (ShouldFail(Call::CopyFileRange)) return -1;
+  return __real_copy_file_range(in, inOffset, out, outOffset, n, flags);
+}
+
+ssize_t __wrap_sendfile(int out, int in, off_t* offset, size_t n) {
+  if (ShouldFail(Call::Sendfile)) return -1;
+  return __real_sendfile(out, in, offset, n);
 }
 
 }  // extern "C"

@@ -30,6 +30,8 @@ namespace kpztest {
 enum class Call {
   Fopen, Fclose, Fread, Fwrite, Fseek, Ftell, Fflush, Fileno, Ferror, Clearerr, Fsync, Sync,
   Open, Close, Mkdir, Unlink, Rmdir, Stat, Stat64, Chmod, Rename, Utime, Opendir, Time,
+  // Calls of the kpz tool (tools/kpz): its own reads and file-to-file copies.
+  Pread, Write, Fstat, CopyFileRange, Sendfile,
   Count
 };
 

@@ -198,11 +198,90 @@ TEST_F(KpzToolBatch, TwoInputsWithOneOutputNameTheFirstWins) {
   EXPECT_EQ(r.exit, 3);
   EXPECT_EQ(Text(r.out), "wrote out/x.thumb.jpg (32 bytes)\n");
   EXPECT_EQ(r.err,
-            "kpz: in/b/x.kpz: not written: out/x.thumb.jpg is the output of in/a/x.kpz\n"
+            "kpz: in/b/x.kpz: not written: out/x.thumb.jpg is already written by in/a/x.kpz\n"
             "kpz: 2 files: 1 done, 1 failed\n"
-            "kpz:   1 output name already used by an earlier input\n");
+            "kpz:   1 output already written by an earlier input\n");
   EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/out/x.thumb.jpg"), kpztest::FakeJpeg(32, 1));
 }
+
+TEST_F(KpzToolBatch, AFailedInputTakesNoOutputNameAndReportsItsOwnError) {
+  Put("in/a/x.kpz", Bytes(40, 'j'));
+  Put("in/b/x.kpz", Good(2));
+  for (const char* jobs : {"1", "2"}) {
+    const Result r = Run({"thumbnail", "-j", jobs, "-r", "in", "-o", "out"});
+    EXPECT_EQ(r.exit, 1);
+    EXPECT_EQ(Text(r.out), "wrote out/x.thumb.jpg (32 bytes)\n");
+    EXPECT_EQ(r.err,
+              "kpz: in/a/x.kpz: not a KPZ raw file (no TIFF header)\n"
+              "kpz: 2 files: 1 done, 1 failed\n"
+              "kpz:   1 not a KPZ raw file (no TIFF header)\n");
+    EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/out/x.thumb.jpg"), kpztest::FakeJpeg(32, 2));
+  }
+}
+
+// a.kpz and a.KPZ are both good; b.kpz is damaged, b.KPZ good. Whatever the
+// order and the jobs: a.preview.jpg is the first a's, every later a is told
+// who wrote it; b.preview.jpg is b.KPZ's; b.kpz reports its own error.
+struct CaseMix {
+  std::vector<std::string> args;  // the inputs as given
+  const char* jobs;
+  const char* aFirst;             // the a file that comes first
+};
+
+class KpzToolCaseMix : public KpzToolBatch, public testing::WithParamInterface<CaseMix> {};
+
+Bytes WithPreview(std::uint8_t seed) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(64, seed);
+  return kpztest::BuildKpz(recipe);
+}
+
+TEST_P(KpzToolCaseMix, NoInputHidesAnErrorAndTheFirstWriterKeepsTheName) {
+  const CaseMix& c = GetParam();
+  Put("in/a.kpz", WithPreview(1));
+  Put("in/a.KPZ", WithPreview(2));
+  Put("in/b.kpz", Bytes(40, 'j'));
+  Put("in/b.KPZ", WithPreview(4));
+  for (const bool intoDirectory : {true, false}) {
+    std::vector<std::string> args = {"preview", "-j", c.jobs};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const std::string outDir = intoDirectory ? "out" : "in";
+    if (intoDirectory) {
+      args.insert(args.end(), {"-o", "out"});
+    }
+    const Result r = Run(args);
+    const std::string aOther = std::string(c.aFirst) == "in/a.kpz" ? "in/a.KPZ" : "in/a.kpz";
+    const std::string aOut = outDir + "/a.preview.jpg";
+    const std::string bOut = outDir + "/b.preview.jpg";
+    const std::string aLine = "kpz: " + aOther + ": not written: " + aOut +
+                              " is already written by " + c.aFirst + "\n";
+    const std::string bLine = "kpz: in/b.kpz: not a KPZ raw file (no TIFF header)\n";
+    const bool aBeforeB = c.args.front().rfind("in/a", 0) == 0 || c.args.front() == "in";
+    const std::string wroteA = "wrote " + aOut + " (64 bytes)\n";
+    const std::string wroteB = "wrote " + bOut + " (64 bytes)\n";
+    EXPECT_EQ(r.exit, 3);
+    EXPECT_EQ(Text(r.out), aBeforeB ? wroteA + wroteB : wroteB + wroteA);
+    EXPECT_EQ(r.err, (aBeforeB ? aLine + bLine : bLine + aLine) +
+                         "kpz: 4 files: 2 done, 2 failed\n"
+                         "kpz:   1 not a KPZ raw file (no TIFF header)\n"
+                         "kpz:   1 output already written by an earlier input\n");
+    const std::uint8_t aSeed = std::string(c.aFirst) == "in/a.kpz" ? 1 : 2;
+    EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/" + aOut), kpztest::FakeJpeg(64, aSeed));
+    EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/" + bOut), kpztest::FakeJpeg(64, 4));
+    fs::remove(dir.Path() + "/" + aOut);
+    fs::remove(dir.Path() + "/" + bOut);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BothOrdersOneAndTwoJobs, KpzToolCaseMix,
+    testing::Values(
+        CaseMix{{"in/a.kpz", "in/a.KPZ", "in/b.kpz", "in/b.KPZ"}, "1", "in/a.kpz"},
+        CaseMix{{"in/a.kpz", "in/a.KPZ", "in/b.kpz", "in/b.KPZ"}, "2", "in/a.kpz"},
+        CaseMix{{"in/b.KPZ", "in/b.kpz", "in/a.KPZ", "in/a.kpz"}, "1", "in/a.KPZ"},
+        CaseMix{{"in/b.KPZ", "in/b.kpz", "in/a.KPZ", "in/a.kpz"}, "2", "in/a.KPZ"},
+        // The directory itself: its files in name order, a.KPZ a.kpz b.KPZ b.kpz.
+        CaseMix{{"in"}, "1", "in/a.KPZ"}, CaseMix{{"in"}, "2", "in/a.KPZ"}));
 
 TEST_F(KpzToolBatch, ExitStatusIsTheHighestOfTheFiles) {
   Put("in/a/x.kpz", Good(1));

@@ -361,7 +361,7 @@ TEST_F(KpzTool, LibraryLinesAreHiddenWithoutVerbose) {
 
 TEST_F(KpzTool, VerboseShowsTheLibraryLinesBeforeTheToolsLine) {
   const std::string in = dir.Path() + "/gone.kpz";
-  const Result r = Run({"preview", "--verbose", in});
+  const Result r = Run({"info", "--verbose", in});
   EXPECT_EQ(r.exit, 1);
   const std::string fopenLine = kpztest::ErrLine("jni/util/io/DtNlFileIo.cpp", "Open", 77,
                                                  "fopen(filePath: " + in + ") err(2).");
@@ -398,6 +398,43 @@ TEST_F(KpzTool, CommandHelpNamesTheBatchOptions) {
   for (const char* option : {"--cw", "--ccw", "--180", "--code", "--dry-run"}) {
     EXPECT_NE(Text(rotate.out).find(option), std::string::npos) << option;
   }
+}
+
+TEST_F(KpzTool, HelpTellsWhatIsDurableWithAndWithoutSync) {
+  for (const char* command : {"preview", "thumbnail"}) {
+    const Result r = Run({command, "--help"});
+    EXPECT_EQ(r.exit, 0);
+    std::string help;  // the footer's lines joined into one
+    for (const char c : Text(r.out)) {
+      if (c == '\n' || c == ' ') {
+        if (!help.empty() && help.back() != ' ') help += ' ';
+      } else {
+        help += c;
+      }
+    }
+    for (const char* words :
+         {"--sync", "Durability: a file is written whole or not at all",
+          "no reader ever sees part of an output", "By default kpz does not wait for the disk",
+          "may be missing or empty",
+          "With --sync each output file and its directory are flushed to the disk (fsync) before "
+          "kpz reports it written",
+          "Standard output (-o -) is never synced"}) {
+      EXPECT_NE(help.find(words), std::string::npos) << command << ": " << words << "\n" << help;
+    }
+  }
+}
+
+TEST_F(KpzTool, SyncWritesTheSameBytesAsTheDefault) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(5000, 3);
+  const std::string in = Write("s.kpz", recipe);
+  const Result plain = Run({"preview", in, "-o", "plain.jpg"});
+  const Result synced = Run({"preview", "--sync", in, "-o", "synced.jpg"});
+  EXPECT_EQ(plain.exit, 0);
+  EXPECT_EQ(synced.exit, 0) << synced.err;
+  EXPECT_EQ(Text(synced.out), "wrote synced.jpg (5000 bytes)\n");
+  EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/synced.jpg"), recipe.screennail);
+  EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/plain.jpg"), recipe.screennail);
 }
 
 TEST_F(KpzTool, CommandHelpShowsTheOutputOption) {

@@ -66,6 +66,13 @@ unsigned int KpzBatch::Run(std::size_t count, unsigned int jobs, const Task& tas
     return 0;
   }
   const std::size_t wanted = jobs == 0 ? 1 : (jobs < count ? jobs : count);
+  if (count == 1) {
+    // Nothing to overlap and nothing to wait for: no thread is started.
+    Outcome outcome = task(0);
+    sink(0, outcome);
+    tick(1);
+    return 0;
+  }
   Shared shared;
   shared.slots.resize(count);
   shared.window = Window(static_cast<unsigned int>(wanted));

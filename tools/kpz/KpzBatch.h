@@ -45,8 +45,9 @@ class KpzBatch {
   // index order. `tick` is called on the calling thread with the number of
   // outcomes delivered so far after each delivery and about every kTickMs ms
   // while waiting. When no worker thread can be started, the calling thread
-  // runs the tasks itself, one after another. Returns the number of worker
-  // threads that ran (0 in that case or for a count of 0).
+  // runs the tasks itself, one after another; so it does for a count of 1.
+  // Returns the number of worker threads that ran (0 in those cases or for a
+  // count of 0).
   static unsigned int Run(std::size_t count, unsigned int jobs, const Task& task,
                           const Sink& sink, const Tick& tick);
 

@@ -3,7 +3,67 @@
 
 #include "kpz/KpzErrorText.h"
 
+#include "kpz/KpzSource.h"
 #include "raw/DtRawError.h"
+
+namespace {
+
+std::string numbered(int code) {
+  return "the file cannot be read as a KPZ raw file (error " + std::to_string(code) + ")";
+}
+
+// Codes a failed read of the head and a failed parse may both give.
+bool readOrParse(int code) {
+  switch (code) {
+    case DtRawErrOpen:
+    case DtRawErrNotFound:
+    case DtRawErrClose:
+    case DtRawErrSeek:
+    case DtRawErrTell:
+    case DtRawErrRead:
+    case DtRawErrIo:
+    case DtRawErrNotTiff:
+    case DtRawErrFormat:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Codes of the parse itself.
+bool parseCode(int code) {
+  switch (code) {
+    case DtRawErrSeek:
+    case DtRawErrTell:
+    case DtRawErrRead:
+    case DtRawErrNotTiff:
+    case DtRawErrFormat:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+const char* KpzErrorText::OutsideHead() {
+  return "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)";
+}
+
+std::string KpzErrorText::Parse(int code) {
+  switch (code) {
+    case DtRawErrSeek:
+    case DtRawErrTell:
+    case DtRawErrRead:
+      return OutsideHead();
+    case DtRawErrNotTiff:
+      return "not a KPZ raw file (no TIFF header)";
+    case DtRawErrFormat:
+      return "not a KPZ raw file (camera model, Exif data or maker note missing)";
+    default:
+      return numbered(code);
+  }
+}
 
 std::string KpzErrorText::Initialize(int code) {
   switch (code) {
@@ -17,15 +77,25 @@ std::string KpzErrorText::Initialize(int code) {
     case DtRawErrClose:
       return "the file cannot be read";
     case DtRawErrNotTiff:
-      return "not a KPZ raw file (no TIFF header)";
     case DtRawErrFormat:
-      return "not a KPZ raw file (camera model, Exif data or maker note missing)";
     case DtRawErrSeek:
     case DtRawErrTell:
-      return "damaged KPZ raw file (a directory lies outside the first 64 KiB)";
+      return Parse(code);
     default:
-      return "the file cannot be read as a KPZ raw file (error " + std::to_string(code) + ")";
+      return numbered(code);
   }
+}
+
+std::string KpzErrorText::ForFile(const std::string& path, int code) {
+  if (!readOrParse(code)) {
+    return Initialize(code);
+  }
+  KpzSource probe;
+  std::string why;
+  if (!probe.Open(path, &why)) {
+    return why;
+  }
+  return parseCode(code) ? Parse(code) : Initialize(code);
 }
 
 const char* KpzErrorText::Directory() { return "is a directory, not a KPZ raw file"; }

@@ -44,10 +44,18 @@ std::string number(std::uint64_t n) { return std::to_string(n); }
 }  // namespace
 
 std::string KpzInfoText::Absent(int result) {
-  if (result == DtRawErrNoData) {
-    return "not recorded";
+  const std::string code = "(error " + std::to_string(result) + ")";
+  switch (result) {
+    case DtRawErrNoData:
+      return "not recorded";
+    case DtRawErrSize:
+      return "recorded in an unexpected form, not shown " + code;
+    case DtRawErrExifVersion:
+    case DtRawErrIobVersion:
+      return "recorded, but not as four digits " + code;
+    default:
+      return "unreadable " + code;
   }
-  return "unreadable (error " + std::to_string(result) + ")";
 }
 
 std::string KpzInfoText::Decimal(std::uint64_t num, std::uint64_t den, unsigned int places) {

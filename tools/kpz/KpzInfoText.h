@@ -32,8 +32,10 @@ class KpzInfoText {
   // -201; the tool reports such files on standard error instead.)
   static std::string Table(const KpzMetadata& md);
 
-  // Why a value is absent: "not recorded" for -100, else
-  // "unreadable (error <code>)".
+  // Why a value is absent: "not recorded" for -100; "recorded in an
+  // unexpected form, not shown (error -402)" for a value of the wrong size or
+  // layout; "recorded, but not as four digits (error -401)" (or -403) for a
+  // version; "unreadable (error <code>)" for any other code.
   static std::string Absent(int result);
 
   // num/den rounded half up to at most `places` decimals, trailing zeros

@@ -14,7 +14,6 @@
 //   kpz rotate a.kpz --cw        # a.kpz: normal -> rotated 90° clockwise
 #include <cstdio>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -28,10 +27,12 @@
 #include "kpz/KpzInputList.h"
 #include "kpz/KpzMetadata.h"
 #include "kpz/KpzMetadataReader.h"
+#include "kpz/KpzOutputClaims.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzRotation.h"
 #include "kpz/KpzRotator.h"
+#include "kpz/KpzSource.h"
 #include "kpz/KpzSummary.h"
 
 #ifndef KPZ_SAMPLE_PATH
@@ -73,12 +74,22 @@ const char* const kHelpFooter =
     "appended. It lies in FILE's directory; for the bundled sample, in the\n"
     "current directory. With several FILEs or a directory, -o names an output\n"
     "DIRECTORY (made when missing) that receives x.preview.jpg or x.thumb.jpg\n"
-    "for every input x.kpz; when two inputs would give the same name, the\n"
-    "first is written and the later fails. An existing file of that name is\n"
-    "replaced; the output is never FILE itself. A file is written whole or not\n"
-    "at all (a temporary file in the same directory, renamed when complete).\n"
-    "After writing a file, kpz prints 'wrote <name> (<n> bytes)' on standard\n"
-    "output.\n"
+    "for every input x.kpz. When several inputs would give the same name, the\n"
+    "first of them in input order that is written owns it; a later one fails\n"
+    "('already written by'), and an input that cannot be read reports its own\n"
+    "error and takes no name. An existing file of that name is replaced; the\n"
+    "output is never FILE itself. After writing a file, kpz prints\n"
+    "'wrote <name> (<n> bytes)' on standard output.\n"
+    "\n"
+    "Durability: a file is written whole or not at all (a temporary file in\n"
+    "the same directory, renamed when complete), so no reader ever sees part\n"
+    "of an output. By default kpz does not wait for the disk, as cp does not:\n"
+    "after a crash of the system or a power loss, an output written in the\n"
+    "last moments may be missing or empty, or still the older file it\n"
+    "replaced. With --sync each output file and its directory are flushed to\n"
+    "the disk (fsync) before kpz reports it written, so a reported output\n"
+    "survives a crash; this costs a disk flush per file. Standard output\n"
+    "(-o -) is never synced.\n"
     "\n"
     "rotate: turns the picture a quarter turn clockwise (--cw),\n"
     "counter-clockwise (--ccw) or half a turn (--180) from its present\n"
@@ -110,6 +121,7 @@ struct Command {
   bool recursive = false;
   bool json = false;
   bool dryRun = false;
+  bool sync = false;
   bool clockwise = false;
   bool counterClockwise = false;
   bool halfTurn = false;
@@ -254,13 +266,14 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   }
 
   // Deliberate: with several inputs (or a directory) -o names a directory,
-  // made when missing; when two inputs would give one output name, the first
-  // in input order is written and the later one fails, so no output is
-  // silently replaced by another input's picture.
+  // made when missing. When several inputs would give one output name, the
+  // first of them in input order that writes it owns it; every later one
+  // that could be read fails with "already written by", so no output is
+  // silently replaced by another input's picture, and an input that fails
+  // reports its own error and takes no name (KpzOutputClaims).
   const char* suffix = kind == KpzPictureReader::Kind::Preview ? ".preview.jpg" : ".thumb.jpg";
   std::vector<std::string> outputs(inputs.size());
-  std::vector<std::string> takenBy(inputs.size());  // non-empty: an earlier input has this output
-  std::map<std::string, std::string> owners;
+  std::vector<std::string> keys(inputs.size());
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     const std::string& in = inputs[i].path;
     if (!many) {
@@ -272,45 +285,50 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
       outputs[i] = (std::filesystem::path(cmd.output) /
                     KpzOutputFile::DefaultPath(in, suffix, true)).string();
     }
-    if (!inputs[i].error.empty()) {
-      continue;
-    }
-    const std::string key = std::filesystem::path(outputs[i]).lexically_normal().string();
-    const auto found = owners.find(key);
-    if (found == owners.end()) {
-      owners.emplace(key, in);
-    } else {
-      takenBy[i] = found->second;
+    if (inputs[i].error.empty()) {
+      keys[i] = std::filesystem::path(outputs[i]).lexically_normal().string();
     }
   }
+  KpzOutputClaims claims(keys);
 
+  const bool sync = cmd.sync;
   KpzConsole console(cmd.verbose);
   const auto task = [&](std::size_t i) {
+    KpzOutputClaims::Turn turn(claims, i);
     const std::string& in = inputs[i].path;
     const std::string& out = outputs[i];
     if (!inputs[i].error.empty()) {
       return failure(kExitInput, in, inputs[i].error);
     }
-    if (!takenBy[i].empty()) {
-      KpzBatch::Outcome o = failure(kExitOutput, in, "");
-      o.err = "kpz: " + in + ": not written: " + out + " is the output of " + takenBy[i] + "\n";
-      o.reason = "output name already used by an earlier input";
-      return o;
-    }
-    if (out != "-" && KpzOutputFile::IsSameFile(in, out)) {
-      return failure(kExitUsage, out, "the output would replace the input file");
-    }
-    std::vector<UINT8> jpeg;
+    KpzSource source;
+    KpzPictureReader::Picture picture;
     std::string why;
-    if (!KpzPictureReader::Read(in, kind, &jpeg, &why)) {
+    if (!source.Open(in, &why) || !KpzPictureReader::Find(source, kind, &picture, &why)) {
       return failure(kExitInput, in, why);
     }
-    if (!KpzOutputFile::Write(out, jpeg, &why)) {
-      return failure(kExitOutput, out == "-" ? "(standard output)" : out, why);
+    const std::size_t owner = turn.WaitForEarlier();
+    if (owner != KpzOutputClaims::kNone) {
+      KpzBatch::Outcome o = failure(kExitOutput, in, "");
+      o.err = "kpz: " + in + ": not written: " + out + " is already written by " +
+              inputs[owner].path + "\n";
+      o.reason = "output already written by an earlier input";
+      return o;
     }
+    switch (KpzOutputFile::Copy(out, source, picture.offset, picture.length,
+                                KpzPictureReader::Name(kind), sync, &why)) {
+      case KpzOutputFile::Status::Done:
+        break;
+      case KpzOutputFile::Status::InputFailed:
+        return failure(kExitInput, in, why);
+      case KpzOutputFile::Status::WouldReplaceInput:
+        return failure(kExitUsage, out, why);
+      case KpzOutputFile::Status::OutputFailed:
+        return failure(kExitOutput, out == "-" ? "(standard output)" : out, why);
+    }
+    turn.Wrote();
     KpzBatch::Outcome o;
     if (out != "-") {
-      o.out = "wrote " + out + " (" + std::to_string(jpeg.size()) + " bytes)\n";
+      o.out = "wrote " + out + " (" + std::to_string(picture.length) + " bytes)\n";
     }
     return o;
   };
@@ -392,6 +410,9 @@ int main(int argc, char** argv) {
         std::string("where to write the JPEG: a file, '-' for standard output; with several "
                     "FILEs or a directory, an output directory (default: ") +
             p.defaultName + ")");
+    sub->add_flag("--sync", p.cmd->sync,
+                  "flush each output file and its directory to the disk before reporting it "
+                  "written (slower; see 'Durability' below)");
   }
 
   Command rotate;

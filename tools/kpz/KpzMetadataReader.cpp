@@ -130,7 +130,7 @@ bool KpzMetadataReader::Read(const std::string& path, KpzMetadata* out) {
   out->initialized = true;
   out->initResult = raw.Initialize(path.c_str());
   if (out->initResult != DtRawOk) {
-    out->error = KpzErrorText::Initialize(out->initResult);
+    out->error = KpzErrorText::ForFile(path, out->initResult);
     return false;
   }
   readAll(raw, out);

@@ -29,7 +29,8 @@ class KpzMetadataReader {
   // Replaces *out with the metadata of the file at `path`. True when the
   // file could be initialised (each value then carries its own result);
   // false for a directory or a failed DtRaw::Initialize, with out->error in
-  // words and every value left at its default.
+  // words (KpzErrorText::ForFile: a read error in its own words, a file laid
+  // out otherwise as not a KPZ raw file) and every value left at its default.
   static bool Read(const std::string& path, KpzMetadata* out);
 };
 

@@ -1,32 +1,41 @@
-// KpzPictureReader.h - takes the preview (screennail) or the thumbnail JPEG out
-// of a KPZ raw file for the kpz command-line tool.
+// KpzPictureReader.h - finds the preview (screennail) or the thumbnail JPEG
+// of a KPZ raw file for the kpz command-line tool, and reads it.
 //
-// Part of the kpz tool (tools/kpz), above the library's static layers: it uses
-// the DtRaw facade and a DtNlFileIo channel, never the JNI entry. The preview
-// is read the way the JNI entry reads it (DtRaw::Initialize,
-// GetScreennailInfo, Finalize, then the file opened again, a seek to the
-// offset and one read), so both hand out the same bytes; the thumbnail comes
-// from DtRaw::GetThumbnailData. Unlike the entry, a picture that would extend
-// past the end of the file is refused before anything is allocated, and every
-// failure is described in words.
+// Part of the kpz tool (tools/kpz), above the library's static layers: the
+// DtRaw facade locates the picture, never the JNI entry. The file is opened
+// and its head read by the tool (KpzSource), so a read error is told apart
+// from a file that is not laid out as a KPZ file; the head is parsed with
+// DtRaw::InitializeBuf, which sees exactly the bytes DtRaw::Initialize would
+// copy. The preview is then accepted on the JNI entry's terms (its offset
+// taken as a signed 32-bit number, all of its bytes inside the file), so
+// both hand out the same bytes; unlike the entry, a picture that would
+// extend past the end of the file is refused before anything is read, and
+// every failure is described in words.
 //
-//   std::vector<UINT8> jpeg;
+//   KpzSource src;
+//   KpzPictureReader::Picture pic;
 //   std::string why;
-//   if (!KpzPictureReader::Read("a.kpz", KpzPictureReader::Kind::Preview, &jpeg, &why)) {
-//     std::fprintf(stderr, "kpz: a.kpz: %s\n", why.c_str());
+//   if (src.Open("a.kpz", &why) &&
+//       KpzPictureReader::Find(src, KpzPictureReader::Kind::Preview, &pic, &why)) {
+//     ... the preview is pic.length bytes at pic.offset of src.Fd() ...
 //   }
+//   std::vector<UINT8> jpeg;
+//   KpzPictureReader::Read("a.kpz", KpzPictureReader::Kind::Thumbnail, &jpeg, &why);
 //
-// Holds nothing; every operation is a static function, and each read uses its
-// own DtRaw and channel, so reads on different threads are independent. The
+// Holds nothing; every operation is a static function, and each call uses
+// its own DtRaw, so calls on different threads are independent. The
 // library's diagnostic lines go to standard error as usual; hiding them is
 // the caller's business (KpzQuietStderr, once per run).
 #ifndef KPZ_TOOLS_KPZ_KPZPICTUREREADER_H
 #define KPZ_TOOLS_KPZ_KPZPICTUREREADER_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "util/DtNlTypes.h"
+
+class KpzSource;
 
 class KpzPictureReader {
  public:
@@ -35,21 +44,28 @@ class KpzPictureReader {
     Thumbnail  // the small JPEG of IFD1
   };
 
-  // Reads the picture of `kind` from the KPZ file at `path` into *out
-  // (replacing its content). True on success, with at least one byte in *out.
-  // False otherwise, with *out emptied and *error set to a short lower-case
-  // phrase such as "file not found", "no preview stored in this file" or
-  // "preview extends past the end of the file".
+  // Where a picture lies in its file.
+  struct Picture {
+    std::uint64_t offset = 0;
+    std::uint32_t length = 0;  // at least 1
+  };
+
+  // Locates the picture of `kind` in the opened `source`. True when it holds
+  // at least one byte and lies wholly inside the file. False otherwise, with
+  // *error set to a short lower-case phrase such as "no preview stored in
+  // this file", "preview extends past the end of the file" or, when the head
+  // cannot be parsed, KpzErrorText::Parse's words.
+  static bool Find(KpzSource& source, Kind kind, Picture* picture, std::string* error);
+
+  // Opens `path`, finds the picture of `kind` and reads it into *out
+  // (replacing its content). True on success, with at least one byte in
+  // *out. False otherwise, with *out emptied and *error set as by
+  // KpzSource::Open or Find.
   static bool Read(const std::string& path, Kind kind, std::vector<UINT8>* out,
                    std::string* error);
 
   // The word for `kind` in messages: "preview" or "thumbnail".
   static const char* Name(Kind kind);
-
- private:
-  static bool readPreview(const std::string& path, std::vector<UINT8>* out, std::string* error);
-  static bool readThumbnail(const std::string& path, std::vector<UINT8>* out,
-                            std::string* error);
 };
 
 #endif  // KPZ_TOOLS_KPZ_KPZPICTUREREADER_H

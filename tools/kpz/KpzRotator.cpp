@@ -51,6 +51,12 @@ std::string updateError(int code) {
       return "orientation written, but the file's times could not be set back";
     case DtRawErrClose:
       return "the file could not be closed after writing; it may be changed only in part";
+    case DtRawErrSeek:
+      return "the orientation's place in the file could not be reached (seek failed); the file "
+             "may be changed only in part";
+    case DtRawErrIo:
+      return "input/output error while writing the orientation; the file may be changed only "
+             "in part";
     default:
       return "writing the orientation failed (error " + std::to_string(code) +
              "); the file may be changed only in part";
@@ -69,7 +75,7 @@ KpzRotator::Outcome KpzRotator::Rotate(const std::string& path, const Change& ch
   DtRaw raw;
   const int initRet = raw.Initialize(path.c_str());
   if (initRet != DtRawOk) {
-    return failed(out, Failure::Input, initRet, KpzErrorText::Initialize(initRet));
+    return failed(out, Failure::Input, initRet, KpzErrorText::ForFile(path, initRet));
   }
   unsigned char current = 0;
   const int getRet = raw.GetRotationInfo(&current);

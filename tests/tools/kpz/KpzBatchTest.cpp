@@ -145,6 +145,22 @@ TEST(KpzBatch, TickComesWhileWaitingAndAfterEachDelivery) {
   EXPECT_EQ(ticks.back(), 2u);
 }
 
+TEST(KpzBatch, ASingleTaskRunsOnTheCallingThreadWithoutWorkers) {
+  const std::thread::id me = std::this_thread::get_id();
+  std::thread::id ranOn;
+  std::vector<std::size_t> ticks;
+  const unsigned int used = KpzBatch::Run(
+      1, 4,
+      [&](std::size_t i) {
+        ranOn = std::this_thread::get_id();
+        return Named(i);
+      },
+      [](std::size_t, Outcome&) {}, [&](std::size_t done) { ticks.push_back(done); });
+  EXPECT_EQ(used, 0u);
+  EXPECT_EQ(ranOn, me);
+  EXPECT_EQ(ticks, (std::vector<std::size_t>{1}));
+}
+
 TEST(KpzBatch, OutcomesKeepEveryField) {
   Outcome got;
   KpzBatch::Run(

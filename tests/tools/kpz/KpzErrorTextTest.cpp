@@ -1,34 +1,107 @@
-// KpzErrorTextTest.cpp - the words of the kpz tool for a failed
-// initialisation (tools/kpz/KpzErrorText).
+// KpzErrorTextTest.cpp - the words of the kpz tool for the library's result
+// codes (tools/kpz/KpzErrorText): one case per code a parse or a file-mode
+// initialisation can return, and the re-read that tells a real read error
+// (permissions, device errors, a directory) from a file laid out otherwise.
 #include <gtest/gtest.h>
 
 #if defined(KPZ_TEST_HAVE_TOOL)
 
 #include "kpz/KpzErrorText.h"
 
+#include <cerrno>
+#include <string>
+
 #include "raw/DtRawError.h"
+#include "support/FaultInjection.h"
+#include "support/KpzFileBuilder.h"
 
 namespace {
 
-TEST(KpzErrorText, EachInitializeFailureHasItsWords) {
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrNotFound), "file not found");
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrOpen), "the file cannot be opened for reading");
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrIo), "input/output error while reading the file");
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrRead), "the file cannot be read");
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrClose), "the file cannot be read");
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrNotTiff), "not a KPZ raw file (no TIFF header)");
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrFormat),
-            "not a KPZ raw file (camera model, Exif data or maker note missing)");
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrSeek),
-            "damaged KPZ raw file (a directory lies outside the first 64 KiB)");
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrTell),
-            "damaged KPZ raw file (a directory lies outside the first 64 KiB)");
+const std::string kOutside =
+    "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)";
+const std::string kNoTiff = "not a KPZ raw file (no TIFF header)";
+const std::string kFormat = "not a KPZ raw file (camera model, Exif data or maker note missing)";
+
+struct Words {
+  int code;
+  std::string parse;       // after a head read whole
+  std::string initialize;  // as the library reports it in file mode
+};
+
+class KpzErrorTextPerCode : public testing::TestWithParam<Words> {};
+
+TEST_P(KpzErrorTextPerCode, HasItsWordsAfterAParseAndAfterAFileModeInitialisation) {
+  EXPECT_EQ(KpzErrorText::Parse(GetParam().code), GetParam().parse);
+  EXPECT_EQ(KpzErrorText::Initialize(GetParam().code), GetParam().initialize);
 }
 
-TEST(KpzErrorText, OtherCodesAreNamedByNumber) {
-  EXPECT_EQ(KpzErrorText::Initialize(DtRawErrSize),
-            "the file cannot be read as a KPZ raw file (error -402)");
-  EXPECT_EQ(KpzErrorText::Initialize(-1), "the file cannot be read as a KPZ raw file (error -1)");
+std::string Numbered(int code) {
+  return "the file cannot be read as a KPZ raw file (error " + std::to_string(code) + ")";
+}
+
+// Every code of DtRawErrCode: the parse's own first, then the rest.
+INSTANTIATE_TEST_SUITE_P(
+    EveryCode, KpzErrorTextPerCode,
+    testing::Values(Words{DtRawErrSeek, kOutside, kOutside},
+                    Words{DtRawErrTell, kOutside, kOutside},
+                    Words{DtRawErrRead, kOutside, "the file cannot be read"},
+                    Words{DtRawErrNotTiff, kNoTiff, kNoTiff},
+                    Words{DtRawErrFormat, kFormat, kFormat},
+                    Words{DtRawErrNotFound, Numbered(-302), "file not found"},
+                    Words{DtRawErrOpen, Numbered(-300), "the file cannot be opened for reading"},
+                    Words{DtRawErrIo, Numbered(-399), "input/output error while reading the file"},
+                    Words{DtRawErrClose, Numbered(-303), "the file cannot be read"},
+                    Words{DtRawErrParam, Numbered(-200), Numbered(-200)},
+                    Words{DtRawErrBuffOpen, Numbered(-301), Numbered(-301)},
+                    Words{DtRawErrBuffClose, Numbered(-304), Numbered(-304)},
+                    Words{DtRawErrSize, Numbered(-402), Numbered(-402)},
+                    Words{DtRawErrNoData, Numbered(-100), Numbered(-100)},
+                    Words{-1, Numbered(-1), Numbered(-1)}));
+
+// A head that reads fine: a read-or-parse code is the file's layout.
+TEST(KpzErrorText, ParseCodesOfAReadableFileAreAboutItsLayout) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("ok.kpz", kpztest::Bytes(100, 'j'));
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrRead), kOutside);
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrSeek), kOutside);
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrTell), kOutside);
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrNotTiff), kNoTiff);
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrFormat), kFormat);
+}
+
+TEST(KpzErrorText, ReadErrorMetAgainKeepsItsOwnWords) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("io.kpz", kpztest::Bytes(100, 'j'));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Pread, EIO, 0, /*times=*/5);
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrRead), "input/output error while reading the file");
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrNotTiff),
+            "input/output error while reading the file");
+  kpztest::Arm(kpztest::Call::Open, EACCES);
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrOpen),
+            "the file cannot be opened for reading (permission denied)");
+}
+
+TEST(KpzErrorText, MissingFileAndDirectoryAreNamedAsSuch) {
+  kpztest::TempDir dir;
+  EXPECT_EQ(KpzErrorText::ForFile(dir.Path() + "/gone.kpz", DtRawErrNotFound), "file not found");
+  EXPECT_EQ(KpzErrorText::ForFile(dir.Path(), DtRawErrNotTiff), KpzErrorText::Directory());
+}
+
+TEST(KpzErrorText, FailureTheReReadDoesNotMeetKeepsTheLibrarysWords) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("t.kpz", kpztest::Bytes(100, 'j'));
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrIo), "input/output error while reading the file");
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrOpen), "the file cannot be opened for reading");
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrClose), "the file cannot be read");
+}
+
+TEST(KpzErrorText, CodesNoReadCanGiveAreNotReRead) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("n.kpz", kpztest::Bytes(100, 'j'));
+  kpztest::FaultGuard guard;
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrSize), Numbered(-402));
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Open), 0);
 }
 
 TEST(KpzErrorText, DirectoryIsNotAKpzFile) {

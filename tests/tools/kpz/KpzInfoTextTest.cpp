@@ -47,8 +47,17 @@ KpzMetadata::Value<T> Failed(int result) {
 
 TEST(KpzInfoText, AbsentIsNotRecordedOtherFailuresAreUnreadable) {
   EXPECT_EQ(KpzInfoText::Absent(-100), "not recorded");
-  EXPECT_EQ(KpzInfoText::Absent(-402), "unreadable (error -402)");
   EXPECT_EQ(KpzInfoText::Absent(-201), "unreadable (error -201)");
+  EXPECT_EQ(KpzInfoText::Absent(-200), "unreadable (error -200)");
+}
+
+TEST(KpzInfoText, ValueInTheWrongFormIsSaidToBeRecordedButNotShown) {
+  EXPECT_EQ(KpzInfoText::Absent(-402), "recorded in an unexpected form, not shown (error -402)");
+}
+
+TEST(KpzInfoText, VersionThatIsNotFourDigitsIsSaidSo) {
+  EXPECT_EQ(KpzInfoText::Absent(-401), "recorded, but not as four digits (error -401)");
+  EXPECT_EQ(KpzInfoText::Absent(-403), "recorded, but not as four digits (error -403)");
 }
 
 TEST(KpzInfoText, DecimalRoundsHalfUpAndDropsTrailingZeros) {
@@ -129,7 +138,7 @@ TEST(KpzInfoText, FocalLengthWithItsThirtyFiveMillimetreEquivalent) {
   EXPECT_EQ(KpzInfoText::FocalLength(Ok(F(50, 1)), Ok(F(0, 1))),
             "50 mm (35 mm film equivalent unknown)");
   EXPECT_EQ(KpzInfoText::FocalLength(Failed<Fraction>(-402), Failed<Fraction>(-100)),
-            "unreadable (error -402)");
+            "recorded in an unexpected form, not shown (error -402)");
   EXPECT_EQ(KpzInfoText::FocalLength(Ok(F(50, 0)), Failed<Fraction>(-100)),
             "50/0 mm (not a valid value)");
 }
@@ -323,12 +332,12 @@ TEST(KpzInfoText, TableShowsAbsentValuesAsAbsentNeverAsZero) {
   const std::string table = KpzInfoText::Table(md);
   for (const char* line : {"  Maker             not recorded\n",
                            "  Exposure time     not recorded\n",
-                           "  F-number          unreadable (error -402)\n",
+                           "  F-number          recorded in an unexpected form, not shown (error -402)\n",
                            "  ISO               not recorded\n",
                            "  Exposure bias     not recorded\n",
                            "  Flash             not recorded\n",
                            "  Orientation       not recorded\n",
-                           "  Exif version      unreadable (error -401)\n",
+                           "  Exif version      recorded, but not as four digits (error -401)\n",
                            "  Preview           not recorded\n",
                            "  Thumbnail         not recorded\n"}) {
     EXPECT_NE(table.find(line), std::string::npos) << line << table;

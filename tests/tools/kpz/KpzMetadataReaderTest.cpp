@@ -8,8 +8,10 @@
 
 #include "kpz/KpzMetadataReader.h"
 
+#include <cerrno>
 #include <string>
 
+#include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 #include "support/LogExpect.h"
 
@@ -211,6 +213,34 @@ TEST(KpzMetadataReader, NotAKpzFileGivesItsWords) {
   kpztest::CaptureStderr([&] { EXPECT_FALSE(KpzMetadataReader::Read(path, &md)); });
   EXPECT_EQ(md.initResult, -400);
   EXPECT_EQ(md.error, "not a KPZ raw file (no TIFF header)");
+}
+
+TEST(KpzMetadataReader, DeviceErrorUnderTheHeadReadIsReportedAsOne) {
+  // The library parses what a failed head read left (zeros here) and finds
+  // no TIFF header; the tool's own read of the head meets the error.
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("e.kpz", kpztest::BuildKpz(kpztest::KpzSpec()));
+  KpzMetadata md;
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fread, EIO);
+  kpztest::Arm(kpztest::Call::Pread, EIO);
+  kpztest::CaptureStderr([&] { EXPECT_FALSE(KpzMetadataReader::Read(path, &md)); });
+  EXPECT_EQ(md.initResult, -400);
+  EXPECT_EQ(md.error, "input/output error while reading the file");
+}
+
+TEST(KpzMetadataReader, DirectoriesBeyondTheHeadAreALayoutFault) {
+  kpztest::TempDir dir;
+  kpztest::KpzSpec recipe;
+  recipe.ifd0Offset = 0x18000;
+  recipe.minTotalSize = 0x20000;
+  const std::string path = dir.Write("far.kpz", kpztest::BuildKpz(recipe));
+  KpzMetadata md;
+  kpztest::CaptureStderr([&] { EXPECT_FALSE(KpzMetadataReader::Read(path, &md)); });
+  EXPECT_TRUE(md.initResult == -305 || md.initResult == -306 || md.initResult == -307)
+      << md.initResult;
+  EXPECT_EQ(md.error,
+            "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)");
 }
 
 TEST(KpzMetadataReader, DirectoryIsNotOpened) {

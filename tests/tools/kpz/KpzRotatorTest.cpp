@@ -242,6 +242,32 @@ TEST_F(KpzRotatorTest, MissingFileAndDirectoryAreInputFailures) {
   EXPECT_EQ(out.error, "is a directory, not a KPZ raw file");
 }
 
+TEST_F(KpzRotatorTest, DeviceErrorUnderTheHeadReadIsReportedAsOneNotAsALayoutFault) {
+  KpzSpec recipe;
+  Make(recipe);
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fread, EIO);  // the library's head read
+  kpztest::Arm(kpztest::Call::Pread, EIO);  // the tool's own read of it
+  const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Input);
+  EXPECT_EQ(out.error, "input/output error while reading the file");
+  kpztest::DisarmAll();
+  ExpectUnchanged();
+}
+
+TEST_F(KpzRotatorTest, DirectoriesBeyondTheHeadAreALayoutFault) {
+  KpzSpec recipe;
+  recipe.makerNotePointer = 0x12000;
+  recipe.minTotalSize = 0x20000;
+  Make(recipe);
+  const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Input);
+  EXPECT_EQ(out.error,
+            "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)");
+}
+
 TEST_F(KpzRotatorTest, FileThatCannotBeOpenedForWritingIsNotChanged) {
   KpzSpec recipe;
   Make(recipe);
@@ -268,6 +294,68 @@ TEST_F(KpzRotatorTest, FailedWriteSaysTheFileMayBeChangedInPart) {
   EXPECT_EQ(out.error, "writing the orientation failed (error " + std::to_string(out.result) +
                            "); the file may be changed only in part");
   EXPECT_TRUE(out.result == -308 || out.result == -399) << out.result;
+}
+
+TEST_F(KpzRotatorTest, DeviceErrorWhileWritingIsSaidToBeOne) {
+  KpzSpec recipe;
+  Make(recipe);
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fwrite, EIO);
+  const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Output);
+  EXPECT_EQ(out.result, -399);
+  EXPECT_EQ(out.error,
+            "input/output error while writing the orientation; the file may be changed only in "
+            "part");
+}
+
+TEST_F(KpzRotatorTest, FailedSeekBeforeWritingIsSaidToBeOne) {
+  KpzSpec recipe;
+  Make(recipe);
+  kpztest::FaultGuard guard;
+  // The calls before the write-back, counted without those of the capture.
+  int seeks = 0;
+  kpztest::CaptureStderr([&] {
+    kpztest::ResetCounts();
+    KpzRotator::Rotate(path, Turn(Dir::Clockwise), true);
+    seeks = kpztest::CallCount(kpztest::Call::Fseek);
+  });
+  KpzRotator::Outcome out;
+  kpztest::CaptureStderr([&] {
+    kpztest::Arm(kpztest::Call::Fseek, EINVAL, seeks);
+    out = KpzRotator::Rotate(path, Turn(Dir::Clockwise), false);
+    kpztest::DisarmAll();
+  });
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Output);
+  EXPECT_EQ(out.result, -305);
+  EXPECT_EQ(out.error,
+            "the orientation's place in the file could not be reached (seek failed); the file may "
+            "be changed only in part");
+}
+
+TEST_F(KpzRotatorTest, FailedCloseAfterWritingIsSaidToBeOne) {
+  KpzSpec recipe;
+  Make(recipe);
+  kpztest::FaultGuard guard;
+  // The calls before the write-back, counted without those of the capture.
+  int closes = 0;
+  kpztest::CaptureStderr([&] {
+    kpztest::ResetCounts();
+    KpzRotator::Rotate(path, Turn(Dir::Clockwise), true);
+    closes = kpztest::CallCount(kpztest::Call::Fclose);
+  });
+  KpzRotator::Outcome out;
+  kpztest::CaptureStderr([&] {
+    kpztest::Arm(kpztest::Call::Fclose, ENOSPC, closes);
+    out = KpzRotator::Rotate(path, Turn(Dir::Clockwise), false);
+    kpztest::DisarmAll();
+  });
+  EXPECT_FALSE(out.ok);
+  EXPECT_EQ(out.failure, KpzRotator::Failure::Output);
+  EXPECT_EQ(out.result, -303);
+  EXPECT_EQ(out.error, "the file could not be closed after writing; it may be changed only in part");
 }
 
 TEST_F(KpzRotatorTest, TimesThatCannotBeSetBackAreReportedAfterTheWrite) {

@@ -1,0 +1,133 @@
+// KpzSource.cpp - the kpz tool's own opening of a KPZ file and reading of its
+// head (tools/kpz). See KpzSource.h for the contracts.
+
+#include "kpz/KpzSource.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "kpz/KpzErrorText.h"
+#include "raw/DtRaw.h"
+
+static_assert(KpzSource::kHeadSize == DtRaw::READ_SIZE,
+              "the tool's head must be the library's file-mode copy");
+
+namespace {
+
+// The system's words for `err`, starting in lower case.
+std::string systemWords(int err) {
+  std::string words = std::strerror(err);
+  if (!words.empty() && words[0] >= 'A' && words[0] <= 'Z') {
+    words[0] = static_cast<char>(words[0] - 'A' + 'a');
+  }
+  return words;
+}
+
+}  // namespace
+
+KpzSource::KpzSource() : m_fd(-1), m_size(0), m_dev(0), m_ino(0), m_head() {}
+
+KpzSource::~KpzSource() { Close(); }
+
+void KpzSource::Close() {
+  if (m_fd >= 0) {
+    close(m_fd);
+    m_fd = -1;
+  }
+}
+
+std::string KpzSource::ReadErrorWords(int err) {
+  switch (err) {
+    case ENOENT:
+      return "file not found";
+    case EACCES:
+    case EPERM:
+      return "the file cannot be opened for reading (permission denied)";
+    case EIO:
+      return "input/output error while reading the file";
+    case EISDIR:
+      return KpzErrorText::Directory();
+    default:
+      return "the file cannot be read (" + systemWords(err) + ")";
+  }
+}
+
+bool KpzSource::Open(const std::string& path, std::string* error) {
+  Close();
+  m_size = 0;
+  // Non-blocking: opening a named pipe must not wait for a writer. It
+  // changes nothing for a regular file.
+  m_fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  if (m_fd < 0) {
+    *error = ReadErrorWords(errno);
+    return false;
+  }
+  struct stat st;
+  if (fstat(m_fd, &st) != 0) {
+    *error = ReadErrorWords(errno);
+    Close();
+    return false;
+  }
+  if (S_ISDIR(st.st_mode)) {
+    *error = KpzErrorText::Directory();
+    Close();
+    return false;
+  }
+  if (!S_ISREG(st.st_mode)) {
+    *error = "not a regular file (a device, named pipe or socket), not read";
+    Close();
+    return false;
+  }
+  m_size = static_cast<std::uint64_t>(st.st_size);
+  m_dev = st.st_dev;
+  m_ino = st.st_ino;
+  m_head.resize(kHeadSize);
+  // Up to the size just taken: no read is spent on finding the end.
+  const std::size_t want = m_size < kHeadSize ? static_cast<std::size_t>(m_size) : kHeadSize;
+  std::size_t got = 0;
+  while (got < want) {  // each pass reads at least one byte, or ends the loop
+    const ssize_t n = pread(m_fd, m_head.data() + got, want - got, static_cast<off_t>(got));
+    if (n < 0 && errno == EINTR) {
+      continue;
+    }
+    if (n < 0) {
+      *error = ReadErrorWords(errno);
+      Close();
+      return false;
+    }
+    if (n == 0) {
+      break;  // the file became shorter meanwhile
+    }
+    got += static_cast<std::size_t>(n);
+  }
+  // As in the library's copy: zeros after the file's end.
+  std::memset(m_head.data() + got, 0, kHeadSize - got);
+  return true;
+}
+
+bool KpzSource::ReadAt(std::uint64_t offset, std::size_t length, UINT8* out, const char* what,
+                       std::string* error) const {
+  std::size_t got = 0;
+  while (got < length) {  // each pass reads at least one byte, or returns
+    const ssize_t n = pread(m_fd, out + got, length - got, static_cast<off_t>(offset + got));
+    if (n < 0 && errno == EINTR) {
+      continue;
+    }
+    if (n < 0) {
+      *error = errno == EIO ? std::string("input/output error while reading the ") + what
+                            : std::string("the ") + what + " cannot be read (" +
+                                  systemWords(errno) + ")";
+      return false;
+    }
+    if (n == 0) {
+      *error = std::string(what) + " extends past the end of the file";
+      return false;
+    }
+    got += static_cast<std::size_t>(n);
+  }
+  return true;
+}
