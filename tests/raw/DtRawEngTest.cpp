@@ -538,6 +538,32 @@ TEST_P(EngineChannels, ReusedEngineKeepsItsParsersButNoEarlierEntries) {
   EXPECT_NE(eng.getTagData(tag::kKmScreennailOffset, eng.m_kmMakerNoteParser), nullptr);
 }
 
+TEST_P(EngineChannels, FinalizeNullsTheParsersAndTheNextParseStartsThemAfresh) {
+  DtRawEng eng;
+  std::string err;
+  ASSERT_EQ(Run(&eng, Spec(), &err), DtRawOk);
+  DtRawIFD0Parser* ifd0 = eng.m_ifd0Parser;
+  ASSERT_NE(ifd0, nullptr);
+  eng.Finalize();
+  EXPECT_EQ(eng.m_ifd0Parser, nullptr);
+  EXPECT_EQ(eng.m_ifd1Parser, nullptr);
+  EXPECT_EQ(eng.m_exifParser, nullptr);
+  EXPECT_EQ(eng.m_iobParser, nullptr);
+  EXPECT_EQ(eng.m_makerNoteParser, nullptr);
+  EXPECT_EQ(eng.m_kmMakerNoteParser, nullptr);
+  // A parse after Finalize gets a parser in the state of a new one (its
+  // earlier next offset is gone), with the same object behind it.
+  ASSERT_EQ(Run(&eng, Spec(), &err), DtRawOk);
+  EXPECT_EQ(eng.m_ifd0Parser, ifd0);
+  EXPECT_NE(eng.getTagData(tag::kModel, eng.m_ifd0Parser), nullptr);
+  eng.Finalize();
+  KpzSpec ifd1Missing = Spec();
+  ifd1Missing.ifd1Pointer = 0x7FFFFFFF;
+  EXPECT_EQ(Run(&eng, ifd1Missing, &err), DtRawErrRead);
+  ASSERT_NE(eng.m_ifd1Parser, nullptr);
+  EXPECT_EQ(eng.m_ifd1Parser->GetNextIFDOffset(), 0u);
+}
+
 INSTANTIATE_TEST_SUITE_P(AllChannels, EngineChannels, kpztest::AllRawParams(),
                          kpztest::RawParamName);
 

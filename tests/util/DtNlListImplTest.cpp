@@ -1,9 +1,9 @@
-#include "util/DtNlListImpl.h"
-
 #include <gtest/gtest.h>
 
 #include <utility>
 #include <vector>
+
+#include "util/DtNlListImpl.h"
 
 namespace {
 
@@ -351,6 +351,108 @@ TEST(DtNlListImpl, ManyElementsKeepEveryInvariantThroughInsertsAndErases) {
     }
   }
   ExpectList(list, left);
+}
+
+// ---- Lent nodes ------------------------------------------------------------
+
+// True when `node` is one of the `count` nodes at `block`.
+bool InBlock(const DtNlNode* node, const DtNlNode* block, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    if (node == &block[i]) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST(DtNlListImpl, LentNodesAreTakenBeforeAnyIsAllocated) {
+  DtNlNode block[3];
+  DtNlListImpl list;
+  ASSERT_EQ(list.LendNodes(block, 3), 0);
+  EXPECT_EQ(list.GetSpareCount(), 3u);
+  int values[3] = {0, 1, 2};
+  for (UINT32 i = 0; i < 3; ++i) {
+    DtNlNode* node = list.PushBack(&values[i], i);
+    ASSERT_NE(node, nullptr);
+    EXPECT_EQ(node, &block[i]);  // in block order
+  }
+  EXPECT_EQ(list.GetSpareCount(), 0u);
+  ExpectList(list, {{&values[0], 0}, {&values[1], 1}, {&values[2], 2}});
+}
+
+TEST(DtNlListImpl, ABlockThatRunsOutIsFollowedByAllocatedNodes) {
+  DtNlNode block[2];
+  DtNlListImpl list;
+  ASSERT_EQ(list.LendNodes(block, 2), 0);
+  int values[5] = {0, 1, 2, 3, 4};
+  Elements want;
+  for (UINT32 i = 0; i < 5; ++i) {
+    DtNlNode* node = list.PushBack(&values[i], i);
+    ASSERT_NE(node, nullptr);
+    EXPECT_EQ(InBlock(node, block, 2), i < 2) << i;
+    want.emplace_back(&values[i], i);
+  }
+  ExpectList(list, want);
+  // Erasing an allocated node frees it (the sanitizers see a leak or a double
+  // free otherwise); erasing a lent one makes it a spare.
+  EXPECT_EQ(list.EraseNode(list.Find(3)), &values[3]);
+  EXPECT_EQ(list.GetSpareCount(), 0u);
+  EXPECT_EQ(list.EraseNode(list.Find(0)), &values[0]);
+  EXPECT_EQ(list.GetSpareCount(), 1u);
+  ExpectList(list, {{&values[1], 1}, {&values[2], 2}, {&values[4], 4}});
+  // The spare is used again before anything is allocated.
+  EXPECT_EQ(list.PushFront(&values[0], 0), &block[0]);
+  ExpectList(list, {{&values[0], 0}, {&values[1], 1}, {&values[2], 2}, {&values[4], 4}});
+}
+
+TEST(DtNlListImpl, ClearGivesEveryLentNodeBackAndFreesTheOthers) {
+  DtNlNode block[4];
+  DtNlListImpl list;
+  ASSERT_EQ(list.LendNodes(block, 4), 0);
+  int values[6] = {0, 1, 2, 3, 4, 5};
+  for (int round = 0; round < 3; ++round) {
+    for (UINT32 i = 0; i < 6; ++i) {
+      ASSERT_NE(list.PushBack(&values[i], i), nullptr);
+    }
+    EXPECT_EQ(list.EraseNode(list.Find(2)), &values[2]);
+    list.Clear();
+    ExpectList(list, {});
+    EXPECT_EQ(list.GetSpareCount(), 4u);
+    // The list refills from the start of its block every time.
+    EXPECT_EQ(list.PushBack(&values[0], 0), &block[0]);
+    list.Clear();
+  }
+}
+
+TEST(DtNlListImpl, LendNodesIsRefusedTwiceOnAFilledListAndWithoutNodes) {
+  DtNlNode block[2];
+  DtNlNode other[2];
+  int value = 7;
+  DtNlListImpl list;
+  EXPECT_EQ(list.LendNodes(nullptr, 2), -1);
+  EXPECT_EQ(list.LendNodes(block, 0), -1);
+  EXPECT_EQ(list.GetSpareCount(), 0u);
+
+  DtNlListImpl filled;
+  ASSERT_NE(filled.PushBack(&value, 1), nullptr);
+  EXPECT_EQ(filled.LendNodes(block, 2), -1);
+  EXPECT_EQ(filled.GetSpareCount(), 0u);
+
+  ASSERT_EQ(list.LendNodes(block, 2), 0);
+  EXPECT_EQ(list.LendNodes(other, 2), -1);
+  EXPECT_EQ(list.PushBack(&value, 1), &block[0]);
+}
+
+TEST(DtNlListImpl, InsertAbsentLinksWithoutTheDuplicateSearch) {
+  DtNlListImpl list;
+  int values[3] = {0, 1, 2};
+  ASSERT_NE(list.InsertAbsent(list.GetEndNode(), &values[0], 10), nullptr);
+  ASSERT_NE(list.InsertAbsent(list.GetBeginNode(), &values[1], 11), nullptr);
+  ExpectList(list, {{&values[1], 11}, {&values[0], 10}});
+  EXPECT_EQ(list.InsertAbsent(nullptr, &values[2], 12), nullptr);
+  ExpectList(list, {{&values[1], 11}, {&values[0], 10}});
+  // The checked insert still refuses a present key.
+  EXPECT_EQ(list.PushBack(&values[2], 10), nullptr);
 }
 
 }  // namespace

@@ -175,6 +175,8 @@ class DirReader {
 
 }  // namespace
 
+const UINT32 DtRawIFDParserBase::MAX_TARGETS;
+
 DtRawIFDParserBase::DtRawIFDParserBase()
     : m_tagDataList(),
       m_nextIfdOffset(0),

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +15,8 @@
 #include "support/KpzFileBuilder.h"
 #include "support/KpzFileBuilderExtras.h"
 #include "support/LogExpect.h"
+#include "util/io/DtNlBuffIo.h"
+#include "util/io/DtNlDataStream.h"
 
 namespace {
 
@@ -71,6 +76,7 @@ class TestParser : public DtRawIFDParserBase {
   using DtRawIFDParserBase::isTargetTag;
   const UINT16* TargetList() const { return m_targetTagList; }
   INT32 TargetNum() const { return m_targetTagNum; }
+  const DtRawTagDataList& List() const { return m_tagDataList; }
   int InitCalls() const { return m_initCalls; }
   void Init() { initTargetTagList(); }
 
@@ -98,6 +104,11 @@ Bytes DirAt(const Ifd& ifd, UINT32 at = 8) {
 Bytes Slice(const Bytes& b, std::size_t from, std::size_t n) {
   return Bytes(b.begin() + static_cast<std::ptrdiff_t>(from),
                b.begin() + static_cast<std::ptrdiff_t>(from + n));
+}
+
+Bytes Cat(Bytes a, const Bytes& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
 }
 
 Bytes DataOf(const DtRawTagData* t) {
@@ -508,6 +519,215 @@ TEST_P(ParserOverChannels, FailureKeepsEarlierEntriesAndThePreviousNextOffset) {
   EXPECT_EQ(DataOf(p.GetTagData(0x10)), kpztest::U16Bytes(1, Order()));
   EXPECT_EQ(p.GetTagData(0x11), nullptr);
   EXPECT_EQ(p.GetNextIFDOffset(), 0x99u);
+}
+
+// ---- Reading a memory block in place ------------------------------------------
+
+// A memory channel that is not exactly DtNlBuffIo: the parser reads it field
+// by field, through the channel's own calls, like any other channel.
+class FieldByFieldBuffIo : public DtNlBuffIo {};
+
+// Everything a parse leaves behind that anyone could see.
+struct ParseOutcome {
+  int result = 1;
+  std::string err;
+  std::vector<std::string> kept;  // one line per kept entry
+  UINT32 next = 0;
+  long long position = -1;
+  int eof = -1;
+};
+
+std::string Describe(const DtRawTagData* t) {
+  std::string text = std::to_string(t->m_tagId) + " cat " + std::to_string(t->m_category) + " at " +
+                     std::to_string(t->m_offset) + " size " + std::to_string(t->m_size) +
+                     " order " + std::to_string(t->m_byteOrder) + " bytes";
+  for (const UINT8 b : DataOf(t)) {
+    text += " " + std::to_string(b);
+  }
+  return text;
+}
+
+// Parses `bytes` (the block is exactly their size) at `ifdOffset` through
+// `io`, with targets `ids`.
+ParseOutcome ParseWith(DtNlBuffIo* io, const Bytes& bytes, int base, int ifdOffset,
+                       DtNlByteOrder order, const std::vector<UINT16>& ids) {
+  std::unique_ptr<UINT8[]> copy(new UINT8[bytes.empty() ? 1 : bytes.size()]);
+  if (!bytes.empty()) {
+    std::memcpy(copy.get(), bytes.data(), bytes.size());
+  }
+  EXPECT_EQ(io->Open(copy.get(), static_cast<UINT>(bytes.size())), 0);
+  DtNlDataStream stream(io);
+  TestParser p(ids);
+  ParseOutcome out;
+  out.err = CaptureStderr([&] { out.result = p.Parse(&stream, base, ifdOffset, order); });
+  for (DtNlNode* n = p.List().GetBeginNode(); n != p.List().GetEndNode(); n = n->next) {
+    out.kept.push_back(Describe(DtRawTagDataList::TagDataOf(n)));
+  }
+  out.next = p.GetNextIFDOffset();
+  out.position = io->Tell64();
+  out.eof = io->IsEof();
+  io->Close();
+  return out;
+}
+
+// The same parse read in place and field by field must leave the same traces.
+void ExpectSameBothWays(const Bytes& bytes, int base, int ifdOffset, DtNlByteOrder order,
+                        const std::vector<UINT16>& ids) {
+  DtNlBuffIo inPlace;
+  FieldByFieldBuffIo fieldByField;
+  const ParseOutcome a = ParseWith(&inPlace, bytes, base, ifdOffset, order, ids);
+  const ParseOutcome b = ParseWith(&fieldByField, bytes, base, ifdOffset, order, ids);
+  EXPECT_EQ(a.result, b.result);
+  EXPECT_EQ(a.err, b.err);
+  EXPECT_EQ(a.kept, b.kept);
+  EXPECT_EQ(a.next, b.next);
+  EXPECT_EQ(a.position, b.position);
+  EXPECT_EQ(a.eof, b.eof);
+}
+
+TEST(DtRawIFDParserBase, InPlaceAndFieldByFieldReadingAgreeWhereverTheDataEnds) {
+  for (DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
+    Ifd ifd(order);
+    ifd.AddShort(0x99, 1)
+        .AddShort(0x10, 2)                     // inline
+        .AddLongs(0x11, {7, 8, 9})             // out of line, copied
+        .AddAscii(0x12, std::string(40, 'a'))  // out of line, kept by position
+        .AddShort(0x10, 3)                     // a later duplicate
+        .AddShorts(0x13, {4, 5})               // inline, 4 bytes
+        .AddRaw(0x14, 4, 0, 0)                 // no value
+        .AddShort(0x98, 6)
+        .SetNext(0x4242);
+    const Bytes whole = DirAt(ifd);
+    const std::vector<UINT16> ids = {0x10, 0x11, 0x12, 0x13, 0x14};
+    for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
+      SCOPED_TRACE("cut at " + std::to_string(cut));
+      ExpectSameBothWays(Slice(whole, 0, cut), 0, 8, order, ids);
+    }
+    // All targets found early: the rest is skipped unread, wherever it ends.
+    for (std::size_t cut = 0; cut <= whole.size(); cut += 5) {
+      SCOPED_TRACE("all found, cut at " + std::to_string(cut));
+      ExpectSameBothWays(Slice(whole, 0, cut), 0, 8, order, {0x10});
+    }
+    // Directory and value offsets outside the block, negative ones included.
+    for (int at : {-1, -12, 0x7FFFFFFF, static_cast<int>(whole.size()), 3}) {
+      SCOPED_TRACE("directory at " + std::to_string(at));
+      ExpectSameBothWays(whole, 0, at, order, ids);
+    }
+    for (int base : {-8, 1000, 0x7FFFFFF0}) {
+      SCOPED_TRACE("base " + std::to_string(base));
+      ExpectSameBothWays(whole, base, 8, order, ids);
+    }
+  }
+}
+
+TEST(DtRawIFDParserBase, InPlaceAndFieldByFieldReadingAgreeOnArbitraryBytes) {
+  // Deterministic pseudo-random blocks: a directory count, entries of random
+  // ids among the targets, random types, counts and offsets.
+  std::uint32_t state = 12345u;
+  const auto next = [&state]() {
+    state = state * 1664525u + 1013904223u;
+    return state >> 8;
+  };
+  const std::vector<UINT16> ids = {1, 2, 3, 4, 5, 6};
+  for (int round = 0; round < 400; ++round) {
+    Bytes bytes(8 + next() % 300);
+    for (UINT8& b : bytes) {
+      b = static_cast<UINT8>(next());
+    }
+    // Small counts and target ids often enough to get past the first entry.
+    if (bytes.size() > 10) {
+      bytes[8] = static_cast<UINT8>(next() % 20);
+      bytes[9] = 0;
+      for (std::size_t at = 10; at + 1 < bytes.size(); at += 12) {
+        bytes[at] = static_cast<UINT8>(next() % 8);
+        bytes[at + 1] = 0;
+        if (at + 3 < bytes.size()) {
+          bytes[at + 2] = static_cast<UINT8>(next() % 13);
+          bytes[at + 3] = 0;
+        }
+        if (at + 7 < bytes.size()) {
+          bytes[at + 5] = bytes[at + 6] = bytes[at + 7] = 0;
+          bytes[at + 4] = static_cast<UINT8>(next() % 40);
+        }
+      }
+    }
+    SCOPED_TRACE("round " + std::to_string(round));
+    ExpectSameBothWays(bytes, 0, 8, DtNlLittleEndian, ids);
+  }
+}
+
+TEST_P(ParserOverChannels, DirectoryOf65535EntriesIsWalkedToItsNextOffset) {
+  Ifd ifd(Order());
+  for (int i = 0; i < 65533; ++i) {
+    ifd.AddRaw(0x99, 3, 1, static_cast<std::uint32_t>(i));
+  }
+  ifd.AddShort(0x10, 0x1234).AddLongs(0x11, {1, 2});  // the targets come last
+  ifd.SetNext(0x5678);
+  ASSERT_EQ(ifd.Entries().size(), 65535u);
+  TestParser p({0x10, 0x11});
+  std::string err;
+  ASSERT_EQ(Run(&p, DirAt(ifd), 0, 8, &err), DtRawOk);
+  EXPECT_EQ(err, "");
+  EXPECT_EQ(DataOf(p.GetTagData(0x10)), kpztest::U16Bytes(0x1234, Order()));
+  ASSERT_NE(p.GetTagData(0x11), nullptr);
+  EXPECT_EQ(p.GetTagData(0x11)->m_size, 8u);
+  EXPECT_EQ(p.GetNextIFDOffset(), 0x5678u);
+}
+
+TEST_P(ParserOverChannels, ReparseAfterFinalizeReusesTheSameStorage) {
+  Ifd ifd(Order());
+  ifd.AddShort(0x10, 1).AddLongs(0x11, {2, 3}).SetNext(0x11);
+  const Bytes bytes = DirAt(ifd);
+  TestParser p({0x10, 0x11});
+  std::string err;
+  ASSERT_EQ(Run(&p, bytes, 0, 8, &err), DtRawOk);
+  const DtRawTagData* first = p.GetTagData(0x11);
+  ASSERT_NE(first, nullptr);
+  const UINT8* firstBytes = first->m_data;
+  for (int round = 0; round < 3; ++round) {
+    p.Finalize();
+    EXPECT_EQ(p.GetTagData(0x11), nullptr);
+    EXPECT_EQ(p.List().GetFreeBlockEntries(), DtRawTagDataList::BLOCK_ENTRIES);
+    ASSERT_EQ(Run(&p, bytes, 0, 8, &err), DtRawOk);
+    EXPECT_EQ(p.GetTagData(0x11), first);
+    EXPECT_EQ(p.GetTagData(0x11)->m_data, firstBytes);
+    EXPECT_EQ(DataOf(p.GetTagData(0x11)),
+              Cat(kpztest::U32Bytes(2, Order()), kpztest::U32Bytes(3, Order())));
+  }
+}
+
+TEST_P(ParserOverChannels, ATagListFilledToItsTargetCountHoldsEveryTarget) {
+  std::vector<UINT16> ids;
+  Ifd ifd(Order());
+  for (UINT16 id = 0x20; id < 0x20 + DtRawIFDParserBase::MAX_TARGETS; ++id) {
+    ids.push_back(id);
+    ifd.AddLongs(id, {id, 1u});  // 8 bytes each, out of line
+  }
+  ifd.AddShort(0x20, 9);  // past the last target: skipped unread
+  ifd.SetNext(0x99);
+  TestParser p(ids);
+  std::string err;
+  ASSERT_EQ(Run(&p, DirAt(ifd), 0, 8, &err), DtRawOk);
+  EXPECT_EQ(p.List().GetSize(), DtRawIFDParserBase::MAX_TARGETS);
+  EXPECT_EQ(p.List().GetFreeBlockEntries(), 0u);
+  for (UINT16 id : ids) {
+    ASSERT_NE(p.GetTagData(id), nullptr) << id;
+    EXPECT_EQ(DataOf(p.GetTagData(id)),
+              Cat(kpztest::U32Bytes(id, Order()), kpztest::U32Bytes(1, Order())));
+  }
+  EXPECT_EQ(p.GetNextIFDOffset(), 0x99u);
+}
+
+TEST(DtRawIFDParserBase, TargetSetOfMoreThanSixteenIdsIsRefused) {
+  std::vector<UINT16> ids;
+  for (UINT16 id = 1; id <= DtRawIFDParserBase::MAX_TARGETS + 1; ++id) {
+    ids.push_back(id);
+  }
+  TestParser p(ids);
+  p.Init();
+  EXPECT_EQ(p.TargetList(), nullptr);
+  EXPECT_EQ(p.TargetNum(), 0);
+  EXPECT_EQ(p.isTargetTag(1), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(AllChannels, ParserOverChannels, kpztest::AllRawParams(),

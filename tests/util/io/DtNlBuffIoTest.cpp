@@ -1,8 +1,6 @@
 // DtNlBuffIoTest.cpp - the memory channel: attaching a block, the clamping
 // read/write rule and its end flag, seeking from every origin, tell, close and
 // the silence of the channel.
-#include "util/io/DtNlBuffIo.h"
-
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -11,6 +9,7 @@
 
 #include "support/LogExpect.h"
 #include "util/DtNlString.h"
+#include "util/io/DtNlBuffIo.h"
 #include "util/io/DtNlFile.h"
 
 namespace {
@@ -449,6 +448,36 @@ TEST(DtNlBuffIo, DestructorLeavesTheCallersBlockAlone) {
     delete io;
   }
   EXPECT_EQ(block, Ten());
+}
+
+// --------------------------------------------------------------------- View
+
+TEST(DtNlBuffIo, ViewShowsTheBlockFromThePositionWithoutMovingIt) {
+  std::vector<UINT8> block = Ten();
+  DtNlBuffIo io;
+  ASSERT_EQ(io.Open(block.data(), static_cast<UINT>(block.size())), 0);
+  const UINT8* bytes = nullptr;
+  EXPECT_EQ(io.View(&bytes), 10u);
+  EXPECT_EQ(bytes, block.data());
+  ASSERT_EQ(io.Seek(7, DtNlIoSeekSet), 0);
+  EXPECT_EQ(io.View(&bytes), 3u);
+  EXPECT_EQ(bytes, block.data() + 7);
+  EXPECT_EQ(io.Tell(), 7);
+  EXPECT_EQ(io.IsEof(), 0);
+  ASSERT_EQ(io.Seek(0, DtNlIoSeekEnd), 0);
+  EXPECT_EQ(io.View(&bytes), 0u);
+  EXPECT_EQ(bytes, block.data() + 10);
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+TEST(DtNlBuffIo, ViewWithoutABlockShowsNothing) {
+  DtNlBuffIo io;
+  const UINT8* bytes = reinterpret_cast<const UINT8*>(&io);
+  EXPECT_EQ(io.View(&bytes), 0u);
+  EXPECT_EQ(bytes, nullptr);
+  ASSERT_EQ(io.Open(nullptr, 5), 0);  // a null block with a size: still nothing to show
+  EXPECT_EQ(io.View(&bytes), 0u);
+  EXPECT_EQ(bytes, nullptr);
 }
 
 }  // namespace
