@@ -187,10 +187,20 @@ bool BenchCorpus::Generate(const BenchCorpusPlan& plan, const std::string& dir,
       return false;
     }
     kpztest::KpzLayout where;
-    const kpztest::Bytes bytes = kpztest::BuildKpz(kpz, &where);
+    kpztest::Bytes bytes = kpztest::BuildKpz(kpz, &where);
     // The head structures and the thumbnail must end before the preview.
-    const std::uint64_t thumbEnd =
-        static_cast<std::uint64_t>(where.thumbnail) + kpz.thumbnail.size();
+    std::uint64_t thumbEnd = static_cast<std::uint64_t>(where.thumbnail) + kpz.thumbnail.size();
+    if (thumbEnd > file.previewOffset && plan.extraIfd0Entries != 0) {
+      // A long IFD0 pushes everything after it further: the preview follows
+      // on the next 4 KiB boundary instead.
+      file.previewOffset = static_cast<std::uint32_t>((thumbEnd + 0xFFFu) & ~std::uint64_t{0xFFFu});
+      file.fileSize =
+          static_cast<std::uint64_t>(file.previewOffset) + file.previewSize + plan.fillerBytes;
+      kpz.screennailOffset = file.previewOffset;
+      kpz.minTotalSize = plan.sparseFiller ? 0u : static_cast<std::uint32_t>(file.fileSize);
+      bytes = kpztest::BuildKpz(kpz, &where);
+      thumbEnd = static_cast<std::uint64_t>(where.thumbnail) + kpz.thumbnail.size();
+    }
     if (where.screennail != file.previewOffset || thumbEnd > file.previewOffset) {
       *error = "the thumbnail is too long: it would overlap the preview";
       return false;

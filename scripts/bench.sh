@@ -25,6 +25,8 @@
 #   scripts/bench.sh --cli-only            # only the command-line comparison (section 6)
 #   scripts/bench.sh --cli-only --quick    # the same, small: checks that part of the harness
 #   scripts/bench.sh --cli-only --cli-files 300 --cli-rounds 3   # a narrower comparison
+#   scripts/bench.sh --before REV          # also count the library as it was at git revision REV
+#                                          # (built with this harness): the before/after table
 #   scripts/bench.sh --out /tmp/report
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -35,6 +37,7 @@ cli_only=0
 cli_files_arg=""
 cli_rounds_arg=""
 wait_minutes=0
+before_rev=""
 
 usage() {
   sed -n '2,/^set -euo/p' "$0" | sed '$d' | sed 's/^# \{0,1\}//'
@@ -48,6 +51,7 @@ while [ $# -gt 0 ]; do
     --cli-rounds) cli_rounds_arg="$2"; shift ;;
     --out) out="$2"; shift ;;
     --wait-quiet) wait_minutes="$2"; shift ;;
+    --before) before_rev="$2"; shift ;;
     -h|--help) usage 0 ;;
     *) echo "bench.sh: unknown argument '$1'" >&2; usage 2 ;;
   esac
@@ -56,10 +60,12 @@ done
 
 # ---- sizes ------------------------------------------------------------------
 if [ "$quick" -eq 1 ]; then
+  paired_passes=3; ifd0_totals="7 4096"; ifd0_rounds=20
   main_files=8;  reps=1; min_time=0.05; cg_files=4;  st_files=4
   cli_files=50;  sweep_sizes="65536 1048576"; sweep_files="10 50"; sweep_reps=1
   cli_rounds=2;  cli_size_bytes=$((16 * 1048576))
 else
+  paired_passes=20; ifd0_totals="7 16 64 256 1024 4096 5400 16384 65535"; ifd0_rounds=500
   main_files=48; reps=9; min_time=0.3;  cg_files=16; st_files=16
   cli_files=1000; sweep_sizes="65536 262144 1048576 4194304 16777216"
   sweep_files="10 100 1000"; sweep_reps=3
@@ -70,6 +76,9 @@ fi
 # The preview lengths of the command-line sweep (the same as the library's).
 cli_sizes="$sweep_sizes"
 jobs=$(nproc 2>/dev/null || echo 2)
+# Without rep-string instructions glibc's memset/memcpy use vector loops, whose
+# instructions callgrind counts as a processor retires them.
+norep="glibc.cpu.x86_rep_stosb_threshold=0x7fffffffffffffff:glibc.cpu.x86_rep_movsb_threshold=0x7fffffffffffffff"
 
 log() { echo "bench: $*" >&2; }
 
@@ -185,7 +194,6 @@ if have valgrind; then
   # Without rep-string instructions glibc's memset/memcpy use vector loops,
   # whose instructions callgrind counts as a processor retires them
   # (callgrind counts every iteration of a rep-prefixed instruction).
-  norep="glibc.cpu.x86_rep_stosb_threshold=0x7fffffffffffffff:glibc.cpu.x86_rep_movsb_threshold=0x7fffffffffffffff"
   for job in $cg_jobs; do
     for variant in default norep; do
       tun=""; [ "$variant" = norep ] && tun="$norep"
@@ -229,6 +237,11 @@ if have strace; then
     sed -n '/kpz-bench-marker\/begin/,/kpz-bench-marker\/end/p' "$work/st.one" |
       sed '1d;$d' | sed 's/^[0-9]* *//' >"$out/strace-$job-one-file.txt"
     fact "syscalls.$job.one_file" "$(wc -l <"$out/strace-$job-one-file.txt")"
+    if [ "$job" = main ]; then
+      # What the Android log library spends on the entry's own lines.
+      fact "syscalls.main.entry_log" "$(grep -cE '^(gettid|getpid)\(|^write\(2, "KpzInterface' \
+        "$out/strace-main-one-file.txt" || true)"
+    fi
   done
 else
   log "strace is missing: no system call counts"
@@ -243,6 +256,102 @@ for job in none $st_jobs; do
   fi
   fact "maxrss_kib.$job" "$(echo "$line" | sed -n 's/.*maxrss_kib=\([0-9]*\).*/\1/p')"
 done
+
+# ---- 4b. heap allocations per job ---------------------------------------------
+# Counted by the bench binary's own malloc (the library has no hook), from the
+# second of three rounds on: the steady state of one Initialize + Finalize.
+allocs_of() {  # <bin dir> <job> <manifest> -> allocations per job
+  "$1/kpz_bench_run" "$2" "$3" --files "$cg_files" --rounds 3 --any-result 2>/dev/null |
+    sed -n 's/.*allocs_per_job=\([0-9.]*\).*/\1/p'
+}
+log "counting heap allocations"
+for job in $cg_jobs; do
+  fact "allocs.$job" "$(allocs_of "$bin" "$job" "$manifest")"
+done
+
+# ---- 4c. the main path against the floor, file by file in pairs ----------------
+# Library then floor, floor then library, alternating by file and pass: the
+# second of a pair profits from the first, so single ratios are bimodal and
+# only the geometric mean over both orders says which is faster.
+paired_of() {  # <bin dir> <prefix>: facts <prefix>.geomean, .median, .q1, .q3, .main_us, .floor_us
+  local line
+  line="$("$1/kpz_bench_run" paired "$manifest" --passes "$paired_passes" 2>/dev/null || true)"
+  for key in pairs geomean median q1 q3 main_us floor_us; do
+    fact "$2.$key" "$(echo "$line" | sed -n "s/.*[ ,]$key=\([0-9.]*\).*/\1/p")"
+  done
+  fact "$2.pairs" "$(echo "$line" | sed -n 's/^paired: \([0-9]*\) pairs.*/\1/p')"
+}
+log "timing the main path against the floor in pairs ($paired_passes passes)"
+fact load.before_paired "$(load1)"
+paired_of "$bin" paired
+
+# ---- 4d. locating against the number of entries in IFD0 ------------------------
+# 8 files whose IFD0 carries further entries (tags the library does not keep)
+# before its own 7; beyond about 5,400 entries IFD0 no longer fits the 64 KiB
+# head and every locate fails (-307) after reading what is there.
+cg_locate_in() {  # <bin dir> <manifest> <rounds> -> instructions inside Locate
+  GLIBC_TUNABLES="$norep" LD_BIND_NOW=1 valgrind --tool=callgrind --callgrind-out-file="$work/cg.ifd0" \
+    --collect-atstart=no --toggle-collect='BenchJobs::Locate(*' "$1/kpz_bench_run" locate "$2" \
+    --files 4 --rounds "$3" --any-result >/dev/null 2>&1
+  callgrind_annotate "$work/cg.ifd0" 2>/dev/null | awk '/PROGRAM TOTALS/ { gsub(",", "", $1); print $1 }'
+}
+log "locating against IFD0 entries: $ifd0_totals"
+for total in $ifd0_totals; do
+  dir="$work/ifd0-$total"
+  mkdir -p "$dir"
+  "$bin/kpz_bench_run" corpus --out "$dir" --files 8 --preview-bytes 65536 --filler-bytes 0 \
+    --sparse --ifd0-entries $((total - 7)) >/dev/null
+  line="$("$bin/kpz_bench_run" locate "$dir/manifest.tsv" --rounds "$ifd0_rounds" --any-result 2>/dev/null || true)"
+  fact "ifd0.$total.us" "$(echo "$line" | sed -n 's/.*, \([0-9.]*\) us\/job.*/\1/p')"
+  fact "ifd0.$total.failed" "$(echo "$line" | sed -n 's/.* \([0-9]*\) failed.*/\1/p')"
+  fact "ifd0.$total.jobs" "$(echo "$line" | sed -n 's/^locate: \([0-9]*\) jobs.*/\1/p')"
+  if have valgrind; then
+    one="$(cg_locate_in "$bin" "$dir/manifest.tsv" 1)"
+    three="$(cg_locate_in "$bin" "$dir/manifest.tsv" 3)"
+    fact "ifd0.$total.instr" "$(( (three - one) / 8 ))"
+  fi
+  rm -rf "$dir"
+done
+
+# ---- 4e. the library as it was (--before REV), counted the same way -------------
+# Its sources at REV with this harness (bench/ and the test-data builder of
+# now), built alike; instructions, allocations, system calls and the paired
+# ratio over the same corpus.
+if [ -n "$before_rev" ]; then
+  log "building the library at $before_rev for the before/after table"
+  fact before.rev "$(git -C "$root" rev-parse --short "$before_rev")"
+  git -C "$root" worktree add --detach "$work/before-src" "$before_rev" >/dev/null 2>&1
+  rm -rf "$work/before-src/bench"
+  cp -r "$root/bench" "$work/before-src/bench"
+  cp "$root/tests/support/KpzFileBuilder.cpp" "$root/tests/support/KpzFileBuilder.h" \
+    "$work/before-src/tests/support/"
+  if { cmake -S "$work/before-src" -B "$work/before-build" -DCMAKE_BUILD_TYPE=Release \
+         -DKPZ_BUILD_BENCH=ON -DKPZ_BUILD_TESTS=OFF -DKPZ_BUILD_TOOLS=OFF &&
+       cmake --build "$work/before-build" --target kpz_bench_run -j "$jobs"; } \
+       >"$out/build-before.log" 2>&1; then
+    bbin="$work/before-build/bin"
+    for job in locate main; do
+      if have valgrind; then
+        one="$(bin="$bbin" cg_total "$norep" "$job" 1)"
+        three="$(bin="$bbin" cg_total "$norep" "$job" 3)"
+        fact "before.instr.$job.norep" "$(( (three - one) / (2 * cg_files) ))"
+      fi
+      fact "before.allocs.$job" "$(allocs_of "$bbin" "$job" "$manifest")"
+      if have strace; then
+        one="$(bin="$bbin" st_calls "$job" 1)"
+        three="$(bin="$bbin" st_calls "$job" 3)"
+        fact "before.syscalls.$job" "$(awk -v a="$one" -v b="$three" -v n="$st_files" 'BEGIN { printf "%.1f", (b - a) / (2 * n) }')"
+      fi
+      fact "before.us.$job" "$("$bbin/kpz_bench_run" "$job" "$manifest" --rounds 20 2>/dev/null | sed -n 's/.*, \([0-9.]*\) us\/job.*/\1/p')"
+      fact "after.us.$job" "$("$bin/kpz_bench_run" "$job" "$manifest" --rounds 20 2>/dev/null | sed -n 's/.*, \([0-9.]*\) us\/job.*/\1/p')"
+    done
+    fact "before.us.floorhead" "$("$bin/kpz_bench_run" floorhead "$manifest" --rounds 20 2>/dev/null | sed -n 's/.*, \([0-9.]*\) us\/job.*/\1/p')"
+    paired_of "$bbin" before.paired
+  else
+    log "the library at $before_rev did not build with this harness (see $out/build-before.log)"
+  fi
+  git -C "$root" worktree remove --force "$work/before-src" >/dev/null 2>&1 || true
+fi
 
 # ---- 5. cost against preview length -----------------------------------------
 log "cost against preview length: $sweep_sizes bytes"
