@@ -184,8 +184,7 @@ Outcome RunEntry(const std::string& path) {
   }
   raw.Finalize();
 
-  // The file channel is about 192 KiB: on the heap here, as the fuzzer's own
-  // stack is not the concern.
+  // On the heap here; the entry keeps it on its stack (it is small).
   std::unique_ptr<DtNlFileIo> fileIo(new DtNlFileIo());
   if (fileIo->Open(path.c_str(), "r") < 0) {
     return out;

@@ -12,8 +12,8 @@
 //   // Java
 //   byte[] jpeg = new KaviKPZInterface().getScreennailNative("/sdcard/DCIM/a.kpz");
 //
-// The frame holds a DtRaw and a DtNlFileIo (with its 192 KiB bounce buffer) on
-// the native stack, so the calling thread needs a little over 192 KiB of it.
+// The frame holds a DtRaw and a DtNlFileIo on the native stack, a few
+// hundred bytes (the channel makes its retry buffer only when it needs it).
 // No pointer members; the path's UTF-8 characters are borrowed from the JVM
 // and released exactly once on every path, and the read buffer is owned by the
 // call and freed on every path.

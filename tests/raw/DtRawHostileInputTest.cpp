@@ -11,10 +11,9 @@
 // it; every diagnostic line has the logger's form and no assertion fires;
 // the file keeps its size through the write-back; and memory stays bounded:
 // while the operations run, no single allocation exceeds max(file size,
-// 64 KiB) + 1 KiB. The one fixed-size allocation above that, the file
-// channel object with its built-in 192 KiB bounce buffer, is recognised by
-// its exact size and counted apart. Allocations are seen through a
-// replacement of the global operator new in this executable.
+// 64 KiB) + 1 KiB, the file channels and the engine included. Allocations
+// are seen through a replacement of the global operator new in this
+// executable.
 #include "raw/DtRaw.h"
 
 #include <gtest/gtest.h>
@@ -45,7 +44,6 @@
 #include "support/LogExpect.h"
 #include "util/DtNlString.h"
 #include "util/io/DtNlFile.h"
-#include "util/io/DtNlFileIo.h"
 #include "util/io/DtNlTime.h"
 
 // ---- Allocation watch ------------------------------------------------------
@@ -56,14 +54,9 @@ namespace {
 
 std::atomic<bool> g_watching{false};
 std::atomic<std::size_t> g_largest{0};
-std::atomic<std::size_t> g_fileChannels{0};
 
 void Record(std::size_t size) {
   if (!g_watching.load(std::memory_order_relaxed)) {
-    return;
-  }
-  if (size == sizeof(DtNlFileIo)) {
-    g_fileChannels.fetch_add(1, std::memory_order_relaxed);
     return;
   }
   std::size_t seen = g_largest.load(std::memory_order_relaxed);
@@ -90,7 +83,6 @@ class AllocationWatch {
  public:
   AllocationWatch() {
     g_largest.store(0);
-    g_fileChannels.store(0);
     g_watching.store(true);
   }
   ~AllocationWatch() { g_watching.store(false); }

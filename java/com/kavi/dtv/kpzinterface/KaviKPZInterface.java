@@ -10,8 +10,8 @@
 //   if (jpeg != null) { Bitmap b = BitmapFactory.decodeByteArray(jpeg, 0, jpeg.length); }
 //
 // The object holds no state; one instance may be shared by any number of
-// threads, each call runs on the calling thread. The native call needs a little
-// over 192 KiB of the calling thread's native stack.
+// threads, each call runs on the calling thread. The native call needs only a
+// few kilobytes of the calling thread's native stack.
 package com.kavi.dtv.kpzinterface;
 
 public class KaviKPZInterface {
