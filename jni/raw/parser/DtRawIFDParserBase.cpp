@@ -12,20 +12,6 @@
 
 namespace {
 
-// Bytes per value of TIFF types 3 to 10, indexed by type - 3. Two quirks are
-// kept on purpose: SSHORT (8) counts 1 byte per value, and FLOAT (11) and
-// DOUBLE (12) fall outside the table and count 1 byte, like every other type.
-const UINT8 c_unitSize[8] = {
-    2,  // 3 SHORT
-    4,  // 4 LONG
-    8,  // 5 RATIONAL
-    1,  // 6 SBYTE
-    1,  // 7 UNDEFINED
-    1,  // 8 SSHORT
-    4,  // 9 SLONG
-    8   // 10 SRATIONAL
-};
-
 // Bytes of one directory entry, and of an entry after its tag id.
 const UINT ENTRY_SIZE = 12;
 const UINT ENTRY_REST = 10;
@@ -301,7 +287,12 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
       }
       tag = m_tagDataList.NewTagData(size);
-      if (dir.ReadBytes(tag->m_data, size) != size) {
+      if (whole != nullptr && size <= 4) {
+        // The entry's own field, which the block holds: no read can fall short.
+        for (UINT32 b = 0; b < size; ++b) {
+          tag->m_data[b] = whole[8 + b];
+        }
+      } else if (dir.ReadBytes(tag->m_data, size) != size) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Err!!");
         m_tagDataList.DeleteTagData(tag);
         return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
@@ -379,31 +370,6 @@ void DtRawIFDParserBase::Reset() {
 
 int DtRawIFDParserBase::isTargetTag(unsigned short tagId) {
   return targetIndexOf(tagId) < MAX_TARGETS ? 1 : 0;
-}
-
-UINT32 DtRawIFDParserBase::targetIndexOf(unsigned short tagId) const {
-  if (m_targetTagList == nullptr) {
-    return MAX_TARGETS;
-  }
-  // Linear, from the front: the first of equal ids counts.
-  const INT32 count = m_targetTagNum < static_cast<INT32>(MAX_TARGETS)
-                          ? m_targetTagNum
-                          : static_cast<INT32>(MAX_TARGETS);
-  for (INT32 i = 0; i < count; ++i) {
-    if (m_targetTagList[i] == tagId) {
-      return static_cast<UINT32>(i);
-    }
-  }
-  return MAX_TARGETS;
-}
-
-UINT32 DtRawIFDParserBase::getTagDataSize(UINT16 type, UINT32 count) {
-  // Deliberate: the index is an unsigned 16-bit difference, so types 0 to 2
-  // wrap to 65533..65535 and fall outside the table like types 11 and up.
-  const UINT16 index = static_cast<UINT16>(type - 3u);
-  const UINT32 unit = (index < sizeof c_unitSize) ? c_unitSize[index] : 1u;
-  // Deliberate: unsigned 32-bit product that may wrap (LONG x 0x40000001 is 4).
-  return count * unit;
 }
 
 void DtRawIFDParserBase::setTargetTags(const UINT16* ids, INT32 count) {

@@ -91,10 +91,42 @@ class DtRawIFDParserBase {
   int isTargetTag(unsigned short tagId);
   // The index of `tagId` in the target set (the first, when an id is listed
   // twice), or MAX_TARGETS when it is not there.
-  UINT32 targetIndexOf(unsigned short tagId) const;
+  UINT32 targetIndexOf(unsigned short tagId) const {
+    if (m_targetTagList == nullptr) {
+      return MAX_TARGETS;
+    }
+    // Linear, from the front (setTargetTags keeps the set to MAX_TARGETS).
+    for (INT32 i = 0; i < m_targetTagNum; ++i) {
+      if (m_targetTagList[i] == tagId) {
+        return static_cast<UINT32>(i);
+      }
+    }
+    return MAX_TARGETS;
+  }
   // count x unit size of `type` as an unsigned 32-bit product, which wraps
   // deliberately (see the .cpp for the unit table and its two quirks).
-  static UINT32 getTagDataSize(UINT16 type, UINT32 count);
+  static UINT32 getTagDataSize(UINT16 type, UINT32 count) {
+    // Deliberate: the index is an unsigned 16-bit difference, so types 0 to 2
+    // wrap to 65533..65535 and fall outside the table like types 11 and up.
+    const UINT16 index = static_cast<UINT16>(type - 3u);
+    const UINT32 unit = (index < sizeof UNIT_SIZE) ? UNIT_SIZE[index] : 1u;
+    // Deliberate: unsigned 32-bit product that may wrap (LONG x 0x40000001 is 4).
+    return count * unit;
+  }
+
+  // Bytes per value of TIFF types 3 to 10, indexed by type - 3. Two quirks are
+  // kept on purpose: SSHORT (8) counts 1 byte per value, and FLOAT (11) and
+  // DOUBLE (12) fall outside the table and count 1 byte, like every other type.
+  static constexpr UINT8 UNIT_SIZE[8] = {
+      2,  // 3 SHORT
+      4,  // 4 LONG
+      8,  // 5 RATIONAL
+      1,  // 6 SBYTE
+      1,  // 7 UNDEFINED
+      1,  // 8 SSHORT
+      4,  // 9 SLONG
+      8   // 10 SRATIONAL
+  };
 
   // Sets the target set (for subclasses' initTargetTagList) to the `count`
   // ids at `ids` (borrowed: they must outlive the parser), once. A set of more

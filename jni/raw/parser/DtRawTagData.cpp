@@ -1,14 +1,6 @@
 // DtRawTagData.cpp - one kept directory entry; copies never carry the value bytes.
 #include "raw/parser/DtRawTagData.h"
 
-DtRawTagData::DtRawTagData()
-    : m_category(DtRawTagCategoryIfd0),
-      m_tagId(0),
-      m_offset(0),
-      m_size(0),
-      m_data(nullptr),
-      m_byteOrder(DtNlBigEndian) {}
-
 DtRawTagData::DtRawTagData(const DtRawTagData& other) : DtRawTagData() { copy(other); }
 
 DtRawTagData& DtRawTagData::operator=(const DtRawTagData& other) {

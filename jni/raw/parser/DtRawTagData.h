@@ -22,18 +22,24 @@
 
 // The kind of directory an entry was read from (the parser's category).
 enum DtRawTagCategory : UINT32 {
-  DtRawTagCategoryIfd0 = 0,          // DtRawIFD0Parser
-  DtRawTagCategoryIfd1 = 1,          // DtRawIFD1Parser
-  DtRawTagCategoryExif = 2,          // DtRawExifIFDParser
-  DtRawTagCategoryIob = 3,           // DtRawIobIFDParser
-  DtRawTagCategoryMakerNote = 4,     // DtRawKaviMakerNoteParser
-  DtRawTagCategoryKmMakerNote = 5    // DtRawKaviKmMakerNoteParser
+  DtRawTagCategoryIfd0 = 0,        // DtRawIFD0Parser
+  DtRawTagCategoryIfd1 = 1,        // DtRawIFD1Parser
+  DtRawTagCategoryExif = 2,        // DtRawExifIFDParser
+  DtRawTagCategoryIob = 3,         // DtRawIobIFDParser
+  DtRawTagCategoryMakerNote = 4,   // DtRawKaviMakerNoteParser
+  DtRawTagCategoryKmMakerNote = 5  // DtRawKaviKmMakerNoteParser
 };
 
 class DtRawTagData {
  public:
   // Every field zero: category 0, null data, byte order 0.
-  DtRawTagData();
+  DtRawTagData()
+      : m_category(DtRawTagCategoryIfd0),
+        m_tagId(0),
+        m_offset(0),
+        m_size(0),
+        m_data(nullptr),
+        m_byteOrder(DtNlBigEndian) {}
   // Copies every field but m_data, which becomes null: a copy describes where
   // a value lies but carries (and frees) no bytes.
   DtRawTagData(const DtRawTagData& other);
@@ -45,12 +51,12 @@ class DtRawTagData {
   // copying from itself does nothing.
   void copy(const DtRawTagData& other);
 
-  UINT32 m_category;         // a DtRawTagCategory value
-  UINT16 m_tagId;            // TIFF tag id
-  UINT32 m_offset;           // absolute stream position of the value bytes
-  UINT32 m_size;             // value size in bytes (count x unit size, 32-bit)
-  UINT8* m_data;             // m_size value bytes as stored, or null (see above)
-  DtNlByteOrder m_byteOrder; // byte order of the file, to decode m_data
+  UINT32 m_category;          // a DtRawTagCategory value
+  UINT16 m_tagId;             // TIFF tag id
+  UINT32 m_offset;            // absolute stream position of the value bytes
+  UINT32 m_size;              // value size in bytes (count x unit size, 32-bit)
+  UINT8* m_data;              // m_size value bytes as stored, or null (see above)
+  DtNlByteOrder m_byteOrder;  // byte order of the file, to decode m_data
 };
 
 #endif  // KPZ_RAW_PARSER_DTRAWTAGDATA_H
