@@ -93,8 +93,10 @@ rm -f "$out"/*.json "$out"/*.txt "$out"/*.md "$out"/*.dat "$out"/*.png "$out"/ca
 log "building in $build (log: $out/build.log)"
 targets="kpz_bench kpz_bench_run"
 [ "$cli_only" -eq 1 ] && targets="kpz_bench_run"
+# Every option that matters is set here, so that a build directory
+# configured otherwise earlier (say without the tool) is brought back in line.
 if ! { cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DKPZ_BUILD_BENCH=ON \
-         -DKPZ_BUILD_TESTS=OFF -DKPZ_WERROR=ON &&
+         -DKPZ_BUILD_TESTS=OFF -DKPZ_BUILD_TOOLS=ON -DKPZ_WERROR=ON -DCMAKE_CXX_FLAGS= &&
        cmake --build "$build" --target $targets -j "$jobs"; } >"$out/build.log" 2>&1; then
   cat "$out/build.log" >&2
   log "the build failed"
