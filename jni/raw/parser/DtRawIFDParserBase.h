@@ -104,7 +104,7 @@ class DtRawIFDParserBase {
     return MAX_TARGETS;
   }
   // count x unit size of `type` as an unsigned 32-bit product, which wraps
-  // deliberately (see the .cpp for the unit table and its two quirks).
+  // deliberately (UNIT_SIZE below has the unit table and its two quirks).
   static UINT32 getTagDataSize(UINT16 type, UINT32 count) {
     // Deliberate: the index is an unsigned 16-bit difference, so types 0 to 2
     // wrap to 65533..65535 and fall outside the table like types 11 and up.
