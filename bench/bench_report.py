@@ -472,8 +472,8 @@ def main():
             print("\n".join(ba))
         print("\n## Locating against the number of entries in IFD0 (8 files)\n")
         print("\n".join(ifd0_table(facts)))
-        print("\nIFD0 of these files has 7 entries of its own (the fewest that hold every "
-              "tag locating needs); the others are tags no parser keeps, placed before them, "
+        print("\nIFD0 of these files holds the standard file's 7 entries (its whole "
+              "target set); the others are tags no parser keeps, placed before them, "
               "so that each is read. Past about 5,400 entries IFD0 runs beyond the 64 KiB "
               "head and locating fails as specified, after reading what the head holds.")
     if facts.get("cli_only") == "1":
