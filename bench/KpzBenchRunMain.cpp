@@ -130,6 +130,20 @@ int runCorpus(int argc, char** argv) {
   return 0;
 }
 
+// The first `maxFiles` files of the manifest at `path`; false (reported) when
+// it cannot be read.
+bool loadCorpus(const char* path, std::uint32_t maxFiles, std::vector<BenchFile>* files) {
+  std::string why;
+  if (!BenchCorpus::Load(path, files, &why)) {
+    std::fprintf(stderr, "kpz_bench_run: %s\n", why.c_str());
+    return false;
+  }
+  if (maxFiles < files->size()) {
+    files->resize(maxFiles);
+  }
+  return true;
+}
+
 // Runs `job` on file `index`; false when it failed.
 bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* head,
             std::vector<UINT8>* scratch) {
@@ -202,13 +216,8 @@ int runJob(int argc, char** argv) {
     }
   }
   std::vector<BenchFile> files;
-  std::string why;
-  if (!BenchCorpus::Load(argv[2], &files, &why)) {
-    std::fprintf(stderr, "kpz_bench_run: %s\n", why.c_str());
+  if (!loadCorpus(argv[2], maxFiles, &files)) {
     return 1;
-  }
-  if (maxFiles < files.size()) {
-    files.resize(maxFiles);
   }
 #if KPZ_BENCH_EXIV2
   if (job == "exiv2") {
@@ -300,13 +309,8 @@ int runPaired(int argc, char** argv) {
     }
   }
   std::vector<BenchFile> files;
-  std::string why;
-  if (!BenchCorpus::Load(argv[2], &files, &why)) {
-    std::fprintf(stderr, "kpz_bench_run: %s\n", why.c_str());
+  if (!loadCorpus(argv[2], maxFiles, &files)) {
     return 1;
-  }
-  if (maxFiles < files.size()) {
-    files.resize(maxFiles);
   }
   std::vector<UINT8> head(BenchJobs::HEAD_SIZE);
   // One untimed pass: the page cache and the allocator warm up.

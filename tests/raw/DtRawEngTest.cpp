@@ -71,6 +71,16 @@ const int kParserLineDirNum =
 const int kParserLineReadTag =
     kpztest::LogCallLineIn(kParserSrc, "parse", "DtRawIFDParserBase: Read Tag Err!!");
 
+// Every parser pointer of `eng` is null.
+void ExpectNoParsers(const DtRawEng& eng) {
+  EXPECT_EQ(eng.m_ifd0Parser, nullptr);
+  EXPECT_EQ(eng.m_ifd1Parser, nullptr);
+  EXPECT_EQ(eng.m_exifParser, nullptr);
+  EXPECT_EQ(eng.m_iobParser, nullptr);
+  EXPECT_EQ(eng.m_makerNoteParser, nullptr);
+  EXPECT_EQ(eng.m_kmMakerNoteParser, nullptr);
+}
+
 std::string Line(const char* function, int line, const std::string& message) {
   return kpztest::InfoLine(kSrc, function, line, message);
 }
@@ -545,12 +555,7 @@ TEST_P(EngineChannels, FinalizeNullsTheParsersAndTheNextParseStartsThemAfresh) {
   DtRawIFD0Parser* ifd0 = eng.m_ifd0Parser;
   ASSERT_NE(ifd0, nullptr);
   eng.Finalize();
-  EXPECT_EQ(eng.m_ifd0Parser, nullptr);
-  EXPECT_EQ(eng.m_ifd1Parser, nullptr);
-  EXPECT_EQ(eng.m_exifParser, nullptr);
-  EXPECT_EQ(eng.m_iobParser, nullptr);
-  EXPECT_EQ(eng.m_makerNoteParser, nullptr);
-  EXPECT_EQ(eng.m_kmMakerNoteParser, nullptr);
+  ExpectNoParsers(eng);
   // A parse after Finalize gets a parser in the state of a new one (its
   // earlier next offset is gone), with the same object behind it.
   ASSERT_EQ(Run(&eng, Spec(), &err), DtRawOk);
@@ -571,12 +576,7 @@ INSTANTIATE_TEST_SUITE_P(AllChannels, EngineChannels, kpztest::AllRawParams(),
 
 TEST(DtRawEng, NewEngineHasNoParsersBigEndianAndTheM372FlagSet) {
   DtRawEng eng;
-  EXPECT_EQ(eng.m_ifd0Parser, nullptr);
-  EXPECT_EQ(eng.m_ifd1Parser, nullptr);
-  EXPECT_EQ(eng.m_exifParser, nullptr);
-  EXPECT_EQ(eng.m_iobParser, nullptr);
-  EXPECT_EQ(eng.m_makerNoteParser, nullptr);
-  EXPECT_EQ(eng.m_kmMakerNoteParser, nullptr);
+  ExpectNoParsers(eng);
   EXPECT_EQ(eng.m_byteOrder, DtNlBigEndian);
   EXPECT_EQ(eng.m_isM372, 1);
 }
@@ -601,12 +601,7 @@ TEST(DtRawEng, FinalizeDeletesEveryParserAndMayBeRepeated) {
   ASSERT_EQ(eng.Parse(s.Get()), DtRawOk);
   ASSERT_NE(eng.m_kmMakerNoteParser, nullptr);
   eng.Finalize();
-  EXPECT_EQ(eng.m_ifd0Parser, nullptr);
-  EXPECT_EQ(eng.m_ifd1Parser, nullptr);
-  EXPECT_EQ(eng.m_exifParser, nullptr);
-  EXPECT_EQ(eng.m_iobParser, nullptr);
-  EXPECT_EQ(eng.m_makerNoteParser, nullptr);
-  EXPECT_EQ(eng.m_kmMakerNoteParser, nullptr);
+  ExpectNoParsers(eng);
   eng.Finalize();
   EXPECT_EQ(eng.m_ifd0Parser, nullptr);
 }
