@@ -11,6 +11,8 @@ packages=(
   android-liblog-dev     # the Android log library for the JNI entry (prints to stderr)
   libcli11-dev           # argument parsing for the kpz tool
   nlohmann-json3-dev     # JSON output of the kpz tool
+  pkg-config dpkg-dev    # the package tests: pkg-config consumer, Debian packages (dpkg-shlibdeps)
+  help2man               # the kpz manual page, from kpz --help
   "$@"
 )
 

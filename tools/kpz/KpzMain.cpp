@@ -32,9 +32,13 @@
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzRotation.h"
 #include "kpz/KpzRotator.h"
+#include "kpz/KpzSample.h"
 #include "kpz/KpzSource.h"
 #include "kpz/KpzSummary.h"
 
+#ifndef KPZ_VERSION
+#define KPZ_VERSION "unknown"
+#endif
 #ifndef KPZ_SAMPLE_PATH
 #define KPZ_SAMPLE_PATH "samples/sample.kpz"
 #endif
@@ -49,7 +53,7 @@ const int kExitOutput = 3;  // an output (for rotate: the file itself) cannot be
 const char* const kHelpFooter =
     "FILE is a KPZ raw file. Without FILE, info, preview and thumbnail use the\n"
     "bundled sample:\n"
-    "  " KPZ_SAMPLE_PATH "\n"
+    "  <prefix>/share/kpz/sample.kpz when installed, else " KPZ_SAMPLE_PATH "\n"
     "\n"
     "info: every value in words with units ('Exposure time  1/250 s',\n"
     "'F-number  f/5.6'); a value the file does not hold shows as 'not recorded'.\n"
@@ -207,7 +211,7 @@ int runBatch(KpzConsole& console, std::size_t count, unsigned int jobs,
 
 int runInfo(const Command& cmd) {
   const std::vector<std::string> args =
-      cmd.files.empty() ? std::vector<std::string>{KPZ_SAMPLE_PATH} : cmd.files;
+      cmd.files.empty() ? std::vector<std::string>{KpzSample::Path(KPZ_SAMPLE_PATH)} : cmd.files;
   const std::vector<KpzInputList::Entry> inputs = inputsOf(cmd, args);
   if (inputs.empty()) {
     return kExitInput;
@@ -241,7 +245,7 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   }
   const bool useSample = cmd.files.empty();
   const std::vector<std::string> args =
-      useSample ? std::vector<std::string>{KPZ_SAMPLE_PATH} : cmd.files;
+      useSample ? std::vector<std::string>{KpzSample::Path(KPZ_SAMPLE_PATH)} : cmd.files;
   const bool many = args.size() > 1 || KpzInputList::NamesDirectory(args);
   if (many && cmd.output == "-") {
     std::fprintf(stderr,
@@ -383,6 +387,7 @@ int main(int argc, char** argv) {
       "kpz");
   app.require_subcommand(1);
   app.footer(kHelpFooter);
+  app.set_version_flag("--version", "kpz " KPZ_VERSION, "print the version and exit");
 
   Command info;
   CLI::App* infoCmd = addCommon(app, "info", "show the metadata, as a table or as JSON", &info);
