@@ -88,6 +88,56 @@ TEST(DtNlWidth, InterfaceIntegerTypesHaveTheirNamedWidthsOnEveryMachine) {
   EXPECT_EQ(sizeof(DtNlByteOrder), 4u);
 }
 
+// The three machines the suite runs on, and the widths each is pinned to, so
+// that a toolchain with other widths (a 32-bit ARM C library with 64-bit
+// time_t or off_t, say) is noticed rather than silently taking the other
+// branch of the tests below.
+//   x86-64 Linux  LP64:  long, pointers, off_t, time_t, st_size 64; char signed
+//   arm64 Linux   LP64:  the same widths; char unsigned       (as arm64-v8a)
+//   armhf Linux   ILP32: all of them 32 bits; char unsigned   (as armeabi-v7a,
+//                 whose C library has a 64-bit st_size, see below)
+TEST(DtNlWidth, ThisMachineIsOneOfTheThreeWithPinnedWidths) {
+  constexpr std::size_t kStatSize = sizeof(std::declval<struct stat&>().st_size);
+  const bool charSigned = std::numeric_limits<char>::is_signed;
+#if defined(__x86_64__) || defined(__aarch64__)
+  EXPECT_EQ(sizeof(long), 8u);
+  EXPECT_EQ(kPtr, 8u);
+  EXPECT_EQ(sizeof(off_t), 8u);
+  EXPECT_EQ(sizeof(time_t), 8u);
+  EXPECT_EQ(kStatSize, 8u);
+  EXPECT_TRUE(kWideStatSize);
+  EXPECT_TRUE(kWideTime);
+#if defined(__x86_64__)
+  EXPECT_TRUE(charSigned);
+#else
+  EXPECT_FALSE(charSigned);
+#endif
+#elif defined(__arm__) && defined(__ANDROID__)
+  // armeabi-v7a (not run here, for a device run): Android's C library gives
+  // struct stat a 64-bit st_size on 32-bit ARM; time_t stays 32 bits.
+  EXPECT_EQ(sizeof(long), 4u);
+  EXPECT_EQ(kPtr, 4u);
+  EXPECT_EQ(sizeof(time_t), 4u);
+  EXPECT_EQ(kStatSize, 8u);
+  EXPECT_TRUE(kWideStatSize);
+  EXPECT_FALSE(kWideTime);
+  EXPECT_FALSE(charSigned);
+#elif defined(__arm__)
+  EXPECT_EQ(sizeof(long), 4u);
+  EXPECT_EQ(kPtr, 4u);
+  EXPECT_EQ(sizeof(off_t), 4u);
+  EXPECT_EQ(sizeof(time_t), 4u);
+  EXPECT_EQ(kStatSize, 4u);
+  EXPECT_FALSE(kWideStatSize);
+  EXPECT_FALSE(kWideTime);
+  EXPECT_FALSE(charSigned);
+#else
+  (void)kStatSize;
+  (void)charSigned;
+  FAIL() << "a machine whose widths are not pinned here: add it";
+#endif
+}
+
 // ---------------------------------------------------------------- record layout
 
 TEST(DtNlWidth, StatusIsTwo32BitFieldsInOrderOnEveryMachine) {
