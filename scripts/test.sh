@@ -17,17 +17,40 @@ if [ ${#presets[@]} -eq 0 ]; then
 fi
 jobs=$(nproc 2>/dev/null || echo 2)
 
+# The time each preset and stage took, printed at the end (and after a failure).
+times=()
+started=$SECONDS
+timed() {
+  local name=$1 t0=$SECONDS
+  shift
+  "$@"
+  times+=("$(printf '%-14s %3d min %02d s' "$name" $(((SECONDS - t0) / 60)) $(((SECONDS - t0) % 60)))")
+}
+report_times() {
+  local status=$?
+  echo "=== times ==="
+  if [ ${#times[@]} -gt 0 ]; then printf '%s\n' "${times[@]}"; fi
+  printf '%-14s %3d min %02d s\n' total $(((SECONDS - started) / 60)) $(((SECONDS - started) % 60))
+  exit "$status"
+}
+trap report_times EXIT
+
+run_preset() {
+  cmake --preset "$1" -DKPZ_WERROR=ON -DKPZ_REQUIRE_JNI=ON >/dev/null
+  cmake --build --preset "$1" -j "$jobs"
+  ctest --preset "$1" -j "$jobs"
+}
+
 for preset in "${presets[@]}"; do
   echo "=== preset: $preset ==="
-  cmake --preset "$preset" -DKPZ_WERROR=ON -DKPZ_REQUIRE_JNI=ON >/dev/null
-  cmake --build --preset "$preset" -j "$jobs"
-  ctest --preset "$preset" -j "$jobs"
+  timed "$preset" run_preset "$preset"
 done
 
 if [ "$run_stages" -eq 1 ]; then
   for stage in scripts/stage-*.sh; do
     [ -e "$stage" ] || continue
-    echo "=== stage: $(basename "$stage" .sh) ==="
-    bash "$stage"
+    name=$(basename "$stage" .sh)
+    echo "=== stage: $name ==="
+    timed "$name" bash "$stage"
   done
 fi
