@@ -430,8 +430,8 @@ TEST_F(KpzToolUpright, DirectoryBatchTurnsEachFileAndCountsTheReencodedOnes) {
   KpzSpec broken;
   broken.orientation = DtRaw::convRotInfoUsetoStd(1);
   broken.screennail = kpztest::FakeJpeg(3000, 9);  // JPEG-shaped, not decodable
-  WriteSpec("in/e.kpz", broken);
-  const Result r = Run({"preview", "--upright", "-j", "2", At("in"), "-o", At("out")});
+  WriteSpec("in/ab.kpz", broken);  // between a and b: later files on its thread still turn
+  const Result r = Run({"preview", "--upright", "-j", "1", At("in"), "-o", At("out")});
   EXPECT_EQ(r.exit, 1);
   EXPECT_EQ(kpztool::Listing(At("out")),
             (std::vector<std::string>{"a.preview.jpg", "b.preview.jpg", "c.preview.jpg",
@@ -447,7 +447,7 @@ TEST_F(KpzToolUpright, DirectoryBatchTurnsEachFileAndCountsTheReencodedOnes) {
             "");
   const std::vector<std::string> lines = kpztool::Lines(r.err);
   ASSERT_EQ(lines.size(), 4u) << r.err;
-  EXPECT_TRUE(Contains(lines[0], "kpz: " + At("in/e.kpz") +
+  EXPECT_TRUE(Contains(lines[0], "kpz: " + At("in/ab.kpz") +
                                      ": the preview cannot be turned upright: "))
       << lines[0];
   EXPECT_EQ(lines[1], "kpz: 5 files: 4 done, 1 failed");

@@ -17,14 +17,25 @@ const std::uint16_t kOrientationTag = 0x0112;
 const std::uint16_t kTiffShort = 3;
 
 // One TurboJPEG handle per thread, for transforming, decoding and encoding
-// (a transform handle does all three); made on first use.
+// (a transform handle does all three); made on first use. A handle that
+// has met a failure is not used again: its decompressor can be left in a
+// state that fails every later call ("SOS before SOF"), so it is dropped
+// (dropHandle) and the next call makes a fresh one.
 struct HandleDeleter {
   void operator()(void* h) const { tjDestroy(h); }
 };
-tjhandle threadHandle() {
-  thread_local std::unique_ptr<void, HandleDeleter> handle(tjInitTransform());
-  return handle.get();
+std::unique_ptr<void, HandleDeleter>& threadSlot() {
+  thread_local std::unique_ptr<void, HandleDeleter> handle;
+  return handle;
 }
+tjhandle threadHandle() {
+  std::unique_ptr<void, HandleDeleter>& slot = threadSlot();
+  if (!slot) {
+    slot.reset(tjInitTransform());
+  }
+  return slot.get();
+}
+void dropHandle() { threadSlot().reset(); }
 
 // A buffer TurboJPEG allocated, freed with tjFree.
 struct TjBuffer {
@@ -136,6 +147,7 @@ std::string tjWords(tjhandle h) {
 }
 
 KpzUpright::Result failed(KpzUpright::Result r, const std::string& why) {
+  dropHandle();
   r.ok = false;
   r.error = why;
   r.jpeg.clear();
@@ -473,8 +485,9 @@ std::string KpzUpright::Note(const Result& r, unsigned char code) {
     }
     case Treatment::Reencoded: {
       note += "; re-encoded at quality " + std::to_string(kQuality) + ": ";
-      const bool w = r.width % r.blockWidth != 0;
-      const bool h = r.height % r.blockHeight != 0;
+      const int op = operationOf(code);
+      const bool w = movesRightEdge(op) && r.width % r.blockWidth != 0;
+      const bool h = movesBottomEdge(op) && r.height % r.blockHeight != 0;
       if (w && h) {
         note += "its size, " + std::to_string(r.width) + "x" + std::to_string(r.height) +
                 ", is not";
