@@ -15,11 +15,16 @@
 //   kpz rotate a.kpz --cw        # a.kpz: normal -> rotated 90° clockwise
 #include <cstdio>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
+
+#if defined(__GLIBC__)  // known once a C library header is in (<cstdio> above)
+#include <malloc.h>
+#endif
 
 #include "kpz/KpzBatch.h"
 #include "kpz/KpzConsole.h"
@@ -328,6 +333,17 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
 
   const bool sync = cmd.sync;
   const bool upright = cmd.upright;
+#if defined(__GLIBC__)
+  if (upright) {
+    // Turning a preview allocates a few MB of DCT coefficients and frees
+    // them again, file after file. By default glibc hands blocks that large
+    // back to the kernel (mmap/munmap, heap trimming), so every file paid
+    // again for faulting in and zeroing fresh pages: about 40 % of a turn.
+    // Kept in the process, the next file reuses them.
+    mallopt(M_MMAP_THRESHOLD, 64 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 256 * 1024 * 1024);
+  }
+#endif
   const bool verbose = cmd.verbose;
   const KpzUpright::Edges edges =
       cmd.edges == "trim" ? KpzUpright::Edges::Trim : KpzUpright::Edges::Reencode;
@@ -354,7 +370,13 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
       const KpzUpright::Orientation orientation =
           KpzUpright::ReadOrientation(source.Head(), KpzSource::kHeadSize);
       if (KpzUpright::Turns(orientation)) {
-        std::vector<UINT8> stored(picture.length);
+        std::vector<UINT8> stored;
+        try {
+          stored.resize(picture.length);
+        } catch (const std::bad_alloc&) {
+          return failure(kExitInput, in,
+                         std::string("not enough memory to read the ") + name + " and turn it");
+        }
         if (!source.ReadAt(picture.offset, picture.length, stored.data(), name, &why)) {
           return failure(kExitInput, in, why);
         }

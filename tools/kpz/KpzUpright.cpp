@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
@@ -350,6 +351,15 @@ int KpzUpright::SetOwnOrientationToNormal(UINT8* jpeg, std::size_t size) {
 
 KpzUpright::Result KpzUpright::Turn(const UINT8* jpeg, std::size_t size, unsigned char code,
                                     Edges edges) {
+  try {
+    return turn(jpeg, size, code, edges);
+  } catch (const std::bad_alloc&) {
+    return failed(Result(), "not enough memory to turn the JPEG");
+  }
+}
+
+KpzUpright::Result KpzUpright::turn(const UINT8* jpeg, std::size_t size, unsigned char code,
+                                    Edges edges) {
   Result r;
   const int op = operationOf(code);
   if (op == TJXOP_NONE) {
@@ -414,8 +424,10 @@ KpzUpright::Result KpzUpright::Turn(const UINT8* jpeg, std::size_t size, unsigne
     const int pf = gray ? TJPF_GRAY : TJPF_RGB;
     const int ps = tjPixelSize[pf];
     const std::size_t stride = static_cast<std::size_t>(r.width) * static_cast<std::size_t>(ps);
-    std::vector<UINT8> pixelsIn(stride * static_cast<std::size_t>(r.height));
-    if (tjDecompress2(h, jpeg, static_cast<unsigned long>(size), pixelsIn.data(), r.width,
+    // Not zeroed first (the decoder writes every byte): a vector would clear
+    // megabytes for nothing.
+    const std::unique_ptr<UINT8[]> pixelsIn(new UINT8[stride * static_cast<std::size_t>(r.height)]);
+    if (tjDecompress2(h, jpeg, static_cast<unsigned long>(size), pixelsIn.get(), r.width,
                       static_cast<int>(stride), r.height, pf, TJFLAG_ACCURATEDCT) != 0) {
       return failed(r, tjFailure(h, "decoded"));
     }
@@ -424,15 +436,16 @@ KpzUpright::Result KpzUpright::Turn(const UINT8* jpeg, std::size_t size, unsigne
     r.outHeight = m.transpose ? r.width : r.height;
     const std::size_t outStride =
         static_cast<std::size_t>(r.outWidth) * static_cast<std::size_t>(ps);
-    std::vector<UINT8> pixelsOut(outStride * static_cast<std::size_t>(r.outHeight));
+    const std::unique_ptr<UINT8[]> pixelsOut(
+        new UINT8[outStride * static_cast<std::size_t>(r.outHeight)]);
     for (int y = 0; y < r.outHeight; ++y) {
-      UINT8* dst = pixelsOut.data() + static_cast<std::size_t>(y) * outStride;
+      UINT8* dst = pixelsOut.get() + static_cast<std::size_t>(y) * outStride;
       const int y1 = m.mirrorY ? r.outHeight - 1 - y : y;
       for (int x = 0; x < r.outWidth; ++x) {
         const int x1 = m.mirrorX ? r.outWidth - 1 - x : x;
         const int sx = m.transpose ? y1 : x1;
         const int sy = m.transpose ? x1 : y1;
-        const UINT8* src = pixelsIn.data() + static_cast<std::size_t>(sy) * stride +
+        const UINT8* src = pixelsIn.get() + static_cast<std::size_t>(sy) * stride +
                            static_cast<std::size_t>(sx) * static_cast<std::size_t>(ps);
         std::memcpy(dst + static_cast<std::size_t>(x) * static_cast<std::size_t>(ps), src,
                     static_cast<std::size_t>(ps));
@@ -447,7 +460,7 @@ KpzUpright::Result KpzUpright::Turn(const UINT8* jpeg, std::size_t size, unsigne
       outSamp = TJSAMP_420;
     }
     TjBuffer out;
-    if (tjCompress2(h, pixelsOut.data(), r.outWidth, static_cast<int>(outStride), r.outHeight, pf,
+    if (tjCompress2(h, pixelsOut.get(), r.outWidth, static_cast<int>(outStride), r.outHeight, pf,
                     &out.data, &out.size, outSamp, kQuality, TJFLAG_ACCURATEDCT) != 0) {
       return failed(r, "the turned picture cannot be encoded (" + tjWords(h) + ")");
     }

@@ -134,6 +134,10 @@ class KpzUpright {
   // structure of `size` bytes at `tiff`; -1 when it is not there or cannot
   // be read within those bytes. With `setNormal`, the value is set to 1.
   static int TiffOrientation(UINT8* tiff, std::size_t size, bool setNormal);
+
+ private:
+  // Turn without the catch of std::bad_alloc.
+  static Result turn(const UINT8* jpeg, std::size_t size, unsigned char code, Edges edges);
 };
 
 #endif  // KPZ_TOOLS_KPZ_KPZUPRIGHT_H
