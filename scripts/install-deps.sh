@@ -11,6 +11,7 @@ packages=(
   android-liblog-dev     # the Android log library for the JNI entry (prints to stderr)
   libcli11-dev           # argument parsing for the kpz tool
   nlohmann-json3-dev     # JSON output of the kpz tool
+  libturbojpeg0-dev libjpeg62-turbo-dev  # kpz --upright: TurboJPEG turns JPEGs; its tests read DCT coefficients with libjpeg
   "$@"
 )
 
