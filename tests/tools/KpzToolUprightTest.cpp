@@ -93,9 +93,9 @@ class KpzToolUpright : public testing::Test {
     recipe.order = order;
     recipe.orientation = DtRaw::convRotInfoUsetoStd(code);
     recipe.screennail = jpeg;
-    return WriteSpec(name, recipe);
+    return WriteRecipe(name, recipe);
   }
-  std::string WriteSpec(const std::string& name, const KpzSpec& recipe) {
+  std::string WriteRecipe(const std::string& name, const KpzSpec& recipe) {
     const std::string path = dir.Write(name, kpztest::BuildKpz(recipe));
     EXPECT_FALSE(path.empty());
     return path;
@@ -354,7 +354,7 @@ TEST_F(KpzToolUpright, MissingOrientationWritesTheStoredBytesAndVerboseSaysWhy) 
   KpzSpec recipe;
   recipe.orientation.reset();
   recipe.screennail = stored;
-  const std::string in = WriteSpec("m.kpz", recipe);
+  const std::string in = WriteRecipe("m.kpz", recipe);
   const Result r = Run({"preview", "--upright", "-v", in, "-o", At("m.jpg")});
   ASSERT_EQ(r.exit, 0) << r.err;
   EXPECT_EQ(kpztest::ReadFileBytes(At("m.jpg")), stored);
@@ -371,7 +371,7 @@ TEST_F(KpzToolUpright, UnknownOrientationValueWritesTheStoredBytesAndVerboseSays
     recipe.orientation = value;
     recipe.order = value == 9 ? DtNlBigEndian : DtNlLittleEndian;
     recipe.screennail = stored;
-    const std::string in = WriteSpec("u.kpz", recipe);
+    const std::string in = WriteRecipe("u.kpz", recipe);
     const Result r = Run({"preview", "--upright", "-v", in, "-o", At("u.jpg")});
     ASSERT_EQ(r.exit, 0) << r.err;
     EXPECT_EQ(kpztest::ReadFileBytes(At("u.jpg")), stored);
@@ -410,7 +410,7 @@ TEST_F(KpzToolUpright, ThumbnailIsTurnedToo) {
   KpzSpec recipe;
   recipe.orientation = DtRaw::convRotInfoUsetoStd(2);
   recipe.thumbnail = kpztest::MakeJpeg(32, 16, TJSAMP_420);
-  const std::string in = WriteSpec("t.kpz", recipe);
+  const std::string in = WriteRecipe("t.kpz", recipe);
   const Result r = Run({"thumbnail", "--upright", "-v", in, "-o", "-"});
   ASSERT_EQ(r.exit, 0) << r.err;
   EXPECT_TRUE(Contains(r.err, ": thumbnail turned 180°, losslessly\n")) << r.err;
@@ -430,7 +430,7 @@ TEST_F(KpzToolUpright, DirectoryBatchTurnsEachFileAndCountsTheReencodedOnes) {
   KpzSpec broken;
   broken.orientation = DtRaw::convRotInfoUsetoStd(1);
   broken.screennail = kpztest::FakeJpeg(3000, 9);  // JPEG-shaped, not decodable
-  WriteSpec("in/ab.kpz", broken);  // between a and b: later files on its thread still turn
+  WriteRecipe("in/ab.kpz", broken);  // between a and b: later files on its thread still turn
   const Result r = Run({"preview", "--upright", "-j", "1", At("in"), "-o", At("out")});
   EXPECT_EQ(r.exit, 1);
   EXPECT_EQ(kpztool::Listing(At("out")),
@@ -463,7 +463,7 @@ TEST_F(KpzToolUpright, PreviewThatIsNoJpegFailsInWordsAndWritesNothing) {
   KpzSpec recipe;
   recipe.orientation = DtRaw::convRotInfoUsetoStd(1);
   recipe.screennail = kpztest::PatternBytes(5000, 3);
-  const std::string in = WriteSpec("g.kpz", recipe);
+  const std::string in = WriteRecipe("g.kpz", recipe);
   const Result r = Run({"preview", "--upright", in, "-o", At("g.jpg")});
   EXPECT_EQ(r.exit, 1);
   EXPECT_TRUE(Contains(r.err, "kpz: " + in +
@@ -525,7 +525,7 @@ TEST_F(KpzToolUpright, InfoTellsWhatUprightWouldDo) {
 TEST_F(KpzToolUpright, InfoOfAFileWithoutOrientationSaysUprightTurnsNothing) {
   KpzSpec recipe;
   recipe.orientation.reset();
-  const std::string in = WriteSpec("n.kpz", recipe);
+  const std::string in = WriteRecipe("n.kpz", recipe);
   const Result j = Run({"info", "--json", in});
   const nlohmann::json o = nlohmann::json::parse(Text(j.out));
   EXPECT_EQ(o["upright"]["code"], 0);
