@@ -12,6 +12,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "raw/DtRaw.h"
 #include "support/KpzFileBuilder.h"
 #include "util/DtNlDataUtil.h"
 
@@ -144,13 +145,30 @@ std::uint32_t BenchCorpus::PreviewSizeFor(std::uint32_t index, std::uint32_t pre
   return static_cast<std::uint32_t>(size);
 }
 
+const char* const BenchCorpus::ORIENTATIONS_NAME = "orientations.tsv";
+
+unsigned char BenchCorpus::OrientationFor(std::uint32_t index) {
+  if (index % 8u == 1u) {
+    return 1;
+  }
+  if (index % 8u == 5u) {
+    return 3;
+  }
+  if (index % 32u == 3u) {
+    return 2;
+  }
+  return 0;
+}
+
 bool BenchCorpus::Generate(const BenchCorpusPlan& plan, const std::string& dir,
                            std::vector<BenchFile>* files, std::string* error) {
   files->clear();
   for (std::uint32_t i = 0; i < plan.files; ++i) {
     BenchFile file;
     file.previewOffset = PreviewOffsetFor(i);
-    file.previewSize = PreviewSizeFor(i, plan.previewBytes);
+    file.previewSize = plan.realPreview.empty()
+                           ? PreviewSizeFor(i, plan.previewBytes)
+                           : static_cast<std::uint32_t>(plan.realPreview.size());
     file.bigEndian = (i % 2u) == 1u;
     file.m372 = (i % 4u) == 3u;
     file.fileSize =
@@ -164,8 +182,13 @@ bool BenchCorpus::Generate(const BenchCorpusPlan& plan, const std::string& dir,
     kpz.order = file.bigEndian ? DtNlBigEndian : DtNlLittleEndian;
     kpz.m372 = file.m372;
     // The pixel size the file's maker notes give for the preview.
-    kpz.screennail = jpegLike(file.previewSize, static_cast<std::uint8_t>(i),
-                              file.m372 ? 640u : 1616u, file.m372 ? 480u : 1080u);
+    kpz.screennail = plan.realPreview.empty()
+                         ? jpegLike(file.previewSize, static_cast<std::uint8_t>(i),
+                                    file.m372 ? 640u : 1616u, file.m372 ? 480u : 1080u)
+                         : plan.realPreview;
+    if (plan.orientationMix) {
+      kpz.orientation = DtRaw::convRotInfoUsetoStd(OrientationFor(i));
+    }
     kpz.screennailOffset = file.previewOffset;
     kpz.thumbnail = jpegLike(plan.thumbnailBytes, 0x20, 160u, 120u);
     kpz.minTotalSize = plan.sparseFiller ? 0u : static_cast<std::uint32_t>(file.fileSize);
@@ -217,6 +240,17 @@ bool BenchCorpus::Generate(const BenchCorpusPlan& plan, const std::string& dir,
       return false;
     }
     files->push_back(file);
+  }
+  if (plan.orientationMix) {
+    std::ofstream out(dir + "/" + ORIENTATIONS_NAME, std::ios::trunc);
+    for (std::uint32_t i = 0; i < plan.files; ++i) {
+      out << static_cast<int>(OrientationFor(i)) << '\t' << (*files)[i].path << '\n';
+    }
+    out.close();
+    if (!out) {
+      *error = dir + "/" + ORIENTATIONS_NAME + ": write failed";
+      return false;
+    }
   }
   return Save(dir + "/" + MANIFEST_NAME, *files, error);
 }

@@ -52,6 +52,13 @@ struct BenchCorpusPlan {
   // does not keep), so that every one of them is read and passed over. IFD0
   // holds at most 65,535 entries: more is refused.
   std::uint32_t extraIfd0Entries = 0;
+  // Non-empty: every file's preview is these bytes (a real, decodable JPEG,
+  // encoded once by the caller) instead of JPEG-shaped bytes; previewBytes
+  // is then not used.
+  std::vector<std::uint8_t> realPreview;
+  // true: IFD0's orientation varies as in a camera's folder (OrientationFor)
+  // and orientations.tsv lists each file's rotation code; false: all normal.
+  bool orientationMix = false;
 };
 
 class BenchCorpus {
@@ -79,6 +86,15 @@ class BenchCorpus {
   // base preview length of `previewBytes` (deterministic, no randomness).
   static std::uint32_t PreviewOffsetFor(std::uint32_t index);
   static std::uint32_t PreviewSizeFor(std::uint32_t index, std::uint32_t previewBytes);
+
+  // The rotation code of file number `index` with orientationMix: one file
+  // in four a portrait shot (1 rotated 90° clockwise and 3 rotated 90°
+  // counter-clockwise alternating), one in 32 upside down (2), the rest
+  // normal (0).
+  static unsigned char OrientationFor(std::uint32_t index);
+
+  // The file orientations.tsv of an orientation mix: "<code>\t<path>" per file.
+  static const char* const ORIENTATIONS_NAME;
 };
 
 #endif  // KPZ_BENCH_BENCHCORPUS_H

@@ -6,10 +6,15 @@
 //
 //   kpz_bench_run corpus --out DIR [--files N] [--preview-bytes B]
 //                 [--filler-bytes F] [--thumbnail-bytes T] [--sparse]
-//                 [--ifd0-entries E]
+//                 [--ifd0-entries E] [--real-jpeg WIDTHxHEIGHT[@QUALITY]]
+//                 [--orientation-mix]
 //   kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker] [--any-result]
 //   kpz_bench_run paired MANIFEST [--files N] [--passes P]
 //
+// --real-jpeg makes every preview one real 4:2:0 JPEG of that size (quality
+// 92 unless given), encoded once with TurboJPEG (BenchJpeg), instead of
+// JPEG-shaped bytes; --orientation-mix varies IFD0's orientation as
+// BenchCorpus::OrientationFor says and writes orientations.tsv.
 // JOB is one of: main (the JNI entry's path), locate, parse (a head held in
 // memory; the heads are read before the jobs run), floor, floorhead, exiv2
 // (when built with libexiv2). --files 0 runs no job at all: the baseline to
@@ -45,6 +50,9 @@
 #include "BenchAllocCounter.h"
 #include "BenchCorpus.h"
 #include "BenchJobs.h"
+#if KPZ_BENCH_TURBOJPEG
+#include "BenchJpeg.h"
+#endif
 #if KPZ_BENCH_EXIV2
 #include "BenchExiv2Job.h"
 #endif
@@ -54,7 +62,8 @@ namespace {
 const char* const kUsage =
     "usage: kpz_bench_run corpus --out DIR [--files N] [--preview-bytes B]\n"
     "                     [--filler-bytes F] [--thumbnail-bytes T] [--sparse]\n"
-    "                     [--ifd0-entries E]\n"
+    "                     [--ifd0-entries E] [--real-jpeg WIDTHxHEIGHT[@QUALITY]]\n"
+    "                     [--orientation-mix]\n"
     "       kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker] [--any-result]\n"
     "       kpz_bench_run paired MANIFEST [--files N] [--passes P]\n"
     "       JOB: main locate parse floor floorhead"
@@ -112,6 +121,28 @@ int runCorpus(int argc, char** argv) {
     } else if (arg == "--ifd0-entries" && hasValue &&
                parseU32(argv[i + 1], &plan.extraIfd0Entries)) {
       ++i;
+    } else if (arg == "--orientation-mix") {
+      plan.orientationMix = true;
+    } else if (arg == "--real-jpeg" && hasValue) {
+      unsigned width = 0;
+      unsigned height = 0;
+      unsigned quality = 92;
+      const int got = std::sscanf(argv[++i], "%ux%u@%u", &width, &height, &quality);
+      if (got < 2 || width == 0 || height == 0 || width > 65535 || height > 65535 ||
+          quality < 1 || quality > 100) {
+        return usage();
+      }
+#if KPZ_BENCH_TURBOJPEG
+      plan.realPreview = BenchJpeg::Preview(static_cast<int>(width), static_cast<int>(height),
+                                            static_cast<int>(quality));
+      if (plan.realPreview.empty()) {
+        std::fprintf(stderr, "kpz_bench_run: the preview JPEG cannot be encoded\n");
+        return 1;
+      }
+#else
+      std::fprintf(stderr, "kpz_bench_run: --real-jpeg needs TurboJPEG (libturbojpeg0-dev)\n");
+      return 1;
+#endif
     } else {
       return usage();
     }
@@ -127,6 +158,9 @@ int runCorpus(int argc, char** argv) {
     return 1;
   }
   std::printf("corpus: %zu files in %s, %.2f s\n", files.size(), dir.c_str(), secondsSince(start));
+  if (!plan.realPreview.empty()) {
+    std::printf("corpus: every preview a real JPEG of %zu bytes\n", plan.realPreview.size());
+  }
   return 0;
 }
 

@@ -25,6 +25,10 @@
 #   scripts/bench.sh --cli-only            # only the command-line comparison (section 6)
 #   scripts/bench.sh --cli-only --quick    # the same, small: checks that part of the harness
 #   scripts/bench.sh --cli-only --cli-files 300 --cli-rounds 3   # a narrower comparison
+#   scripts/bench.sh --upright             # only `kpz preview --upright` against plain preview
+#                                          # and exiftool + jpegtran (bench/bench_upright.py), over
+#                                          # 1,000 files with real JPEG previews; --quick, --cli-files,
+#                                          # --cli-rounds and --peer-files N narrow it
 #   scripts/bench.sh --before REV          # also count the library as it was at git revision REV
 #                                          # (built with this harness): the before/after table
 #   scripts/bench.sh --out /tmp/report
@@ -38,6 +42,8 @@ cli_files_arg=""
 cli_rounds_arg=""
 wait_minutes=0
 before_rev=""
+upright=0
+peer_files_arg=""
 
 usage() {
   sed -n '2,/^set -euo/p' "$0" | sed '$d' | sed 's/^# \{0,1\}//'
@@ -47,6 +53,8 @@ while [ $# -gt 0 ]; do
   case "$1" in
     --quick) quick=1 ;;
     --cli-only) cli_only=1 ;;
+    --upright) upright=1 ;;
+    --peer-files) peer_files_arg="$2"; shift ;;
     --cli-files) cli_files_arg="$2"; shift ;;
     --cli-rounds) cli_rounds_arg="$2"; shift ;;
     --out) out="$2"; shift ;;
@@ -84,7 +92,8 @@ log() { echo "bench: $*" >&2; }
 
 # ---- dependencies and build --------------------------------------------------
 if ! "$root/scripts/install-deps.sh" libbenchmark-dev libexiv2-dev exiv2 \
-    libimage-exiftool-perl strace valgrind gnuplot-nox time python3 pkg-config; then
+    libimage-exiftool-perl strace valgrind gnuplot-nox time python3 pkg-config \
+    libturbojpeg0-dev libjpeg-turbo-progs; then
   log "some packages are missing (run as root to install them); parts needing them are skipped"
 fi
 
@@ -93,6 +102,7 @@ rm -f "$out"/*.json "$out"/*.txt "$out"/*.md "$out"/*.dat "$out"/*.png "$out"/ca
 log "building in $build (log: $out/build.log)"
 targets="kpz_bench kpz_bench_run"
 [ "$cli_only" -eq 1 ] && targets="kpz_bench_run"
+[ "$upright" -eq 1 ] && targets="kpz_bench_run"
 # Every option that matters is set here, so that a build directory
 # configured otherwise earlier (say without the tool) is brought back in line.
 if ! { cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DKPZ_BUILD_BENCH=ON \
@@ -146,6 +156,31 @@ have exiv2 && fact version.exiv2 "$(exiv2 --version | head -1)"
 have exiftool && fact version.exiftool "$(exiftool -ver)"
 fact quick "$quick"
 fact cli_only "$cli_only"
+
+# ---- --upright: the turned preview against the plain one and the peers ---------
+# 1,000 files (--cli-files) whose previews are one real 1616x1080 4:2:0 JPEG
+# at quality 92, encoded once; IFD0's orientation mixed as
+# BenchCorpus::OrientationFor says (a quarter portrait, a few upside down).
+# 1080 rows are not whole 16-row blocks: the files rotated 90° clockwise or
+# 180° are re-encoded by default, those rotated 90° counter-clockwise are
+# turned losslessly. bench/bench_upright.py times and writes upright.md.
+if [ "$upright" -eq 1 ]; then
+  ucorpus="$work/upright"
+  mkdir -p "$ucorpus"
+  gen="$("$bin/kpz_bench_run" corpus --out "$ucorpus" --files "$cli_files" --sparse \
+    --real-jpeg 1616x1080@92 --orientation-mix)"
+  log "$gen"
+  peer_files="${peer_files_arg:-100}"
+  pair_files="$cli_files"
+  [ "$quick" -eq 1 ] && { peer_files="${peer_files_arg:-10}"; }
+  have jpegtran && fact version.jpegtran "$(jpegtran -version 2>&1 | head -1)"
+  fact load.before_upright "$(load1)"
+  python3 "$root/bench/bench_upright.py" --kpz "$kpz" --corpus "$ucorpus" --out "$out" \
+    --work "$work/upright-work" --rounds "$cli_rounds" --pair-files "$pair_files" \
+    --peer-files "$peer_files" | tee "$out/table.md"
+  fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
+  exit 0
+fi
 
 if [ "$cli_only" -eq 0 ]; then
 # ---- 1. the main corpus and the timed jobs -----------------------------------

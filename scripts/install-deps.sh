@@ -13,6 +13,7 @@ packages=(
   nlohmann-json3-dev     # JSON output of the kpz tool
   pkg-config dpkg-dev    # the package tests: pkg-config consumer, Debian packages (dpkg-shlibdeps)
   help2man               # the kpz manual page, from kpz --help
+  libturbojpeg0-dev libjpeg62-turbo-dev  # kpz --upright: TurboJPEG turns JPEGs; its tests read DCT coefficients with libjpeg
   "$@"
 )
 

@@ -109,6 +109,9 @@ void ExpectMatchesTheGetters(const Json& j, const std::string& path) {
     r = raw.GetRotationInfo(&u8);
     Check(j["rotation"], "rotation", r,
           {{"code", u8}, {"exifOrientation", DtRaw::convRotInfoUsetoStd(u8)}});
+    // What --upright applies: the rotation code, or 0 without one.
+    EXPECT_EQ(j["upright"]["code"], r == 0 ? u8 : 0) << path;
+    EXPECT_EQ(j["upright"]["turn"].is_null(), r != 0 || u8 == 0) << path;
 
     DtRawFlashInfo flash;
     r = raw.GetFlashInfo(&flash);
@@ -137,7 +140,7 @@ void ExpectMatchesTheGetters(const Json& j, const std::string& path) {
           {{"offset", thumb.m_fileOffset}, {"size", thumb.m_size},
            {"compression", thumb.m_compression}, {"rotation", thumb.m_rotation}});
   });
-  EXPECT_EQ(j.size(), 25u);
+  EXPECT_EQ(j.size(), 26u);
 }
 
 class KpzToolInfo : public testing::Test {
@@ -285,7 +288,8 @@ TEST_F(KpzToolInfo, TableOfAGeneratedFile) {
             "  Focal length      24 mm (36 mm in 35 mm film)\n"
             "  Flash             fired, compulsory flash firing, return light detected, "
             "red-eye reduction\n"
-            "  Orientation       rotated 90° counter-clockwise\n"
+            "  Orientation       rotated 90° counter-clockwise (--upright turns the preview 90° "
+            "counter-clockwise)\n"
             "  Raw image size    65535 x 1 pixels\n"
             "  Colour space      uncalibrated\n"
             "  Custom rendered   custom process\n"

@@ -31,6 +31,8 @@ class KpzBatch {
     std::string out;     // text for standard output
     std::string err;     // the tool's own lines for standard error
     std::string reason;  // the failure in a few words, for the summary; empty when done
+    std::string note;    // a file done with a remark the summary counts ("re-encoded at
+                         // quality 95: ..."); empty when there is none
   };
 
   using Task = std::function<Outcome(std::size_t index)>;

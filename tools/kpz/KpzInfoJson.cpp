@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "kpz/KpzUpright.h"
 #include "raw/DtRaw.h"
 
 namespace {
@@ -91,6 +92,15 @@ std::string KpzInfoJson::Line(const KpzMetadata& md) {
     o["code"] = code;
     o["exifOrientation"] = DtRaw::convRotInfoUsetoStd(code);
   });
+  // What --upright would apply: the rotation code, 0 (nothing) when the
+  // orientation is missing or cannot be read.
+  const UINT8 upright = md.rotation.Ok() && md.rotation.value <= 7 ? md.rotation.value : 0;
+  j["upright"]["code"] = upright;
+  if (upright != 0) {
+    j["upright"]["turn"] = KpzUpright::TurnWords(upright);
+  } else {
+    j["upright"]["turn"] = nullptr;
+  }
   j["rawImageWidth"] = number(md.rawImageWidth);
   j["rawImageHeight"] = number(md.rawImageHeight);
   j["colorSpace"] = number(md.colorSpace);

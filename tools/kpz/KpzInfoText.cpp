@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kpz/KpzRotation.h"
+#include "kpz/KpzUpright.h"
 
 namespace {
 
@@ -324,8 +325,14 @@ std::string KpzInfoText::Table(const KpzMetadata& md) {
   out += row("Exposure program", shown(md.exposureProgram, ExposureProgram));
   out += row("Focal length", FocalLength(md.focalLength, md.focalLength35mm));
   out += row("Flash", shown(md.flash, Flash));
-  out += row("Orientation",
-             shown(md.rotation, [](UINT8 code) { return std::string(KpzRotation::Words(code)); }));
+  out += row("Orientation", shown(md.rotation, [](UINT8 code) {
+               std::string words = KpzRotation::Words(code);
+               if (code >= 1 && code <= KpzRotation::kLastCode) {
+                 words += std::string(" (--upright turns the preview ") +
+                          KpzUpright::TurnWords(code) + ")";
+               }
+               return words;
+             }));
   out += row("Raw image size", ImageSize(md.rawImageWidth, md.rawImageHeight));
   out += row("Colour space", shown(md.colorSpace, ColourSpace));
   out += row("Custom rendered", shown(md.customRendered, CustomRendered));

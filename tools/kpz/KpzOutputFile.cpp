@@ -180,6 +180,19 @@ bool KpzOutputFile::Write(const std::string& path, const std::vector<UINT8>& byt
   return writeFile(path, nullptr, sync, fill, error) == Status::Done;
 }
 
+KpzOutputFile::Status KpzOutputFile::Put(const std::string& path, const KpzSource& source,
+                                         const std::vector<UINT8>& bytes, bool sync,
+                                         std::string* error) {
+  const Filler fill = [&bytes](int fd, std::string* why) {
+    if (!writeAll(fd, bytes)) {
+      *why = std::strerror(errno);
+      return Status::OutputFailed;
+    }
+    return Status::Done;
+  };
+  return writeFile(path, &source, sync, fill, error);
+}
+
 KpzOutputFile::Status KpzOutputFile::Copy(const std::string& path, const KpzSource& source,
                                           std::uint64_t offset, std::uint64_t length,
                                           const char* what, bool sync, std::string* error) {

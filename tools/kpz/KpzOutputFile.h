@@ -63,6 +63,12 @@ class KpzOutputFile {
   static Status Copy(const std::string& path, const KpzSource& source, std::uint64_t offset,
                      std::uint64_t length, const char* what, bool sync, std::string* error);
 
+  // Writes all of `bytes` (made from the open `source`: a turned picture)
+  // to `path` ("-": standard output). Done, OutputFailed, or
+  // WouldReplaceInput when `path` is the source itself (nothing written).
+  static Status Put(const std::string& path, const KpzSource& source,
+                    const std::vector<UINT8>& bytes, bool sync, std::string* error);
+
   // True when `output` names the same existing file as `input`.
   static bool IsSameFile(const std::string& input, const std::string& output);
 

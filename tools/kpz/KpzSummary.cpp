@@ -19,6 +19,23 @@ void KpzSummary::Add(int status, const std::string& reason) {
   ++m_reasons[reason.empty() ? std::string("failed") : reason];
 }
 
+void KpzSummary::AddNote(const std::string& noun, const std::string& note) {
+  ++m_notes[std::make_pair(note, noun)];
+}
+
+std::string KpzSummary::RenderNotes() const {
+  std::vector<std::pair<std::pair<std::string, std::string>, std::size_t>> notes(m_notes.begin(),
+                                                                                  m_notes.end());
+  std::stable_sort(notes.begin(), notes.end(),
+                   [](const auto& a, const auto& b) { return a.second > b.second; });
+  std::string text;
+  for (const auto& n : notes) {
+    text += "kpz:   " + std::to_string(n.second) + " " + n.first.second +
+            (n.second == 1 ? " " : "s ") + n.first.first + "\n";
+  }
+  return text;
+}
+
 std::string KpzSummary::Render() const {
   const std::size_t files = Files();
   std::string text = "kpz: " + std::to_string(files) + (files == 1 ? " file: " : " files: ") +
@@ -31,5 +48,5 @@ std::string KpzSummary::Render() const {
   for (const auto& r : reasons) {
     text += "kpz:   " + std::to_string(r.second) + " " + r.first + "\n";
   }
-  return text;
+  return text + RenderNotes();
 }

@@ -106,7 +106,8 @@ TEST(KpzInfoJson, KeysComeInTheDocumentedOrder) {
                       "file",          "result",          "error",         "make",
                       "model",         "dateTimeOriginal", "exposureTime", "fNumber",
                       "isoSpeed",      "exposureBias",    "exposureProgram", "focalLength",
-                      "focalLength35mm", "flash",          "rotation",      "rawImageWidth",
+                      "focalLength35mm", "flash",          "rotation",      "upright",
+                      "rawImageWidth",
                       "rawImageHeight", "colorSpace",      "customRendered", "exifVersion",
                       "iobVersion",    "iobIndex",        "t593Mode",      "screennail",
                       "thumbnail"}));
@@ -127,6 +128,7 @@ TEST(KpzInfoJson, EveryValueIsItsRawNumberWithItsResult) {
       R"("focalLength35mm":{"result":0,"numerator":75,"denominator":1},)"
       R"("flash":{"result":0,"fired":1,"return":2,"mode":3,"function":0,"redEye":1},)"
       R"("rotation":{"result":0,"code":1,"exifOrientation":6},)"
+      R"("upright":{"code":1,"turn":"90° clockwise"},)"
       R"("rawImageWidth":{"result":0,"value":6000},"rawImageHeight":{"result":0,"value":4000},)"
       R"("colorSpace":{"result":0,"value":-1},"customRendered":{"result":0,"value":0},)"
       R"("exifVersion":{"result":0,"value":230},"iobVersion":{"result":0,"value":100},)"

@@ -35,6 +35,36 @@ TEST(KpzSummary, ReasonsAreListedMostFrequentFirstTiesAlphabetically) {
             "kpz:   1 file not found\n");
 }
 
+TEST(KpzSummary, RemarksFollowTheReasonsCountedWithTheirNounInNumber) {
+  KpzSummary s;
+  s.Add(0, "");
+  s.AddNote("preview", "re-encoded at quality 95: edges not a whole number of 16-pixel blocks");
+  s.Add(0, "");
+  s.AddNote("preview", "re-encoded at quality 95: edges not a whole number of 16-pixel blocks");
+  s.Add(0, "");
+  s.AddNote("preview", "trimmed to whole 8-pixel blocks (-v tells the pixels each lost)");
+  s.Add(1, "file not found");
+  EXPECT_TRUE(s.HasNotes());
+  EXPECT_EQ(s.ExitStatus(), 1);
+  EXPECT_EQ(s.Render(),
+            "kpz: 4 files: 3 done, 1 failed\n"
+            "kpz:   1 file not found\n"
+            "kpz:   2 previews re-encoded at quality 95: edges not a whole number of 16-pixel "
+            "blocks\n"
+            "kpz:   1 preview trimmed to whole 8-pixel blocks (-v tells the pixels each lost)\n");
+  EXPECT_EQ(s.RenderNotes(),
+            "kpz:   2 previews re-encoded at quality 95: edges not a whole number of 16-pixel "
+            "blocks\n"
+            "kpz:   1 preview trimmed to whole 8-pixel blocks (-v tells the pixels each lost)\n");
+}
+
+TEST(KpzSummary, NoRemarksRenderNothing) {
+  KpzSummary s;
+  s.Add(0, "");
+  EXPECT_FALSE(s.HasNotes());
+  EXPECT_EQ(s.RenderNotes(), "");
+}
+
 TEST(KpzSummary, ExitStatusIsTheHighestOfTheFailures) {
   KpzSummary s;
   s.Add(1, "x");
