@@ -56,23 +56,40 @@ std::string KpzSource::ReadErrorWords(int err) {
   }
 }
 
+void KpzSource::OpenMemory(const UINT8* data, std::size_t length, std::uint64_t fileSize) {
+  Close();
+  m_errno = 0;
+  m_size = fileSize;
+  m_dev = 0;
+  m_ino = 0;
+  m_head.assign(kHeadSize, 0);
+  const std::size_t take = length < kHeadSize ? length : kHeadSize;
+  if (take > 0) {
+    std::memcpy(m_head.data(), data, take);
+  }
+}
+
 bool KpzSource::Open(const std::string& path, std::string* error) {
   Close();
   m_size = 0;
+  m_errno = 0;
   // Non-blocking: opening a named pipe must not wait for a writer. It
   // changes nothing for a regular file.
   m_fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (m_fd < 0) {
-    *error = ReadErrorWords(errno);
+    m_errno = errno;
+    *error = ReadErrorWords(m_errno);
     return false;
   }
   struct stat st;
   if (fstat(m_fd, &st) != 0) {
-    *error = ReadErrorWords(errno);
+    m_errno = errno;
+    *error = ReadErrorWords(m_errno);
     Close();
     return false;
   }
   if (S_ISDIR(st.st_mode)) {
+    m_errno = EISDIR;
     *error = KpzErrorText::Directory();
     Close();
     return false;
@@ -95,7 +112,8 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
       continue;
     }
     if (n < 0) {
-      *error = ReadErrorWords(errno);
+      m_errno = errno;
+      *error = ReadErrorWords(m_errno);
       Close();
       return false;
     }
@@ -118,12 +136,14 @@ bool KpzSource::ReadAt(std::uint64_t offset, std::size_t length, UINT8* out, con
       continue;
     }
     if (n < 0) {
+      m_errno = errno;
       *error = errno == EIO ? std::string("input/output error while reading the ") + what
                             : std::string("the ") + what + " cannot be read (" +
                                   systemWords(errno) + ")";
       return false;
     }
     if (n == 0) {
+      m_errno = 0;
       *error = std::string(what) + " extends past the end of the file";
       return false;
     }
