@@ -389,7 +389,8 @@ class RawFile:
     def set_orientation(self, code: int) -> bool:
         """Writes rotation code ``code`` (0..7) into the file, in place, as
         ``kpz rotate --code`` does: only the orientation values change, the
-        file never grows, its access and modification times are kept.
+        file never grows, its modification time is kept (its access time
+        is that of the reads).
         Returns True when the file was changed, False when it already had
         that code. Needs a path (TypeError otherwise); ValueError for a code
         outside 0..7; OrientationError when the file records no orientation,
