@@ -4,8 +4,10 @@ import errno
 import os
 import pickle
 import random
+import shutil
 import subprocess
 import sys
+import tempfile
 import textwrap
 
 import pytest
@@ -52,30 +54,33 @@ def test_the_exceptions_match_what_open_raises(tmp_path):
 
 
 def test_an_unreadable_file_is_a_permission_error(fixtures):
-    # Root reads every file: the check runs in a child without privileges.
+    # Root reads every file: the call runs in a child that imports kpz and
+    # then gives up its privileges, on a file in a directory anyone may enter.
     path = fixtures["byname"]["plain"]["path"]
-    unreadable = os.path.join(os.path.dirname(path), "locked.kpz")
-    with open(path, "rb") as f, open(unreadable, "wb") as g:
-        g.write(f.read())
-    os.chmod(unreadable, 0)
-    code = textwrap.dedent(f"""
-        import errno, kpz
-        try:
-            kpz.screennail({unreadable!r})
-        except PermissionError as e:
-            assert e.errno == errno.EACCES and e.filename == {unreadable!r}, e
-            print(kpz.error_words(e))
-        """)
-
-    def drop():
-        if os.geteuid() == 0:
-            os.setgid(65534)
-            os.setuid(65534)
-
-    proc = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True,
-                          timeout=60, preexec_fn=drop, check=False)
-    assert proc.returncode == 0, proc.stderr
-    assert proc.stdout.strip() == "the file cannot be opened for reading (permission denied)"
+    open_dir = tempfile.mkdtemp(prefix="kpz-perm-")
+    try:
+        os.chmod(open_dir, 0o755)
+        unreadable = os.path.join(open_dir, "locked.kpz")
+        with open(path, "rb") as f, open(unreadable, "wb") as g:
+            g.write(f.read())
+        os.chmod(unreadable, 0)
+        code = textwrap.dedent(f"""
+            import errno, os, kpz
+            if os.geteuid() == 0:
+                os.setgid(65534)
+                os.setuid(65534)
+            try:
+                kpz.screennail({unreadable!r})
+            except PermissionError as e:
+                assert e.errno == errno.EACCES and e.filename == {unreadable!r}, e
+                print(kpz.error_words(e))
+            """)
+        proc = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True,
+                              timeout=60, check=False)
+        assert proc.returncode == 0, proc.stderr
+        assert proc.stdout.strip() == "the file cannot be opened for reading (permission denied)"
+    finally:
+        shutil.rmtree(open_dir)
 
 
 def test_a_named_pipe_is_refused_without_being_read(tmp_path):
