@@ -118,16 +118,16 @@ int __wrap_fputs(const char* text, FILE* stream) {
 
 namespace {
 
-// Collects the library's lines of one call when the "kpz.library" logger
-// listens at DEBUG level, and hands them to it when the call is over.
-// Made and destroyed with the interpreter lock held, on the calling thread.
+// Collects the library's lines of one call when `logger` (the module's
+// "kpz.library" logger) listens at DEBUG level, and hands them to it when
+// the call is over. Made and destroyed with the interpreter lock held, on
+// the calling thread.
 class LibraryLines {
  public:
-  LibraryLines() {
+  explicit LibraryLines(const py::object& logger) {
     static const int kDebug = 10;  // logging.DEBUG
-    py::object logger = py::module_::import("logging").attr("getLogger")("kpz.library");
     if (logger.attr("isEnabledFor")(kDebug).cast<bool>()) {
-      m_logger = std::move(logger);
+      m_logger = logger;
       tl_libraryLines = &m_lines;
     }
   }
@@ -449,23 +449,41 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
   return py::bytes();
 }
 
-py::bytes picture(const py::handle& obj, KpzPictureReader::Kind kind, bool upright) {
-  LibraryLines lines;
+py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureReader::Kind kind,
+                  bool upright) {
+  LibraryLines lines(logger);
   Source src(obj);
   Opened opened;
-  openSource(src, &opened);
   const char* name = KpzPictureReader::Name(kind);
   KpzPictureReader::Picture pic;
   KpzPictureReader::Problem problem;
   std::string why;
   bool found = false;
   KpzUpright::Orientation orientation;
-  {
-    py::gil_scoped_release unlocked;
+  // Locates the picture in an opened source (the lock released by the caller).
+  const auto locate = [&]() {
     found = KpzPictureReader::Find(opened.source, kind, &pic, &why, &problem);
     if (found && upright) {
       orientation = KpzUpright::ReadOrientation(opened.source.Head(), KpzSource::kHeadSize);
     }
+  };
+  if (src.type() == Source::Type::Path) {
+    // Opened, read and parsed in one stretch without the lock.
+    bool ok = false;
+    {
+      py::gil_scoped_release unlocked;
+      ok = opened.source.Open(src.path(), &why);
+      if (ok) {
+        locate();
+      }
+    }
+    if (!ok) {
+      raiseOpen(opened.source, why, src.filename());
+    }
+  } else {
+    openSource(src, &opened);
+    py::gil_scoped_release unlocked;
+    locate();
   }
   if (!found) {
     raiseFind(problem, why, src.filename());
@@ -490,8 +508,8 @@ py::bytes picture(const py::handle& obj, KpzPictureReader::Kind kind, bool uprig
 }
 
 // The metadata of `obj` as the line `kpz info --json` prints, or the error.
-std::string infoJson(const py::handle& obj) {
-  LibraryLines lines;
+std::string infoJson(const py::object& logger, const py::handle& obj) {
+  LibraryLines lines(logger);
   Source src(obj);
   KpzMetadata md;
   if (src.type() == Source::Type::Path) {
@@ -535,8 +553,8 @@ std::string infoJson(const py::handle& obj) {
 }
 
 // Writes rotation `code` into the file at `path` as `kpz rotate --code` does.
-py::dict setOrientation(const py::handle& obj, int code) {
-  LibraryLines lines;
+py::dict setOrientation(const py::object& logger, const py::handle& obj, int code) {
+  LibraryLines lines(logger);
   Source src(obj);
   if (src.type() != Source::Type::Path) {
     throw py::type_error("kpz: set_orientation writes into a file and needs its path");
@@ -581,20 +599,27 @@ PYBIND11_MODULE(_kpz, m) {
   m.doc() =
       "The native part of the kpz package: the kpz tool's kit for Python. Use the kpz package; "
       "its functions document the contracts.";
+  // The logger the library's lines go to, held by the functions below.
+  const py::object logger = py::module_::import("logging").attr("getLogger")("kpz.library");
   m.def(
       "screennail",
-      [](const py::handle& source, bool upright) {
-        return picture(source, KpzPictureReader::Kind::Preview, upright);
+      [logger](const py::handle& source, bool upright) {
+        return picture(logger, source, KpzPictureReader::Kind::Preview, upright);
       },
       py::arg("source"), py::kw_only(), py::arg("upright") = false);
   m.def(
       "thumbnail",
-      [](const py::handle& source, bool upright) {
-        return picture(source, KpzPictureReader::Kind::Thumbnail, upright);
+      [logger](const py::handle& source, bool upright) {
+        return picture(logger, source, KpzPictureReader::Kind::Thumbnail, upright);
       },
       py::arg("source"), py::kw_only(), py::arg("upright") = false);
-  m.def("info_json", &infoJson, py::arg("source"));
-  m.def("set_orientation", &setOrientation, py::arg("path"), py::arg("code"));
+  m.def(
+      "info_json", [logger](const py::handle& source) { return infoJson(logger, source); },
+      py::arg("source"));
+  m.def(
+      "set_orientation",
+      [logger](const py::handle& path, int code) { return setOrientation(logger, path, code); },
+      py::arg("path"), py::arg("code"));
   m.def("orientation_words", [](int code) -> std::string {
     if (code < 0 || code > KpzRotation::kLastCode) {
       throw py::value_error("kpz: a rotation code is 0 to 7, not " + std::to_string(code));
