@@ -1,0 +1,548 @@
+// KpzInterfaceFdJniTest.cpp - getScreennailFromFd (jni/KpzInterfaceFdJni.cpp)
+// driven natively over real descriptors: the method is compiled into this
+// executable (tests/java/CMakeLists.txt) and called with a fake JNI function
+// table that makes and records arrays. This file defines __android_log_print,
+// so every line the method logs is seen with its priority, tag and text, and
+// replaces the array forms of operator new/delete (with malloc/free) to record
+// the largest array request: a forged size must never be allocated beyond what
+// the file holds. The JVM-level test is KaviKPZInterfaceCheck.java.
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TEST_HAVE_JNI)
+
+#include <android/log.h>
+#include <fcntl.h>
+#include <jni.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "support/FaultInjection.h"
+#include "support/KpzFileBuilder.h"
+#include "support/LogExpect.h"
+
+extern "C" JNIEXPORT jbyteArray JNICALL
+Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(JNIEnv* env, jobject self,
+                                                                     jint fd);
+
+// ---- recorders (test-only state) --------------------------------------------
+
+namespace {
+
+// Every Android log line and JNI call, in order: "I <text>", "E <text>",
+// "NewByteArray <n>", "SetByteArrayRegion <start> <n>".
+std::vector<std::string>& Events() {
+  static std::vector<std::string> events;
+  return events;
+}
+
+std::vector<std::string>& LogTags() {
+  static std::vector<std::string> tags;
+  return tags;
+}
+
+std::atomic<std::size_t> g_largestArrayRequest{0};
+
+void* ArrayAlloc(std::size_t size) {
+  std::size_t seen = g_largestArrayRequest.load();
+  while (size > seen && !g_largestArrayRequest.compare_exchange_weak(seen, size)) {
+  }
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+}  // namespace
+
+extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+  char text[4096];
+  va_list args;
+  va_start(args, fmt);
+  std::vsnprintf(text, sizeof text, fmt, args);
+  va_end(args);
+  const char* letter = prio == ANDROID_LOG_INFO ? "I " : prio == ANDROID_LOG_ERROR ? "E " : "? ";
+  Events().push_back(std::string(letter) + text);
+  LogTags().push_back(tag == nullptr ? "(null)" : tag);
+  return 1;
+}
+
+void* operator new[](std::size_t size) {
+  void* p = ArrayAlloc(size);
+  if (p == nullptr) {
+    std::abort();  // the tests never run out of memory
+  }
+  return p;
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return ArrayAlloc(size); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+
+namespace {
+
+using kpztest::Bytes;
+using kpztest::KpzLayout;
+using kpztest::KpzSpec;
+
+// A fake JVM: a JNI function table with the two functions the method uses.
+class FakeJvm {
+ public:
+  FakeJvm() {
+    std::memset(&m_table, 0, sizeof m_table);
+    m_table.NewByteArray = &FakeJvm::newByteArray;
+    m_table.SetByteArrayRegion = &FakeJvm::setByteArrayRegion;
+    m_env.env.functions = &m_table;
+    m_env.owner = this;
+    Events().clear();
+    LogTags().clear();
+    g_largestArrayRequest = 0;
+  }
+  FakeJvm(const FakeJvm&) = delete;
+  FakeJvm& operator=(const FakeJvm&) = delete;
+
+  jbyteArray Call(int fd) {
+    return Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(&m_env.env, nullptr,
+                                                                               fd);
+  }
+
+  Bytes BytesOf(jbyteArray array) const {
+    for (const auto& a : m_arrays) {
+      if (&a->handle == array) {
+        return a->bytes;
+      }
+    }
+    ADD_FAILURE() << "not an array of this fake JVM";
+    return Bytes();
+  }
+
+  void RefuseArrays() { m_refuseArrays = true; }
+
+ private:
+  struct Array {
+    _jbyteArray handle;
+    Bytes bytes;
+  };
+  struct Env {
+    JNIEnv env;  // first member: a JNIEnv* is also an Env*
+    FakeJvm* owner;
+  };
+
+  static FakeJvm& of(JNIEnv* env) { return *reinterpret_cast<Env*>(env)->owner; }
+
+  static jbyteArray JNICALL newByteArray(JNIEnv* env, jsize len) {
+    FakeJvm& jvm = of(env);
+    Events().push_back("NewByteArray " + std::to_string(len));
+    if (jvm.m_refuseArrays || len < 0) {
+      return nullptr;
+    }
+    jvm.m_arrays.push_back(std::make_unique<Array>());
+    jvm.m_arrays.back()->bytes.assign(static_cast<std::size_t>(len), 0);
+    return &jvm.m_arrays.back()->handle;
+  }
+
+  static void JNICALL setByteArrayRegion(JNIEnv* env, jbyteArray array, jsize start, jsize len,
+                                         const jbyte* buf) {
+    FakeJvm& jvm = of(env);
+    Events().push_back("SetByteArrayRegion " + std::to_string(start) + " " + std::to_string(len));
+    for (auto& a : jvm.m_arrays) {
+      if (&a->handle != array) {
+        continue;
+      }
+      const auto first = static_cast<std::size_t>(start);
+      const auto count = static_cast<std::size_t>(len);
+      ASSERT_LE(first, a->bytes.size());
+      ASSERT_LE(count, a->bytes.size() - first);
+      if (count > 0) {
+        std::memcpy(a->bytes.data() + first, buf, count);
+      }
+      return;
+    }
+    ADD_FAILURE() << "SetByteArrayRegion on an unknown array";
+  }
+
+  JNINativeInterface_ m_table;
+  Env m_env;
+  std::vector<std::unique_ptr<Array>> m_arrays;
+  bool m_refuseArrays = false;
+};
+
+// A descriptor opened by the test, closed by it on scope exit.
+class Fd {
+ public:
+  explicit Fd(int fd) : m_fd(fd) {}
+  ~Fd() {
+    if (m_fd >= 0) {
+      ::close(m_fd);
+    }
+  }
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  int Get() const { return m_fd; }
+
+ private:
+  int m_fd;
+};
+
+std::string Hex(std::uint32_t value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%x", value);
+  return text;
+}
+
+std::string InfoLine(std::uint32_t offset, std::uint32_t size, unsigned width, unsigned height) {
+  return "I ScreennailInfo m_fileOffset=0x" + Hex(offset) +
+         " m_size=" + std::to_string(static_cast<std::int32_t>(size)) +
+         " m_horizon=" + std::to_string(width) + " m_vertical=" + std::to_string(height);
+}
+
+std::vector<std::string> Head(int fd) {
+  return {"I getScreennailFromFd called.", "I fd:" + std::to_string(fd)};
+}
+
+std::vector<std::string> Then(std::vector<std::string> head, const std::vector<std::string>& tail) {
+  head.insert(head.end(), tail.begin(), tail.end());
+  return head;
+}
+
+struct Built {
+  std::string path;
+  KpzLayout where;
+  Bytes bytes;
+};
+
+Built Write(const kpztest::TempDir& dir, const std::string& name, const KpzSpec& recipe) {
+  Built b;
+  b.bytes = kpztest::BuildKpz(recipe, &b.where);
+  b.path = dir.Write(name, b.bytes);
+  EXPECT_FALSE(b.path.empty());
+  return b;
+}
+
+int OpenRead(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  EXPECT_GE(fd, 0) << path << ": " << std::strerror(errno);
+  return fd;
+}
+
+void ExpectEntryTagOnly() {
+  for (const std::string& tag : LogTags()) {
+    EXPECT_EQ(tag, "KpzInterface");
+  }
+}
+
+// ---- success paths ------------------------------------------------------------
+
+TEST(KpzInterfaceFdJni, ReturnsTheScreennailOfALittleEndianFile) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.order = DtNlLittleEndian;
+  recipe.screennail = kpztest::FakeJpeg(5000, 0x10);
+  const Built f = Write(dir, "le.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 5000, 1616, 1080),
+                                            "NewByteArray 5000", "SetByteArrayRegion 0 5000"}));
+  ExpectEntryTagOnly();
+}
+
+TEST(KpzInterfaceFdJni, ReturnsTheScreennailOfABigEndianFile) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.order = DtNlBigEndian;
+  recipe.screennail = kpztest::FakeJpeg(3001, 0x11);
+  const Built f = Write(dir, "be.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 3001, 1616, 1080),
+                                            "NewByteArray 3001", "SetByteArrayRegion 0 3001"}));
+}
+
+TEST(KpzInterfaceFdJni, FindsTheM372ScreennailThroughTheKmMakerNote) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.m372 = true;
+  recipe.screennail = kpztest::FakeJpeg(2222, 0x12);
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {  // a decoy a wrong branch would return
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0);
+    ifd.ReplaceRaw(kpztest::tag::kJpegLength, kpztest::kTiffLong, 1, 8);
+  };
+  const Built f = Write(dir, "m372.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 2222, 640, 480),
+                                            "NewByteArray 2222", "SetByteArrayRegion 0 2222"}));
+}
+
+TEST(KpzInterfaceFdJni, LeavesTheDescriptorOpenAndItsOffsetWhereItWas) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(4000, 0x13);
+  const Built f = Write(dir, "offset.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  ASSERT_EQ(::lseek(fd.Get(), 123, SEEK_SET), 123);
+  FakeJvm jvm;
+  for (int i = 0; i < 2; ++i) {
+    jbyteArray got = jvm.Call(fd.Get());
+    ASSERT_NE(got, nullptr);
+    EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  }
+  EXPECT_EQ(::lseek(fd.Get(), 0, SEEK_CUR), 123);
+  EXPECT_NE(::fcntl(fd.Get(), F_GETFD), -1) << "the descriptor was closed";
+  std::uint8_t next[4] = {};
+  ASSERT_EQ(::read(fd.Get(), next, sizeof next), 4);  // the caller reads on from 123
+  EXPECT_EQ(Bytes(next, next + 4), Bytes(f.bytes.begin() + 123, f.bytes.begin() + 127));
+}
+
+TEST(KpzInterfaceFdJni, ReadsAPreviewBeyondTheHeadWithOneRead) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(300000, 0x14);
+  const Built f = Write(dir, "big.kpz", recipe);
+  ASSERT_GT(f.bytes.size(), 0x10000u);
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Pread), 2);  // the 64 KiB head, then the preview
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fopen), 0);  // nothing is opened by path
+}
+
+TEST(KpzInterfaceFdJni, AScreennailOfNoBytesGivesAnEmptyArray) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = Bytes();
+  const Built f = Write(dir, "empty-sn.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_TRUE(jvm.BytesOf(got).empty());
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 0, 1616, 1080),
+                                            "NewByteArray 0", "SetByteArrayRegion 0 0"}));
+}
+
+TEST(KpzInterfaceFdJni, InterruptedReadsAreRepeated) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(100000, 0x15);
+  const Built f = Write(dir, "eintr.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Pread, EINTR, 0, 1);  // the head
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  kpztest::Arm(kpztest::Call::Pread, EINTR, 1, 2);  // the preview, twice
+  got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+}
+
+// ---- the descriptor's own failures ----------------------------------------------
+
+TEST(KpzInterfaceFdJni, NegativeDescriptorGivesNull) {
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(-1), nullptr);
+  EXPECT_EQ(Events(), Then(Head(-1), {"E fd is negative. fd=-1"}));
+  EXPECT_EQ(jvm.Call(-77), nullptr);
+  EXPECT_EQ(Events().back(), "E fd is negative. fd=-77");
+  ExpectEntryTagOnly();
+}
+
+TEST(KpzInterfaceFdJni, ClosedDescriptorGivesNull) {
+  kpztest::TempDir dir;
+  const Built f = Write(dir, "closed.kpz", KpzSpec());
+  const int fd = OpenRead(f.path);
+  ASSERT_EQ(::close(fd), 0);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd), {"E fd is not open. fd=" + std::to_string(fd)}));
+}
+
+TEST(KpzInterfaceFdJni, PipeGivesNullAndLeavesItsBytesUnread) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  Fd readEnd(ends[0]);
+  Fd writeEnd(ends[1]);
+  const Bytes sent = kpztest::BuildKpz(KpzSpec());
+  const std::size_t some = 512;  // fits the pipe's buffer
+  ASSERT_EQ(::write(writeEnd.Get(), sent.data(), some), static_cast<ssize_t>(some));
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(readEnd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(readEnd.Get()),
+                           {"E fd is not seekable. fd=" + std::to_string(readEnd.Get())}));
+  std::vector<std::uint8_t> back(some);
+  ASSERT_EQ(::read(readEnd.Get(), back.data(), some), static_cast<ssize_t>(some));
+  EXPECT_EQ(back, Bytes(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(some)));
+}
+
+TEST(KpzInterfaceFdJni, DirectoryGivesNullWithTheReadError) {
+  kpztest::TempDir dir;
+  Fd fd(::open(dir.Path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_GE(fd.Get(), 0);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E pread ERROR. readSize=0 errno=" +
+                                            std::to_string(EISDIR)}));
+}
+
+TEST(KpzInterfaceFdJni, WriteOnlyDescriptorGivesNullWithTheReadError) {
+  kpztest::TempDir dir;
+  const Built f = Write(dir, "wronly.kpz", KpzSpec());
+  Fd fd(::open(f.path.c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_GE(fd.Get(), 0);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E pread ERROR. readSize=0 errno=" +
+                                            std::to_string(EBADF)}));
+}
+
+TEST(KpzInterfaceFdJni, StatusFailureGivesNullWithItsErrno) {
+  kpztest::TempDir dir;
+  const Built f = Write(dir, "fstat.kpz", KpzSpec());
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fstat, EIO);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E fstat ERROR. fd=" + std::to_string(fd.Get()) +
+                                            " errno=5"}));
+}
+
+TEST(KpzInterfaceFdJni, HeadReadErrorGivesNullWithItsErrno) {
+  kpztest::TempDir dir;
+  const Built f = Write(dir, "headerr.kpz", KpzSpec());
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Pread, EIO);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E pread ERROR. readSize=0 errno=5"}));
+}
+
+TEST(KpzInterfaceFdJni, PreviewReadErrorGivesNullWithItsErrno) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(100000, 0x16);
+  const Built f = Write(dir, "preverr.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Pread, EIO, /*skip=*/1);  // the head (64 KiB in one read) passes
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 100000, 1616, 1080),
+                                            "E pread ERROR. readSize=0 errno=5"}));
+}
+
+// ---- the file's failures, as the path entry meets them -----------------------------
+
+TEST(KpzInterfaceFdJni, EmptyFileIsRefusedByTheFacade) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("empty.kpz", Bytes());
+  Fd fd(OpenRead(path));
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E raw.InitializeBuf ERROR. ret=-200"}));
+}
+
+TEST(KpzInterfaceFdJni, NoScreennailLocationGivesNull) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.ifd0ScreennailTags = false;
+  const Built f = Write(dir, "nosn.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  kpztest::CaptureStderr([&] { EXPECT_EQ(jvm.Call(fd.Get()), nullptr); });
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E raw.GetScreennailInfo ERROR. ret=-100"}));
+}
+
+TEST(KpzInterfaceFdJni, ScreennailPastTheEndGivesNullAndAllocatesOnlyWhatIsThere) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(5000, 0x17);
+  recipe.screennailLengthTag = 5000 + 4096;
+  const Built f = Write(dir, "past.kpz", recipe);
+  const std::uint32_t there = f.where.total - f.where.screennail;
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 9096, 1616, 1080),
+                                            "E pread ERROR. readSize=" + std::to_string(there) +
+                                                " errno=0"}));
+  EXPECT_LE(g_largestArrayRequest.load(), std::size_t{0x10000});  // the head is the largest
+}
+
+TEST(KpzInterfaceFdJni, ForgedLengthOf4GiBAllocatesOnlyWhatIsThere) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(200000, 0x18);
+  recipe.screennailLengthTag = 0xFFFFFFFFu;
+  const Built f = Write(dir, "huge.kpz", recipe);
+  const std::uint32_t there = f.where.total - f.where.screennail;
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 0xFFFFFFFFu, 1616, 1080),
+                                            "E pread ERROR. readSize=" + std::to_string(there) +
+                                                " errno=0"}));
+  EXPECT_EQ(g_largestArrayRequest.load(), std::size_t{there});
+}
+
+TEST(KpzInterfaceFdJni, OffsetOf2GiBOrMoreIsRefusedAsThePathEntryRefusesIt) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x80000000u);
+  };
+  const Built f = Write(dir, "far.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(0x80000000u, 64, 1616, 1080),
+                                            "E m_fileOffset out of range. m_fileOffset=0x80000000"}));
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Pread), 2);  // the head's reads only
+}
+
+TEST(KpzInterfaceFdJni, RefusedArrayGivesNull) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(4000, 0x19);
+  const Built f = Write(dir, "oom.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jvm.RefuseArrays();
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 4000, 1616, 1080),
+                                            "NewByteArray 4000", "E NewByteArray ERROR. size=4000"}));
+}
+
+}  // namespace
+
+#else  // !KPZ_TEST_HAVE_JNI
+
+TEST(KpzInterfaceFdJni, NeedsTheJniHeadersAndTheAndroidLogLibrary) {
+  GTEST_SKIP() << "this build has no JNI entry";
+}
+
+#endif  // KPZ_TEST_HAVE_JNI
