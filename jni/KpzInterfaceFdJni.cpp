@@ -9,7 +9,8 @@
 // Reopening /proc/self/fd/N by path is refused for some providers' descriptors,
 // so the bytes are read through the descriptor itself, positionally:
 //
-//   1. pread of the file's first 64 KiB (the head the facade parses),
+//   1. pread of the file's first 64 KiB (the head the facade parses; zeros
+//      after the end of a shorter file, as DtRaw::Initialize has them),
 //   2. DtRaw::InitializeBuf over that head, GetScreennailInfo, Finalize,
 //   3. one pread of the screennail into one buffer, copied into a new byte[].
 //
@@ -156,6 +157,10 @@ jbyteArray readFromFd(JNIEnv* env, int fd, const struct stat& st) {
   }
   int err = 0;
   const UINT headSize = readAt(fd, head.get(), kHeadSize, 0, &err);
+  // As DtRaw::Initialize does for a file: the facade parses all 64 KiB, with
+  // zeros after the end of a shorter file, so that a file gives the same
+  // answers through a descriptor as through its path.
+  std::memset(head.get() + headSize, 0, kHeadSize - headSize);
   if (err == ESPIPE) {
     __android_log_print(ANDROID_LOG_ERROR, kLogTag, "fd is not seekable. fd=%d", fd);
     return nullptr;
@@ -174,7 +179,7 @@ jbyteArray readFromFd(JNIEnv* env, int fd, const struct stat& st) {
   {
     // The facade borrows the head until Finalize, which ends this block.
     DtRaw raw;
-    const int initRet = raw.InitializeBuf(head.get(), static_cast<int>(headSize));
+    const int initRet = raw.InitializeBuf(head.get(), static_cast<int>(kHeadSize));
     if (initRet < 0) {
       __android_log_print(ANDROID_LOG_ERROR, kLogTag, "raw.InitializeBuf ERROR. ret=%d", initRet);
       return nullptr;

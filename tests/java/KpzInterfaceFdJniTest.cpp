@@ -27,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "raw/DtRaw.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 #include "support/LogExpect.h"
@@ -456,13 +457,44 @@ TEST(KpzInterfaceFdJni, PreviewReadErrorGivesNullWithItsErrno) {
 
 // ---- the file's failures, as the path entry meets them -----------------------------
 
-TEST(KpzInterfaceFdJni, EmptyFileIsRefusedByTheFacade) {
+// The facade sees the 64 KiB head with zeros after the end of the file, as
+// through the path: an empty file is not TIFF (-400), as DtRaw::Initialize says.
+TEST(KpzInterfaceFdJni, EmptyFileIsNotTiffAsThroughItsPath) {
   kpztest::TempDir dir;
   const std::string path = dir.Write("empty.kpz", Bytes());
+  {
+    DtRaw raw;
+    kpztest::CaptureStderr([&] { EXPECT_EQ(raw.Initialize(path.c_str()), -400); });
+  }
   Fd fd(OpenRead(path));
   FakeJvm jvm;
-  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
-  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E raw.InitializeBuf ERROR. ret=-200"}));
+  kpztest::CaptureStderr([&] { EXPECT_EQ(jvm.Call(fd.Get()), nullptr); });
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E raw.InitializeBuf ERROR. ret=-400"}));
+}
+
+// IFD1 pointed at past the end of a short file, inside the first 64 KiB: the
+// path entry's parse reads zeros there (an empty directory) and goes on; so
+// must the descriptor's.
+TEST(KpzInterfaceFdJni, DirectoryPastTheEndOfAShortFileReadsAsZerosAsThroughItsPath) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(700, 0x1A);
+  recipe.hasIfd1 = false;
+  KpzLayout first;
+  kpztest::BuildKpz(recipe, &first);
+  recipe.ifd1Pointer = first.total + 256;
+  const Built f = Write(dir, "ifd1-past.kpz", recipe);
+  ASSERT_LT(f.bytes.size() + 256, std::size_t{0x10000});
+  {
+    DtRaw raw;
+    kpztest::CaptureStderr([&] { EXPECT_EQ(raw.Initialize(f.path.c_str()), 0); });
+  }
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(fd.Get()); });
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
 }
 
 TEST(KpzInterfaceFdJni, NoScreennailLocationGivesNull) {
