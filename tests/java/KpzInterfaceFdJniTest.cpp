@@ -23,8 +23,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "raw/DtRaw.h"
@@ -54,6 +56,12 @@ std::vector<std::string>& LogTags() {
 
 std::atomic<std::size_t> g_largestArrayRequest{0};
 
+// Guards Events() and LogTags(): the concurrency test logs from many threads.
+std::mutex& RecorderMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
 void* ArrayAlloc(std::size_t size) {
   std::size_t seen = g_largestArrayRequest.load();
   while (size > seen && !g_largestArrayRequest.compare_exchange_weak(seen, size)) {
@@ -70,6 +78,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
   std::vsnprintf(text, sizeof text, fmt, args);
   va_end(args);
   const char* letter = prio == ANDROID_LOG_INFO ? "I " : prio == ANDROID_LOG_ERROR ? "E " : "? ";
+  std::lock_guard<std::mutex> lock(RecorderMutex());
   Events().push_back(std::string(letter) + text);
   LogTags().push_back(tag == nullptr ? "(null)" : tag);
   return 1;
@@ -102,6 +111,7 @@ class FakeJvm {
     m_table.SetByteArrayRegion = &FakeJvm::setByteArrayRegion;
     m_env.env.functions = &m_table;
     m_env.owner = this;
+    std::lock_guard<std::mutex> lock(RecorderMutex());
     Events().clear();
     LogTags().clear();
     g_largestArrayRequest = 0;
@@ -140,6 +150,7 @@ class FakeJvm {
 
   static jbyteArray JNICALL newByteArray(JNIEnv* env, jsize len) {
     FakeJvm& jvm = of(env);
+    std::lock_guard<std::mutex> lock(RecorderMutex());
     Events().push_back("NewByteArray " + std::to_string(len));
     if (jvm.m_refuseArrays || len < 0) {
       return nullptr;
@@ -152,6 +163,7 @@ class FakeJvm {
   static void JNICALL setByteArrayRegion(JNIEnv* env, jbyteArray array, jsize start, jsize len,
                                          const jbyte* buf) {
     FakeJvm& jvm = of(env);
+    std::lock_guard<std::mutex> lock(RecorderMutex());
     Events().push_back("SetByteArrayRegion " + std::to_string(start) + " " + std::to_string(len));
     for (auto& a : jvm.m_arrays) {
       if (&a->handle != array) {
@@ -357,6 +369,54 @@ TEST(KpzInterfaceFdJni, InterruptedReadsAreRepeated) {
   got = jvm.Call(fd.Get());
   ASSERT_NE(got, nullptr);
   EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+}
+
+// Eight threads, each with its own fake JVM: four with descriptors of their
+// own, four sharing one descriptor of a fifth file (no offset is shared, so
+// they may). Every call gives the right bytes; no offset moves.
+TEST(KpzInterfaceFdJni, ConcurrentCallsOnSeparateAndSharedDescriptorsAreCorrect) {
+  kpztest::TempDir dir;
+  const int files = 5;
+  std::vector<Built> built;
+  std::vector<Bytes> expected;
+  for (int i = 0; i < files; ++i) {
+    KpzSpec recipe;
+    recipe.order = (i % 2 == 0) ? DtNlLittleEndian : DtNlBigEndian;
+    recipe.screennail = kpztest::FakeJpeg(20000 + static_cast<std::size_t>(i) * 7001,
+                                          static_cast<std::uint8_t>(0x30 + i));
+    built.push_back(Write(dir, "t" + std::to_string(i) + ".kpz", recipe));
+    expected.push_back(recipe.screennail);
+  }
+  std::vector<std::unique_ptr<Fd>> fds;
+  for (int i = 0; i < files; ++i) {
+    fds.push_back(std::make_unique<Fd>(OpenRead(built[static_cast<std::size_t>(i)].path)));
+    ASSERT_EQ(::lseek(fds.back()->Get(), 9 + i, SEEK_SET), 9 + i);
+  }
+  const int threads = 8;
+  const int calls = 40;
+  std::atomic<int> good{0};
+  std::vector<std::thread> workers;
+  kpztest::CaptureStderr([&] {
+    for (int t = 0; t < threads; ++t) {
+      workers.emplace_back([&, t] {
+        const std::size_t which = static_cast<std::size_t>(t < 4 ? t : 4);
+        FakeJvm jvm;
+        for (int i = 0; i < calls; ++i) {
+          jbyteArray got = jvm.Call(fds[which]->Get());
+          if (got != nullptr && jvm.BytesOf(got) == expected[which]) {
+            ++good;
+          }
+        }
+      });
+    }
+    for (std::thread& w : workers) {
+      w.join();
+    }
+  });
+  EXPECT_EQ(good.load(), threads * calls);
+  for (int i = 0; i < files; ++i) {
+    EXPECT_EQ(::lseek(fds[static_cast<std::size_t>(i)]->Get(), 0, SEEK_CUR), 9 + i);
+  }
 }
 
 // ---- the descriptor's own failures ----------------------------------------------
