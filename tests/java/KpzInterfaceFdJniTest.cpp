@@ -13,11 +13,15 @@
 #include <android/log.h>
 #include <fcntl.h>
 #include <jni.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -28,6 +32,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+extern char** environ;
 
 #include "raw/DtRaw.h"
 #include "support/FaultInjection.h"
@@ -202,6 +208,71 @@ class Fd {
 
  private:
   int m_fd;
+};
+
+// A readable, seekable descriptor that reports no size: /proc/<pid>/environ
+// of a child (`sleep`) whose environment is made of `bytes` cut at their zero
+// bytes. The file reads as `bytes` (plus one zero byte when they do not end in
+// one) while fstat says a regular file of size 0, as for descriptors whose
+// size is unknown. The child is killed by its pid on destruction.
+class SizelessFile {
+ public:
+  explicit SizelessFile(const Bytes& bytes) : m_content(bytes) {
+    std::vector<std::string> strings(1);
+    for (std::uint8_t b : bytes) {
+      if (b == 0) {
+        strings.emplace_back();
+      } else {
+        strings.back().push_back(static_cast<char>(b));
+      }
+    }
+    if (strings.back().empty()) {
+      strings.pop_back();  // the bytes ended in a zero byte: it ends the last string
+    } else {
+      m_content.push_back(0);  // the kernel ends the last string with one
+    }
+    std::vector<char*> envp;
+    for (std::string& one : strings) {
+      envp.push_back(&one[0]);
+    }
+    envp.push_back(nullptr);
+    char sleepName[] = "sleep";
+    char seconds[] = "120";
+    char* argv[] = {sleepName, seconds, nullptr};
+    if (posix_spawnp(&m_pid, "sleep", nullptr, nullptr, argv, envp.data()) != 0) {
+      m_pid = -1;
+      return;
+    }
+    m_path = "/proc/" + std::to_string(m_pid) + "/environ";
+    // Until the child has started `sleep`, its environ is still ours.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < until) {
+      if (kpztest::ReadFileBytes(m_path) == m_content) {
+        m_ready = true;
+        break;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+  ~SizelessFile() {
+    if (m_pid > 0) {
+      ::kill(m_pid, SIGKILL);
+      int status = 0;
+      ::waitpid(m_pid, &status, 0);
+    }
+  }
+  SizelessFile(const SizelessFile&) = delete;
+  SizelessFile& operator=(const SizelessFile&) = delete;
+
+  bool Ready() const { return m_ready; }
+  const std::string& Path() const { return m_path; }
+  const Bytes& Content() const { return m_content; }
+
+ private:
+  Bytes m_content;
+  pid_t m_pid = -1;
+  std::string m_path;
+  bool m_ready = false;
 };
 
 std::string Hex(std::uint32_t value) {
@@ -417,6 +488,52 @@ TEST(KpzInterfaceFdJni, ConcurrentCallsOnSeparateAndSharedDescriptorsAreCorrect)
   for (int i = 0; i < files; ++i) {
     EXPECT_EQ(::lseek(fds[static_cast<std::size_t>(i)]->Get(), 0, SEEK_CUR), 9 + i);
   }
+}
+
+// A descriptor without a size (fstat: 0 bytes): the preview's buffer grows by
+// what the reads really return, through several steps, to the right bytes.
+TEST(KpzInterfaceFdJni, DescriptorWithoutASizeIsReadByWhatItHolds) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(150000, 0x1B);
+  KpzLayout where;
+  const Bytes bytes = kpztest::BuildKpz(recipe, &where);
+  SizelessFile file(bytes);
+  ASSERT_TRUE(file.Ready()) << "no child with the file as its environment";
+  Fd fd(OpenRead(file.Path()));
+  struct stat st;
+  ASSERT_EQ(::fstat(fd.Get(), &st), 0);
+  ASSERT_TRUE(S_ISREG(st.st_mode));
+  ASSERT_EQ(st.st_size, 0);  // what makes it a descriptor without a size
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(fd.Get()); });
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(where.screennail, 150000, 1616, 1080),
+                                            "NewByteArray 150000", "SetByteArrayRegion 0 150000"}));
+  EXPECT_LE(g_largestArrayRequest.load(), std::size_t{150000});
+}
+
+// The same with a forged length: null, and never more allocated than twice
+// what the descriptor holds after the offset.
+TEST(KpzInterfaceFdJni, DescriptorWithoutASizeAllocatesOnlyByWhatItHolds) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(90000, 0x1C);
+  recipe.screennailLengthTag = 0x7FFFFFF0u;
+  KpzLayout where;
+  const Bytes bytes = kpztest::BuildKpz(recipe, &where);
+  SizelessFile file(bytes);
+  ASSERT_TRUE(file.Ready()) << "no child with the file as its environment";
+  const std::size_t there = file.Content().size() - where.screennail;
+  Fd fd(OpenRead(file.Path()));
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(fd.Get()); });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(where.screennail, 0x7FFFFFF0u, 1616, 1080),
+                                            "E pread ERROR. readSize=" + std::to_string(there) +
+                                                " errno=0"}));
+  EXPECT_LE(g_largestArrayRequest.load(), 2 * there);
 }
 
 // ---- the descriptor's own failures ----------------------------------------------
