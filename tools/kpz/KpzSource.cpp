@@ -62,11 +62,14 @@ void KpzSource::OpenMemory(const UINT8* data, std::size_t length, std::uint64_t 
   m_size = fileSize;
   m_dev = 0;
   m_ino = 0;
-  m_head.assign(kHeadSize, 0);
+  if (!m_head) {
+    m_head.reset(new UINT8[kHeadSize]);
+  }
   const std::size_t take = length < kHeadSize ? length : kHeadSize;
   if (take > 0) {
-    std::memcpy(m_head.data(), data, take);
+    std::memcpy(m_head.get(), data, take);
   }
+  std::memset(m_head.get() + take, 0, kHeadSize - take);
 }
 
 bool KpzSource::Open(const std::string& path, std::string* error) {
@@ -102,12 +105,14 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
   m_size = static_cast<std::uint64_t>(st.st_size);
   m_dev = st.st_dev;
   m_ino = st.st_ino;
-  m_head.resize(kHeadSize);
+  if (!m_head) {
+    m_head.reset(new UINT8[kHeadSize]);
+  }
   // Up to the size just taken: no read is spent on finding the end.
   const std::size_t want = m_size < kHeadSize ? static_cast<std::size_t>(m_size) : kHeadSize;
   std::size_t got = 0;
   while (got < want) {  // each pass reads at least one byte, or ends the loop
-    const ssize_t n = pread(m_fd, m_head.data() + got, want - got, static_cast<off_t>(got));
+    const ssize_t n = pread(m_fd, m_head.get() + got, want - got, static_cast<off_t>(got));
     if (n < 0 && errno == EINTR) {
       continue;
     }
@@ -123,7 +128,7 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
     got += static_cast<std::size_t>(n);
   }
   // As in the library's copy: zeros after the file's end.
-  std::memset(m_head.data() + got, 0, kHeadSize - got);
+  std::memset(m_head.get() + got, 0, kHeadSize - got);
   return true;
 }
 

@@ -28,8 +28,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "util/DtNlTypes.h"
 
@@ -74,7 +74,7 @@ class KpzSource {
   ino_t Inode() const { return m_ino; }
   // The head: kHeadSize bytes, zeros after the file's end. Valid after a
   // successful Open until the object is destroyed or opened again.
-  UINT8* Head() { return m_head.data(); }
+  UINT8* Head() { return m_head.get(); }
 
   // Reads exactly `length` bytes at `offset` into `out`. True when all were
   // read; false with *error set ("<what> extends past the end of the file"
@@ -91,7 +91,9 @@ class KpzSource {
   std::uint64_t m_size;
   dev_t m_dev;
   ino_t m_ino;
-  std::vector<UINT8> m_head;
+  // kHeadSize bytes once opened; not zeroed in advance, since every byte is
+  // either read or set to zero by Open / OpenMemory.
+  std::unique_ptr<UINT8[]> m_head;
   mutable int m_errno = 0;
 };
 
