@@ -12,6 +12,7 @@
 
 #if defined(KPZ_TEST_HAVE_JNI)
 
+#include <fcntl.h>
 #include <jni.h>
 
 #include <cerrno>
@@ -473,6 +474,58 @@ TEST(KpzInterfaceJni, RepeatedCallsGiveTheSameBytesEachTime) {
     EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
   }
   ExpectCleanRelease(jvm, 3);
+}
+
+TEST(KpzInterfaceJni, EachReadAsksTheSystemForItsOwnBytesWithoutReadahead) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(300000, 0x42);
+  const Built f = Write(dir, "cold.kpz", recipe);
+  kpztest::FaultGuard guard;
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(f.path.c_str());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  const std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
+  ASSERT_EQ(calls.size(), 4u);  // the facade's head, then the entry's preview
+  EXPECT_EQ(calls[0].advice, POSIX_FADV_RANDOM);
+  EXPECT_EQ(calls[1].advice, POSIX_FADV_WILLNEED);
+  EXPECT_EQ(calls[1].offset, 0);
+  EXPECT_EQ(calls[1].length, 65536);
+  EXPECT_EQ(calls[2].advice, POSIX_FADV_RANDOM);
+  EXPECT_EQ(calls[3].advice, POSIX_FADV_WILLNEED);
+  EXPECT_EQ(calls[3].fd, calls[2].fd);
+  EXPECT_EQ(calls[3].offset, static_cast<long long>(f.where.screennail));
+  EXPECT_EQ(calls[3].length, 300000);
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, RefusedReadHintsChangeNeitherTheBytesNorTheLines) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(5000, 0x24);
+  const Built f = Write(dir, "refused.kpz", recipe);
+  std::string plainErr;
+  {
+    FakeJvm jvm;
+    plainErr = kpztest::CaptureStderr([&] { ASSERT_NE(jvm.Call(f.path.c_str()), nullptr); });
+  }
+  for (int skip = 0; skip < 4; ++skip) {  // each of the four hints refused in turn
+    kpztest::FaultGuard guard;
+    kpztest::Arm(kpztest::Call::Fadvise, ENOSYS, skip, 1);
+    FakeJvm jvm;
+    jbyteArray got = nullptr;
+    const std::string err = kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
+    ASSERT_NE(got, nullptr) << "skip " << skip;
+    EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+    EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 5000, 1616, 1080),
+                                            "NewByteArray 5000", "SetByteArrayRegion 0 5000",
+                                            "ReleaseStringUTFChars"}));
+    EXPECT_EQ(err, plainErr);  // the facade's own lines, the same
+    // A refused RANDOM hint skips that channel's WILLNEED hint.
+    EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fadvise), skip % 2 == 0 ? 3 : 4);
+    ExpectCleanRelease(jvm);
+  }
 }
 
 }  // namespace
