@@ -245,7 +245,6 @@ bool readDir(HeadReader& r, std::uint32_t offset, const UINT16* targets, std::si
   return true;
 }
 
-
 // The offset a pointer tag holds: true when the library follows it (the tag
 // is kept with at least 4 value bytes copied).
 bool pointerOf(const Tag* tag, bool big, std::uint32_t* offset) {

@@ -81,8 +81,8 @@ class KpzLayoutCheck {
   struct Finding {
     int code = 0;  // the library's parse result over this head
     Reason reason = Reason::None;
-    Part part = Part::None;  // for ZeroOffset, PastEnd ... RunsBeyondHead
-    bool value = false;      // true: a value stored for `part`, not the part itself
+    Part part = Part::None;   // for ZeroOffset, PastEnd ... RunsBeyondHead
+    bool value = false;       // true: a value stored for `part`, not the part itself
     std::uint64_t bytes = 0;  // for BadExifPointer and BadKmPointer: the value's length
   };
 

@@ -11,8 +11,6 @@
 
 #if defined(KPZ_TEST_HAVE_TOOL)
 
-#include "kpz/KpzLayoutCheck.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <functional>
@@ -21,6 +19,7 @@
 #include <vector>
 
 #include "kpz/KpzErrorText.h"
+#include "kpz/KpzLayoutCheck.h"
 #include "kpz/KpzMetadata.h"
 #include "kpz/KpzMetadataReader.h"
 #include "kpz/KpzPictureReader.h"
@@ -48,20 +47,19 @@ void CopyHead(const Bytes& file, std::vector<UINT8>* head) {
   std::copy(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(n), head->begin());
 }
 
-
 // An ordinary TIFF as image libraries write it: one directory (a 64x64
 // 8-bit grey strip image) at offset 8 whose next-directory offset is 0,
 // 8 KiB in all.
 Bytes OrdinaryTiff(DtNlByteOrder order) {
   Ifd ifd(order);
-  ifd.AddShort(0x0100, 64)   // ImageWidth
-      .AddShort(0x0101, 64)  // ImageLength
-      .AddShort(0x0102, 8)   // BitsPerSample
-      .AddShort(0x0103, 1)   // Compression: none
-      .AddShort(0x0106, 1)   // PhotometricInterpretation: black is zero
-      .AddLong(0x0111, 256)  // StripOffsets
-      .AddShort(0x0115, 1)   // SamplesPerPixel
-      .AddLong(0x0116, 64)   // RowsPerStrip
+  ifd.AddShort(0x0100, 64)     // ImageWidth
+      .AddShort(0x0101, 64)    // ImageLength
+      .AddShort(0x0102, 8)     // BitsPerSample
+      .AddShort(0x0103, 1)     // Compression: none
+      .AddShort(0x0106, 1)     // PhotometricInterpretation: black is zero
+      .AddLong(0x0111, 256)    // StripOffsets
+      .AddShort(0x0115, 1)     // SamplesPerPixel
+      .AddLong(0x0116, 64)     // RowsPerStrip
       .AddLong(0x0117, 4096);  // StripByteCounts
   ifd.SetNext(0);
   KpzFile file(order);
@@ -82,8 +80,7 @@ Bytes Build(DtNlByteOrder order, const std::function<void(KpzSpec&)>& edit) {
   return kpztest::BuildKpz(recipe);
 }
 
-class KpzLayoutReasons
-    : public testing::TestWithParam<std::tuple<Case, DtNlByteOrder>> {
+class KpzLayoutReasons : public testing::TestWithParam<std::tuple<Case, DtNlByteOrder>> {
  protected:
   const Case& C() const { return std::get<0>(GetParam()); }
   DtNlByteOrder Order() const { return std::get<1>(GetParam()); }
@@ -129,11 +126,10 @@ std::vector<Case> Cases() {
       Case{"SecondDirectoryPastTheEnd",
            [](DtNlByteOrder o) { return Build(o, [](KpzSpec& r) { r.ifd1Pointer = kFar; }); },
            "IFD1 lies past the end of the file"},
-      Case{"SecondDirectoryAtTwoGiB",
-           [](DtNlByteOrder o) {
-             return Build(o, [](KpzSpec& r) { r.ifd1Pointer = 0x80000010u; });
-           },
-           "IFD1 lies past the end of the file"},
+      Case{
+          "SecondDirectoryAtTwoGiB",
+          [](DtNlByteOrder o) { return Build(o, [](KpzSpec& r) { r.ifd1Pointer = 0x80000010u; }); },
+          "IFD1 lies past the end of the file"},
       Case{"FirstDirectoryBeyondTheHead",
            [](DtNlByteOrder o) {
              return Build(o, [](KpzSpec& r) {
@@ -148,9 +144,8 @@ std::vector<Case> Cases() {
       Case{"FirstDirectoryRunsPastTheEnd",
            [](DtNlByteOrder o) {
              // 6,000 entries (72,000 bytes) in a file of a few hundred bytes.
-             return Build(o, [](KpzSpec& r) {
-               r.editIfd0 = [](Ifd& ifd) { ifd.SetCountOverride(6000); };
-             });
+             return Build(
+                 o, [](KpzSpec& r) { r.editIfd0 = [](Ifd& ifd) { ifd.SetCountOverride(6000); }; });
            },
            "IFD0 runs past the end of the file"},
       Case{"FirstDirectoryRunsBeyondTheHead",
@@ -197,7 +192,9 @@ std::vector<Case> Cases() {
       Case{"ValuePastTheEnd",
            [](DtNlByteOrder o) {
              return Build(o, [](KpzSpec& r) {
-               r.editIfd0 = [](Ifd& ifd) { ifd.ReplaceRaw(tag::kModel, kpztest::kTiffAscii, 20, kFar); };
+               r.editIfd0 = [](Ifd& ifd) {
+                 ifd.ReplaceRaw(tag::kModel, kpztest::kTiffAscii, 20, kFar);
+               };
              });
            },
            "a value in IFD0 lies past the end of the file"},
@@ -227,7 +224,9 @@ std::vector<Case> Cases() {
       Case{"EmptyCameraModel",
            [](DtNlByteOrder o) {
              return Build(o, [](KpzSpec& r) {
-               r.editIfd0 = [](Ifd& ifd) { ifd.ReplaceRaw(tag::kModel, kpztest::kTiffAscii, 0, 0); };
+               r.editIfd0 = [](Ifd& ifd) {
+                 ifd.ReplaceRaw(tag::kModel, kpztest::kTiffAscii, 0, 0);
+               };
              });
            },
            "the camera model is empty"},
@@ -277,8 +276,7 @@ std::vector<Case> Cases() {
              });
            },
            "the pointer to the Km maker note is not a 4-byte offset (it has 3 bytes)"},
-      Case{"JunkWithoutTiffHeader", [](DtNlByteOrder) { return Bytes(40, 'j'); },
-           "no TIFF header"},
+      Case{"JunkWithoutTiffHeader", [](DtNlByteOrder) { return Bytes(40, 'j'); }, "no TIFF header"},
       Case{"EmptyFile", [](DtNlByteOrder) { return Bytes(); }, "the file is empty"},
       Case{"FileEndsInItsHeader",
            [](DtNlByteOrder o) {
@@ -290,14 +288,14 @@ std::vector<Case> Cases() {
   };
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    EachReason, KpzLayoutReasons,
-    testing::Combine(testing::ValuesIn(Cases()),
-                     testing::Values(DtNlLittleEndian, DtNlBigEndian)),
-    [](const testing::TestParamInfo<std::tuple<Case, DtNlByteOrder>>& p) {
-      return std::string(std::get<0>(p.param).name) +
-             (std::get<1>(p.param) == DtNlLittleEndian ? "_LittleEndian" : "_BigEndian");
-    });
+INSTANTIATE_TEST_SUITE_P(EachReason, KpzLayoutReasons,
+                         testing::Combine(testing::ValuesIn(Cases()),
+                                          testing::Values(DtNlLittleEndian, DtNlBigEndian)),
+                         [](const testing::TestParamInfo<std::tuple<Case, DtNlByteOrder>>& p) {
+                           return std::string(std::get<0>(p.param).name) +
+                                  (std::get<1>(p.param) == DtNlLittleEndian ? "_LittleEndian"
+                                                                            : "_BigEndian");
+                         });
 
 // --- The walk against the library -------------------------------------------
 
@@ -379,10 +377,22 @@ TEST(KpzLayoutCheck, AgreesWithTheLibraryOnDamagedFiles) {
       for (int e = 0; e < edits; ++e) {
         const std::uint32_t at = Next(rng) % (structures - 4);
         const std::uint32_t size = static_cast<std::uint32_t>(file.size());
-        const std::uint32_t values[] = {0,          1,           8,           size - 2,
-                                        size,       size + 100,  0xFFF0,      0xFFFA,
-                                        0xFFFE,     0x10000,     0x18000,     0x7FFFFFFF,
-                                        0x80000000, 0xFFFFFFF4,  0xFFFFFFFF, Next(rng) % 0x20000,
+        const std::uint32_t values[] = {0,
+                                        1,
+                                        8,
+                                        size - 2,
+                                        size,
+                                        size + 100,
+                                        0xFFF0,
+                                        0xFFFA,
+                                        0xFFFE,
+                                        0x10000,
+                                        0x18000,
+                                        0x7FFFFFFF,
+                                        0x80000000,
+                                        0xFFFFFFF4,
+                                        0xFFFFFFFF,
+                                        Next(rng) % 0x20000,
                                         Next(rng) % 65535};
         switch (Next(rng) % 3) {
           case 0: {  // a 32-bit number
@@ -393,7 +403,8 @@ TEST(KpzLayoutCheck, AgreesWithTheLibraryOnDamagedFiles) {
             break;
           }
           case 1: {  // a 16-bit count or type
-            const std::uint16_t v = static_cast<std::uint16_t>(Next(rng) % 2 ? Next(rng) % 16 : Next(rng));
+            const std::uint16_t v =
+                static_cast<std::uint16_t>(Next(rng) % 2 ? Next(rng) % 16 : Next(rng));
             file[at] = static_cast<std::uint8_t>(v);
             file[at + 1] = static_cast<std::uint8_t>(v >> 8);
             break;
@@ -432,16 +443,21 @@ TEST(KpzLayoutCheck, AgreesWithTheLibraryOnRandomHeads) {
       for (std::size_t b = 8; b < h.bytes.size(); ++b) {
         h.bytes[b] = static_cast<UINT8>(Next(rng) % 4 == 0 ? Next(rng) : Next(rng) % 3);
       }
-      const UINT8 header[8] = {static_cast<UINT8>(big ? 'M' : 'I'), static_cast<UINT8>(big ? 'M' : 'I'),
-                               static_cast<UINT8>(big ? 0 : 42), static_cast<UINT8>(big ? 42 : 0),
-                               0, 0, 0, 0};
+      const UINT8 header[8] = {static_cast<UINT8>(big ? 'M' : 'I'),
+                               static_cast<UINT8>(big ? 'M' : 'I'),
+                               static_cast<UINT8>(big ? 0 : 42),
+                               static_cast<UINT8>(big ? 42 : 0),
+                               0,
+                               0,
+                               0,
+                               0};
       std::copy(header, header + 8, h.bytes.begin());
       const std::uint32_t ifd0 = Next(rng) % 0x11000;
       for (std::size_t b = 0; b < 4; ++b) {
         h.bytes[big ? 7 - b : 4 + b] = static_cast<UINT8>(ifd0 >> (8 * b));
       }
-      const std::uint64_t sizes[] = {0, 7, 8, 100, 0xFFFF, 0x10000, 0x20000, 0xFFFFFFFFull,
-                                     Next(rng) % 0x30000};
+      const std::uint64_t sizes[] = {
+          0, 7, 8, 100, 0xFFFF, 0x10000, 0x20000, 0xFFFFFFFFull, Next(rng) % 0x30000};
       h.fileSize = sizes[Next(rng) % (sizeof sizes / sizeof sizes[0])];
       disagreements += Agrees(h, "random head " + std::to_string(i)) ? 0 : 1;
     }
