@@ -13,6 +13,11 @@
 // Finalize, then a DtNlFileIo open, seek and one read of the reported range,
 // with the entry's allocation bound (never more than the file holds).
 //
+// With the real entry, the same file is also read through a descriptor by
+// getScreennailFromFd (jni/KpzInterfaceFdJni.cpp, compiled in too), whose
+// offset is set first: it must give exactly what the path gives, leave the
+// offset where it was and the descriptor open.
+//
 // Either way the result is checked against the screennail a separate DtRaw
 // reports for the same file: the bytes at its offset when they lie wholly in
 // the file, no array otherwise; the path's characters are released once; no
@@ -20,6 +25,7 @@
 // JVM owns the characters it hands out and the arrays it makes.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -38,12 +44,17 @@
 #include "raw/DtRawScreennailInfo.h"
 
 #if KPZ_FUZZ_REAL_JNI_ENTRY
+#include <fcntl.h>
 #include <jni.h>
 
 // The entry under test (jni/KpzInterfaceJni.cpp, compiled into this target).
 extern "C" JNIEXPORT jbyteArray JNICALL
 Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailNative(JNIEnv* env, jobject self,
                                                                      jstring path);
+// The descriptor method (jni/KpzInterfaceFdJni.cpp, compiled in as well).
+extern "C" JNIEXPORT jbyteArray JNICALL
+Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(JNIEnv* env, jobject self,
+                                                                     jint fd);
 #else
 #include "util/DtNlTypes.h"
 #include "util/io/DtNlFile.h"
@@ -162,6 +173,28 @@ Outcome RunEntry(const std::string& path) {
   return out;
 }
 
+// The same file through a descriptor whose offset is `offset`: the result,
+// and the descriptor checked afterwards (same offset, still open).
+Outcome RunFdEntry(const std::string& path, off_t offset) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  kpzfuzz::Check(fd >= 0, "opening the scratch file for the descriptor run", errno);
+  kpzfuzz::Check(lseek(fd, offset, SEEK_SET) == offset, "setting the descriptor's offset", 0);
+  FakeJvm jvm(path);
+  jbyteArray array =
+      Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(jvm.GetEnv(), nullptr, fd);
+  kpzfuzz::Check(lseek(fd, 0, SEEK_CUR) == offset, "the descriptor's offset moved", 0);
+  kpzfuzz::Check(fcntl(fd, F_GETFD) != -1, "the descriptor was closed", 0);
+  close(fd);
+  Outcome out;
+  if (array != nullptr) {
+    kpzfuzz::Check(jvm.IsOurArray(array), "the descriptor method returned an array it did not make",
+                   0);
+    out.hasArray = true;
+    out.bytes = jvm.ArrayBytes();
+  }
+  return out;
+}
+
 #else  // !KPZ_FUZZ_REAL_JNI_ENTRY
 
 // The entry's bound: the smaller of the claimed size and what the file holds
@@ -231,6 +264,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
 
   const Outcome got = RunEntry(path);
+#if KPZ_FUZZ_REAL_JNI_ENTRY
+  {
+    const Outcome viaFd = RunFdEntry(path, static_cast<off_t>(size / 2));
+    kpzfuzz::Check(viaFd.hasArray == got.hasArray && viaFd.bytes == got.bytes,
+                   "the descriptor gives other bytes than the path", viaFd.hasArray ? 1 : 0);
+  }
+#endif
 
   // The reference: where a separate facade says the screennail is.
   DtRaw raw;

@@ -29,6 +29,9 @@
 #                                          # and exiftool + jpegtran (bench/bench_upright.py), over
 #                                          # 1,000 files with real JPEG previews; --quick, --cli-files,
 #                                          # --cli-rounds and --peer-files N narrow it
+#   scripts/bench.sh --python              # only the Python package kpz against py3exiv2, GExiv2
+#                                          # and the Python floor (bench/bench_python.py), 60 files
+#                                          # of ~14 MB with 1.5 MB previews; --quick narrows it
 #   scripts/bench.sh --before REV          # also count the library as it was at git revision REV
 #                                          # (built with this harness): the before/after table
 #   scripts/bench.sh --out /tmp/report
@@ -43,6 +46,7 @@ cli_rounds_arg=""
 wait_minutes=0
 before_rev=""
 upright=0
+python_only=0
 peer_files_arg=""
 
 usage() {
@@ -54,6 +58,7 @@ while [ $# -gt 0 ]; do
     --quick) quick=1 ;;
     --cli-only) cli_only=1 ;;
     --upright) upright=1 ;;
+    --python) python_only=1 ;;
     --peer-files) peer_files_arg="$2"; shift ;;
     --cli-files) cli_files_arg="$2"; shift ;;
     --cli-rounds) cli_rounds_arg="$2"; shift ;;
@@ -93,7 +98,8 @@ log() { echo "bench: $*" >&2; }
 # ---- dependencies and build --------------------------------------------------
 if ! "$root/scripts/install-deps.sh" libbenchmark-dev libexiv2-dev exiv2 \
     libimage-exiftool-perl strace valgrind gnuplot-nox time python3 pkg-config \
-    libturbojpeg0-dev libjpeg-turbo-progs; then
+    libturbojpeg0-dev libjpeg-turbo-progs python3-py3exiv2 gir1.2-gexiv2-0.10 python3-gi \
+    linux-perf; then
   log "some packages are missing (run as root to install them); parts needing them are skipped"
 fi
 
@@ -103,6 +109,7 @@ log "building in $build (log: $out/build.log)"
 targets="kpz_bench kpz_bench_run"
 [ "$cli_only" -eq 1 ] && targets="kpz_bench_run"
 [ "$upright" -eq 1 ] && targets="kpz_bench_run"
+[ "$python_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 # Every option that matters is set here, so that a build directory
 # configured otherwise earlier (say without the tool) is brought back in line.
 if ! { cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DKPZ_BUILD_BENCH=ON \
@@ -178,6 +185,25 @@ if [ "$upright" -eq 1 ]; then
   python3 "$root/bench/bench_upright.py" --kpz "$kpz" --corpus "$ucorpus" --out "$out" \
     --work "$work/upright-work" --rounds "$cli_rounds" --pair-files "$pair_files" \
     --peer-files "$peer_files" | tee "$out/table.md"
+  fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
+  exit 0
+fi
+
+# ---- --python: the Python package against its peers and the floor ------------
+# 60 files (8 with --quick) of the realistic corpus (1.5 MB previews, 12 MB of
+# filler as a hole), the page cache warm. bench/bench_python.py compares every
+# output with kpz preview's, times in pairs and writes python.md.
+if [ "$python_only" -eq 1 ]; then
+  pcorpus="$work/python"
+  mkdir -p "$pcorpus"
+  py_files=60; py_rounds=10; py_repeat=5
+  [ "$quick" -eq 1 ] && { py_files=8; py_rounds=2; py_repeat=1; }
+  gen="$("$bin/kpz_bench_run" corpus --out "$pcorpus" --files "$py_files" --sparse)"
+  log "$gen"
+  fact load.before_python "$(load1)"
+  PYTHONPATH="$build/python" /usr/bin/python3 "$root/bench/bench_python.py" \
+    --manifest "$pcorpus/manifest.tsv" --kpz "$kpz" --bench-run "$bin/kpz_bench_run" \
+    --out "$out" --rounds "$py_rounds" --repeat "$py_repeat" | tee "$out/table.md"
   fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
   exit 0
 fi

@@ -18,7 +18,11 @@
 #     POSIX/XSI (no GNU extensions), as the Android C library expects, with
 #     -Wconversion at the machine's own widths;
 #  4. configures, builds and tests the preset (CTest runs each test
-#     executable through the emulator, see cmake/KpzCrossLinux.cmake).
+#     executable through the emulator, see cmake/KpzCrossLinux.cmake);
+#  5. (arm64 only, after the build) checks that every loadable segment of
+#     libKpzInterface.so is aligned to at least 16 KB, for 64-bit Android
+#     devices with 16 KB pages (scripts/check-elf-align.sh), and that the
+#     same check refuses a library aligned to 4 KB.
 #
 # The JNI entry and the kpz tool are not part of this build (no Android log
 # library or argument parser for the target here).
@@ -64,6 +68,31 @@ find jni/util jni/raw -name '*.cpp' -print0 | sort -z |
 echo "=== stage-$arch: build ==="
 cmake --preset "$arch" -DKPZ_WERROR=ON >/dev/null
 cmake --build --preset "$arch" -j "$jobs"
+
+# --- 5. (arm64) 16 KB pages ----------------------------------------------------
+# 64-bit Android devices may use 16 KB pages: every loadable segment of the
+# 64-bit library must be aligned to at least 16 KB (0x4000). The check reads
+# the program headers; a library built here with 4 KB alignment must be
+# refused by it, so that a check that cannot fail is noticed too.
+if [ "$arch" = arm64 ]; then
+  echo "=== stage-$arch: loadable segments aligned to 16 KB ==="
+  readelf_prog=readelf
+  command -v "$triple-readelf" >/dev/null && readelf_prog=$triple-readelf
+  library=$(readlink -f "build/$arch/lib/libKpzInterface.so")
+  scripts/check-elf-align.sh --readelf "$readelf_prog" --min 16384 "$library"
+  control_dir=$(mktemp -d "/tmp/kpz-$arch-align-XXXXXX")
+  echo 'int kpz_align_control(void) { return 1; }' >"$control_dir/control.c"
+  "$triple-gcc" -shared -fPIC -Wl,-z,max-page-size=4096 -Wl,-z,common-page-size=4096 \
+    -o "$control_dir/libcontrol4k.so" "$control_dir/control.c"
+  if scripts/check-elf-align.sh --readelf "$readelf_prog" --min 16384 \
+      "$control_dir/libcontrol4k.so" >/dev/null; then
+    echo "stage-$arch: the alignment check passed a library aligned to 4 KB" >&2
+    rm -rf "$control_dir"
+    exit 1
+  fi
+  rm -rf "$control_dir"
+  echo "stage-$arch: a library aligned to 4 KB is refused by the same check, as it must be"
+fi
 
 # Under qemu-user on a 64-bit host the kernel hands directory cookies of 64
 # bits to the emulated 32-bit readdir, which fails with EOVERFLOW on ext4 and

@@ -14,6 +14,8 @@ packages=(
   pkg-config dpkg-dev    # the package tests: pkg-config consumer, Debian packages (dpkg-shlibdeps)
   help2man               # the kpz manual page, from kpz --help
   libturbojpeg0-dev libjpeg62-turbo-dev  # kpz --upright: TurboJPEG turns JPEGs; its tests read DCT coefficients with libjpeg
+  python3 python3-dev pybind11-dev       # the Python package kpz (Debian's /usr/bin/python3)
+  python3-pytest python3-pip python3-setuptools python3-wheel python3-venv  # its tests and its wheel
   "$@"
 )
 

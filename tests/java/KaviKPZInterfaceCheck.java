@@ -1,6 +1,6 @@
-// KaviKPZInterfaceCheck.java - runs KaviKPZInterface.getScreennailNative on a
-// real JVM against the built libKpzInterface.so, over the files written by
-// kpz_java_fixtures (tests/java/make_fixtures.cpp).
+// KaviKPZInterfaceCheck.java - runs KaviKPZInterface.getScreennailNative and
+// getScreennailFromFd on a real JVM against the built libKpzInterface.so, over
+// the files written by kpz_java_fixtures (tests/java/make_fixtures.cpp).
 //
 //   java -Djava.library.path=<build>/lib -cp kpzinterface.jar:check.jar \
 //       kpztest.KaviKPZInterfaceCheck <fixtures dir> [rss tolerance KiB]
@@ -13,6 +13,12 @@
 // log lines (priority letter and message, in order); lines of the library's
 // own logger on the same stream are not the entry's and are left out.
 //
+// Descriptors: every fixture is also read through a descriptor of its own
+// (a RandomAccessFile's, whose number the child finds in /proc/self/fd), and
+// must give what its path gives; the descriptor's offset must not move and it
+// must stay open. A closed descriptor, a pipe (the child's standard input)
+// and -1 give null with their own log lines.
+//
 // The concurrency case runs 8 threads x 1,000 calls on 8 different files and
 // compares VmRSS (from /proc/self/status) after a warm-up of 50 calls per
 // thread with VmRSS at the end. The Java heap is fixed and touched up front
@@ -20,7 +26,8 @@
 // remains is native memory and JIT code. The tolerance (default 16 MiB) lies
 // far below what one leaked buffer per call would add (the smallest screennail
 // is 24 KB: 8,000 calls leak about 190 MB; the 64 KiB file head alone 500 MB;
-// the 2.7 KB path characters 21 MB).
+// the 2.7 KB path characters 21 MB). It runs twice: through the paths, and
+// through descriptors (each thread its own, opened once and kept).
 //
 // Exit status 0 when every case passed; each failure is printed.
 package kpztest;
@@ -31,8 +38,11 @@ import java.io.File;
 import java.io.FileInputStream;
 import java.io.IOException;
 import java.io.InputStream;
+import java.io.RandomAccessFile;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.DirectoryStream;
 import java.nio.file.Files;
+import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.security.MessageDigest;
 import java.security.NoSuchAlgorithmException;
@@ -60,6 +70,9 @@ public final class KaviKPZInterfaceCheck {
     private static final int CALLS = 1000;
     private static final int WARM_UP_CALLS = 50;
 
+    // Where the descriptor cases put the descriptor's offset before the call.
+    private static final long KEPT_OFFSET = 5;
+
     private KaviKPZInterfaceCheck() {}
 
     public static void main(String[] args) throws Exception {
@@ -67,7 +80,22 @@ public final class KaviKPZInterfaceCheck {
             System.exit(childCall(args.length > 1 ? args[1] : null));
         }
         if (args.length >= 1 && args[0].equals("--stress")) {
-            System.exit(childStress(Arrays.copyOfRange(args, 1, args.length)));
+            System.exit(childStress(Arrays.copyOfRange(args, 1, args.length), false));
+        }
+        if (args.length >= 1 && args[0].equals("--stress-fd")) {
+            System.exit(childStress(Arrays.copyOfRange(args, 1, args.length), true));
+        }
+        if (args.length >= 2 && args[0].equals("--call-fd")) {
+            System.exit(childCallFd(args[1]));
+        }
+        if (args.length >= 2 && args[0].equals("--call-fd-closed")) {
+            System.exit(childCallClosedFd(args[1]));
+        }
+        if (args.length >= 1 && args[0].equals("--call-fd-stdin")) {
+            System.exit(childCallFdNumber(0, "pipe:"));
+        }
+        if (args.length >= 2 && args[0].equals("--call-fd-number")) {
+            System.exit(childCallFdNumber(Integer.parseInt(args[1]), null));
         }
         if (args.length < 1) {
             System.err.println("usage: KaviKPZInterfaceCheck <fixtures dir> [rss tolerance KiB]");
@@ -86,15 +114,104 @@ public final class KaviKPZInterfaceCheck {
         return 0;
     }
 
-    // Arguments: <path> <expected> pairs, one per thread. Prints
-    // "ok <calls> <rss after warm-up KiB> <rss at end KiB>" or "fail <reason>".
-    private static int childStress(String[] pairs) throws Exception {
+    // One call through a descriptor of `path` whose offset is KEPT_OFFSET.
+    // Prints "fd <n>", then "null" or "array <length> <sha-256>", then
+    // "offset <offset after> <open|closed> next <the byte read there>".
+    private static int childCallFd(String path) throws Exception {
+        try (RandomAccessFile file = new RandomAccessFile(path, "r")) {
+            int fd = descriptorOf(path);
+            file.seek(KEPT_OFFSET);
+            System.out.println("fd " + fd);
+            byte[] result = new KaviKPZInterface().getScreennailFromFd(fd);
+            System.out.println(result == null ? "null" : "array " + result.length + " " + sha256(result));
+            long after = file.getFilePointer();
+            boolean open = realPath(path).equals(linkOf(fd));
+            System.out.println("offset " + after + " " + (open ? "open" : "closed") + " next " + file.read());
+        }
+        return 0;
+    }
+
+    // One call with the number of a descriptor of `path` that was closed just
+    // before. Prints "fd <n>", then "null" or "array ...".
+    private static int childCallClosedFd(String path) throws Exception {
+        RandomAccessFile file = new RandomAccessFile(path, "r");
+        int fd = descriptorOf(path);
+        file.close();
+        if (linkOf(fd) != null) {
+            System.out.println("fd " + fd + " was opened again at once");
+            return 1;
+        }
+        System.out.println("fd " + fd);
+        byte[] result = new KaviKPZInterface().getScreennailFromFd(fd);
+        System.out.println(result == null ? "null" : "array " + result.length);
+        return 0;
+    }
+
+    // One call with descriptor `fd`, which must lead to something starting with
+    // `kind` (or to nothing, when `kind` is null). Prints "fd <n>", then
+    // "null" or "array ...".
+    private static int childCallFdNumber(int fd, String kind) throws Exception {
+        String target = fd >= 0 ? linkOf(fd) : null;
+        if (kind == null ? target != null : target == null || !target.startsWith(kind)) {
+            System.out.println("fd " + fd + " leads to " + target);
+            return 1;
+        }
+        System.out.println("fd " + fd);
+        byte[] result = new KaviKPZInterface().getScreennailFromFd(fd);
+        System.out.println(result == null ? "null" : "array " + result.length);
+        return 0;
+    }
+
+    // The number of this process's descriptor open on `path` (the highest, if
+    // several), found in /proc/self/fd; -1 when there is none.
+    private static int descriptorOf(String path) throws IOException {
+        String real = realPath(path);
+        int found = -1;
+        try (DirectoryStream<Path> fds = Files.newDirectoryStream(Paths.get("/proc/self/fd"))) {
+            for (Path p : fds) {
+                int n = Integer.parseInt(p.getFileName().toString());
+                if (n > found && real.equals(linkOf(n))) {
+                    found = n;
+                }
+            }
+        }
+        return found;
+    }
+
+    private static String realPath(String path) throws IOException {
+        return Paths.get(path).toRealPath().toString();
+    }
+
+    // What descriptor `fd` of this process is open on, or null when it is not open.
+    private static String linkOf(int fd) {
+        try {
+            return Files.readSymbolicLink(Paths.get("/proc/self/fd/" + fd)).toString();
+        } catch (IOException e) {
+            return null;
+        }
+    }
+
+    // Arguments: <path> <expected> pairs, one per thread. Through descriptors
+    // (`viaFd`), each thread calls with a descriptor of its own, opened before
+    // the threads start and positioned at KEPT_OFFSET, which must stay there.
+    // Prints "ok <calls> <rss after warm-up KiB> <rss at end KiB>" or
+    // "fail <reason>".
+    private static int childStress(String[] pairs, boolean viaFd) throws Exception {
         final int threads = pairs.length / 2;
         final String[] paths = new String[threads];
         final byte[][] expected = new byte[threads][];
         for (int i = 0; i < threads; i++) {
             paths[i] = pairs[2 * i];
             expected[i] = Files.readAllBytes(Paths.get(pairs[2 * i + 1]));
+        }
+        final RandomAccessFile[] files = new RandomAccessFile[threads];
+        final int[] fds = new int[threads];
+        if (viaFd) {
+            for (int i = 0; i < threads; i++) {
+                files[i] = new RandomAccessFile(paths[i], "r");
+                fds[i] = descriptorOf(paths[i]);
+                files[i].seek(KEPT_OFFSET);
+            }
         }
         final KaviKPZInterface entry = new KaviKPZInterface();
         final AtomicInteger good = new AtomicInteger();
@@ -107,11 +224,16 @@ public final class KaviKPZInterfaceCheck {
             Thread worker = new Thread(() -> {
                 try {
                     for (int i = 0; i < WARM_UP_CALLS; i++) {
-                        entry.getScreennailNative(paths[me]);
+                        if (viaFd) {
+                            entry.getScreennailFromFd(fds[me]);
+                        } else {
+                            entry.getScreennailNative(paths[me]);
+                        }
                     }
                     warmedUp.await();
                     for (int i = 0; i < CALLS; i++) {
-                        byte[] got = entry.getScreennailNative(paths[me]);
+                        byte[] got = viaFd ? entry.getScreennailFromFd(fds[me])
+                                : entry.getScreennailNative(paths[me]);
                         if (got != null && Arrays.equals(got, expected[me])) {
                             good.incrementAndGet();
                         } else {
@@ -134,6 +256,15 @@ public final class KaviKPZInterfaceCheck {
             worker.join();
         }
         rss[1] = vmRssKiB();
+        if (viaFd) {
+            for (int i = 0; i < threads; i++) {
+                if (files[i].getFilePointer() != KEPT_OFFSET || !realPath(paths[i]).equals(linkOf(fds[i]))) {
+                    failures.add("thread " + i + ": descriptor " + fds[i] + " moved to "
+                            + files[i].getFilePointer() + " or was closed");
+                }
+                files[i].close();
+            }
+        }
         if (!failures.isEmpty()) {
             System.out.println("fail " + failures.size() + " wrong results, first: " + failures.get(0));
             return 0;
@@ -183,7 +314,20 @@ public final class KaviKPZInterfaceCheck {
         checkShortRead("huge");
         checkReturnsScreennail("empty");
         checkNullPath();
-        checkConcurrentCallsAreCorrectAndLeakNothing(toleranceKiB);
+        checkConcurrentCallsAreCorrectAndLeakNothing(toleranceKiB, false);
+
+        List<String> keys = new ArrayList<>(Arrays.asList("le", "be", "m372", "nosn", "past", "huge", "empty"));
+        int stressCount = Integer.parseInt(fx.getProperty("stress.count"));
+        for (int i = 0; i < stressCount; i++) {
+            keys.add("stress." + i);
+        }
+        for (String key : keys) {
+            checkDescriptorGivesWhatThePathGives(key);
+        }
+        checkClosedDescriptor();
+        checkPipeDescriptor();
+        checkNegativeDescriptor();
+        checkConcurrentCallsAreCorrectAndLeakNothing(toleranceKiB, true);
 
         if (failures.isEmpty()) {
             System.out.println("KaviKPZInterfaceCheck: all cases passed");
@@ -248,18 +392,90 @@ public final class KaviKPZInterfaceCheck {
                 "E path is null."));
     }
 
-    private void checkConcurrentCallsAreCorrectAndLeakNothing(long toleranceKiB) throws Exception {
+    // The fixture `key` through a descriptor: what its path gives (compared
+    // with a call through the path, and with the expected bytes), the log
+    // lines of the descriptor method, the offset kept and the descriptor open.
+    private void checkDescriptorGivesWhatThePathGives(String key) throws Exception {
+        String path = fx.getProperty(key + ".path");
+        String what = key + " through a descriptor";
+        Run byPath = child(path);
+        Run run = childWith(Arrays.asList("--call-fd", path));
+        String[] out = run.stdout.split("\n");
+        if (out.length != 3 || !out[0].startsWith("fd ")) {
+            failures.add(what + ": unexpected output <" + run.stdout + ">\n" + run.stderr);
+            return;
+        }
+        expectEquals(what + ": the same result as through the path", byPath.stdout, out[1]);
+        String expectedFile = fx.getProperty(key + ".expected");
+        List<String> lines = new ArrayList<>(Arrays.asList(
+                "I getScreennailFromFd called.",
+                "I fd:" + out[0].substring(3)));
+        if (key.equals("nosn")) {
+            expectEquals(what + ": result", "null", out[1]);
+            lines.add("E raw.GetScreennailInfo ERROR. ret=" + RAW_ERR_NO_DATA);
+        } else if (expectedFile != null) {
+            byte[] expected = Files.readAllBytes(Paths.get(expectedFile));
+            expectEquals(what + ": result", "array " + expected.length + " " + sha256(expected), out[1]);
+            lines.add("I " + screennailInfoLine(key));
+        } else {
+            expectEquals(what + ": result", "null", out[1]);
+            lines.add("I " + screennailInfoLine(key));
+            lines.add("E pread ERROR. readSize=" + fx.getProperty(key + ".readSize") + " errno=0");
+        }
+        expectLog(what, run, lines);
+        byte[] file = Files.readAllBytes(Paths.get(path));
+        expectEquals(what + ": the descriptor afterwards",
+                "offset " + KEPT_OFFSET + " open next " + (file[(int) KEPT_OFFSET] & 0xFF), out[2]);
+    }
+
+    private void checkClosedDescriptor() throws Exception {
+        Run run = childWith(Arrays.asList("--call-fd-closed", fx.getProperty("le.path")));
+        String[] out = run.stdout.split("\n");
+        if (out.length != 2 || !out[0].matches("fd \\d+")) {
+            failures.add("closed descriptor: unexpected output <" + run.stdout + ">\n" + run.stderr);
+            return;
+        }
+        String fd = out[0].substring(3);
+        expectEquals("closed descriptor: result", "null", out[1]);
+        expectLog("closed descriptor", run, Arrays.asList(
+                "I getScreennailFromFd called.",
+                "I fd:" + fd,
+                "E fd is not open. fd=" + fd));
+    }
+
+    // The child's standard input is the pipe ProcessBuilder makes.
+    private void checkPipeDescriptor() throws Exception {
+        Run run = childWith(Arrays.asList("--call-fd-stdin"));
+        expectEquals("pipe: output", "fd 0\nnull", run.stdout);
+        expectLog("pipe", run, Arrays.asList(
+                "I getScreennailFromFd called.",
+                "I fd:0",
+                "E fd is not seekable. fd=0"));
+    }
+
+    private void checkNegativeDescriptor() throws Exception {
+        Run run = childWith(Arrays.asList("--call-fd-number", "-1"));
+        expectEquals("fd -1: output", "fd -1\nnull", run.stdout);
+        expectLog("fd -1", run, Arrays.asList(
+                "I getScreennailFromFd called.",
+                "I fd:-1",
+                "E fd is negative. fd=-1"));
+    }
+
+    private void checkConcurrentCallsAreCorrectAndLeakNothing(long toleranceKiB, boolean viaFd)
+            throws Exception {
+        String what = viaFd ? "stress through descriptors" : "stress";
         int count = Integer.parseInt(fx.getProperty("stress.count"));
         List<String> cmd = javaCommand();
         cmd.add(cmd.size() - 1, "-Xms64m");
         cmd.add(cmd.size() - 1, "-Xmx64m");
         cmd.add(cmd.size() - 1, "-XX:+AlwaysPreTouch");
-        cmd.add("--stress");
+        cmd.add(viaFd ? "--stress-fd" : "--stress");
         for (int i = 0; i < count && i < THREADS; i++) {
             cmd.add(fx.getProperty("stress." + i + ".path"));
             cmd.add(fx.getProperty("stress." + i + ".expected"));
         }
-        File errFile = new File(workDir, "stress.stderr");
+        File errFile = new File(workDir, viaFd ? "stress-fd.stderr" : "stress.stderr");
         ProcessBuilder pb = new ProcessBuilder(cmd);
         pb.redirectError(errFile);
         Process p = pb.start();
@@ -267,22 +483,22 @@ public final class KaviKPZInterfaceCheck {
         if (!p.waitFor(600, TimeUnit.SECONDS)) {
             p.destroyForcibly();
             p.waitFor();
-            failures.add("stress: timed out");
+            failures.add(what + ": timed out");
             return;
         }
         String[] f = out.split(" ");
         if (p.exitValue() != 0 || f.length != 4 || !f[0].equals("ok")) {
-            failures.add("stress: " + out + " (exit " + p.exitValue() + ", stderr in " + errFile + ")");
+            failures.add(what + ": " + out + " (exit " + p.exitValue() + ", stderr in " + errFile + ")");
             return;
         }
         long calls = Long.parseLong(f[1]);
         long warm = Long.parseLong(f[2]);
         long end = Long.parseLong(f[3]);
-        System.out.println("stress: " + calls + " correct calls; VmRSS " + warm + " KiB after warm-up, "
+        System.out.println(what + ": " + calls + " correct calls; VmRSS " + warm + " KiB after warm-up, "
                 + end + " KiB at the end (tolerance " + toleranceKiB + " KiB)");
-        expectEquals("stress: correct calls", String.valueOf((long) THREADS * CALLS), f[1]);
+        expectEquals(what + ": correct calls", String.valueOf((long) THREADS * CALLS), f[1]);
         if (warm <= 0 || end - warm > toleranceKiB) {
-            failures.add("stress: native memory grew by " + (end - warm) + " KiB");
+            failures.add(what + ": native memory grew by " + (end - warm) + " KiB");
         }
         errFile.delete();
     }
@@ -338,11 +554,18 @@ public final class KaviKPZInterfaceCheck {
     }
 
     private Run child(String path) throws Exception {
-        List<String> cmd = javaCommand();
-        cmd.add("--call");
+        List<String> args = new ArrayList<>();
+        args.add("--call");
         if (path != null) {
-            cmd.add(path);
+            args.add(path);
         }
+        return childWith(args);
+    }
+
+    // A child JVM with `args`; its standard input is a pipe that stays open.
+    private Run childWith(List<String> args) throws Exception {
+        List<String> cmd = javaCommand();
+        cmd.addAll(args);
         ProcessBuilder pb = new ProcessBuilder(cmd);
         File errFile = File.createTempFile("call", ".stderr", workDir);
         pb.redirectError(errFile);

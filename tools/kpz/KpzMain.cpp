@@ -373,8 +373,8 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     if (upright) {
       const KpzUpright::Orientation orientation =
           KpzUpright::ReadOrientation(source.Head(), KpzSource::kHeadSize);
+      std::vector<UINT8> stored;
       if (KpzUpright::Turns(orientation)) {
-        std::vector<UINT8> stored;
         try {
           stored.resize(picture.length);
         } catch (const std::bad_alloc&) {
@@ -384,15 +384,14 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
         if (!source.ReadAt(picture.offset, picture.length, stored.data(), name, &why)) {
           return failure(kExitInput, in, why);
         }
-        turned = KpzUpright::Turn(stored.data(), stored.size(), orientation.code, edges);
-        if (!turned.ok) {
-          return failure(kExitInput, in,
-                         std::string("the ") + name + " cannot be turned upright: " + turned.error);
-        }
-        remark = std::string(name) + " " + KpzUpright::Note(turned, orientation.code);
-      } else {
-        remark = std::string(name) + " not turned: " + KpzUpright::WhyNotTurned(orientation);
       }
+      KpzUpright::Applied applied =
+          KpzUpright::Apply(orientation, stored.data(), stored.size(), edges, name);
+      if (applied.turns && !applied.result.ok) {
+        return failure(kExitInput, in, applied.error);
+      }
+      turned = std::move(applied.result);
+      remark = std::move(applied.remark);
     }
     const std::size_t owner = turn.WaitForEarlier();
     if (owner != KpzOutputClaims::kNone) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kpz/KpzErrorText.h"
+#include "kpz/KpzSource.h"
 #include "raw/DtRaw.h"
 
 namespace {
@@ -131,6 +132,21 @@ bool KpzMetadataReader::Read(const std::string& path, KpzMetadata* out) {
   out->initResult = raw.Initialize(path.c_str());
   if (out->initResult != DtRawOk) {
     out->error = KpzErrorText::ForFile(path, out->initResult);
+    return false;
+  }
+  readAll(raw, out);
+  raw.Finalize();
+  return true;
+}
+
+bool KpzMetadataReader::ReadHead(KpzSource& source, const std::string& name, KpzMetadata* out) {
+  *out = KpzMetadata();
+  out->file = name;
+  DtRaw raw;
+  out->initialized = true;
+  out->initResult = raw.InitializeBuf(source.Head(), static_cast<int>(KpzSource::kHeadSize));
+  if (out->initResult != DtRawOk) {
+    out->error = KpzErrorText::Parse(out->initResult, source.Head(), source.Size());
     return false;
   }
   readAll(raw, out);

@@ -20,6 +20,8 @@
 
 #include "kpz/KpzMetadata.h"
 
+class KpzSource;
+
 class KpzMetadataReader {
  public:
   // Bytes offered to GetMakerName / GetModelName: longer names are cut to
@@ -32,6 +34,14 @@ class KpzMetadataReader {
   // words (KpzErrorText::ForFile: a read error in its own words, a file laid
   // out otherwise as not a KPZ raw file) and every value left at its default.
   static bool Read(const std::string& path, KpzMetadata* out);
+
+  // The same from a source whose head is already read (a file opened by
+  // KpzSource::Open, or content at hand through KpzSource::OpenMemory): the
+  // head is parsed in the library's buffer mode, which sees the bytes its
+  // file mode would copy and answers every getter alike. out->file is
+  // `name`. False when the head does not parse, with out->error in
+  // KpzErrorText::Parse's words.
+  static bool ReadHead(KpzSource& source, const std::string& name, KpzMetadata* out);
 };
 
 #endif  // KPZ_TOOLS_KPZ_KPZMETADATAREADER_H

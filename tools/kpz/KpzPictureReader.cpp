@@ -23,11 +23,15 @@ const char* KpzPictureReader::Name(Kind kind) {
   return kind == Kind::Preview ? "preview" : "thumbnail";
 }
 
-bool KpzPictureReader::Find(KpzSource& source, Kind kind, Picture* picture,
-                            std::string* error) {
+bool KpzPictureReader::Find(KpzSource& source, Kind kind, Picture* picture, std::string* error,
+                            Problem* problem) {
+  Problem unused;
+  Problem& why = problem != nullptr ? *problem : unused;
+  why = Problem();
   DtRaw raw;
   const int initRet = raw.InitializeBuf(source.Head(), static_cast<int>(KpzSource::kHeadSize));
   if (initRet != DtRawOk) {
+    why = {Failure::NotKpz, initRet};
     *error = KpzErrorText::Parse(initRet, source.Head(), source.Size());
     return false;
   }
@@ -48,25 +52,30 @@ bool KpzPictureReader::Find(KpzSource& source, Kind kind, Picture* picture,
   }
   raw.Finalize();
   if (infoRet == DtRawErrNoData) {
+    why = {Failure::NoPicture, infoRet};
     *error = std::string("no ") + what + " stored in this file";
     return false;
   }
   if (infoRet != DtRawOk) {
+    why = {Failure::Location, infoRet};
     *error = std::string("the ") + what + "'s location cannot be read (error " +
              std::to_string(infoRet) + ")";
     return false;
   }
   if (length == 0) {
+    why = {Failure::NoPicture, DtRawOk};
     *error = std::string("the ") + what + " stored in this file is empty (0 bytes)";
     return false;
   }
   // As in the JNI entry: the preview's offset is a signed 32-bit number, so
   // an offset of 2 GiB or more is out of reach.
   if (kind == Kind::Preview && static_cast<INT32>(offset) < 0) {
+    why = {Failure::Unusable, DtRawOk};
     *error = "preview lies beyond the first 2 GiB of the file, out of reach";
     return false;
   }
   if (!insideFile(source.Size(), offset, length)) {
+    why = {Failure::Unusable, DtRawOk};
     *error = std::string(what) + " extends past the end of the file";
     return false;
   }

@@ -44,6 +44,20 @@ class KpzPictureReader {
     Thumbnail  // the small JPEG of IFD1
   };
 
+  // Why Find failed, for front ends that sort failures into kinds (the
+  // words are in Find's *error either way).
+  enum class Failure {
+    None,
+    NotKpz,     // the head does not parse as a KPZ file; `code` is the parse's result
+    NoPicture,  // no such picture is recorded (`code` -100), or it is empty (`code` 0)
+    Unusable,   // it extends past the end of the file or lies beyond 2 GiB (`code` 0)
+    Location    // its location cannot be read; `code` is the getter's result
+  };
+  struct Problem {
+    Failure failure = Failure::None;
+    int code = 0;
+  };
+
   // Where a picture lies in its file.
   struct Picture {
     std::uint64_t offset = 0;
@@ -55,7 +69,10 @@ class KpzPictureReader {
   // *error set to a short lower-case phrase such as "no preview stored in
   // this file", "preview extends past the end of the file" or, when the head
   // cannot be parsed, KpzErrorText::Parse's words.
-  static bool Find(KpzSource& source, Kind kind, Picture* picture, std::string* error);
+  // When `problem` is given, it is set to the kind of failure (None on
+  // success).
+  static bool Find(KpzSource& source, Kind kind, Picture* picture, std::string* error,
+                   Problem* problem = nullptr);
 
   // Opens `path`, finds the picture of `kind` and reads it into *out
   // (replacing its content). True on success, with at least one byte in

@@ -56,23 +56,43 @@ std::string KpzSource::ReadErrorWords(int err) {
   }
 }
 
+void KpzSource::OpenMemory(const UINT8* data, std::size_t length, std::uint64_t fileSize) {
+  Close();
+  m_errno = 0;
+  m_size = fileSize;
+  m_dev = 0;
+  m_ino = 0;
+  if (!m_head) {
+    m_head.reset(new UINT8[kHeadSize]);
+  }
+  const std::size_t take = length < kHeadSize ? length : kHeadSize;
+  if (take > 0) {
+    std::memcpy(m_head.get(), data, take);
+  }
+  std::memset(m_head.get() + take, 0, kHeadSize - take);
+}
+
 bool KpzSource::Open(const std::string& path, std::string* error) {
   Close();
   m_size = 0;
+  m_errno = 0;
   // Non-blocking: opening a named pipe must not wait for a writer. It
   // changes nothing for a regular file.
   m_fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (m_fd < 0) {
-    *error = ReadErrorWords(errno);
+    m_errno = errno;
+    *error = ReadErrorWords(m_errno);
     return false;
   }
   struct stat st;
   if (fstat(m_fd, &st) != 0) {
-    *error = ReadErrorWords(errno);
+    m_errno = errno;
+    *error = ReadErrorWords(m_errno);
     Close();
     return false;
   }
   if (S_ISDIR(st.st_mode)) {
+    m_errno = EISDIR;
     *error = KpzErrorText::Directory();
     Close();
     return false;
@@ -85,17 +105,20 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
   m_size = static_cast<std::uint64_t>(st.st_size);
   m_dev = st.st_dev;
   m_ino = st.st_ino;
-  m_head.resize(kHeadSize);
+  if (!m_head) {
+    m_head.reset(new UINT8[kHeadSize]);
+  }
   // Up to the size just taken: no read is spent on finding the end.
   const std::size_t want = m_size < kHeadSize ? static_cast<std::size_t>(m_size) : kHeadSize;
   std::size_t got = 0;
   while (got < want) {  // each pass reads at least one byte, or ends the loop
-    const ssize_t n = pread(m_fd, m_head.data() + got, want - got, static_cast<off_t>(got));
+    const ssize_t n = pread(m_fd, m_head.get() + got, want - got, static_cast<off_t>(got));
     if (n < 0 && errno == EINTR) {
       continue;
     }
     if (n < 0) {
-      *error = ReadErrorWords(errno);
+      m_errno = errno;
+      *error = ReadErrorWords(m_errno);
       Close();
       return false;
     }
@@ -105,7 +128,7 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
     got += static_cast<std::size_t>(n);
   }
   // As in the library's copy: zeros after the file's end.
-  std::memset(m_head.data() + got, 0, kHeadSize - got);
+  std::memset(m_head.get() + got, 0, kHeadSize - got);
   return true;
 }
 
@@ -118,12 +141,14 @@ bool KpzSource::ReadAt(std::uint64_t offset, std::size_t length, UINT8* out, con
       continue;
     }
     if (n < 0) {
+      m_errno = errno;
       *error = errno == EIO ? std::string("input/output error while reading the ") + what
                             : std::string("the ") + what + " cannot be read (" +
                                   systemWords(errno) + ")";
       return false;
     }
     if (n == 0) {
+      m_errno = 0;
       *error = std::string(what) + " extends past the end of the file";
       return false;
     }

@@ -28,8 +28,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "util/DtNlTypes.h"
 
@@ -52,6 +52,19 @@ class KpzSource {
   // device is refused without being read (reading it could wait forever).
   bool Open(const std::string& path, std::string* error);
 
+  // Takes the file's content from memory instead of a descriptor: the head
+  // is the first min(length, kHeadSize) bytes of `data` (borrowed for the
+  // call), zeros after them; Size() is `fileSize`, which may exceed `length`
+  // when only the file's first bytes are at hand (a stream read in ranges).
+  // Fd() is -1 afterwards and ReadAt fails: the caller reads the picture's
+  // range itself. Never fails.
+  void OpenMemory(const UINT8* data, std::size_t length, std::uint64_t fileSize);
+
+  // The errno of the last failed Open or ReadAt, 0 when the failure was not
+  // the system's (a directory is EISDIR; a device, pipe or socket, a short
+  // file and a memory source give 0).
+  int Errno() const { return m_errno; }
+
   // Closes the descriptor (if open). Safe any number of times.
   void Close();
 
@@ -61,7 +74,7 @@ class KpzSource {
   ino_t Inode() const { return m_ino; }
   // The head: kHeadSize bytes, zeros after the file's end. Valid after a
   // successful Open until the object is destroyed or opened again.
-  UINT8* Head() { return m_head.data(); }
+  UINT8* Head() { return m_head.get(); }
 
   // Reads exactly `length` bytes at `offset` into `out`. True when all were
   // read; false with *error set ("<what> extends past the end of the file"
@@ -78,7 +91,10 @@ class KpzSource {
   std::uint64_t m_size;
   dev_t m_dev;
   ino_t m_ino;
-  std::vector<UINT8> m_head;
+  // kHeadSize bytes once opened; not zeroed in advance, since every byte is
+  // either read or set to zero by Open / OpenMemory.
+  std::unique_ptr<UINT8[]> m_head;
+  mutable int m_errno = 0;
 };
 
 #endif  // KPZ_TOOLS_KPZ_KPZSOURCE_H

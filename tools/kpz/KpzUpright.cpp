@@ -472,6 +472,45 @@ KpzUpright::Result KpzUpright::turn(const UINT8* jpeg, std::size_t size, unsigne
   return r;
 }
 
+bool KpzUpright::PictureSize(const UINT8* jpeg, std::size_t size, int* width, int* height) {
+  tjhandle h = threadHandle();
+  if (h == nullptr || size == 0 || size > 0xFFFFFFFFull) {
+    return false;
+  }
+  int w = 0;
+  int hgt = 0;
+  int subsamp = -1;
+  int colorspace = -1;
+  if (tjDecompressHeader3(h, jpeg, static_cast<unsigned long>(size), &w, &hgt, &subsamp,
+                          &colorspace) != 0) {
+    dropHandle();  // see threadSlot: a handle that failed is not used again
+    return false;
+  }
+  if (w <= 0 || hgt <= 0) {
+    return false;
+  }
+  *width = w;
+  *height = hgt;
+  return true;
+}
+
+KpzUpright::Applied KpzUpright::Apply(const Orientation& orientation, const UINT8* jpeg,
+                                      std::size_t size, Edges edges, const char* name) {
+  Applied a;
+  a.turns = Turns(orientation);
+  if (!a.turns) {
+    a.remark = std::string(name) + " not turned: " + WhyNotTurned(orientation);
+    return a;
+  }
+  a.result = Turn(jpeg, size, orientation.code, edges);
+  if (!a.result.ok) {
+    a.error = std::string("the ") + name + " cannot be turned upright: " + a.result.error;
+    return a;
+  }
+  a.remark = std::string(name) + " " + Note(a.result, orientation.code);
+  return a;
+}
+
 std::string KpzUpright::Note(const Result& r, unsigned char code) {
   std::string note = std::string("turned ") + TurnWords(code);
   const std::string block = blockWords(r.blockWidth, r.blockHeight);

@@ -124,6 +124,26 @@ class KpzUpright {
   // 16-pixel blocks", "trimmed to whole 16-pixel blocks".
   static std::string SummaryNote(const Result& r);
 
+  // What `preview --upright` (and every other front end that offers it)
+  // does with one picture: the turn the file asks for, and the words for it.
+  struct Applied {
+    bool turns = false;  // the file asks for a turn (Turns(orientation))
+    Result result;       // the turn, when `turns`
+    std::string error;   // when `turns` and !result.ok: "the <name> cannot be turned upright: ..."
+    std::string remark;  // "<name> <Note>" or "<name> not turned: <WhyNotTurned>"
+  };
+
+  // Turns the stored picture (`size` bytes at `jpeg`, named `name` in the
+  // words: "preview") as `orientation` asks. When it asks for no turn,
+  // `jpeg` is not looked at (it may be null) and only the remark is set.
+  static Applied Apply(const Orientation& orientation, const UINT8* jpeg, std::size_t size,
+                       Edges edges, const char* name);
+
+  // The pixel size a JPEG's header declares (`size` bytes at `jpeg`). True
+  // with *width and *height set (both above 0); false when no header can be
+  // read.
+  static bool PictureSize(const UINT8* jpeg, std::size_t size, int* width, int* height);
+
   // Sets the Exif orientation (APP1 "Exif", IFD0 tag 0x0112, one SHORT) of
   // every Exif segment before the image data to 1, in place, in the
   // segment's byte order. Returns the first value found before the change

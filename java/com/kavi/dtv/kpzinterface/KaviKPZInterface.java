@@ -1,6 +1,7 @@
 // KaviKPZInterface.java - the Java side of libKpzInterface: hands the path of a
-// KPZ raw file to the native library and gets back the screennail, the large
-// preview JPEG the camera stored in the file.
+// KPZ raw file, or a file descriptor open on one, to the native library and
+// gets back the screennail, the large preview JPEG the camera stored in the
+// file.
 //
 // The native library is loaded once, when the class is first used, with
 // System.loadLibrary("KpzInterface"): libKpzInterface.so must lie on
@@ -8,6 +9,7 @@
 //
 //   byte[] jpeg = new KaviKPZInterface().getScreennailNative("/sdcard/DCIM/a.kpz");
 //   if (jpeg != null) { Bitmap b = BitmapFactory.decodeByteArray(jpeg, 0, jpeg.length); }
+//   byte[] fromUri = new KaviKPZInterface().getScreennailFromFd(pfd.getFd());  // content:// URIs
 //
 // The object holds no state; one instance may be shared by any number of
 // threads, each call runs on the calling thread. The native call needs only a
@@ -30,4 +32,42 @@ public class KaviKPZInterface {
      *     (the reason is written to the Android log, tag "KpzInterface")
      */
     public native byte[] getScreennailNative(String path);
+
+    /**
+     * Returns the bytes of the screennail (preview JPEG) of the KPZ raw file
+     * open on the file descriptor {@code fd}, as a new array; the same bytes
+     * as {@link #getScreennailNative(String)} gives for the file's path.
+     *
+     * <p>The file is read through the descriptor itself with positional reads
+     * ({@code pread}): the descriptor's file offset does not move, and the
+     * descriptor is neither closed nor kept: it stays the caller's, to close
+     * when done. Any seekable descriptor will do, a regular file's or one a
+     * content provider hands out; a pipe or a socket cannot be read this way.
+     * This is the way to read a {@code content://} URI, whose path is not
+     * known or not readable. The call reads the file: make it off the main
+     * thread.
+     *
+     * <pre>{@code
+     * byte[] jpeg = null;
+     * try (ParcelFileDescriptor pfd = context.getContentResolver().openFileDescriptor(uri, "r")) {
+     *     if (pfd != null) {
+     *         jpeg = new KaviKPZInterface().getScreennailFromFd(pfd.getFd());
+     *     }
+     * } catch (IOException e) {
+     *     // not found, no permission, or the provider failed
+     * }
+     * }</pre>
+     *
+     * Use {@code getFd()}, not {@code detachFd()}: the descriptor must stay open
+     * for the whole call, and closing the {@code ParcelFileDescriptor} afterwards
+     * (here by try-with-resources) closes it.
+     *
+     * @param fd an open file descriptor, readable and seekable; a negative one
+     *     gives null
+     * @return the screennail bytes, or null when the descriptor is negative,
+     *     not open or not seekable, cannot be read, the file holds no
+     *     screennail, or its screennail extends past the end of the file (the
+     *     reason is written to the Android log, tag "KpzInterface")
+     */
+    public native byte[] getScreennailFromFd(int fd);
 }

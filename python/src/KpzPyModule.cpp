@@ -1,0 +1,655 @@
+// KpzPyModule.cpp - the extension module kpz._kpz: the kpz tool's kit
+// (tools/kpz, target kpz_tool_core) for Python.
+//
+// A front end beside the kpz command-line tool: the same classes find and
+// read the pictures (KpzSource, KpzPictureReader), turn them upright
+// (KpzUpright), read the metadata (KpzMetadataReader, KpzInfoJson) and write
+// a new orientation (KpzRotator), so both give the same bytes, the same
+// metadata and the same words. The Python package (python/kpz) wraps this
+// module; users import `kpz`, never `kpz._kpz`.
+//
+// Sources. Every function takes a path (str or os.PathLike), a bytes-like
+// object (the file's whole content) or a binary file object (read/seek). A
+// file object is asked for its size (seek(0, 2)), its first 64 KiB and then
+// the picture's range only.
+//
+// Threads. The interpreter lock is released around every call into the
+// library, the kit and TurboJPEG, and around every copy of a picture; each
+// call uses its own library objects, so any number of threads may call.
+//
+// Errors are raised as the classes of kpz._errors (KpzError and its
+// subclasses) and, for a file that cannot be read, as the OSError subclass
+// for its errno, with `filename`; each carries `words`, the kpz tool's words.
+//
+// The library's diagnostic lines. The library writes one line per event on
+// standard error (the kpz tool shows them only with --verbose). This module
+// is linked with the C library's stream writes wrapped (see
+// python/CMakeLists.txt): a line the library or the kit writes on standard
+// error during a call is collected for that call's thread and handed to the
+// Python logger "kpz.library" at DEBUG level after the call when that level
+// is enabled, and dropped otherwise. Writes to any other stream pass
+// through unchanged.
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kpz/KpzErrorText.h"
+#include "kpz/KpzInfoJson.h"
+#include "kpz/KpzMetadata.h"
+#include "kpz/KpzMetadataReader.h"
+#include "kpz/KpzPictureReader.h"
+#include "kpz/KpzRotation.h"
+#include "kpz/KpzRotator.h"
+#include "kpz/KpzSource.h"
+#include "kpz/KpzUpright.h"
+#include "raw/DtRawError.h"
+
+namespace py = pybind11;
+
+// ---- the library's lines on standard error ----------------------------------
+
+namespace {
+
+// The lines written on standard error by this thread during the current
+// call, or null when nobody listens (then they are dropped).
+thread_local std::string* tl_libraryLines = nullptr;
+
+void collect(const char* text, std::size_t length) {
+  if (tl_libraryLines != nullptr && length > 0) {
+    tl_libraryLines->append(text, length);
+  }
+}
+
+}  // namespace
+
+extern "C" {
+// The real functions, as the linker's --wrap names them.
+int __real_fprintf(FILE* stream, const char* format, ...);
+std::size_t __real_fwrite(const void* data, std::size_t size, std::size_t count, FILE* stream);
+int __real_fputs(const char* text, FILE* stream);
+
+int __wrap_fprintf(FILE* stream, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  int written = 0;
+  if (stream == stderr) {
+    char line[2048];
+    written = std::vsnprintf(line, sizeof line, format, args);
+    if (written > 0) {
+      const std::size_t kept = static_cast<std::size_t>(written) < sizeof line
+                                   ? static_cast<std::size_t>(written)
+                                   : sizeof line - 1;
+      collect(line, kept);
+    }
+  } else {
+    written = std::vfprintf(stream, format, args);
+  }
+  va_end(args);
+  return written;
+}
+
+std::size_t __wrap_fwrite(const void* data, std::size_t size, std::size_t count, FILE* stream) {
+  if (stream != stderr) {
+    return __real_fwrite(data, size, count, stream);
+  }
+  if (size != 0 && count <= SIZE_MAX / size) {
+    collect(static_cast<const char*>(data), size * count);
+  }
+  return count;
+}
+
+int __wrap_fputs(const char* text, FILE* stream) {
+  if (stream != stderr) {
+    return __real_fputs(text, stream);
+  }
+  collect(text, std::strlen(text));
+  return 1;
+}
+}  // extern "C"
+
+namespace {
+
+// Collects the library's lines of one call when `logger` (the module's
+// "kpz.library" logger) listens at DEBUG level, and hands them to it when
+// the call is over. Made and destroyed with the interpreter lock held, on
+// the calling thread.
+class LibraryLines {
+ public:
+  explicit LibraryLines(const py::object& logger) {
+    static const int kDebug = 10;  // logging.DEBUG
+    if (logger.attr("isEnabledFor")(kDebug).cast<bool>()) {
+      m_logger = logger;
+      tl_libraryLines = &m_lines;
+    }
+  }
+  ~LibraryLines() {
+    if (tl_libraryLines != &m_lines) {
+      return;
+    }
+    tl_libraryLines = nullptr;
+    try {
+      std::size_t start = 0;
+      while (start < m_lines.size()) {  // one record per line; each pass moves on
+        std::size_t end = m_lines.find('\n', start);
+        if (end == std::string::npos) {
+          end = m_lines.size();
+        }
+        m_logger.attr("debug")("%s", clean(m_lines.substr(start, end - start)));
+        start = end + 1;
+      }
+    } catch (const py::error_already_set&) {
+      // A failing log handler must not turn a finished call into a failure.
+    }
+  }
+  LibraryLines(const LibraryLines&) = delete;
+  LibraryLines& operator=(const LibraryLines&) = delete;
+
+ private:
+  // The line without the terminal's colour escapes (ESC [ ... m).
+  static std::string clean(const std::string& line) {
+    std::string out;
+    out.reserve(line.size());
+    for (std::size_t i = 0; i < line.size(); ++i) {  // i moves on every pass
+      if (line[i] == '\033' && i + 1 < line.size() && line[i + 1] == '[') {
+        std::size_t j = i + 2;
+        while (j < line.size() && line[j] != 'm') {
+          ++j;
+        }
+        i = j;  // the 'm' (or the end) is skipped by the loop's step
+        continue;
+      }
+      out.push_back(line[i]);
+    }
+    return out;
+  }
+
+  py::object m_logger;
+  std::string m_lines;
+};
+
+// ---- errors -----------------------------------------------------------------
+
+[[noreturn]] void raiseKpz(const char* cls, const std::string& words, py::object code,
+                           py::object filename) {
+  py::object type = py::module_::import("kpz._errors").attr(cls);
+  py::object exc = type(words, code, filename);
+  PyErr_SetObject(type.ptr(), exc.ptr());
+  throw py::error_already_set();
+}
+
+// The OSError subclass Python itself raises for `err` (FileNotFoundError
+// for ENOENT, ...), with errno, strerror and filename as open() gives them,
+// and the kit's words.
+[[noreturn]] void raiseOs(int err, const std::string& words, py::object filename) {
+  py::object strerror = py::module_::import("os").attr("strerror")(err);
+  py::object exc = py::module_::import("builtins").attr("OSError")(err, strerror, filename);
+  exc.attr("words") = words;
+  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc.ptr())), exc.ptr());
+  throw py::error_already_set();
+}
+
+// A failed KpzSource::Open: the system's error, or the kit's refusal of a
+// device, pipe or socket (which has no errno of its own).
+[[noreturn]] void raiseOpen(const KpzSource& source, const std::string& words,
+                            py::object filename) {
+  if (source.Errno() != 0) {
+    raiseOs(source.Errno(), words, std::move(filename));
+  }
+  raiseKpz("KpzError", words, py::none(), std::move(filename));
+}
+
+[[noreturn]] void raiseFind(const KpzPictureReader::Problem& problem, const std::string& words,
+                            py::object filename) {
+  switch (problem.failure) {
+    case KpzPictureReader::Failure::NotKpz:
+      raiseKpz("NotKpzError", words, py::int_(problem.code), std::move(filename));
+    case KpzPictureReader::Failure::NoPicture:
+      raiseKpz("NoPreviewError", words, py::int_(problem.code), std::move(filename));
+    case KpzPictureReader::Failure::Unusable:
+      raiseKpz("BadPreviewError", words, py::none(), std::move(filename));
+    case KpzPictureReader::Failure::Location:
+    case KpzPictureReader::Failure::None:
+      break;
+  }
+  raiseKpz("KpzError", words, py::int_(problem.code), std::move(filename));
+}
+
+// ---- sources ----------------------------------------------------------------
+
+// One source as given: a path, a buffer or a file object.
+class Source {
+ public:
+  enum class Type { Path, Buffer, Stream };
+
+  explicit Source(const py::handle& obj) : m_obj(py::reinterpret_borrow<py::object>(obj)) {
+    if (PyUnicode_Check(obj.ptr()) || PyObject_HasAttrString(obj.ptr(), "__fspath__") == 1) {
+      m_type = Type::Path;
+      py::object fspath = py::reinterpret_steal<py::object>(PyOS_FSPath(obj.ptr()));
+      if (!fspath) {
+        throw py::error_already_set();
+      }
+      m_filename = fspath;
+      py::object encoded = fspath;
+      if (PyUnicode_Check(fspath.ptr())) {
+        encoded = py::reinterpret_steal<py::object>(PyUnicode_EncodeFSDefault(fspath.ptr()));
+        if (!encoded) {
+          throw py::error_already_set();
+        }
+      }
+      char* data = nullptr;
+      Py_ssize_t size = 0;
+      if (PyBytes_AsStringAndSize(encoded.ptr(), &data, &size) != 0) {
+        throw py::error_already_set();
+      }
+      m_path.assign(data, static_cast<std::size_t>(size));
+      if (m_path.find('\0') != std::string::npos) {
+        throw py::value_error("embedded null byte in the path");
+      }
+      return;
+    }
+    if (PyObject_CheckBuffer(obj.ptr()) == 1) {
+      m_type = Type::Buffer;
+      m_view.reset(new Py_buffer());
+      if (PyObject_GetBuffer(obj.ptr(), m_view.get(), PyBUF_SIMPLE) != 0) {
+        m_view.reset();
+        throw py::error_already_set();
+      }
+      m_filename = py::none();
+      return;
+    }
+    if (PyObject_HasAttrString(obj.ptr(), "read") == 1 &&
+        PyObject_HasAttrString(obj.ptr(), "seek") == 1) {
+      m_type = Type::Stream;
+      py::object name = py::getattr(obj, "name", py::none());
+      m_filename = (PyUnicode_Check(name.ptr()) || PyBytes_Check(name.ptr())) ? name : py::none();
+      return;
+    }
+    throw py::type_error(
+        std::string("kpz: a source is a path (str or os.PathLike), a bytes-like object or a "
+                    "binary file object with read() and seek(), not '") +
+        Py_TYPE(obj.ptr())->tp_name + "'");
+  }
+  ~Source() {
+    if (m_view) {
+      PyBuffer_Release(m_view.get());
+    }
+  }
+  Source(const Source&) = delete;
+  Source& operator=(const Source&) = delete;
+
+  Type type() const { return m_type; }
+  const std::string& path() const { return m_path; }
+  py::object filename() const { return m_filename; }
+  const UINT8* data() const { return static_cast<const UINT8*>(m_view->buf); }
+  std::size_t size() const { return static_cast<std::size_t>(m_view->len); }
+  const py::object& object() const { return m_obj; }
+
+ private:
+  Type m_type = Type::Path;
+  py::object m_obj;
+  py::object m_filename;
+  std::string m_path;
+  std::unique_ptr<Py_buffer> m_view;
+};
+
+// Calls stream.read(n) until `n` bytes came or it gives b"" (or None for a
+// non-blocking stream without data); appends to *out.
+void readStream(const py::object& stream, std::size_t n, std::string* out) {
+  while (out->size() < n) {  // each pass appends at least one byte or ends
+    py::object chunk = stream.attr("read")(n - out->size());
+    if (chunk.is_none()) {
+      break;
+    }
+    if (PyUnicode_Check(chunk.ptr())) {
+      throw py::type_error("kpz: the file object gives text: open it in binary mode ('rb')");
+    }
+    py::buffer_info info = py::buffer(chunk).request();
+    const std::size_t got = static_cast<std::size_t>(info.size * info.itemsize);
+    if (got == 0) {
+      break;
+    }
+    if (got > n - out->size()) {
+      throw py::value_error("kpz: the file object's read() returned more bytes than asked for");
+    }
+    out->append(static_cast<const char*>(info.ptr), got);
+  }
+}
+
+// The size of a stream: seek(0, 2)'s result, or tell() when it gives none.
+std::uint64_t streamSize(const py::object& stream) {
+  py::object end = stream.attr("seek")(0, 2);
+  if (end.is_none()) {
+    end = stream.attr("tell")();
+  }
+  const long long size = end.cast<long long>();
+  if (size < 0) {
+    throw py::value_error("kpz: the file object reports a negative size");
+  }
+  return static_cast<std::uint64_t>(size);
+}
+
+// A source opened: its head read, so the kit can parse it. For a stream,
+// the head is read and held here.
+struct Opened {
+  KpzSource source;
+  std::string streamHead;
+};
+
+// Opens `src` into *out, raising the matching error when it cannot be read.
+void openSource(const Source& src, Opened* out) {
+  switch (src.type()) {
+    case Source::Type::Path: {
+      bool ok = false;
+      std::string why;
+      {
+        py::gil_scoped_release unlocked;
+        ok = out->source.Open(src.path(), &why);
+      }
+      if (!ok) {
+        raiseOpen(out->source, why, src.filename());
+      }
+      return;
+    }
+    case Source::Type::Buffer:
+      // The head is copied (64 KiB at most): not worth a release.
+      out->source.OpenMemory(src.data(), src.size(), src.size());
+      return;
+    case Source::Type::Stream: {
+      const std::uint64_t size = streamSize(src.object());
+      src.object().attr("seek")(0);
+      readStream(src.object(), KpzSource::kHeadSize, &out->streamHead);
+      out->source.OpenMemory(reinterpret_cast<const UINT8*>(out->streamHead.data()),
+                             out->streamHead.size(), size);
+      return;
+    }
+  }
+}
+
+// A new bytes object of `length` bytes, not yet filled.
+py::bytes newBytes(std::size_t length) {
+  PyObject* raw = PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(length));
+  if (raw == nullptr) {
+    throw py::error_already_set();
+  }
+  return py::reinterpret_steal<py::bytes>(raw);
+}
+
+// Reads the located picture's bytes from `src`.
+py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader::Picture& pic,
+                      const char* name) {
+  switch (src.type()) {
+    case Source::Type::Path: {
+      py::bytes out = newBytes(pic.length);
+      UINT8* dest = reinterpret_cast<UINT8*>(PyBytes_AS_STRING(out.ptr()));
+      bool ok = false;
+      std::string why;
+      {
+        py::gil_scoped_release unlocked;
+        ok = opened.source.ReadAt(pic.offset, pic.length, dest, name, &why);
+      }
+      if (!ok) {
+        if (opened.source.Errno() != 0) {
+          raiseOs(opened.source.Errno(), why, src.filename());
+        }
+        raiseKpz("BadPreviewError", why, py::none(), src.filename());
+      }
+      return out;
+    }
+    case Source::Type::Buffer: {
+      // Find checked that the range lies inside the buffer.
+      py::bytes out = newBytes(pic.length);
+      char* dest = PyBytes_AS_STRING(out.ptr());
+      const UINT8* from = src.data() + pic.offset;
+      {
+        py::gil_scoped_release unlocked;
+        std::memcpy(dest, from, pic.length);
+      }
+      return out;
+    }
+    case Source::Type::Stream: {
+      src.object().attr("seek")(static_cast<unsigned long long>(pic.offset));
+      // One read of the whole range; a stream that gives it whole in one
+      // bytes object is handed on without a copy.
+      py::object chunk = src.object().attr("read")(pic.length);
+      if (PyBytes_CheckExact(chunk.ptr()) &&
+          static_cast<std::size_t>(PyBytes_GET_SIZE(chunk.ptr())) == pic.length) {
+        return py::reinterpret_borrow<py::bytes>(chunk);
+      }
+      std::string data;
+      if (!chunk.is_none()) {
+        if (PyUnicode_Check(chunk.ptr())) {
+          throw py::type_error("kpz: the file object gives text: open it in binary mode ('rb')");
+        }
+        py::buffer_info info = py::buffer(chunk).request();
+        const std::size_t got = static_cast<std::size_t>(info.size * info.itemsize);
+        if (got > pic.length) {
+          throw py::value_error("kpz: the file object's read() returned more bytes than asked for");
+        }
+        data.assign(static_cast<const char*>(info.ptr), got);
+        if (got > 0) {
+          readStream(src.object(), pic.length, &data);
+        }
+      }
+      if (data.size() != pic.length) {
+        raiseKpz("BadPreviewError", std::string(name) + " extends past the end of the file",
+                 py::none(), src.filename());
+      }
+      return py::bytes(data);
+    }
+  }
+  return py::bytes();
+}
+
+py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureReader::Kind kind,
+                  bool upright) {
+  LibraryLines lines(logger);
+  Source src(obj);
+  Opened opened;
+  const char* name = KpzPictureReader::Name(kind);
+  KpzPictureReader::Picture pic;
+  KpzPictureReader::Problem problem;
+  std::string why;
+  bool found = false;
+  KpzUpright::Orientation orientation;
+  // Locates the picture in an opened source (the lock released by the caller).
+  const auto locate = [&]() {
+    found = KpzPictureReader::Find(opened.source, kind, &pic, &why, &problem);
+    if (found && upright) {
+      orientation = KpzUpright::ReadOrientation(opened.source.Head(), KpzSource::kHeadSize);
+    }
+  };
+  if (src.type() == Source::Type::Path) {
+    // Opened, read and parsed in one stretch without the lock.
+    bool ok = false;
+    {
+      py::gil_scoped_release unlocked;
+      ok = opened.source.Open(src.path(), &why);
+      if (ok) {
+        locate();
+      }
+    }
+    if (!ok) {
+      raiseOpen(opened.source, why, src.filename());
+    }
+  } else {
+    openSource(src, &opened);
+    py::gil_scoped_release unlocked;
+    locate();
+  }
+  if (!found) {
+    raiseFind(problem, why, src.filename());
+  }
+  py::bytes stored = readPicture(src, opened, pic, name);
+  if (!upright || !KpzUpright::Turns(orientation)) {
+    return stored;
+  }
+  const UINT8* data = reinterpret_cast<const UINT8*>(PyBytes_AS_STRING(stored.ptr()));
+  const std::size_t size = static_cast<std::size_t>(PyBytes_GET_SIZE(stored.ptr()));
+  KpzUpright::Applied applied;
+  {
+    py::gil_scoped_release unlocked;
+    applied = KpzUpright::Apply(orientation, data, size, KpzUpright::Edges::Reencode, name);
+  }
+  if (!applied.result.ok) {
+    raiseKpz("BadPreviewError", applied.error, py::none(), src.filename());
+  }
+  py::bytes out = newBytes(applied.result.jpeg.size());
+  std::memcpy(PyBytes_AS_STRING(out.ptr()), applied.result.jpeg.data(), applied.result.jpeg.size());
+  return out;
+}
+
+// The metadata of `obj` as the line `kpz info --json` prints, or the error.
+std::string infoJson(const py::object& logger, const py::handle& obj) {
+  LibraryLines lines(logger);
+  Source src(obj);
+  KpzMetadata md;
+  if (src.type() == Source::Type::Path) {
+    // As `kpz info` reads a path: the library's file mode, the kit's words.
+    KpzSource probe;
+    std::string why;
+    bool opened = false;
+    bool ok = false;
+    {
+      py::gil_scoped_release unlocked;
+      opened = probe.Open(src.path(), &why);
+      probe.Close();
+      if (opened) {
+        ok = KpzMetadataReader::Read(src.path(), &md);
+      }
+    }
+    if (!opened) {
+      raiseOpen(probe, why, src.filename());
+    }
+    if (!ok) {
+      raiseKpz("NotKpzError", md.error, py::int_(md.initResult), src.filename());
+    }
+  } else {
+    Opened opened;
+    openSource(src, &opened);
+    bool ok = false;
+    {
+      py::gil_scoped_release unlocked;
+      ok = KpzMetadataReader::ReadHead(opened.source, std::string(), &md);
+    }
+    if (!ok) {
+      raiseKpz("NotKpzError", md.error, py::int_(md.initResult), src.filename());
+    }
+  }
+  std::string line;
+  {
+    py::gil_scoped_release unlocked;
+    line = KpzInfoJson::Line(md);
+  }
+  return line;
+}
+
+// Writes rotation `code` into the file at `path` as `kpz rotate --code` does.
+py::dict setOrientation(const py::object& logger, const py::handle& obj, int code) {
+  LibraryLines lines(logger);
+  Source src(obj);
+  if (src.type() != Source::Type::Path) {
+    throw py::type_error("kpz: set_orientation writes into a file and needs its path");
+  }
+  if (code < 0 || code > KpzRotation::kLastCode) {
+    throw py::value_error("kpz: a rotation code is 0 to 7, not " + std::to_string(code));
+  }
+  KpzSource probe;
+  std::string why;
+  bool opened = false;
+  KpzRotator::Outcome outcome;
+  {
+    py::gil_scoped_release unlocked;
+    opened = probe.Open(src.path(), &why);
+    probe.Close();
+    if (opened) {
+      KpzRotator::Change change;
+      change.setCode = true;
+      change.code = static_cast<unsigned char>(code);
+      outcome = KpzRotator::Rotate(src.path(), change, false);
+    }
+  }
+  if (!opened) {
+    raiseOpen(probe, why, src.filename());
+  }
+  if (!outcome.ok) {
+    py::object rc = outcome.result != 0 ? py::object(py::int_(outcome.result)) : py::none();
+    raiseKpz(outcome.failure == KpzRotator::Failure::Output ? "OrientationWriteError"
+                                                           : "OrientationError",
+             outcome.error, rc, src.filename());
+  }
+  py::dict result;
+  result["before"] = outcome.before;
+  result["after"] = outcome.after;
+  result["written"] = outcome.written;
+  return result;
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_kpz, m) {
+  m.doc() =
+      "The native part of the kpz package: the kpz tool's kit for Python. Use the kpz package; "
+      "its functions document the contracts.";
+  // The logger the library's lines go to, held by the functions below.
+  const py::object logger = py::module_::import("logging").attr("getLogger")("kpz.library");
+  m.def(
+      "screennail",
+      [logger](const py::handle& source, bool upright) {
+        return picture(logger, source, KpzPictureReader::Kind::Preview, upright);
+      },
+      py::arg("source"), py::kw_only(), py::arg("upright") = false);
+  m.def(
+      "thumbnail",
+      [logger](const py::handle& source, bool upright) {
+        return picture(logger, source, KpzPictureReader::Kind::Thumbnail, upright);
+      },
+      py::arg("source"), py::kw_only(), py::arg("upright") = false);
+  m.def(
+      "info_json", [logger](const py::handle& source) { return infoJson(logger, source); },
+      py::arg("source"));
+  m.def(
+      "set_orientation",
+      [logger](const py::handle& path, int code) { return setOrientation(logger, path, code); },
+      py::arg("path"), py::arg("code"));
+  m.def("orientation_words", [](int code) -> std::string {
+    if (code < 0 || code > KpzRotation::kLastCode) {
+      throw py::value_error("kpz: a rotation code is 0 to 7, not " + std::to_string(code));
+    }
+    return KpzRotation::Words(static_cast<unsigned char>(code));
+  });
+  m.def("upright_turn_words", [](int code) -> std::string {
+    if (code < 0 || code > KpzRotation::kLastCode) {
+      throw py::value_error("kpz: a rotation code is 0 to 7, not " + std::to_string(code));
+    }
+    return KpzUpright::TurnWords(static_cast<unsigned char>(code));
+  });
+  m.def(
+      "jpeg_size",
+      [](const py::bytes& jpeg) -> py::object {
+        const char* data = PyBytes_AS_STRING(jpeg.ptr());
+        const std::size_t size = static_cast<std::size_t>(PyBytes_GET_SIZE(jpeg.ptr()));
+        int width = 0;
+        int height = 0;
+        bool ok = false;
+        {
+          py::gil_scoped_release unlocked;
+          ok = KpzUpright::PictureSize(reinterpret_cast<const UINT8*>(data), size, &width, &height);
+        }
+        if (!ok) {
+          return py::none();
+        }
+        return py::make_tuple(width, height);
+      },
+      py::arg("jpeg"));
+  m.def("read_error_words", &KpzSource::ReadErrorWords, py::arg("errno"));
+  m.attr("HEAD_SIZE") = KpzSource::kHeadSize;
+}

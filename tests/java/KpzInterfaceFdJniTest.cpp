@@ -1,0 +1,757 @@
+// KpzInterfaceFdJniTest.cpp - getScreennailFromFd (jni/KpzInterfaceFdJni.cpp)
+// driven natively over real descriptors: the method is compiled into this
+// executable (tests/java/CMakeLists.txt) and called with a fake JNI function
+// table that makes and records arrays. This file defines __android_log_print,
+// so every line the method logs is seen with its priority, tag and text, and
+// replaces the array forms of operator new/delete (with malloc/free) to record
+// the largest array request: a forged size must never be allocated beyond what
+// the file holds. The JVM-level test is KaviKPZInterfaceCheck.java.
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TEST_HAVE_JNI)
+
+#include <android/log.h>
+#include <fcntl.h>
+#include <jni.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+#include "raw/DtRaw.h"
+#include "support/FaultInjection.h"
+#include "support/KpzFileBuilder.h"
+#include "support/LogExpect.h"
+
+extern "C" JNIEXPORT jbyteArray JNICALL
+Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(JNIEnv* env, jobject self,
+                                                                     jint fd);
+
+// ---- recorders (test-only state) --------------------------------------------
+
+namespace {
+
+// Every Android log line and JNI call, in order: "I <text>", "E <text>",
+// "NewByteArray <n>", "SetByteArrayRegion <start> <n>".
+std::vector<std::string>& Events() {
+  static std::vector<std::string> events;
+  return events;
+}
+
+std::vector<std::string>& LogTags() {
+  static std::vector<std::string> tags;
+  return tags;
+}
+
+std::atomic<std::size_t> g_largestArrayRequest{0};
+
+// Guards Events() and LogTags(): the concurrency test logs from many threads.
+std::mutex& RecorderMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+void* ArrayAlloc(std::size_t size) {
+  std::size_t seen = g_largestArrayRequest.load();
+  while (size > seen && !g_largestArrayRequest.compare_exchange_weak(seen, size)) {
+  }
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+}  // namespace
+
+extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+  char text[4096];
+  va_list args;
+  va_start(args, fmt);
+  std::vsnprintf(text, sizeof text, fmt, args);
+  va_end(args);
+  const char* letter = prio == ANDROID_LOG_INFO ? "I " : prio == ANDROID_LOG_ERROR ? "E " : "? ";
+  std::lock_guard<std::mutex> lock(RecorderMutex());
+  Events().push_back(std::string(letter) + text);
+  LogTags().push_back(tag == nullptr ? "(null)" : tag);
+  return 1;
+}
+
+void* operator new[](std::size_t size) {
+  void* p = ArrayAlloc(size);
+  if (p == nullptr) {
+    std::abort();  // the tests never run out of memory
+  }
+  return p;
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return ArrayAlloc(size); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+
+namespace {
+
+using kpztest::Bytes;
+using kpztest::KpzLayout;
+using kpztest::KpzSpec;
+
+// A fake JVM: a JNI function table with the two functions the method uses.
+class FakeJvm {
+ public:
+  FakeJvm() {
+    std::memset(&m_table, 0, sizeof m_table);
+    m_table.NewByteArray = &FakeJvm::newByteArray;
+    m_table.SetByteArrayRegion = &FakeJvm::setByteArrayRegion;
+    m_env.env.functions = &m_table;
+    m_env.owner = this;
+    std::lock_guard<std::mutex> lock(RecorderMutex());
+    Events().clear();
+    LogTags().clear();
+    g_largestArrayRequest = 0;
+  }
+  FakeJvm(const FakeJvm&) = delete;
+  FakeJvm& operator=(const FakeJvm&) = delete;
+
+  jbyteArray Call(int fd) {
+    return Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(&m_env.env, nullptr,
+                                                                               fd);
+  }
+
+  Bytes BytesOf(jbyteArray array) const {
+    for (const auto& a : m_arrays) {
+      if (&a->handle == array) {
+        return a->bytes;
+      }
+    }
+    ADD_FAILURE() << "not an array of this fake JVM";
+    return Bytes();
+  }
+
+  void RefuseArrays() { m_refuseArrays = true; }
+
+ private:
+  struct Array {
+    _jbyteArray handle;
+    Bytes bytes;
+  };
+  struct Env {
+    JNIEnv env;  // first member: a JNIEnv* is also an Env*
+    FakeJvm* owner;
+  };
+
+  static FakeJvm& of(JNIEnv* env) { return *reinterpret_cast<Env*>(env)->owner; }
+
+  static jbyteArray JNICALL newByteArray(JNIEnv* env, jsize len) {
+    FakeJvm& jvm = of(env);
+    std::lock_guard<std::mutex> lock(RecorderMutex());
+    Events().push_back("NewByteArray " + std::to_string(len));
+    if (jvm.m_refuseArrays || len < 0) {
+      return nullptr;
+    }
+    jvm.m_arrays.push_back(std::make_unique<Array>());
+    jvm.m_arrays.back()->bytes.assign(static_cast<std::size_t>(len), 0);
+    return &jvm.m_arrays.back()->handle;
+  }
+
+  static void JNICALL setByteArrayRegion(JNIEnv* env, jbyteArray array, jsize start, jsize len,
+                                         const jbyte* buf) {
+    FakeJvm& jvm = of(env);
+    std::lock_guard<std::mutex> lock(RecorderMutex());
+    Events().push_back("SetByteArrayRegion " + std::to_string(start) + " " + std::to_string(len));
+    for (auto& a : jvm.m_arrays) {
+      if (&a->handle != array) {
+        continue;
+      }
+      const auto first = static_cast<std::size_t>(start);
+      const auto count = static_cast<std::size_t>(len);
+      ASSERT_LE(first, a->bytes.size());
+      ASSERT_LE(count, a->bytes.size() - first);
+      if (count > 0) {
+        std::memcpy(a->bytes.data() + first, buf, count);
+      }
+      return;
+    }
+    ADD_FAILURE() << "SetByteArrayRegion on an unknown array";
+  }
+
+  JNINativeInterface_ m_table;
+  Env m_env;
+  std::vector<std::unique_ptr<Array>> m_arrays;
+  bool m_refuseArrays = false;
+};
+
+// A descriptor opened by the test, closed by it on scope exit.
+class Fd {
+ public:
+  explicit Fd(int fd) : m_fd(fd) {}
+  ~Fd() {
+    if (m_fd >= 0) {
+      ::close(m_fd);
+    }
+  }
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  int Get() const { return m_fd; }
+
+ private:
+  int m_fd;
+};
+
+// A readable, seekable descriptor that reports no size: /proc/<pid>/environ
+// of a child (`sleep`) whose environment is made of `bytes` cut at their zero
+// bytes. The file reads as `bytes` (plus one zero byte when they do not end in
+// one) while fstat says a regular file of size 0, as for descriptors whose
+// size is unknown. The child is killed by its pid on destruction.
+class SizelessFile {
+ public:
+  explicit SizelessFile(const Bytes& bytes) : m_content(bytes) {
+    std::vector<std::string> strings(1);
+    for (std::uint8_t b : bytes) {
+      if (b == 0) {
+        strings.emplace_back();
+      } else {
+        strings.back().push_back(static_cast<char>(b));
+      }
+    }
+    if (strings.back().empty()) {
+      strings.pop_back();  // the bytes ended in a zero byte: it ends the last string
+    } else {
+      m_content.push_back(0);  // the kernel ends the last string with one
+    }
+    std::vector<char*> envp;
+    for (std::string& one : strings) {
+      envp.push_back(&one[0]);
+    }
+    envp.push_back(nullptr);
+    char sleepName[] = "sleep";
+    char seconds[] = "120";
+    char* argv[] = {sleepName, seconds, nullptr};
+    if (posix_spawnp(&m_pid, "sleep", nullptr, nullptr, argv, envp.data()) != 0) {
+      m_pid = -1;
+      return;
+    }
+    m_path = "/proc/" + std::to_string(m_pid) + "/environ";
+    // Until the child has started `sleep`, its environ is still ours.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < until) {
+      if (kpztest::ReadFileBytes(m_path) == m_content) {
+        m_ready = true;
+        break;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+  ~SizelessFile() {
+    if (m_pid > 0) {
+      ::kill(m_pid, SIGKILL);
+      int status = 0;
+      ::waitpid(m_pid, &status, 0);
+    }
+  }
+  SizelessFile(const SizelessFile&) = delete;
+  SizelessFile& operator=(const SizelessFile&) = delete;
+
+  bool Ready() const { return m_ready; }
+  const std::string& Path() const { return m_path; }
+  const Bytes& Content() const { return m_content; }
+
+ private:
+  Bytes m_content;
+  pid_t m_pid = -1;
+  std::string m_path;
+  bool m_ready = false;
+};
+
+std::string Hex(std::uint32_t value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%x", value);
+  return text;
+}
+
+std::string InfoLine(std::uint32_t offset, std::uint32_t size, unsigned width, unsigned height) {
+  return "I ScreennailInfo m_fileOffset=0x" + Hex(offset) +
+         " m_size=" + std::to_string(static_cast<std::int32_t>(size)) +
+         " m_horizon=" + std::to_string(width) + " m_vertical=" + std::to_string(height);
+}
+
+std::vector<std::string> Head(int fd) {
+  return {"I getScreennailFromFd called.", "I fd:" + std::to_string(fd)};
+}
+
+std::vector<std::string> Then(std::vector<std::string> head, const std::vector<std::string>& tail) {
+  head.insert(head.end(), tail.begin(), tail.end());
+  return head;
+}
+
+struct Built {
+  std::string path;
+  KpzLayout where;
+  Bytes bytes;
+};
+
+Built Write(const kpztest::TempDir& dir, const std::string& name, const KpzSpec& recipe) {
+  Built b;
+  b.bytes = kpztest::BuildKpz(recipe, &b.where);
+  b.path = dir.Write(name, b.bytes);
+  EXPECT_FALSE(b.path.empty());
+  return b;
+}
+
+int OpenRead(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  EXPECT_GE(fd, 0) << path << ": " << std::strerror(errno);
+  return fd;
+}
+
+void ExpectEntryTagOnly() {
+  for (const std::string& tag : LogTags()) {
+    EXPECT_EQ(tag, "KpzInterface");
+  }
+}
+
+// ---- success paths ------------------------------------------------------------
+
+TEST(KpzInterfaceFdJni, ReturnsTheScreennailOfALittleEndianFile) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.order = DtNlLittleEndian;
+  recipe.screennail = kpztest::FakeJpeg(5000, 0x10);
+  const Built f = Write(dir, "le.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 5000, 1616, 1080),
+                                            "NewByteArray 5000", "SetByteArrayRegion 0 5000"}));
+  ExpectEntryTagOnly();
+}
+
+TEST(KpzInterfaceFdJni, ReturnsTheScreennailOfABigEndianFile) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.order = DtNlBigEndian;
+  recipe.screennail = kpztest::FakeJpeg(3001, 0x11);
+  const Built f = Write(dir, "be.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 3001, 1616, 1080),
+                                            "NewByteArray 3001", "SetByteArrayRegion 0 3001"}));
+}
+
+TEST(KpzInterfaceFdJni, FindsTheM372ScreennailThroughTheKmMakerNote) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.m372 = true;
+  recipe.screennail = kpztest::FakeJpeg(2222, 0x12);
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {  // a decoy a wrong branch would return
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0);
+    ifd.ReplaceRaw(kpztest::tag::kJpegLength, kpztest::kTiffLong, 1, 8);
+  };
+  const Built f = Write(dir, "m372.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 2222, 640, 480),
+                                            "NewByteArray 2222", "SetByteArrayRegion 0 2222"}));
+}
+
+TEST(KpzInterfaceFdJni, LeavesTheDescriptorOpenAndItsOffsetWhereItWas) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(4000, 0x13);
+  const Built f = Write(dir, "offset.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  ASSERT_EQ(::lseek(fd.Get(), 123, SEEK_SET), 123);
+  FakeJvm jvm;
+  for (int i = 0; i < 2; ++i) {
+    jbyteArray got = jvm.Call(fd.Get());
+    ASSERT_NE(got, nullptr);
+    EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  }
+  EXPECT_EQ(::lseek(fd.Get(), 0, SEEK_CUR), 123);
+  EXPECT_NE(::fcntl(fd.Get(), F_GETFD), -1) << "the descriptor was closed";
+  std::uint8_t next[4] = {};
+  ASSERT_EQ(::read(fd.Get(), next, sizeof next), 4);  // the caller reads on from 123
+  EXPECT_EQ(Bytes(next, next + 4), Bytes(f.bytes.begin() + 123, f.bytes.begin() + 127));
+}
+
+TEST(KpzInterfaceFdJni, ReadsAPreviewBeyondTheHeadWithOneRead) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(300000, 0x14);
+  const Built f = Write(dir, "big.kpz", recipe);
+  ASSERT_GT(f.bytes.size(), 0x10000u);
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Pread), 2);  // the 64 KiB head, then the preview
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fopen), 0);  // nothing is opened by path
+}
+
+TEST(KpzInterfaceFdJni, AScreennailOfNoBytesGivesAnEmptyArray) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = Bytes();
+  const Built f = Write(dir, "empty-sn.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_TRUE(jvm.BytesOf(got).empty());
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 0, 1616, 1080),
+                                            "NewByteArray 0", "SetByteArrayRegion 0 0"}));
+}
+
+TEST(KpzInterfaceFdJni, InterruptedReadsAreRepeated) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(100000, 0x15);
+  const Built f = Write(dir, "eintr.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Pread, EINTR, 0, 1);  // the head
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  kpztest::Arm(kpztest::Call::Pread, EINTR, 1, 2);  // the preview, twice
+  got = jvm.Call(fd.Get());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+}
+
+// Eight threads, each with its own fake JVM: four with descriptors of their
+// own, four sharing one descriptor of a fifth file (no offset is shared, so
+// they may). Every call gives the right bytes; no offset moves.
+TEST(KpzInterfaceFdJni, ConcurrentCallsOnSeparateAndSharedDescriptorsAreCorrect) {
+  kpztest::TempDir dir;
+  const int files = 5;
+  std::vector<Built> built;
+  std::vector<Bytes> expected;
+  for (int i = 0; i < files; ++i) {
+    KpzSpec recipe;
+    recipe.order = (i % 2 == 0) ? DtNlLittleEndian : DtNlBigEndian;
+    recipe.screennail = kpztest::FakeJpeg(20000 + static_cast<std::size_t>(i) * 7001,
+                                          static_cast<std::uint8_t>(0x30 + i));
+    built.push_back(Write(dir, "t" + std::to_string(i) + ".kpz", recipe));
+    expected.push_back(recipe.screennail);
+  }
+  std::vector<std::unique_ptr<Fd>> fds;
+  for (int i = 0; i < files; ++i) {
+    fds.push_back(std::make_unique<Fd>(OpenRead(built[static_cast<std::size_t>(i)].path)));
+    ASSERT_EQ(::lseek(fds.back()->Get(), 9 + i, SEEK_SET), 9 + i);
+  }
+  const int threads = 8;
+  const int calls = 40;
+  std::atomic<int> good{0};
+  std::vector<std::thread> workers;
+  kpztest::CaptureStderr([&] {
+    for (int t = 0; t < threads; ++t) {
+      workers.emplace_back([&, t] {
+        const std::size_t which = static_cast<std::size_t>(t < 4 ? t : 4);
+        FakeJvm jvm;
+        for (int i = 0; i < calls; ++i) {
+          jbyteArray got = jvm.Call(fds[which]->Get());
+          if (got != nullptr && jvm.BytesOf(got) == expected[which]) {
+            ++good;
+          }
+        }
+      });
+    }
+    for (std::thread& w : workers) {
+      w.join();
+    }
+  });
+  EXPECT_EQ(good.load(), threads * calls);
+  for (int i = 0; i < files; ++i) {
+    EXPECT_EQ(::lseek(fds[static_cast<std::size_t>(i)]->Get(), 0, SEEK_CUR), 9 + i);
+  }
+}
+
+// A descriptor without a size (fstat: 0 bytes): the preview's buffer grows by
+// what the reads really return, through several steps, to the right bytes.
+TEST(KpzInterfaceFdJni, DescriptorWithoutASizeIsReadByWhatItHolds) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(150000, 0x1B);
+  KpzLayout where;
+  const Bytes bytes = kpztest::BuildKpz(recipe, &where);
+  SizelessFile file(bytes);
+  ASSERT_TRUE(file.Ready()) << "no child with the file as its environment";
+  Fd fd(OpenRead(file.Path()));
+  struct stat st;
+  ASSERT_EQ(::fstat(fd.Get(), &st), 0);
+  ASSERT_TRUE(S_ISREG(st.st_mode));
+  ASSERT_EQ(st.st_size, 0);  // what makes it a descriptor without a size
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(fd.Get()); });
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(where.screennail, 150000, 1616, 1080),
+                                            "NewByteArray 150000", "SetByteArrayRegion 0 150000"}));
+  EXPECT_LE(g_largestArrayRequest.load(), std::size_t{150000});
+}
+
+// The same with a forged length: null, and never more allocated than twice
+// what the descriptor holds after the offset.
+TEST(KpzInterfaceFdJni, DescriptorWithoutASizeAllocatesOnlyByWhatItHolds) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(90000, 0x1C);
+  recipe.screennailLengthTag = 0x7FFFFFF0u;
+  KpzLayout where;
+  const Bytes bytes = kpztest::BuildKpz(recipe, &where);
+  SizelessFile file(bytes);
+  ASSERT_TRUE(file.Ready()) << "no child with the file as its environment";
+  const std::size_t there = file.Content().size() - where.screennail;
+  Fd fd(OpenRead(file.Path()));
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(fd.Get()); });
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(where.screennail, 0x7FFFFFF0u, 1616, 1080),
+                                            "E pread ERROR. readSize=" + std::to_string(there) +
+                                                " errno=0"}));
+  EXPECT_LE(g_largestArrayRequest.load(), 2 * there);
+}
+
+// ---- the descriptor's own failures ----------------------------------------------
+
+TEST(KpzInterfaceFdJni, NegativeDescriptorGivesNull) {
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(-1), nullptr);
+  EXPECT_EQ(Events(), Then(Head(-1), {"E fd is negative. fd=-1"}));
+  EXPECT_EQ(jvm.Call(-77), nullptr);
+  EXPECT_EQ(Events().back(), "E fd is negative. fd=-77");
+  ExpectEntryTagOnly();
+}
+
+TEST(KpzInterfaceFdJni, ClosedDescriptorGivesNull) {
+  kpztest::TempDir dir;
+  const Built f = Write(dir, "closed.kpz", KpzSpec());
+  const int fd = OpenRead(f.path);
+  ASSERT_EQ(::close(fd), 0);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd), {"E fd is not open. fd=" + std::to_string(fd)}));
+}
+
+TEST(KpzInterfaceFdJni, PipeGivesNullAndLeavesItsBytesUnread) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  Fd readEnd(ends[0]);
+  Fd writeEnd(ends[1]);
+  const Bytes sent = kpztest::BuildKpz(KpzSpec());
+  const std::size_t some = 512;  // fits the pipe's buffer
+  ASSERT_EQ(::write(writeEnd.Get(), sent.data(), some), static_cast<ssize_t>(some));
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(readEnd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(readEnd.Get()),
+                           {"E fd is not seekable. fd=" + std::to_string(readEnd.Get())}));
+  std::vector<std::uint8_t> back(some);
+  ASSERT_EQ(::read(readEnd.Get(), back.data(), some), static_cast<ssize_t>(some));
+  EXPECT_EQ(back, Bytes(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(some)));
+}
+
+TEST(KpzInterfaceFdJni, DirectoryGivesNullWithTheReadError) {
+  kpztest::TempDir dir;
+  Fd fd(::open(dir.Path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_GE(fd.Get(), 0);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E pread ERROR. readSize=0 errno=" +
+                                            std::to_string(EISDIR)}));
+}
+
+TEST(KpzInterfaceFdJni, WriteOnlyDescriptorGivesNullWithTheReadError) {
+  kpztest::TempDir dir;
+  const Built f = Write(dir, "wronly.kpz", KpzSpec());
+  Fd fd(::open(f.path.c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_GE(fd.Get(), 0);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E pread ERROR. readSize=0 errno=" +
+                                            std::to_string(EBADF)}));
+}
+
+TEST(KpzInterfaceFdJni, StatusFailureGivesNullWithItsErrno) {
+  kpztest::TempDir dir;
+  const Built f = Write(dir, "fstat.kpz", KpzSpec());
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fstat, EIO);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E fstat ERROR. fd=" + std::to_string(fd.Get()) +
+                                            " errno=5"}));
+}
+
+TEST(KpzInterfaceFdJni, HeadReadErrorGivesNullWithItsErrno) {
+  kpztest::TempDir dir;
+  const Built f = Write(dir, "headerr.kpz", KpzSpec());
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Pread, EIO);
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E pread ERROR. readSize=0 errno=5"}));
+}
+
+TEST(KpzInterfaceFdJni, PreviewReadErrorGivesNullWithItsErrno) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(100000, 0x16);
+  const Built f = Write(dir, "preverr.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Pread, EIO, /*skip=*/1);  // the head (64 KiB in one read) passes
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 100000, 1616, 1080),
+                                            "E pread ERROR. readSize=0 errno=5"}));
+}
+
+// ---- the file's failures, as the path entry meets them -----------------------------
+
+// The facade sees the 64 KiB head with zeros after the end of the file, as
+// through the path: an empty file is not TIFF (-400), as DtRaw::Initialize says.
+TEST(KpzInterfaceFdJni, EmptyFileIsNotTiffAsThroughItsPath) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("empty.kpz", Bytes());
+  {
+    DtRaw raw;
+    kpztest::CaptureStderr([&] { EXPECT_EQ(raw.Initialize(path.c_str()), -400); });
+  }
+  Fd fd(OpenRead(path));
+  FakeJvm jvm;
+  kpztest::CaptureStderr([&] { EXPECT_EQ(jvm.Call(fd.Get()), nullptr); });
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E raw.InitializeBuf ERROR. ret=-400"}));
+}
+
+// IFD1 pointed at past the end of a short file, inside the first 64 KiB: the
+// path entry's parse reads zeros there (an empty directory) and goes on; so
+// must the descriptor's.
+TEST(KpzInterfaceFdJni, DirectoryPastTheEndOfAShortFileReadsAsZerosAsThroughItsPath) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(700, 0x1A);
+  recipe.hasIfd1 = false;
+  KpzLayout first;
+  kpztest::BuildKpz(recipe, &first);
+  recipe.ifd1Pointer = first.total + 256;
+  const Built f = Write(dir, "ifd1-past.kpz", recipe);
+  ASSERT_LT(f.bytes.size() + 256, std::size_t{0x10000});
+  {
+    DtRaw raw;
+    kpztest::CaptureStderr([&] { EXPECT_EQ(raw.Initialize(f.path.c_str()), 0); });
+  }
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jbyteArray got = nullptr;
+  kpztest::CaptureStderr([&] { got = jvm.Call(fd.Get()); });
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+}
+
+TEST(KpzInterfaceFdJni, NoScreennailLocationGivesNull) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.ifd0ScreennailTags = false;
+  const Built f = Write(dir, "nosn.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  kpztest::CaptureStderr([&] { EXPECT_EQ(jvm.Call(fd.Get()), nullptr); });
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {"E raw.GetScreennailInfo ERROR. ret=-100"}));
+}
+
+TEST(KpzInterfaceFdJni, ScreennailPastTheEndGivesNullAndAllocatesOnlyWhatIsThere) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(5000, 0x17);
+  recipe.screennailLengthTag = 5000 + 4096;
+  const Built f = Write(dir, "past.kpz", recipe);
+  const std::uint32_t there = f.where.total - f.where.screennail;
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 9096, 1616, 1080),
+                                            "E pread ERROR. readSize=" + std::to_string(there) +
+                                                " errno=0"}));
+  EXPECT_LE(g_largestArrayRequest.load(), std::size_t{0x10000});  // the head is the largest
+}
+
+TEST(KpzInterfaceFdJni, ForgedLengthOf4GiBAllocatesOnlyWhatIsThere) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(200000, 0x18);
+  recipe.screennailLengthTag = 0xFFFFFFFFu;
+  const Built f = Write(dir, "huge.kpz", recipe);
+  const std::uint32_t there = f.where.total - f.where.screennail;
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 0xFFFFFFFFu, 1616, 1080),
+                                            "E pread ERROR. readSize=" + std::to_string(there) +
+                                                " errno=0"}));
+  EXPECT_EQ(g_largestArrayRequest.load(), std::size_t{there});
+}
+
+TEST(KpzInterfaceFdJni, OffsetOf2GiBOrMoreIsRefusedAsThePathEntryRefusesIt) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.editIfd0 = [](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kJpegOffset, kpztest::kTiffLong, 1, 0x80000000u);
+  };
+  const Built f = Write(dir, "far.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  kpztest::FaultGuard guard;
+  FakeJvm jvm;
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(0x80000000u, 64, 1616, 1080),
+                                            "E m_fileOffset out of range. m_fileOffset=0x80000000"}));
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Pread), 2);  // the head's reads only
+}
+
+TEST(KpzInterfaceFdJni, RefusedArrayGivesNull) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(4000, 0x19);
+  const Built f = Write(dir, "oom.kpz", recipe);
+  Fd fd(OpenRead(f.path));
+  FakeJvm jvm;
+  jvm.RefuseArrays();
+  EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
+  EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 4000, 1616, 1080),
+                                            "NewByteArray 4000", "E NewByteArray ERROR. size=4000"}));
+}
+
+}  // namespace
+
+#else  // !KPZ_TEST_HAVE_JNI
+
+TEST(KpzInterfaceFdJni, NeedsTheJniHeadersAndTheAndroidLogLibrary) {
+  GTEST_SKIP() << "this build has no JNI entry";
+}
+
+#endif  // KPZ_TEST_HAVE_JNI
