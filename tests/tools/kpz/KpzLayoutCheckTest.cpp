@@ -497,6 +497,37 @@ TEST(KpzLayoutCheck, StandardFilesParse) {
   }
 }
 
+// An offset of 2 GiB or more is read by the library at offset 0 (it takes
+// offsets as signed 32-bit numbers); the reason still names where the part
+// lies: past the end of a small file, beyond the head of a file that large.
+TEST(KpzLayoutCheck, OffsetsOfTwoGiBAndMoreAreNamedByWhereThePartLies) {
+  for (const DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
+    const Bytes ifd1 = Build(order, [](KpzSpec& r) { r.ifd1Pointer = 0x80000010u; });
+    Head h = HeadOf(ifd1, ifd1.size());
+    int library = 0;
+    kpztest::CaptureStderr([&] { library = LibraryResult(h); });
+    EXPECT_EQ(library, DtRawErrRead);
+    KpzLayoutCheck::Finding f = KpzLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+    EXPECT_EQ(f.code, DtRawErrRead);
+    EXPECT_EQ(KpzLayoutCheck::Words(f), "IFD1 lies past the end of the file");
+    h.fileSize = 0x100000000ull;  // the same head in a 4 GiB file
+    f = KpzLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+    EXPECT_EQ(KpzLayoutCheck::Words(f), "IFD1 lies beyond the first 64 KiB");
+
+    // The M372 maker note's header is then the TIFF header: -101, not -307.
+    const Bytes note = Build(order, [](KpzSpec& r) {
+      r.m372 = true;
+      r.makerNotePointer = 0x90000000u;
+    });
+    h = HeadOf(note, note.size());
+    kpztest::CaptureStderr([&] { library = LibraryResult(h); });
+    EXPECT_EQ(library, DtRawErrFormat);
+    f = KpzLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+    EXPECT_EQ(f.code, DtRawErrFormat);
+    EXPECT_EQ(KpzLayoutCheck::Words(f), "the maker note lies past the end of the file");
+  }
+}
+
 // A reason is used only when the head gives the code the library gave.
 TEST(KpzLayoutCheck, ACodeTheHeadDoesNotGiveKeepsItsOwnWords) {
   const Bytes tiff = OrdinaryTiff(DtNlLittleEndian);
