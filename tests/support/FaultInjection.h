@@ -57,7 +57,12 @@ struct FadviseCall {
   int advice;
 };
 
-// posix_fadvise calls seen since the last ResetCounts (armed or not), in order.
+// The posix_fadvise calls recorded after a ResetCounts; later ones are
+// only counted (CallCount).
+constexpr std::size_t kMaxFadviseRecords = 256;
+
+// The first kMaxFadviseRecords posix_fadvise calls seen since the last
+// ResetCounts (armed or not), in order.
 std::vector<FadviseCall> FadviseCalls();
 
 // Makes the wrapped time() return `value` until ClearTime().
