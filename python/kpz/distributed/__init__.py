@@ -436,7 +436,8 @@ def _make_client(client: Any, scheduler: Optional[str], workers: Optional[int],
         return c, [c]
     n = workers or (os.cpu_count() or 1)
     cluster = LocalCluster(n_workers=n, threads_per_worker=threads_per_worker or 1,
-                           processes=True, host="127.0.0.1", dashboard_address=None)
+                           processes=True, host="127.0.0.1", dashboard_address=None,
+                           scheduler_kwargs={"dashboard": False})
     c = Client(cluster)
     return c, [c, cluster]
 
