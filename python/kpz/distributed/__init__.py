@@ -26,6 +26,7 @@ bytes, every output ends present once, and every input is counted once in
 the summary (the client takes each batch's result once).
 """
 
+import errno
 import os
 import sys
 import time
@@ -293,7 +294,18 @@ def _write_remote(fs: Any, path: str, data: bytes) -> None:
 # The task a worker runs
 
 
+# Errors of remote file systems often come without errno (fsspec's HTTP
+# back end raises FileNotFoundError(url)): given the errno of their class,
+# they read in kpz's words ("file not found").
+_ERRNO_OF = [(FileNotFoundError, errno.ENOENT), (PermissionError, errno.EACCES),
+             (IsADirectoryError, errno.EISDIR), (TimeoutError, errno.ETIMEDOUT),
+             (ConnectionError, errno.ECONNRESET)]
+
+
 def _input_failure(r: Result, exc: BaseException) -> Result:
+    if isinstance(exc, OSError) and exc.errno is None:
+        code = next((n for cls, n in _ERRNO_OF if isinstance(exc, cls)), errno.EIO)
+        exc = type(exc)(code, os.strerror(code), r.source)
     words = kpz.error_words(exc)
     r.status = EXIT_INPUT
     r.err = "kpz: %s: %s\n" % (r.source, words)
