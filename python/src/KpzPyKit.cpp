@@ -11,13 +11,16 @@
 #include <pybind11/stl.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "kpz/KpzInputList.h"
+#include "kpz/KpzPictureReader.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzProgressBar.h"
+#include "kpz/KpzSource.h"
 #include "kpz/KpzSummary.h"
 
 namespace py = pybind11;
@@ -54,6 +57,54 @@ void KpzPyRegisterKit(py::module_& m) {
       "Writes `data` to the local file `path` as kpz writes an output: whole or not at all (a "
       "temporary file in the same directory, renamed when complete); with `sync`, flushed to the "
       "disk first. Returns \"\" when written, else what failed in kpz's words.");
+
+  m.def(
+      "copy_picture",
+      [](const std::string& input, const std::string& output, const std::string& kind,
+         bool sync) {
+        if (kind != "preview" && kind != "thumbnail") {
+          throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
+        }
+        const KpzPictureReader::Kind k = kind == "preview" ? KpzPictureReader::Kind::Preview
+                                                           : KpzPictureReader::Kind::Thumbnail;
+        int status = 0;
+        std::uint64_t written = 0;
+        std::string why;
+        std::string file = input;
+        {
+          py::gil_scoped_release unlocked;
+          KpzSource source;
+          KpzPictureReader::Picture picture;
+          if (!source.Open(input, &why) || !KpzPictureReader::Find(source, k, &picture, &why)) {
+            status = 1;
+          } else {
+            switch (KpzOutputFile::Copy(output, source, picture.offset, picture.length,
+                                        KpzPictureReader::Name(k), sync, &why)) {
+              case KpzOutputFile::Status::Done:
+                written = picture.length;
+                break;
+              case KpzOutputFile::Status::InputFailed:
+                status = 1;
+                break;
+              case KpzOutputFile::Status::WouldReplaceInput:
+                status = 2;
+                file = output;
+                break;
+              case KpzOutputFile::Status::OutputFailed:
+                status = 3;
+                file = output;
+                break;
+            }
+          }
+        }
+        return py::make_tuple(status, written, why, file);
+      },
+      py::arg("input"), py::arg("output"), py::arg("kind"), py::arg("sync") = false,
+      "Writes the preview or thumbnail (`kind`) of the local file `input` to `output` as "
+      "`kpz preview`/`kpz thumbnail` writes one file: copied file to file, whole or not at all. "
+      "Returns (status, bytes written, words, file): status 0 done, else kpz's exit status "
+      "(1 input, 2 the output would replace the input, 3 output), with the words kpz prints "
+      "after 'kpz: FILE: ' and the FILE it names.");
 
   m.def(
       "expand_inputs",

@@ -53,6 +53,22 @@ def test_two_workers_same_as_kpz(cluster, fixtures, tool, tmp_path):
     same_tree(tmp_path / "out", tmp_path / "ref")
 
 
+def test_same_output_name_first_input_owns_it(cluster, fixtures, tool, tmp_path):
+    many = fixtures["many"]
+    dirs = []
+    for d, src in (("a", fixtures["byname"]["not_tiff"]["path"]), ("b", many[0]), ("c", many[1])):
+        (tmp_path / d).mkdir()
+        shutil.copy(src, tmp_path / d / "x.kpz")
+        dirs.append(str(tmp_path / d / "x.kpz"))
+    got = run_cli(["preview", *dirs, "-o", str(tmp_path / "out"), "--scheduler", cluster.address])
+    want = subprocess.run([tool, "preview", *dirs, "-o", str(tmp_path / "ref")],
+                          capture_output=True, text=True, timeout=60)
+    assert got.returncode == want.returncode == 3
+    assert got.stdout == want.stdout.replace(str(tmp_path / "ref"), str(tmp_path / "out"))
+    assert got.stderr == want.stderr.replace(str(tmp_path / "ref"), str(tmp_path / "out"))
+    same_tree(tmp_path / "out", tmp_path / "ref")
+
+
 def test_thumbnails_upright_and_skip_existing(cluster, fixtures, tool, tmp_path):
     inputs = make_inputs(fixtures, tmp_path / "in")
     out = tmp_path / "out"

@@ -328,6 +328,29 @@ def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, o
         shown = (out.rstrip("/") + "/" + name) if fs is not None else target
         r = Result(index, source, shown)
         results.append(r)
+        if fs is None and not upright and not _is_url(source):
+            # A local file to a local directory: copied file to file by the
+            # kit, exactly as kpz writes it (no bytes through Python).
+            if target in owners:
+                try:
+                    get(source)  # an input that cannot be read reports its own error
+                except (kpz.KpzError, OSError) as e:
+                    _input_failure(r, e)
+                    continue
+                r.status = EXIT_OUTPUT
+                r.err = "kpz: %s: not written: %s is already written by %s\n" % (
+                    source, shown, owners[target])
+                r.reason = "output already written by an earlier input"
+                continue
+            status, written, why, named = kit.copy_picture(source, target, kind, sync)
+            if status:
+                r.status = status
+                r.err = "kpz: %s: %s\n" % (named, why)
+                r.reason = why
+                continue
+            owners[target] = source
+            r.out = "wrote %s (%d bytes)\n" % (shown, written)
+            continue
         try:
             if _is_url(source):
                 import fsspec
