@@ -223,7 +223,7 @@ fi
 if [ "$distributed_only" -eq 1 ]; then
   dcorpus="$work/distributed"
   mkdir -p "$dcorpus"
-  d_files=1000; d_rounds=3; d_http=300; d_counts="1000,3000,10000"; d_batch_files=3000
+  d_files=1000; d_rounds=7; d_http=300; d_counts="1000,3000,10000"; d_batch_files=3000
   d_batches="1,8,64,256"
   if [ "$quick" -eq 1 ]; then
     d_files=60; d_rounds=1; d_http=20; d_counts="60,120"; d_batch_files=120; d_batches="1,64"

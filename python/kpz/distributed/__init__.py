@@ -568,9 +568,10 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
             from distributed import as_completed
 
             batches = _batches(jobs, max(1, int(batch_size)))
-            futures = [c.submit(run_batch, b, kind, upright, out, sync, pure=False,
-                                key="kpz-%s-%d-%s" % (kind, n, os.urandom(4).hex()))
-                       for n, b in enumerate(batches)]
+            # One message to the scheduler for all the tasks (client.map).
+            futures = c.map(run_batch, batches, kind=kind, upright=upright, out=out, sync=sync,
+                            pure=False, key=["kpz-%s-%d-%s" % (kind, n, os.urandom(4).hex())
+                                             for n in range(len(batches))])
             for future in as_completed(futures):
                 for r in future.result():
                     ready[r.index] = r
