@@ -11,6 +11,7 @@ import sys
 from typing import List, Optional
 
 from kpz import distributed
+from kpz._kpz import kit
 
 EPILOG = """\
 SOURCES are files, directories (their files ending in .kpz, in any case;
@@ -102,7 +103,9 @@ def main(argv: Optional[List[str]] = None) -> int:
         sys.stderr.write("kpz: %s: %s\n" % (where, e.strerror or e))
         return distributed.EXIT_INPUT
     if summary.files == 0:
-        sys.stderr.write("kpz: no files to work on\n")
+        wanted = " ".join(kit.normalise_extensions(extensions))
+        sys.stderr.write("kpz: no files to work on: the directories named hold no file ending "
+                         "in %s\n" % wanted)
         return distributed.EXIT_INPUT
     if summary.files > 1:
         sys.stderr.write(summary.render())
