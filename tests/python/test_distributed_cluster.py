@@ -152,3 +152,24 @@ def test_worker_killed_mid_run(fixtures, tool, tmp_path):
     for i in range(total):
         want = (ref / (many[i % len(many)].stem + ".preview.jpg")).read_bytes()
         assert (out / f"f{i:05d}.preview.jpg").read_bytes() == want
+
+
+def test_fsspec_output_whole_under_its_name(fixtures, tmp_path):
+    # An fsspec target that is not an object store: a temporary name, then
+    # the file system's move. fsspec's memory file system lives in one
+    # process, so the cluster's workers are threads of this one here.
+    import fsspec
+    from distributed import Client, LocalCluster
+
+    inputs = make_inputs(fixtures, tmp_path / "in")
+    with LocalCluster(n_workers=1, threads_per_worker=2, processes=False,
+                      dashboard_address=None, scheduler_kwargs={"dashboard": False}) as lc, \
+            Client(lc) as client:
+        summary = kpz.distributed.extract([str(inputs)], "memory://kpz-test/out", client=client)
+    assert (summary.files, summary.done, summary.failed) == (67, 64, 3)
+    fs = fsspec.filesystem("memory")
+    names = sorted(p.rsplit("/", 1)[-1] for p in fs.ls("/kpz-test/out", detail=False))
+    assert names == sorted(Path(p).stem + ".preview.jpg" for p in fixtures["many"])
+    for p in fixtures["many"]:
+        assert fs.cat_file(f"/kpz-test/out/{Path(p).stem}.preview.jpg") == kpz.screennail(p)
+    fs.rm("/kpz-test", recursive=True)
