@@ -103,6 +103,7 @@ UINT readScreennail(const char* chars, DtRaw& raw, DtNlFileIo& fileIo, BenchPrev
     return 0;
   }
   const UINT toRead = boundedReadSize(chars, info.m_fileOffset, info.m_size);
+  fileIo.AdviseReadOnly(seekOffset, toRead);  // a cold disk reads the preview alone, no more
   std::unique_ptr<UINT8[]> buffer(new (std::nothrow) UINT8[toRead]);
   const UINT readSize = buffer ? fileIo.ReadU8(buffer.get(), toRead) : 0u;
   if (readSize != info.m_size) {
@@ -195,6 +196,39 @@ UINT BenchJobs::Floor(const BenchFile& file, UINT8* head, BenchPreviewSink sink,
     close(fd);
     return 0;
   }
+  std::unique_ptr<UINT8[]> buffer(new (std::nothrow) UINT8[file.previewSize]);
+  const ssize_t got = buffer ? readFull(fd, buffer.get(), file.previewSize) : -1;
+  const int closed = close(fd);
+  if (got != static_cast<ssize_t>(file.previewSize) || closed != 0) {
+    return 0;
+  }
+  sink(buffer.get(), file.previewSize, context);
+  return file.previewSize;
+}
+
+UINT BenchJobs::FloorHinted(const BenchFile& file, UINT8* head, BenchPreviewSink sink,
+                            void* context) {
+  int fd = open(file.path.c_str(), O_RDONLY);
+  if (fd < 0) {
+    return 0;
+  }
+  (void)posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
+  (void)posix_fadvise(fd, 0, HEAD_SIZE, POSIX_FADV_WILLNEED);
+  const ssize_t headGot = readFull(fd, head, HEAD_SIZE);
+  if (close(fd) != 0 || headGot <= 0) {
+    return 0;
+  }
+  fd = open(file.path.c_str(), O_RDONLY);
+  if (fd < 0) {
+    return 0;
+  }
+  (void)posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
+  if (lseek(fd, static_cast<off_t>(file.previewOffset), SEEK_SET) < 0) {
+    close(fd);
+    return 0;
+  }
+  (void)posix_fadvise(fd, static_cast<off_t>(file.previewOffset),
+                      static_cast<off_t>(file.previewSize), POSIX_FADV_WILLNEED);
   std::unique_ptr<UINT8[]> buffer(new (std::nothrow) UINT8[file.previewSize]);
   const ssize_t got = buffer ? readFull(fd, buffer.get(), file.previewSize) : -1;
   const int closed = close(fd);

@@ -90,6 +90,13 @@ class BenchJobs {
   // the buffer goes to `sink` and is freed. Bytes handed over, 0 on failure.
   static UINT Floor(const BenchFile& file, UINT8* head, BenchPreviewSink sink, void* context);
 
+  // The floor for a cold page cache: as Floor, with the access hints the
+  // library gives (posix_fadvise RANDOM after each open, WILLNEED on the head
+  // and on the preview's known range before reading it), so that only those
+  // bytes come from the disk. Bytes handed over, 0 on failure.
+  static UINT FloorHinted(const BenchFile& file, UINT8* head, BenchPreviewSink sink,
+                          void* context);
+
   // The floor of locating: open, read HEAD_SIZE bytes into `head`, close.
   // Bytes read (fewer for a shorter file), 0 on failure.
   static UINT FloorHead(const char* path, UINT8* head);

@@ -16,8 +16,9 @@
 // JPEG-shaped bytes; --orientation-mix varies IFD0's orientation as
 // BenchCorpus::OrientationFor says and writes orientations.tsv.
 // JOB is one of: main (the JNI entry's path), locate, parse (a head held in
-// memory; the heads are read before the jobs run), floor, floorhead, exiv2
-// (when built with libexiv2). --files 0 runs no job at all: the baseline to
+// memory; the heads are read before the jobs run), floor, floorhinted (the
+// floor with the library's access hints, for a cold page cache), floorhead,
+// exiv2 (when built with libexiv2). --files 0 runs no job at all: the baseline to
 // subtract. --marker brackets the last job with two failing access() calls
 // on "/kpz-bench-marker/begin" and ".../end", so that a system-call trace
 // can be cut to exactly one file. --any-result goes on when a job fails (for
@@ -66,7 +67,7 @@ const char* const kUsage =
     "                     [--orientation-mix]\n"
     "       kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker] [--any-result]\n"
     "       kpz_bench_run paired MANIFEST [--files N] [--passes P]\n"
-    "       JOB: main locate parse floor floorhead"
+    "       JOB: main locate parse floor floorhinted floorhead"
 #if KPZ_BENCH_EXIV2
     " exiv2"
 #endif
@@ -200,6 +201,10 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
     return BenchJobs::Floor(file, scratch->data(), &BenchJobs::IgnorePreview, nullptr) ==
            file.previewSize;
   }
+  if (job == "floorhinted") {
+    return BenchJobs::FloorHinted(file, scratch->data(), &BenchJobs::IgnorePreview, nullptr) ==
+           file.previewSize;
+  }
   if (job == "floorhead") {
     return BenchJobs::FloorHead(file.path.c_str(), scratch->data()) != 0;
   }
@@ -214,7 +219,8 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
 }
 
 bool knownJob(const std::string& job) {
-  return job == "main" || job == "locate" || job == "parse" || job == "floor" || job == "floorhead"
+  return job == "main" || job == "locate" || job == "parse" || job == "floor" ||
+         job == "floorhinted" || job == "floorhead"
 #if KPZ_BENCH_EXIV2
          || job == "exiv2"
 #endif

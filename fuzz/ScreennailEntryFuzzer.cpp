@@ -229,6 +229,7 @@ Outcome RunEntry(const std::string& path) {
     return out;
   }
   const UINT toRead = BoundedReadSize(path.c_str(), info.m_fileOffset, info.m_size);
+  fileIo->AdviseReadOnly(seekOffset, toRead);  // as the entry: the range comes from the file
   std::vector<std::uint8_t> buffer(toRead);
   const UINT got = fileIo->ReadU8(buffer.data(), toRead);
   fileIo->Close();

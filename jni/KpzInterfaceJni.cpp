@@ -100,6 +100,7 @@ jbyteArray readScreennail(JNIEnv* env, const char* chars, DtRaw& raw, DtNlFileIo
   // One read into one buffer; at most what the file holds is allocated (see
   // boundedReadSize). An allocation failure counts as a read of 0 bytes.
   const UINT toRead = boundedReadSize(chars, info.m_fileOffset, info.m_size);
+  fileIo.AdviseReadOnly(seekOffset, toRead);  // a cold disk reads the preview alone, no more
   std::unique_ptr<UINT8[]> buffer(new (std::nothrow) UINT8[toRead]);
   const UINT readSize = buffer ? fileIo.ReadU8(buffer.get(), toRead) : 0u;
   if (readSize != info.m_size) {

@@ -36,6 +36,15 @@
 #                                          # over HTTP from nginx, and its growth with the number of
 #                                          # files and the batch size (bench/bench_distributed.py);
 #                                          # 1,000 files of ~14 MB with 1.5 MB previews; --quick narrows it
+#   scripts/bench.sh --cold                # only the cold page cache: bytes read from the disk and
+#                                          # wall time per file for kpz preview, the library's main
+#                                          # path, locate only, exiv2, exiftool and the floor, over
+#                                          # 60 files of ~12 MB really on the disk, the corpus'
+#                                          # page cache emptied before each pass
+#                                          # (bench/bench_cold.py); --quick, --cli-files and
+#                                          # --cli-rounds narrow it, --readahead-kb 8192,128 repeats
+#                                          # it for each read_ahead_kb of the disk (as root),
+#                                          # --before REV adds kpz and the library as they were
 #   scripts/bench.sh --before REV          # also count the library as it was at git revision REV
 #                                          # (built with this harness): the before/after table
 #   scripts/bench.sh --out /tmp/report
@@ -52,6 +61,8 @@ before_rev=""
 upright=0
 python_only=0
 distributed_only=0
+cold=0
+readahead_arg=""
 peer_files_arg=""
 
 usage() {
@@ -65,6 +76,8 @@ while [ $# -gt 0 ]; do
     --upright) upright=1 ;;
     --python) python_only=1 ;;
     --distributed) distributed_only=1 ;;
+    --cold) cold=1 ;;
+    --readahead-kb) readahead_arg="$2"; shift ;;
     --peer-files) peer_files_arg="$2"; shift ;;
     --cli-files) cli_files_arg="$2"; shift ;;
     --cli-rounds) cli_rounds_arg="$2"; shift ;;
@@ -117,6 +130,7 @@ targets="kpz_bench kpz_bench_run"
 [ "$upright" -eq 1 ] && targets="kpz_bench_run"
 [ "$python_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$distributed_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
+[ "$cold" -eq 1 ] && targets="kpz_bench_run"
 # Every option that matters is set here, so that a build directory
 # configured otherwise earlier (say without the tool) is brought back in line.
 if ! { cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DKPZ_BUILD_BENCH=ON \
@@ -236,6 +250,58 @@ if [ "$distributed_only" -eq 1 ]; then
     --work "$work/distributed-work" --out "$out" --rounds "$d_rounds" --http-files "$d_http" \
     --counts "$d_counts" --batch-files "$d_batch_files" --batch-sizes "$d_batches" \
     | tee "$out/table.md"
+  fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
+  exit 0
+fi
+
+# ---- --cold: bytes read from the disk with an empty page cache -----------------
+# 60 files (--cli-files) of about 12 MB with previews of about 1.5 MB, written
+# out for real (not sparse: a hole is never read from the disk), in a
+# directory on a disk-backed file system. bench/bench_cold.py empties their
+# page cache before every pass and counts pgpgin; cold.md is the table.
+if [ "$cold" -eq 1 ]; then
+  ccorpus="$work/cold"
+  mkdir -p "$ccorpus"
+  fstype="$(stat -f -c %T "$ccorpus")"
+  fact cold.fstype "$fstype"
+  case "$fstype" in
+    tmpfs|ramfs)
+      log "$ccorpus is on $fstype: nothing is read from a disk there; set KPZ_BENCH_TMPDIR to a disk"
+      exit 1 ;;
+  esac
+  cold_files="${cli_files_arg:-60}"
+  cold_rounds="${cli_rounds_arg:-3}"
+  [ "$quick" -eq 1 ] && { cold_files="${cli_files_arg:-8}"; cold_rounds="${cli_rounds_arg:-1}"; }
+  gen="$("$bin/kpz_bench_run" corpus --out "$ccorpus" --files "$cold_files" \
+    --filler-bytes 10485760)"
+  log "$gen"
+  fact cold.files "$cold_files"
+  fact cold.rounds "$cold_rounds"
+  fact cold.corpus_bytes "$(du -sb "$ccorpus" | cut -f1)"
+  before_args=()
+  if [ -n "$before_rev" ]; then
+    # The tool and the library at REV, with REV's own bench/ (its main and
+    # locate jobs are the library's steps as they were then).
+    log "building kpz and kpz_bench_run at $before_rev for the before/after rows"
+    rev="$(git -C "$root" rev-parse --short "$before_rev")"
+    fact before.rev "$rev"
+    mkdir -p "$work/before-src"
+    git -C "$root" archive "$before_rev" | tar -x -C "$work/before-src"
+    if { cmake -S "$work/before-src" -B "$work/before-build" -DCMAKE_BUILD_TYPE=Release \
+           -DKPZ_BUILD_BENCH=ON -DKPZ_BUILD_TESTS=OFF -DKPZ_BUILD_TOOLS=ON &&
+         cmake --build "$work/before-build" --target kpz_bench_run kpz -j "$jobs"; } \
+         >"$out/build-before.log" 2>&1; then
+      before_args=(--before-bin "$work/before-build/bin" --before-kpz "$work/before-build/bin/kpz"
+                   --before-label "$rev")
+    else
+      log "kpz at $before_rev did not build (see $out/build-before.log); no before rows"
+    fi
+  fi
+  fact load.before_cold "$(cut -d' ' -f1-3 /proc/loadavg)"
+  /usr/bin/python3 "$root/bench/bench_cold.py" --bin "$bin" --kpz "$kpz" \
+    --manifest "$ccorpus/manifest.tsv" --out "$out" --work "$work/cold-work" \
+    --rounds "$cold_rounds" --readahead-kb "$readahead_arg" "${before_args[@]}" |
+    tee "$out/table.md"
   fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
   exit 0
 fi

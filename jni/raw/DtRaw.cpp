@@ -156,10 +156,10 @@ int DtRaw::readBuff(DtNlFile& /*file*/, unsigned char* buff, unsigned int size) 
   DtNlIo* io = m_stream->GetIo();
 
   // One large read: let it go straight from the kernel into the copy.
-  DtNlFileIo* fileIo = nullptr;
-  if (io->GetKind() == DtNlIo::KIND_FILE) {
-    fileIo = static_cast<DtNlFileIo*>(io);
+  DtNlFileIo* fileIo = io->GetKind() == DtNlIo::KIND_FILE ? static_cast<DtNlFileIo*>(io) : nullptr;
+  if (fileIo != nullptr) {
     fileIo->SetUnbuffered();  // still works buffered if refused
+    fileIo->AdviseReadOnly(0, size);  // a cold disk reads the head alone, not the kernel's guess
   }
 
   int readResult = DtRawOk;

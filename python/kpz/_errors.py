@@ -62,7 +62,10 @@ class NotKpzError(KpzError):
 
     ``code`` is the library's result (-400 no TIFF header, -101 model, Exif
     data or maker note missing, -305/-306/-307 a directory or value out of
-    reach); ``words`` say what the head shows.
+    reach); ``words`` say what a bounds-checked look at the head shows:
+    ``"not a KPZ raw file (only one directory, no second one after IFD0)"``
+    for an ordinary TIFF, ``"... (no camera model)"``, ``"... (IFD1 lies past
+    the end of the file)"``, ... (the same words as the kpz tool).
     """
 
 

@@ -1,16 +1,15 @@
 // KpzInterfaceFdJniTest.cpp - getScreennailFromFd (jni/KpzInterfaceFdJni.cpp)
 // driven natively over real descriptors: the method is compiled into this
 // executable (tests/java/CMakeLists.txt) and called with a fake JNI function
-// table that makes and records arrays. This file defines __android_log_print,
-// so every line the method logs is seen with its priority, tag and text, and
-// replaces the array forms of operator new/delete (with malloc/free) to record
-// the largest array request: a forged size must never be allocated beyond what
-// the file holds. The JVM-level test is KaviKPZInterfaceCheck.java.
+// table that makes and records arrays. Every line the method logs is seen with
+// its priority, tag and text, and the largest array request is recorded: a
+// forged size must never be allocated beyond what the file holds (the
+// recorders and the fake JVM are shared with the path entry's test:
+// JniTestHarness.h). The JVM-level test is KaviKPZInterfaceCheck.java.
 #include <gtest/gtest.h>
 
 #if defined(KPZ_TEST_HAVE_JNI)
 
-#include <android/log.h>
 #include <fcntl.h>
 #include <jni.h>
 #include <signal.h>
@@ -22,19 +21,16 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
+#include <cstdint>
 #include <cstring>
 #include <memory>
-#include <mutex>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 extern char** environ;
 
+#include "java/JniTestHarness.h"
 #include "raw/DtRaw.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
@@ -44,153 +40,26 @@ extern "C" JNIEXPORT jbyteArray JNICALL
 Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(JNIEnv* env, jobject self,
                                                                      jint fd);
 
-// ---- recorders (test-only state) --------------------------------------------
-
-namespace {
-
-// Every Android log line and JNI call, in order: "I <text>", "E <text>",
-// "NewByteArray <n>", "SetByteArrayRegion <start> <n>".
-std::vector<std::string>& Events() {
-  static std::vector<std::string> events;
-  return events;
-}
-
-std::vector<std::string>& LogTags() {
-  static std::vector<std::string> tags;
-  return tags;
-}
-
-std::atomic<std::size_t> g_largestArrayRequest{0};
-
-// Guards Events() and LogTags(): the concurrency test logs from many threads.
-std::mutex& RecorderMutex() {
-  static std::mutex mutex;
-  return mutex;
-}
-
-void* ArrayAlloc(std::size_t size) {
-  std::size_t seen = g_largestArrayRequest.load();
-  while (size > seen && !g_largestArrayRequest.compare_exchange_weak(seen, size)) {
-  }
-  return std::malloc(size == 0 ? 1 : size);
-}
-
-}  // namespace
-
-extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
-  char text[4096];
-  va_list args;
-  va_start(args, fmt);
-  std::vsnprintf(text, sizeof text, fmt, args);
-  va_end(args);
-  const char* letter = prio == ANDROID_LOG_INFO ? "I " : prio == ANDROID_LOG_ERROR ? "E " : "? ";
-  std::lock_guard<std::mutex> lock(RecorderMutex());
-  Events().push_back(std::string(letter) + text);
-  LogTags().push_back(tag == nullptr ? "(null)" : tag);
-  return 1;
-}
-
-void* operator new[](std::size_t size) {
-  void* p = ArrayAlloc(size);
-  if (p == nullptr) {
-    std::abort();  // the tests never run out of memory
-  }
-  return p;
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return ArrayAlloc(size); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
-
 namespace {
 
 using kpztest::Bytes;
 using kpztest::KpzLayout;
 using kpztest::KpzSpec;
+using kpztest::jni::Built;
+using kpztest::jni::Events;
+using kpztest::jni::ExpectEntryTagOnly;
+using kpztest::jni::InfoLine;
+using kpztest::jni::LargestArrayRequest;
+using kpztest::jni::Then;
+using kpztest::jni::Write;
 
-// A fake JVM: a JNI function table with the two functions the method uses.
-class FakeJvm {
+// The fake JVM of the descriptor method: the shared array functions are all
+// it uses.
+class FakeJvm : public kpztest::jni::FakeJvmBase {
  public:
-  FakeJvm() {
-    std::memset(&m_table, 0, sizeof m_table);
-    m_table.NewByteArray = &FakeJvm::newByteArray;
-    m_table.SetByteArrayRegion = &FakeJvm::setByteArrayRegion;
-    m_env.env.functions = &m_table;
-    m_env.owner = this;
-    std::lock_guard<std::mutex> lock(RecorderMutex());
-    Events().clear();
-    LogTags().clear();
-    g_largestArrayRequest = 0;
-  }
-  FakeJvm(const FakeJvm&) = delete;
-  FakeJvm& operator=(const FakeJvm&) = delete;
-
   jbyteArray Call(int fd) {
-    return Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(&m_env.env, nullptr,
-                                                                               fd);
+    return Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(Env(), nullptr, fd);
   }
-
-  Bytes BytesOf(jbyteArray array) const {
-    for (const auto& a : m_arrays) {
-      if (&a->handle == array) {
-        return a->bytes;
-      }
-    }
-    ADD_FAILURE() << "not an array of this fake JVM";
-    return Bytes();
-  }
-
-  void RefuseArrays() { m_refuseArrays = true; }
-
- private:
-  struct Array {
-    _jbyteArray handle;
-    Bytes bytes;
-  };
-  struct Env {
-    JNIEnv env;  // first member: a JNIEnv* is also an Env*
-    FakeJvm* owner;
-  };
-
-  static FakeJvm& of(JNIEnv* env) { return *reinterpret_cast<Env*>(env)->owner; }
-
-  static jbyteArray JNICALL newByteArray(JNIEnv* env, jsize len) {
-    FakeJvm& jvm = of(env);
-    std::lock_guard<std::mutex> lock(RecorderMutex());
-    Events().push_back("NewByteArray " + std::to_string(len));
-    if (jvm.m_refuseArrays || len < 0) {
-      return nullptr;
-    }
-    jvm.m_arrays.push_back(std::make_unique<Array>());
-    jvm.m_arrays.back()->bytes.assign(static_cast<std::size_t>(len), 0);
-    return &jvm.m_arrays.back()->handle;
-  }
-
-  static void JNICALL setByteArrayRegion(JNIEnv* env, jbyteArray array, jsize start, jsize len,
-                                         const jbyte* buf) {
-    FakeJvm& jvm = of(env);
-    std::lock_guard<std::mutex> lock(RecorderMutex());
-    Events().push_back("SetByteArrayRegion " + std::to_string(start) + " " + std::to_string(len));
-    for (auto& a : jvm.m_arrays) {
-      if (&a->handle != array) {
-        continue;
-      }
-      const auto first = static_cast<std::size_t>(start);
-      const auto count = static_cast<std::size_t>(len);
-      ASSERT_LE(first, a->bytes.size());
-      ASSERT_LE(count, a->bytes.size() - first);
-      if (count > 0) {
-        std::memcpy(a->bytes.data() + first, buf, count);
-      }
-      return;
-    }
-    ADD_FAILURE() << "SetByteArrayRegion on an unknown array";
-  }
-
-  JNINativeInterface_ m_table;
-  Env m_env;
-  std::vector<std::unique_ptr<Array>> m_arrays;
-  bool m_refuseArrays = false;
 };
 
 // A descriptor opened by the test, closed by it on scope exit.
@@ -275,51 +144,14 @@ class SizelessFile {
   bool m_ready = false;
 };
 
-std::string Hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%x", value);
-  return text;
-}
-
-std::string InfoLine(std::uint32_t offset, std::uint32_t size, unsigned width, unsigned height) {
-  return "I ScreennailInfo m_fileOffset=0x" + Hex(offset) +
-         " m_size=" + std::to_string(static_cast<std::int32_t>(size)) +
-         " m_horizon=" + std::to_string(width) + " m_vertical=" + std::to_string(height);
-}
-
 std::vector<std::string> Head(int fd) {
   return {"I getScreennailFromFd called.", "I fd:" + std::to_string(fd)};
-}
-
-std::vector<std::string> Then(std::vector<std::string> head, const std::vector<std::string>& tail) {
-  head.insert(head.end(), tail.begin(), tail.end());
-  return head;
-}
-
-struct Built {
-  std::string path;
-  KpzLayout where;
-  Bytes bytes;
-};
-
-Built Write(const kpztest::TempDir& dir, const std::string& name, const KpzSpec& recipe) {
-  Built b;
-  b.bytes = kpztest::BuildKpz(recipe, &b.where);
-  b.path = dir.Write(name, b.bytes);
-  EXPECT_FALSE(b.path.empty());
-  return b;
 }
 
 int OpenRead(const std::string& path) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   EXPECT_GE(fd, 0) << path << ": " << std::strerror(errno);
   return fd;
-}
-
-void ExpectEntryTagOnly() {
-  for (const std::string& tag : LogTags()) {
-    EXPECT_EQ(tag, "KpzInterface");
-  }
 }
 
 // ---- success paths ------------------------------------------------------------
@@ -511,7 +343,7 @@ TEST(KpzInterfaceFdJni, DescriptorWithoutASizeIsReadByWhatItHolds) {
   EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
   EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(where.screennail, 150000, 1616, 1080),
                                             "NewByteArray 150000", "SetByteArrayRegion 0 150000"}));
-  EXPECT_LE(g_largestArrayRequest.load(), std::size_t{150000});
+  EXPECT_LE(LargestArrayRequest(), std::size_t{150000});
 }
 
 // The same with a forged length: null, and never more allocated than twice
@@ -533,7 +365,7 @@ TEST(KpzInterfaceFdJni, DescriptorWithoutASizeAllocatesOnlyByWhatItHolds) {
   EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(where.screennail, 0x7FFFFFF0u, 1616, 1080),
                                             "E pread ERROR. readSize=" + std::to_string(there) +
                                                 " errno=0"}));
-  EXPECT_LE(g_largestArrayRequest.load(), 2 * there);
+  EXPECT_LE(LargestArrayRequest(), 2 * there);
 }
 
 // ---- the descriptor's own failures ----------------------------------------------
@@ -698,7 +530,7 @@ TEST(KpzInterfaceFdJni, ScreennailPastTheEndGivesNullAndAllocatesOnlyWhatIsThere
   EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 9096, 1616, 1080),
                                             "E pread ERROR. readSize=" + std::to_string(there) +
                                                 " errno=0"}));
-  EXPECT_LE(g_largestArrayRequest.load(), std::size_t{0x10000});  // the head is the largest
+  EXPECT_LE(LargestArrayRequest(), std::size_t{0x10000});  // the head is the largest
 }
 
 TEST(KpzInterfaceFdJni, ForgedLengthOf4GiBAllocatesOnlyWhatIsThere) {
@@ -714,7 +546,7 @@ TEST(KpzInterfaceFdJni, ForgedLengthOf4GiBAllocatesOnlyWhatIsThere) {
   EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 0xFFFFFFFFu, 1616, 1080),
                                             "E pread ERROR. readSize=" + std::to_string(there) +
                                                 " errno=0"}));
-  EXPECT_EQ(g_largestArrayRequest.load(), std::size_t{there});
+  EXPECT_EQ(LargestArrayRequest(), std::size_t{there});
 }
 
 TEST(KpzInterfaceFdJni, OffsetOf2GiBOrMoreIsRefusedAsThePathEntryRefusesIt) {

@@ -2,31 +2,26 @@
 // natively: the entry is compiled into this executable (tests/java/CMakeLists.txt)
 // and called with a fake JNI function table that records every JNI call, hands
 // out heap copies of the path (so that a missing or double release shows up in
-// the leak checker) and can refuse the characters or the array. This file also
-// defines __android_log_print, so every line the entry logs is seen with its
-// priority, tag and text. The JVM-level test is KaviKPZInterfaceCheck.java.
-//
-// The array forms of operator new/delete are replaced here (with malloc/free)
-// to record the largest array request: the entry must never allocate what a
-// forged size claims beyond the end of the file.
+// the leak checker) and can refuse the characters or the array. Every line the
+// entry logs is seen with its priority, tag and text, and the largest array
+// request is recorded: the entry must never allocate what a forged size claims
+// beyond the end of the file (the recorders and the fake JVM's array functions
+// are shared with the descriptor method's test: JniTestHarness.h). The
+// JVM-level test is KaviKPZInterfaceCheck.java.
 #include <gtest/gtest.h>
 
 #if defined(KPZ_TEST_HAVE_JNI)
 
-#include <android/log.h>
+#include <fcntl.h>
 #include <jni.h>
 
-#include <atomic>
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
+#include "java/JniTestHarness.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 #include "support/LogExpect.h"
@@ -35,84 +30,29 @@ extern "C" JNIEXPORT jbyteArray JNICALL
 Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailNative(JNIEnv* env, jobject self,
                                                                      jstring path);
 
-// ---- recorders (test-only state) --------------------------------------------
-
-namespace {
-
-// Every Android log line and JNI call, in order: "I <text>", "E <text>",
-// "GetStringUTFChars", "NewByteArray <n>", "SetByteArrayRegion <start> <n>",
-// "ReleaseStringUTFChars".
-std::vector<std::string>& Events() {
-  static std::vector<std::string> events;
-  return events;
-}
-
-std::vector<std::string>& LogTags() {
-  static std::vector<std::string> tags;
-  return tags;
-}
-
-std::atomic<std::size_t> g_largestArrayRequest{0};
-
-void NoteArrayRequest(std::size_t size) {
-  std::size_t seen = g_largestArrayRequest.load();
-  while (size > seen && !g_largestArrayRequest.compare_exchange_weak(seen, size)) {
-  }
-}
-
-void* ArrayAlloc(std::size_t size) {
-  NoteArrayRequest(size);
-  return std::malloc(size == 0 ? 1 : size);
-}
-
-}  // namespace
-
-extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
-  char text[4096];
-  va_list args;
-  va_start(args, fmt);
-  std::vsnprintf(text, sizeof text, fmt, args);
-  va_end(args);
-  const char* letter = prio == ANDROID_LOG_INFO ? "I " : prio == ANDROID_LOG_ERROR ? "E " : "? ";
-  Events().push_back(std::string(letter) + text);
-  LogTags().push_back(tag == nullptr ? "(null)" : tag);
-  return 1;
-}
-
-void* operator new[](std::size_t size) {
-  void* p = ArrayAlloc(size);
-  if (p == nullptr) {
-    std::abort();  // the tests never run out of memory
-  }
-  return p;
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return ArrayAlloc(size); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
-
 namespace {
 
 using kpztest::Bytes;
-using kpztest::KpzLayout;
 using kpztest::KpzSpec;
+using kpztest::jni::Built;
+using kpztest::jni::Events;
+using kpztest::jni::InfoLine;
+using kpztest::jni::LargestArrayRequest;
+using kpztest::jni::RecordEvent;
+using kpztest::jni::Then;
+using kpztest::jni::Write;
 
 const char* const kFileIoSource = "jni/util/io/DtNlFileIo.cpp";
 
-// A fake JVM: one JNI function table with the four functions the entry uses.
-class FakeJvm {
+// The fake JVM of the path entry: the shared array functions, and the two
+// functions for the path's characters. It hands out heap copies of the path,
+// so that a missing or double release shows up in the leak checker, and can
+// refuse the characters. Events: "GetStringUTFChars", "ReleaseStringUTFChars".
+class FakeJvm : public kpztest::jni::FakeJvmBase {
  public:
   FakeJvm() {
-    std::memset(&m_table, 0, sizeof m_table);
-    m_table.GetStringUTFChars = &FakeJvm::getStringUtfChars;
-    m_table.ReleaseStringUTFChars = &FakeJvm::releaseStringUtfChars;
-    m_table.NewByteArray = &FakeJvm::newByteArray;
-    m_table.SetByteArrayRegion = &FakeJvm::setByteArrayRegion;
-    m_env.env.functions = &m_table;
-    m_env.owner = this;
-    Events().clear();
-    LogTags().clear();
-    g_largestArrayRequest = 0;
+    Table().GetStringUTFChars = &FakeJvm::getStringUtfChars;
+    Table().ReleaseStringUTFChars = &FakeJvm::releaseStringUtfChars;
   }
   ~FakeJvm() {
     for (char* chars : m_handedOut) {
@@ -126,41 +66,20 @@ class FakeJvm {
   jbyteArray Call(const char* path) {
     m_path = path == nullptr ? std::string() : std::string(path);
     return Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailNative(
-        &m_env.env, nullptr, path == nullptr ? nullptr : &m_string);
-  }
-
-  // The bytes of an array the entry returned.
-  Bytes BytesOf(jbyteArray array) const {
-    for (const auto& a : m_arrays) {
-      if (&a->handle == array) {
-        return a->bytes;
-      }
-    }
-    ADD_FAILURE() << "not an array of this fake JVM";
-    return Bytes();
+        Env(), nullptr, path == nullptr ? nullptr : &m_string);
   }
 
   void RefuseCharacters() { m_refuseChars = true; }
-  void RefuseArrays() { m_refuseArrays = true; }
   int Releases() const { return m_releases; }
   int BadReleases() const { return m_badReleases; }
   std::size_t Unreleased() const { return m_handedOut.size(); }
 
  private:
-  struct Array {
-    _jbyteArray handle;
-    Bytes bytes;
-  };
-  struct Env {
-    JNIEnv env;  // first member: a JNIEnv* is also an Env*
-    FakeJvm* owner;
-  };
-
-  static FakeJvm& of(JNIEnv* env) { return *reinterpret_cast<Env*>(env)->owner; }
+  static FakeJvm& of(JNIEnv* env) { return static_cast<FakeJvm&>(Of(env)); }
 
   static const char* JNICALL getStringUtfChars(JNIEnv* env, jstring str, jboolean* isCopy) {
     FakeJvm& jvm = of(env);
-    Events().push_back("GetStringUTFChars");
+    RecordEvent("GetStringUTFChars");
     if (str != &jvm.m_string || jvm.m_refuseChars) {
       return nullptr;
     }
@@ -175,7 +94,7 @@ class FakeJvm {
 
   static void JNICALL releaseStringUtfChars(JNIEnv* env, jstring str, const char* chars) {
     FakeJvm& jvm = of(env);
-    Events().push_back("ReleaseStringUTFChars");
+    RecordEvent("ReleaseStringUTFChars");
     ++jvm.m_releases;
     for (auto it = jvm.m_handedOut.begin(); it != jvm.m_handedOut.end(); ++it) {
       if (*it == chars && str == &jvm.m_string) {
@@ -187,82 +106,16 @@ class FakeJvm {
     ++jvm.m_badReleases;
   }
 
-  static jbyteArray JNICALL newByteArray(JNIEnv* env, jsize len) {
-    FakeJvm& jvm = of(env);
-    Events().push_back("NewByteArray " + std::to_string(len));
-    if (jvm.m_refuseArrays || len < 0) {
-      return nullptr;
-    }
-    jvm.m_arrays.push_back(std::make_unique<Array>());
-    jvm.m_arrays.back()->bytes.assign(static_cast<std::size_t>(len), 0);
-    return &jvm.m_arrays.back()->handle;
-  }
-
-  static void JNICALL setByteArrayRegion(JNIEnv* env, jbyteArray array, jsize start, jsize len,
-                                         const jbyte* buf) {
-    FakeJvm& jvm = of(env);
-    Events().push_back("SetByteArrayRegion " + std::to_string(start) + " " + std::to_string(len));
-    for (auto& a : jvm.m_arrays) {
-      if (&a->handle != array) {
-        continue;
-      }
-      const auto first = static_cast<std::size_t>(start);
-      const auto count = static_cast<std::size_t>(len);
-      ASSERT_LE(first, a->bytes.size());
-      ASSERT_LE(count, a->bytes.size() - first);
-      if (count > 0) {
-        std::memcpy(a->bytes.data() + first, buf, count);
-      }
-      return;
-    }
-    ADD_FAILURE() << "SetByteArrayRegion on an unknown array";
-  }
-
-  JNINativeInterface_ m_table;
-  Env m_env;
   _jstring m_string;
   std::string m_path;
   std::vector<char*> m_handedOut;
-  std::vector<std::unique_ptr<Array>> m_arrays;
   bool m_refuseChars = false;
-  bool m_refuseArrays = false;
   int m_releases = 0;
   int m_badReleases = 0;
 };
 
-std::string Hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%x", value);
-  return text;
-}
-
-std::string InfoLine(std::uint32_t offset, std::uint32_t size, unsigned width, unsigned height) {
-  return "I ScreennailInfo m_fileOffset=0x" + Hex(offset) +
-         " m_size=" + std::to_string(static_cast<std::int32_t>(size)) +
-         " m_horizon=" + std::to_string(width) + " m_vertical=" + std::to_string(height);
-}
-
 std::vector<std::string> Head(const std::string& path) {
   return {"I getScreennailNative called.", "GetStringUTFChars", "I filepath:" + path};
-}
-
-std::vector<std::string> Then(std::vector<std::string> head, const std::vector<std::string>& tail) {
-  head.insert(head.end(), tail.begin(), tail.end());
-  return head;
-}
-
-struct Built {
-  std::string path;
-  KpzLayout where;
-  Bytes bytes;
-};
-
-Built Write(const kpztest::TempDir& dir, const std::string& name, const KpzSpec& recipe) {
-  Built b;
-  b.bytes = kpztest::BuildKpz(recipe, &b.where);
-  b.path = dir.Write(name, b.bytes);
-  EXPECT_FALSE(b.path.empty());
-  return b;
 }
 
 // Every test checks that the characters were released exactly once and that
@@ -271,9 +124,7 @@ void ExpectCleanRelease(const FakeJvm& jvm, int expectedReleases = 1) {
   EXPECT_EQ(jvm.Releases(), expectedReleases);
   EXPECT_EQ(jvm.BadReleases(), 0);
   EXPECT_EQ(jvm.Unreleased(), 0u);
-  for (const std::string& tag : LogTags()) {
-    EXPECT_EQ(tag, "KpzInterface");
-  }
+  kpztest::jni::ExpectEntryTagOnly();
 }
 
 // ---- success paths ------------------------------------------------------------
@@ -419,7 +270,7 @@ TEST(KpzInterfaceJni, ForgedSizeOf4GiBAllocatesOnlyWhatTheFileHolds) {
   EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 0xFFFFFFFFu, 1616, 1080),
                                           "E fileIo.ReadU8 ERROR. readSize=3000",
                                           "ReleaseStringUTFChars"}));
-  EXPECT_LE(g_largestArrayRequest.load(), std::size_t{0x10000});  // the facade's file head
+  EXPECT_LE(LargestArrayRequest(), std::size_t{0x10000});  // the facade's file head
   ExpectCleanRelease(jvm);
 }
 
@@ -623,6 +474,58 @@ TEST(KpzInterfaceJni, RepeatedCallsGiveTheSameBytesEachTime) {
     EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
   }
   ExpectCleanRelease(jvm, 3);
+}
+
+TEST(KpzInterfaceJni, EachReadAsksTheSystemForItsOwnBytesWithoutReadahead) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(300000, 0x42);
+  const Built f = Write(dir, "cold.kpz", recipe);
+  kpztest::FaultGuard guard;
+  FakeJvm jvm;
+  jbyteArray got = jvm.Call(f.path.c_str());
+  ASSERT_NE(got, nullptr);
+  EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+  const std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
+  ASSERT_EQ(calls.size(), 4u);  // the facade's head, then the entry's preview
+  EXPECT_EQ(calls[0].advice, POSIX_FADV_RANDOM);
+  EXPECT_EQ(calls[1].advice, POSIX_FADV_WILLNEED);
+  EXPECT_EQ(calls[1].offset, 0);
+  EXPECT_EQ(calls[1].length, 65536);
+  EXPECT_EQ(calls[2].advice, POSIX_FADV_RANDOM);
+  EXPECT_EQ(calls[3].advice, POSIX_FADV_WILLNEED);
+  EXPECT_EQ(calls[3].fd, calls[2].fd);
+  EXPECT_EQ(calls[3].offset, static_cast<long long>(f.where.screennail));
+  EXPECT_EQ(calls[3].length, 300000);
+  ExpectCleanRelease(jvm);
+}
+
+TEST(KpzInterfaceJni, RefusedReadHintsChangeNeitherTheBytesNorTheLines) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(5000, 0x24);
+  const Built f = Write(dir, "refused.kpz", recipe);
+  std::string plainErr;
+  {
+    FakeJvm jvm;
+    plainErr = kpztest::CaptureStderr([&] { ASSERT_NE(jvm.Call(f.path.c_str()), nullptr); });
+  }
+  for (int skip = 0; skip < 4; ++skip) {  // each of the four hints refused in turn
+    kpztest::FaultGuard guard;
+    kpztest::Arm(kpztest::Call::Fadvise, ENOSYS, skip, 1);
+    FakeJvm jvm;
+    jbyteArray got = nullptr;
+    const std::string err = kpztest::CaptureStderr([&] { got = jvm.Call(f.path.c_str()); });
+    ASSERT_NE(got, nullptr) << "skip " << skip;
+    EXPECT_EQ(jvm.BytesOf(got), recipe.screennail);
+    EXPECT_EQ(Events(), Then(Head(f.path), {InfoLine(f.where.screennail, 5000, 1616, 1080),
+                                            "NewByteArray 5000", "SetByteArrayRegion 0 5000",
+                                            "ReleaseStringUTFChars"}));
+    EXPECT_EQ(err, plainErr);  // the facade's own lines, the same
+    // A refused RANDOM hint skips that channel's WILLNEED hint.
+    EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fadvise), skip % 2 == 0 ? 3 : 4);
+    ExpectCleanRelease(jvm);
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 // orders and for both model branches where the case applies.
 #include "raw/DtRaw.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -304,6 +305,69 @@ TEST(DtRaw, ShortFileIsFollowedByZerosInTheHeadCopy) {
   ASSERT_LT(file.Bytes().size(), dangling);
   ASSERT_EQ(file.Load(Mode::File), DtRawOk);
   EXPECT_EQ(IobIndex(file.raw), std::string(8, '\0'));
+}
+
+// What a file-mode initialisation reports: result, screennail and log.
+struct HeadOutcome {
+  int result = 0;
+  int infoResult = 0;
+  DtRawScreennailInfo info{};
+  std::string log;
+};
+
+HeadOutcome InitializeAndLocate(const std::string& path) {
+  HeadOutcome o;
+  o.log = CaptureStderr([&] {
+    DtRaw raw;
+    o.result = raw.Initialize(path.c_str());
+    o.infoResult = raw.GetScreennailInfo(&o.info);
+    kpztest::DisarmAll();  // the capture reads its file through stdio
+  });
+  return o;
+}
+
+TEST(DtRaw, HeadReadAsksTheSystemForTheHeadAloneWithoutReadahead) {
+  kpztest::TempDir dir;
+  KpzSpec recipe = Spec(DtNlLittleEndian, false);
+  recipe.minTotalSize = 3 * DtRaw::READ_SIZE;
+  const std::string path = dir.Write("h.kpz", kpztest::BuildKpz(recipe));
+  kpztest::FaultGuard guard;
+  const HeadOutcome o = InitializeAndLocate(path);
+  ASSERT_EQ(o.result, DtRawOk);
+  const std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_EQ(calls[0].offset, 0);
+  EXPECT_EQ(calls[0].length, 0);
+  EXPECT_EQ(calls[0].advice, POSIX_FADV_RANDOM);
+  EXPECT_EQ(calls[1].fd, calls[0].fd);
+  EXPECT_EQ(calls[1].offset, 0);
+  EXPECT_EQ(calls[1].length, static_cast<long long>(DtRaw::READ_SIZE));
+  EXPECT_EQ(calls[1].advice, POSIX_FADV_WILLNEED);
+}
+
+TEST(DtRaw, RefusedReadHintsChangeNoResultAndNoLogLine) {
+  kpztest::TempDir dir;
+  for (const bool m372 : {false, true}) {
+    const std::string path =
+        dir.Write(m372 ? "m.kpz" : "o.kpz", kpztest::BuildKpz(Spec(DtNlBigEndian, m372)));
+    const std::string missing = dir.Path() + "/missing.kpz";
+    for (const std::string& p : {path, missing}) {
+      kpztest::FaultGuard guard;
+      const HeadOutcome plain = InitializeAndLocate(p);
+      for (int skip = 0; skip < 2; ++skip) {  // RANDOM refused, then WILLNEED refused
+        kpztest::Arm(kpztest::Call::Fadvise, EINVAL, skip, 100);
+        const HeadOutcome refused = InitializeAndLocate(p);
+        EXPECT_EQ(refused.result, plain.result) << p;
+        EXPECT_EQ(refused.infoResult, plain.infoResult) << p;
+        EXPECT_EQ(refused.info.m_fileOffset, plain.info.m_fileOffset);
+        EXPECT_EQ(refused.info.m_size, plain.info.m_size);
+        EXPECT_EQ(refused.info.m_horizon, plain.info.m_horizon);
+        EXPECT_EQ(refused.info.m_vertical, plain.info.m_vertical);
+        EXPECT_EQ(refused.log, plain.log);
+      }
+      EXPECT_EQ(plain.result == DtRawOk, p == path);
+    }
+  }
 }
 
 TEST(DtRaw, EmptyFileFailsInTheParseOverZeros) {

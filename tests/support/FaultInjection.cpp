@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <mutex>
 #include <set>
+#include <vector>
 
 extern "C" {
 FILE* __real_fopen(const char* path, const char* mode);
@@ -46,6 +47,7 @@ int __real_fstat(int fd, struct stat* buf);
 ssize_t __real_copy_file_range(int in, off64_t* inOffset, int out, off64_t* outOffset, size_t n,
                                unsigned int flags);
 ssize_t __real_sendfile(int out, int in, off_t* offset, size_t n);
+int __real_posix_fadvise(int fd, off_t offset, off_t length, int advice);
 }
 
 namespace kpztest {
@@ -66,6 +68,8 @@ std::atomic<bool> g_timeSet{false};
 std::atomic<std::time_t> g_timeValue{0};
 std::mutex g_errorMutex;
 std::set<FILE*> g_errorStreams;  // streams whose error indicator the seam has set
+std::mutex g_fadviseMutex;
+std::vector<FadviseCall> g_fadviseCalls;  // see FadviseCalls
 
 Slot& SlotOf(Call call) { return g_slots[static_cast<int>(call)]; }
 
@@ -100,6 +104,11 @@ bool HasMarkedError(FILE* stream) {
   return g_errorStreams.count(stream) != 0;
 }
 
+void NoteFadvise(int fd, long long offset, long long length, int advice) {
+  std::lock_guard<std::mutex> lock(g_fadviseMutex);
+  g_fadviseCalls.push_back(FadviseCall{fd, offset, length, advice});
+}
+
 }  // namespace
 
 void Arm(Call call, int err, int skip, int times, std::size_t partial) {
@@ -128,6 +137,13 @@ void ResetCounts() {
   for (Slot& slot : g_slots) {
     slot.count = 0;
   }
+  std::lock_guard<std::mutex> lock(g_fadviseMutex);
+  g_fadviseCalls.clear();
+}
+
+std::vector<FadviseCall> FadviseCalls() {
+  std::lock_guard<std::mutex> lock(g_fadviseMutex);
+  return g_fadviseCalls;
 }
 
 void SetTime(std::time_t value) {
@@ -343,6 +359,12 @@ ssize_t __wrap_copy_file_range(int in, off64_t* inOffset, int out, off64_t* outO
 ssize_t __wrap_sendfile(int out, int in, off_t* offset, size_t n) {
   if (ShouldFail(Call::Sendfile)) return -1;
   return __real_sendfile(out, in, offset, n);
+}
+
+int __wrap_posix_fadvise(int fd, off_t offset, off_t length, int advice) {
+  kpztest::NoteFadvise(fd, offset, length, advice);
+  if (ShouldFail(Call::Fadvise)) return errno;  // ShouldFail has set errno to the armed error
+  return __real_posix_fadvise(fd, offset, length, advice);
 }
 
 }  // extern "C"

@@ -14,6 +14,7 @@
 //                 error indicator (seen through the wrapped ferror, cleared by
 //                 clearerr/fclose), set errno and return that count.
 //   fopen/opendir return null;   ftell returns -1;   fileno returns -1;
+//   posix_fadvise returns `err` itself (its way of failing) without the call;
 //   time          returns the value given by SetTime (armed or not);
 //   fclose        really closes the stream (the handle is gone either way), then
 //                 reports failure;
@@ -24,6 +25,7 @@
 
 #include <cstddef>
 #include <ctime>
+#include <vector>
 
 namespace kpztest {
 
@@ -32,6 +34,8 @@ enum class Call {
   Open, Close, Mkdir, Unlink, Rmdir, Stat, Stat64, Chmod, Rename, Utime, Opendir, Time,
   // Calls of the kpz tool (tools/kpz): its own reads and file-to-file copies.
   Pread, Write, Fstat, CopyFileRange, Sendfile,
+  // Access hints (library and tool alike).
+  Fadvise,
   Count
 };
 
@@ -44,6 +48,17 @@ void DisarmAll();
 // Calls of `call` seen since the last ResetCounts (armed or not).
 int CallCount(Call call);
 void ResetCounts();
+
+// The arguments of one posix_fadvise call as the seam saw it.
+struct FadviseCall {
+  int fd;
+  long long offset;
+  long long length;
+  int advice;
+};
+
+// posix_fadvise calls seen since the last ResetCounts (armed or not), in order.
+std::vector<FadviseCall> FadviseCalls();
 
 // Makes the wrapped time() return `value` until ClearTime().
 void SetTime(std::time_t value);

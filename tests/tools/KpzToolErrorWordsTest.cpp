@@ -2,7 +2,9 @@
 // gives the same words for the same failure of a file: info (standard error),
 // info --json (the "error" field, with the library's result), preview,
 // thumbnail and rotate. One case per result code a file can make the
-// initialisation return; the codes only the fault seam can make are in
+// initialisation return, and for the layout codes one per kind of reason
+// (every reason, in both byte orders, is in tests/tools/kpz/KpzLayoutCheckTest.cpp);
+// the codes only the fault seam can make are in
 // tests/tools/kpz/KpzErrorTextTest.cpp, the pictures' and the orientation's
 // own failures in KpzToolTest.cpp and KpzToolRotateTest.cpp.
 #include <gtest/gtest.h>
@@ -27,8 +29,17 @@ using kpztest::KpzSpec;
 using kpztool::Result;
 using kpztool::Text;
 
-const char* const kOutside =
-    "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)";
+// An ordinary TIFF as image libraries write it: 8 KiB, one directory at
+// offset 8 whose next-directory offset is 0.
+Bytes OrdinaryTiff(DtNlByteOrder order) {
+  kpztest::Ifd ifd(order);
+  ifd.AddShort(0x0100, 64).AddShort(0x0101, 64).AddShort(0x0102, 8).AddShort(0x0103, 1);
+  ifd.AddShort(0x0106, 1).AddLong(0x0111, 256).AddLong(0x0116, 64).AddLong(0x0117, 4096);
+  ifd.SetNext(0);
+  kpztest::KpzFile file(order);
+  file.Header(8).PlaceIfd(8, ifd).Place(256, kpztest::PatternBytes(4096, 3)).PadTo(8192);
+  return file.Take();
+}
 
 struct Case {
   const char* name;
@@ -88,7 +99,22 @@ INSTANTIATE_TEST_SUITE_P(
                recipe.hasMakerNote = false;
                return Put(d, "plain.kpz", kpztest::BuildKpz(recipe));
              },
-             {-101}, "not a KPZ raw file (camera model, Exif data or maker note missing)"},
+             {-101}, "not a KPZ raw file (no maker note)"},
+        Case{"NoCameraModel",
+             [](kpztest::TempDir& d) {
+               KpzSpec recipe;
+               recipe.model.reset();
+               return Put(d, "nomodel.kpz", kpztest::BuildKpz(recipe));
+             },
+             {-101}, "not a KPZ raw file (no camera model)"},
+        Case{"OrdinaryTiffLittleEndian",
+             [](kpztest::TempDir& d) { return Put(d, "ii.tif", OrdinaryTiff(DtNlLittleEndian)); },
+             {-305, -306, -307}, "not a KPZ raw file (only one directory, no second one after IFD0)"},
+        Case{"OrdinaryTiffBigEndian",
+             [](kpztest::TempDir& d) { return Put(d, "mm.tif", OrdinaryTiff(DtNlBigEndian)); },
+             {-305, -306, -307}, "not a KPZ raw file (only one directory, no second one after IFD0)"},
+        Case{"EmptyFile", [](kpztest::TempDir& d) { return Put(d, "empty.kpz", Bytes()); },
+             {-400}, "not a KPZ raw file (the file is empty)"},
         Case{"FirstDirectoryBeyondTheHead",
              [](kpztest::TempDir& d) {
                KpzSpec recipe;
@@ -96,14 +122,15 @@ INSTANTIATE_TEST_SUITE_P(
                recipe.minTotalSize = 0x20000;
                return Put(d, "far.kpz", kpztest::BuildKpz(recipe));
              },
-             {-305, -306, -307}, kOutside},
+             {-305, -306, -307}, "not a KPZ raw file (IFD0 lies beyond the first 64 KiB)"},
         Case{"ExifDirectoryPastTheEndOfTheFile",
              [](kpztest::TempDir& d) {
                KpzSpec recipe;
                recipe.exifPointer = 0x00FFFFF0;  // far beyond this small file
                return Put(d, "exif.kpz", kpztest::BuildKpz(recipe));
              },
-             {-305, -306, -307}, kOutside},
+             {-305, -306, -307},
+             "not a KPZ raw file (the Exif directory lies past the end of the file)"},
         Case{"MakerNoteBeyondTheHead",
              [](kpztest::TempDir& d) {
                KpzSpec recipe;
@@ -111,7 +138,7 @@ INSTANTIATE_TEST_SUITE_P(
                recipe.minTotalSize = 0x20000;
                return Put(d, "note.kpz", kpztest::BuildKpz(recipe));
              },
-             {-305, -306, -307}, kOutside},
+             {-305, -306, -307}, "not a KPZ raw file (the maker note lies beyond the first 64 KiB)"},
         Case{"MissingFile", [](kpztest::TempDir&) { return std::string("gone.kpz"); }, {-302},
              "file not found"}),
 

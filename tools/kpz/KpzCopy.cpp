@@ -11,6 +11,8 @@
 #include <memory>
 #include <new>
 
+#include "kpz/KpzReadHint.h"
+
 namespace {
 
 // The most one copy_file_range or sendfile call is asked to move.
@@ -110,6 +112,9 @@ KpzCopy::Result KpzCopy::RangeFrom(Way first, int in, std::uint64_t offset, std:
                                    int out) {
   Result r;
   r.last = first;
+  // Every way reads the input through the page cache: ask for the whole
+  // range in one request before the first byte is copied.
+  KpzReadHint::WillNeed(in, offset, length);
   if (first == Way::CopyFileRange && byCopyFileRange(in, offset, length, out, &r)) {
     return r;
   }

@@ -3,6 +3,7 @@
 
 #include "kpz/KpzErrorText.h"
 
+#include "kpz/KpzLayoutCheck.h"
 #include "kpz/KpzSource.h"
 #include "raw/DtRawError.h"
 
@@ -30,6 +31,29 @@ bool readOrParse(int code) {
   }
 }
 
+// Words for a parse result `code` when the head is not at hand (or the
+// head does not give that result): what the code itself says.
+std::string withoutHead(int code) {
+  switch (code) {
+    case DtRawErrSeek:
+    case DtRawErrTell:
+    case DtRawErrRead:
+      return "not a KPZ raw file (its directories cannot be read within the first 64 KiB)";
+    case DtRawErrNotTiff:
+      return "not a KPZ raw file (no TIFF header)";
+    case DtRawErrFormat:
+      return "not a KPZ raw file (camera model, Exif data or maker note missing)";
+    default:
+      return numbered(code);
+  }
+}
+
+// The codes of a read that failed in the parse: the library's memory
+// channel gives -307, the others name the same event at another step.
+bool readFamily(int code) {
+  return code == DtRawErrSeek || code == DtRawErrTell || code == DtRawErrRead;
+}
+
 // Codes of the parse itself.
 bool parseCode(int code) {
   switch (code) {
@@ -46,23 +70,17 @@ bool parseCode(int code) {
 
 }  // namespace
 
-const char* KpzErrorText::OutsideHead() {
-  return "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)";
-}
-
-std::string KpzErrorText::Parse(int code) {
-  switch (code) {
-    case DtRawErrSeek:
-    case DtRawErrTell:
-    case DtRawErrRead:
-      return OutsideHead();
-    case DtRawErrNotTiff:
-      return "not a KPZ raw file (no TIFF header)";
-    case DtRawErrFormat:
-      return "not a KPZ raw file (camera model, Exif data or maker note missing)";
-    default:
-      return numbered(code);
+std::string KpzErrorText::Parse(int code, const UINT8* head, std::uint64_t fileSize) {
+  if (head == nullptr || !parseCode(code)) {
+    return withoutHead(code);
   }
+  const KpzLayoutCheck::Finding found = KpzLayoutCheck::Inspect(head, fileSize);
+  const bool same = found.code == code || (readFamily(found.code) && readFamily(code));
+  const std::string words = KpzLayoutCheck::Words(found);
+  if (!same || words.empty()) {
+    return withoutHead(code);
+  }
+  return "not a KPZ raw file (" + words + ")";
 }
 
 std::string KpzErrorText::Initialize(int code) {
@@ -80,7 +98,7 @@ std::string KpzErrorText::Initialize(int code) {
     case DtRawErrFormat:
     case DtRawErrSeek:
     case DtRawErrTell:
-      return Parse(code);
+      return withoutHead(code);
     default:
       return numbered(code);
   }
@@ -95,7 +113,7 @@ std::string KpzErrorText::ForFile(const std::string& path, int code) {
   if (!probe.Open(path, &why)) {
     return why;
   }
-  return parseCode(code) ? Parse(code) : Initialize(code);
+  return parseCode(code) ? Parse(code, probe.Head(), probe.Size()) : Initialize(code);
 }
 
 const char* KpzErrorText::Directory() { return "is a directory, not a KPZ raw file"; }

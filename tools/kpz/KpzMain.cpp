@@ -36,6 +36,8 @@
 #include "kpz/KpzOutputClaims.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzPictureReader.h"
+#include "kpz/KpzPrefetch.h"
+#include "kpz/KpzReadHint.h"
 #include "kpz/KpzRotation.h"
 #include "kpz/KpzRotator.h"
 #include "kpz/KpzSample.h"
@@ -353,6 +355,10 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
       cmd.edges == "trim" ? KpzUpright::Edges::Trim : KpzUpright::Edges::Reencode;
   const char* const name = KpzPictureReader::Name(kind);
   KpzConsole console(cmd.verbose);
+  // One file at a time: the next input's head and picture come from the disk
+  // while this one is written (KpzPrefetch). Not with --verbose, where the
+  // library's lines of the early look would show twice.
+  const bool readAhead = jobsOf(cmd) == 1 && !verbose;
   const auto task = [&](std::size_t i) {
     KpzOutputClaims::Turn turn(claims, i);
     const std::string& in = inputs[i].path;
@@ -365,6 +371,13 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     std::string why;
     if (!source.Open(in, &why) || !KpzPictureReader::Find(source, kind, &picture, &why)) {
       return failure(kExitInput, in, why);
+    }
+    if (readAhead && i + 1 < inputs.size() && inputs[i + 1].error.empty()) {
+      KpzReadHint::WillNeed(source.Fd(), picture.offset, picture.length);  // first this one's
+      KpzPrefetch::Picture(inputs[i + 1].path, kind);  // then the next, while this one is written
+      if (i + 2 < inputs.size() && inputs[i + 2].error.empty()) {
+        KpzPrefetch::Head(inputs[i + 2].path);  // and the head that the next one will look at
+      }
     }
     // --upright: the turned picture is made before the output name is
     // claimed, so that files are turned in parallel.

@@ -146,7 +146,7 @@ bool KpzMetadataReader::ReadHead(KpzSource& source, const std::string& name, Kpz
   out->initialized = true;
   out->initResult = raw.InitializeBuf(source.Head(), static_cast<int>(KpzSource::kHeadSize));
   if (out->initResult != DtRawOk) {
-    out->error = KpzErrorText::Parse(out->initResult);
+    out->error = KpzErrorText::Parse(out->initResult, source.Head(), source.Size());
     return false;
   }
   readAll(raw, out);

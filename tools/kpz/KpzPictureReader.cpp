@@ -32,7 +32,7 @@ bool KpzPictureReader::Find(KpzSource& source, Kind kind, Picture* picture, std:
   const int initRet = raw.InitializeBuf(source.Head(), static_cast<int>(KpzSource::kHeadSize));
   if (initRet != DtRawOk) {
     why = {Failure::NotKpz, initRet};
-    *error = KpzErrorText::Parse(initRet);
+    *error = KpzErrorText::Parse(initRet, source.Head(), source.Size());
     return false;
   }
   const char* what = Name(kind);

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "kpz/KpzErrorText.h"
+#include "kpz/KpzReadHint.h"
 #include "raw/DtRaw.h"
 
 static_assert(KpzSource::kHeadSize == DtRaw::READ_SIZE,
@@ -110,6 +111,9 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
   }
   // Up to the size just taken: no read is spent on finding the end.
   const std::size_t want = m_size < kHeadSize ? static_cast<std::size_t>(m_size) : kHeadSize;
+  // The head and one picture are all that is read: a cold disk reads them
+  // alone, not the readahead's guess around them.
+  KpzReadHint::Random(m_fd);
   std::size_t got = 0;
   while (got < want) {  // each pass reads at least one byte, or ends the loop
     const ssize_t n = pread(m_fd, m_head.get() + got, want - got, static_cast<off_t>(got));
@@ -134,6 +138,7 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
 
 bool KpzSource::ReadAt(std::uint64_t offset, std::size_t length, UINT8* out, const char* what,
                        std::string* error) const {
+  KpzReadHint::WillNeed(m_fd, offset, length);  // one request for the whole range
   std::size_t got = 0;
   while (got < length) {  // each pass reads at least one byte, or returns
     const ssize_t n = pread(m_fd, out + got, length - got, static_cast<off_t>(offset + got));

@@ -3,6 +3,7 @@
 // Diagnostics keep errno intact: the value logged is the value recorded.
 #include "util/io/DtNlFileIo.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -296,4 +297,27 @@ int DtNlFileIo::IsEof() const {
     return 0;
   }
   return feof(m_handle) != 0 ? 1 : 0;
+}
+
+// Kept at the end of the file, after every logged line: it logs nothing.
+int DtNlFileIo::AdviseReadOnly(long long offset, long long length) {
+  if (m_handle == nullptr || offset < 0 || length < 0 || !FitsInt32(offset) ||
+      !FitsInt32(length)) {
+    return -1;
+  }
+#if defined(POSIX_FADV_RANDOM) && defined(POSIX_FADV_WILLNEED)
+  const int saved = errno;  // posix_fadvise reports through its result; fileno may set errno
+  const int fd = fileno(m_handle);
+  int refused = fd < 0 ? 1 : posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
+  if (refused == 0 && length > 0) {  // a length of 0 would mean "to the end of the file"
+    // Both fit 32 bits; the range is cut at the last 32-bit offset.
+    const long long rest = 2147483647LL - offset;
+    refused = posix_fadvise(fd, static_cast<off_t>(offset),
+                            static_cast<off_t>(length < rest ? length : rest), POSIX_FADV_WILLNEED);
+  }
+  errno = saved;
+  return refused == 0 ? 0 : -1;
+#else
+  return -1;  // no access hints on this platform
+#endif
 }

@@ -51,6 +51,16 @@ class DtNlFileIo : public DtNlIo {
   // stream cannot be switched (it then stays buffered and every operation
   // works as before). Logs nothing and records no status code.
   int SetUnbuffered();
+  // Tells the system that of this open file only the `length` bytes at
+  // `offset` are about to be read, in one go: no readahead around them or
+  // after them (posix_fadvise RANDOM on the open file), and those bytes
+  // fetched at once (WILLNEED). For a cold page cache this reads what the
+  // caller needs and little more; with a warm one it changes nothing. Only a
+  // hint: 0 when the system took it, -1 when no file is open, the range lies
+  // outside the 32-bit file offsets, the platform has no such hint or the
+  // system refused it; every operation works the same either way. Logs
+  // nothing, records no status code and leaves errno as it was.
+  int AdviseReadOnly(long long offset, long long length);
   // Closes the file; the handle is forgotten even when fclose fails (-1,
   // DtNlErrClose / DtNlErrIo). Closing a closed channel returns 0 silently.
   int Close() override;

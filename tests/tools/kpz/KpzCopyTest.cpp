@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <string>
+#include <vector>
 #include <thread>
 
 #include "support/FaultInjection.h"
@@ -167,6 +168,47 @@ TEST_F(KpzCopyTest, APipeTakesTheBytesThroughAWayThatServesIt) {
   EXPECT_EQ(r.failure, Failure::None);
   EXPECT_NE(r.last, Way::CopyFileRange);  // copy_file_range takes regular files only
   EXPECT_EQ(got, Slice(bytes, 5, 300000));
+}
+
+TEST_F(KpzCopyTest, EveryWayFirstAsksForTheWholeInputRangeAtOnce) {
+  for (const Way first : {Way::CopyFileRange, Way::Sendfile, Way::ReadWrite}) {
+    kpztest::FaultGuard guard;
+    const KpzCopy::Result r = KpzCopy::RangeFrom(first, in, 4096 + 5, 700000, out);
+    EXPECT_EQ(r.failure, Failure::None);
+    const std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0].fd, in);
+    EXPECT_EQ(calls[0].offset, 4096 + 5);
+    EXPECT_EQ(calls[0].length, 700000);
+    EXPECT_EQ(calls[0].advice, POSIX_FADV_WILLNEED);
+  }
+  Bytes want = Slice(bytes, 4096 + 5, 700000);
+  Bytes thrice = want;
+  thrice.insert(thrice.end(), want.begin(), want.end());
+  thrice.insert(thrice.end(), want.begin(), want.end());
+  EXPECT_EQ(Written(), thrice);
+}
+
+TEST_F(KpzCopyTest, RefusedReadHintChangesNothingElse) {
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fadvise, EINVAL);
+  errno = 0;
+  const KpzCopy::Result r = KpzCopy::Range(in, 17, 1000000, out);
+  EXPECT_EQ(r.failure, Failure::None);
+  EXPECT_EQ(r.copied, 1000000u);
+  EXPECT_EQ(r.last, Way::CopyFileRange);
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fadvise), 1);
+  EXPECT_EQ(Written(), Slice(bytes, 17, 1000000));
+}
+
+TEST_F(KpzCopyTest, EmptyRangeAsksForNothing) {
+  // posix_fadvise would take a length of 0 as "to the end of the file".
+  kpztest::FaultGuard guard;
+  const KpzCopy::Result r = KpzCopy::Range(in, 100, 0, out);
+  EXPECT_EQ(r.failure, Failure::None);
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fadvise), 0);
+  EXPECT_EQ(Written(), Bytes());
 }
 
 }  // namespace

@@ -17,21 +17,21 @@
 
 namespace {
 
-const std::string kOutside =
-    "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)";
+const std::string kUnreadable =
+    "not a KPZ raw file (its directories cannot be read within the first 64 KiB)";
 const std::string kNoTiff = "not a KPZ raw file (no TIFF header)";
 const std::string kFormat = "not a KPZ raw file (camera model, Exif data or maker note missing)";
 
 struct Words {
   int code;
-  std::string parse;       // after a head read whole
+  std::string parse;       // after a parse, with no head at hand
   std::string initialize;  // as the library reports it in file mode
 };
 
 class KpzErrorTextPerCode : public testing::TestWithParam<Words> {};
 
 TEST_P(KpzErrorTextPerCode, HasItsWordsAfterAParseAndAfterAFileModeInitialisation) {
-  EXPECT_EQ(KpzErrorText::Parse(GetParam().code), GetParam().parse);
+  EXPECT_EQ(KpzErrorText::Parse(GetParam().code, nullptr, 0), GetParam().parse);
   EXPECT_EQ(KpzErrorText::Initialize(GetParam().code), GetParam().initialize);
 }
 
@@ -42,9 +42,9 @@ std::string Numbered(int code) {
 // Every code of DtRawErrCode: the parse's own first, then the rest.
 INSTANTIATE_TEST_SUITE_P(
     EveryCode, KpzErrorTextPerCode,
-    testing::Values(Words{DtRawErrSeek, kOutside, kOutside},
-                    Words{DtRawErrTell, kOutside, kOutside},
-                    Words{DtRawErrRead, kOutside, "the file cannot be read"},
+    testing::Values(Words{DtRawErrSeek, kUnreadable, kUnreadable},
+                    Words{DtRawErrTell, kUnreadable, kUnreadable},
+                    Words{DtRawErrRead, kUnreadable, "the file cannot be read"},
                     Words{DtRawErrNotTiff, kNoTiff, kNoTiff},
                     Words{DtRawErrFormat, kFormat, kFormat},
                     Words{DtRawErrNotFound, Numbered(-302), "file not found"},
@@ -58,15 +58,36 @@ INSTANTIATE_TEST_SUITE_P(
                     Words{DtRawErrNoData, Numbered(-100), Numbered(-100)},
                     Words{-1, Numbered(-1), Numbered(-1)}));
 
-// A head that reads fine: a read-or-parse code is the file's layout.
+// A head that reads fine: a read-or-parse code is the file's layout, named
+// by what the head holds.
 TEST(KpzErrorText, ParseCodesOfAReadableFileAreAboutItsLayout) {
   kpztest::TempDir dir;
+  kpztest::KpzSpec recipe;
+  recipe.ifd1Pointer = 0;  // IFD0 is the only directory
+  const std::string one = dir.Write("one.kpz", kpztest::BuildKpz(recipe));
+  const std::string single = "not a KPZ raw file (only one directory, no second one after IFD0)";
+  EXPECT_EQ(KpzErrorText::ForFile(one, DtRawErrRead), single);
+  EXPECT_EQ(KpzErrorText::ForFile(one, DtRawErrSeek), single);
+  EXPECT_EQ(KpzErrorText::ForFile(one, DtRawErrTell), single);
+  recipe = kpztest::KpzSpec();
+  recipe.hasMakerNote = false;
+  const std::string plain = dir.Write("plain.kpz", kpztest::BuildKpz(recipe));
+  EXPECT_EQ(KpzErrorText::ForFile(plain, DtRawErrFormat), "not a KPZ raw file (no maker note)");
+  const std::string junk = dir.Write("junk.kpz", kpztest::Bytes(100, 'j'));
+  EXPECT_EQ(KpzErrorText::ForFile(junk, DtRawErrNotTiff), kNoTiff);
+}
+
+// A code the head read again does not give (the file changed in between)
+// keeps the code's own words: the head's reason would be about another file.
+TEST(KpzErrorText, CodeTheHeadDoesNotGiveKeepsItsOwnWords) {
+  kpztest::TempDir dir;
   const std::string path = dir.Write("ok.kpz", kpztest::Bytes(100, 'j'));
-  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrRead), kOutside);
-  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrSeek), kOutside);
-  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrTell), kOutside);
-  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrNotTiff), kNoTiff);
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrRead), kUnreadable);
+  EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrSeek), kUnreadable);
   EXPECT_EQ(KpzErrorText::ForFile(path, DtRawErrFormat), kFormat);
+  const std::string good = dir.Write("good.kpz", kpztest::BuildKpz(kpztest::KpzSpec()));
+  EXPECT_EQ(KpzErrorText::ForFile(good, DtRawErrRead), kUnreadable);
+  EXPECT_EQ(KpzErrorText::ForFile(good, DtRawErrNotTiff), kNoTiff);
 }
 
 TEST(KpzErrorText, ReadErrorMetAgainKeepsItsOwnWords) {

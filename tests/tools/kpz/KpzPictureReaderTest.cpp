@@ -137,8 +137,7 @@ TEST(KpzPictureReader, DirectoriesOutsideTheFirst64KiBAreALayoutFaultNotAReadErr
   for (Kind kind : {Kind::Preview, Kind::Thumbnail}) {
     const Outcome o = Read(path, kind);
     EXPECT_FALSE(o.ok);
-    EXPECT_EQ(o.error,
-              "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)");
+    EXPECT_EQ(o.error, "not a KPZ raw file (IFD0 lies beyond the first 64 KiB)");
   }
 }
 
@@ -181,7 +180,7 @@ TEST(KpzPictureReader, FileWithoutMakerNoteIsNotAKpzFile) {
   const std::string path = dir.Write("k.kpz", kpztest::BuildKpz(recipe));
   const Outcome o = Read(path, Kind::Preview);
   EXPECT_FALSE(o.ok);
-  EXPECT_EQ(o.error, "not a KPZ raw file (camera model, Exif data or maker note missing)");
+  EXPECT_EQ(o.error, "not a KPZ raw file (no maker note)");
 }
 
 TEST(KpzPictureReader, LibraryLinesAreLeftOnStandardErrorForTheCallerToHide) {

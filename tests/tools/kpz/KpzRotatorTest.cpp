@@ -264,8 +264,7 @@ TEST_F(KpzRotatorTest, DirectoriesBeyondTheHeadAreALayoutFault) {
   const KpzRotator::Outcome out = Rotate(Turn(Dir::Clockwise));
   EXPECT_FALSE(out.ok);
   EXPECT_EQ(out.failure, KpzRotator::Failure::Input);
-  EXPECT_EQ(out.error,
-            "not a KPZ raw file (its directories lie outside the first 64 KiB or past its end)");
+  EXPECT_EQ(out.error, "not a KPZ raw file (the maker note lies beyond the first 64 KiB)");
 }
 
 TEST_F(KpzRotatorTest, FileThatCannotBeOpenedForWritingIsNotChanged) {

@@ -8,12 +8,14 @@
 
 #include "kpz/KpzSource.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <string>
+#include <vector>
 
 #include "raw/DtRaw.h"
 #include "support/FaultInjection.h"
@@ -169,6 +171,52 @@ TEST(KpzSource, CloseEndsTheDescriptorOnce) {
   src.Close();
   EXPECT_EQ(src.Fd(), -1);
   EXPECT_EQ(kpztest::CallCount(kpztest::Call::Close), 1);
+}
+
+TEST(KpzSource, OpenTurnsReadaheadOffAndReadAtAsksForExactlyItsRange) {
+  kpztest::TempDir dir;
+  const Bytes bytes = Counting(300000);
+  const std::string path = dir.Write("h.kpz", bytes);
+  kpztest::FaultGuard guard;
+  KpzSource src;
+  std::string why;
+  ASSERT_TRUE(src.Open(path, &why)) << why;
+  std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
+  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(calls[0].fd, src.Fd());
+  EXPECT_EQ(calls[0].offset, 0);
+  EXPECT_EQ(calls[0].length, 0);
+  EXPECT_EQ(calls[0].advice, POSIX_FADV_RANDOM);
+  Bytes got(150000);
+  ASSERT_TRUE(src.ReadAt(100000, got.size(), got.data(), "preview", &why)) << why;
+  EXPECT_EQ(got, Bytes(bytes.begin() + 100000, bytes.begin() + 250000));
+  calls = kpztest::FadviseCalls();
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_EQ(calls[1].fd, src.Fd());
+  EXPECT_EQ(calls[1].offset, 100000);
+  EXPECT_EQ(calls[1].length, 150000);
+  EXPECT_EQ(calls[1].advice, POSIX_FADV_WILLNEED);
+}
+
+TEST(KpzSource, RefusedReadHintsChangeNothingElse) {
+  kpztest::TempDir dir;
+  const Bytes bytes = Counting(200000);
+  const std::string path = dir.Write("r.kpz", bytes);
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Fadvise, EINVAL, 0, 2);
+  KpzSource src;
+  std::string why;
+  errno = 0;
+  ASSERT_TRUE(src.Open(path, &why)) << why;
+  EXPECT_EQ(Bytes(src.Head(), src.Head() + KpzSource::kHeadSize),
+            Bytes(bytes.begin(), bytes.begin() + KpzSource::kHeadSize));
+  Bytes got(1000);
+  ASSERT_TRUE(src.ReadAt(199000, got.size(), got.data(), "preview", &why)) << why;
+  EXPECT_EQ(got, Bytes(bytes.begin() + 199000, bytes.end()));
+  EXPECT_EQ(errno, 0);  // the refusals left no trace
+  EXPECT_FALSE(src.ReadAt(199001, got.size(), got.data(), "preview", &why));
+  EXPECT_EQ(why, "preview extends past the end of the file");
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fadvise), 3);
 }
 
 }  // namespace

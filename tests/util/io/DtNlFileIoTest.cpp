@@ -4,6 +4,7 @@
 // line compared whole.
 #include "util/io/DtNlFileIo.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -1049,6 +1050,108 @@ TEST_F(DtNlFileIoTest, EveryOperationOnAClosedChannelWarnsThatTheHandleIsNull) {
                      Warn("Tell", 280) + Warn("Tell64", 298) + Warn("Flush", 318) +
                      Warn("Sync", 336) + Warn("IsEof", 359));
   ExpectStatus(io, DtNlErrNone, 0);
+}
+
+// ------------------------------------------------------------- AdviseReadOnly
+
+TEST_F(DtNlFileIoTest, AdviseReadOnlyOnAClosedChannelFailsWithoutCallLogOrStatus) {
+  kpztest::FaultGuard guard;
+  DtNlFileIo io;
+  int result = 0;
+  std::string err = Captured([&] { result = io.AdviseReadOnly(0, 100); });
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(err, "");
+  EXPECT_TRUE(kpztest::FadviseCalls().empty());
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+TEST_F(DtNlFileIoTest, AdviseReadOnlyTurnsReadaheadOffAndAsksForExactlyTheRange) {
+  const std::vector<UINT8> bytes = Pattern(10000);
+  const std::string path = Make("a.bin", bytes);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  kpztest::FaultGuard guard;
+  int result = -1;
+  std::string err = Captured([&] { result = io.AdviseReadOnly(3000, 5000); });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(err, "");
+  const std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_GE(calls[0].fd, 0);
+  EXPECT_EQ(calls[0].offset, 0);
+  EXPECT_EQ(calls[0].length, 0);  // the whole file
+  EXPECT_EQ(calls[0].advice, POSIX_FADV_RANDOM);
+  EXPECT_EQ(calls[1].fd, calls[0].fd);
+  EXPECT_EQ(calls[1].offset, 3000);
+  EXPECT_EQ(calls[1].length, 5000);
+  EXPECT_EQ(calls[1].advice, POSIX_FADV_WILLNEED);
+  // The position is untouched: the read still starts where the channel stands.
+  EXPECT_EQ(io.Tell(), 0);
+  std::vector<UINT8> got(10000);
+  EXPECT_EQ(io.ReadU8(got.data(), 10000u), 10000u);
+  EXPECT_EQ(got, bytes);
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+TEST_F(DtNlFileIoTest, AdviseReadOnlyOfNoBytesAsksForNoRange) {
+  // posix_fadvise takes a length of 0 as "to the end of the file".
+  const std::string path = Make("a.bin", Pattern(100));
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  kpztest::FaultGuard guard;
+  EXPECT_EQ(io.AdviseReadOnly(50, 0), 0);
+  const std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
+  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(calls[0].advice, POSIX_FADV_RANDOM);
+}
+
+TEST_F(DtNlFileIoTest, AdviseReadOnlyOutsideTheFileOffsetsIsNotPassedOn) {
+  const std::string path = Make("a.bin", Pattern(100));
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  kpztest::FaultGuard guard;
+  EXPECT_EQ(io.AdviseReadOnly(-1, 10), -1);
+  EXPECT_EQ(io.AdviseReadOnly(0x80000000LL, 10), -1);
+  EXPECT_EQ(io.AdviseReadOnly(0, -5), -1);
+  EXPECT_EQ(io.AdviseReadOnly(0, 0x80000000LL), -1);
+  EXPECT_TRUE(kpztest::FadviseCalls().empty());
+  // A range reaching past the last 32-bit offset is cut there.
+  EXPECT_EQ(io.AdviseReadOnly(0x7FFFFF00LL, 0x1000), 0);
+  const std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_EQ(calls[1].offset, 0x7FFFFF00LL);
+  EXPECT_EQ(calls[1].length, 0xFFLL);
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+TEST_F(DtNlFileIoTest, RefusedHintChangesNothingElse) {
+  const std::vector<UINT8> bytes = Pattern(10000);
+  const std::string path = Make("a.bin", bytes);
+  for (int skip = 0; skip < 2; ++skip) {  // RANDOM refused, then WILLNEED refused
+    DtNlFileIo io;
+    ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+    ASSERT_EQ(io.SetUnbuffered(), 0);
+    ASSERT_EQ(io.Seek(3000, DtNlIoSeekSet), 0);
+    kpztest::FaultGuard guard;
+    int result = 0;
+    int errnoAfter = 0;
+    std::string err = Captured([&] {
+      kpztest::Arm(Call::Fadvise, skip == 0 ? EINVAL : ENOSYS, skip);
+      errno = 1234;
+      result = io.AdviseReadOnly(3000, 5000);
+      errnoAfter = errno;
+    });
+    EXPECT_EQ(result, -1) << "skip " << skip;
+    EXPECT_EQ(errnoAfter, 1234) << "skip " << skip;
+    EXPECT_EQ(err, "");
+    EXPECT_EQ(kpztest::CallCount(Call::Fadvise), skip + 1);
+    ExpectStatus(io, DtNlErrNone, 0);
+    std::vector<UINT8> got(5000);
+    EXPECT_EQ(io.ReadU8(got.data(), 5000u), 5000u);
+    EXPECT_EQ(got, std::vector<UINT8>(bytes.begin() + 3000, bytes.begin() + 8000));
+    EXPECT_EQ(io.Tell(), 8000);
+    ExpectStatus(io, DtNlErrNone, 0);
+  }
 }
 
 }  // namespace
