@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "kpz/KpzInputList.h"
-#include "kpz/KpzPictureReader.h"
 #include "kpz/KpzOutputFile.h"
+#include "kpz/KpzPictureReader.h"
 #include "kpz/KpzProgressBar.h"
 #include "kpz/KpzSource.h"
 #include "kpz/KpzSummary.h"
@@ -60,13 +60,12 @@ void KpzPyRegisterKit(py::module_& m) {
 
   m.def(
       "copy_picture",
-      [](const std::string& input, const std::string& output, const std::string& kind,
-         bool sync) {
+      [](const std::string& input, const std::string& output, const std::string& kind, bool sync) {
         if (kind != "preview" && kind != "thumbnail") {
           throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
         }
-        const KpzPictureReader::Kind k = kind == "preview" ? KpzPictureReader::Kind::Preview
-                                                           : KpzPictureReader::Kind::Thumbnail;
+        const KpzPictureReader::Kind k =
+            kind == "preview" ? KpzPictureReader::Kind::Preview : KpzPictureReader::Kind::Thumbnail;
         int status = 0;
         std::uint64_t written = 0;
         std::string why;
@@ -140,7 +139,8 @@ void KpzPyRegisterKit(py::module_& m) {
         "True when the file name `name` ends in one of the `normalised` extensions.");
 
   m.def("progress_text", &KpzProgressBar::Render, py::arg("done"), py::arg("total"),
-        py::arg("width"), "The progress bar's text for `done` of `total` files on `width` columns.");
+        py::arg("width"),
+        "The progress bar's text for `done` of `total` files on `width` columns.");
   m.def("progress_is_long", &KpzProgressBar::IsLong, py::arg("total"), py::arg("elapsed_ms"),
         "True when a run of `total` files that has lasted `elapsed_ms` is long enough for a bar.");
   m.attr("PROGRESS_REDRAW_MS") = KpzProgressBar::kRedrawMs;
