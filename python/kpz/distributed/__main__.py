@@ -102,6 +102,16 @@ def main(argv: Optional[List[str]] = None) -> int:
         where = args.scheduler or "the local cluster"
         sys.stderr.write("kpz: %s: %s\n" % (where, e.strerror or e))
         return distributed.EXIT_INPUT
+    except Exception as e:
+        from distributed import KilledWorker
+
+        if not isinstance(e, KilledWorker):
+            raise
+        where = args.scheduler or "the local cluster"
+        sys.stderr.write("kpz: %s: the run stopped: the workers running one batch died too "
+                         "many times; outputs written so far are kept (rerun with "
+                         "--skip-existing)\n" % where)
+        return distributed.EXIT_INPUT
     if summary.files == 0:
         wanted = " ".join(kit.normalise_extensions(extensions))
         sys.stderr.write("kpz: no files to work on: the directories named hold no file ending "
