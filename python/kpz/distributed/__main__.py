@@ -44,7 +44,8 @@ workers must be able to import the kpz package (PYTHONPATH or installed).
 Exit status: 0 all done; 1 a file cannot be read, is not a KPZ raw file,
 holds no such picture, or the picture is cut off; 2 wrong usage; 3 an output
 cannot be written. The highest applies. A cluster that cannot be reached or
-started: one line saying so, exit status 1.
+started, or a run stopped because the workers of one batch died too often:
+one line saying so, exit status 1.
 """
 
 
