@@ -175,8 +175,16 @@ http {{
 
 
 def python_env() -> dict:
-    """The environment of a process that imports the build tree's kpz package."""
+    """The environment of a process that imports the same kpz package as this
+    one (the build tree's, or an installed wheel's): the directory holding the
+    package first on PYTHONPATH, as a user makes kpz importable on workers
+    that Debian's `dask worker` (/usr/bin/python3) runs."""
+    import kpz
+
     env = dict(os.environ)
+    home = str(Path(kpz.__file__).resolve().parent.parent)
+    env["PYTHONPATH"] = os.pathsep.join([home] + [p for p in env.get("PYTHONPATH", "").split(
+        os.pathsep) if p])
     env["PYTHONDONTWRITEBYTECODE"] = "1"
     return env
 
