@@ -32,6 +32,10 @@
 #   scripts/bench.sh --python              # only the Python package kpz against py3exiv2, GExiv2
 #                                          # and the Python floor (bench/bench_python.py), 60 files
 #                                          # of ~14 MB with 1.5 MB previews; --quick narrows it
+#   scripts/bench.sh --distributed         # only kpz.distributed (Dask) against kpz preview -j 1/-j 2,
+#                                          # over HTTP from nginx, and its growth with the number of
+#                                          # files and the batch size (bench/bench_distributed.py);
+#                                          # 1,000 files of ~14 MB with 1.5 MB previews; --quick narrows it
 #   scripts/bench.sh --cold                # only the cold page cache: bytes read from the disk and
 #                                          # wall time per file for kpz preview, the library's main
 #                                          # path, locate only, exiv2, exiftool and the floor, over
@@ -56,6 +60,7 @@ wait_minutes=0
 before_rev=""
 upright=0
 python_only=0
+distributed_only=0
 cold=0
 readahead_arg=""
 peer_files_arg=""
@@ -70,6 +75,7 @@ while [ $# -gt 0 ]; do
     --cli-only) cli_only=1 ;;
     --upright) upright=1 ;;
     --python) python_only=1 ;;
+    --distributed) distributed_only=1 ;;
     --cold) cold=1 ;;
     --readahead-kb) readahead_arg="$2"; shift ;;
     --peer-files) peer_files_arg="$2"; shift ;;
@@ -123,6 +129,7 @@ targets="kpz_bench kpz_bench_run"
 [ "$cli_only" -eq 1 ] && targets="kpz_bench_run"
 [ "$upright" -eq 1 ] && targets="kpz_bench_run"
 [ "$python_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
+[ "$distributed_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$cold" -eq 1 ] && targets="kpz_bench_run"
 # Every option that matters is set here, so that a build directory
 # configured otherwise earlier (say without the tool) is brought back in line.
@@ -218,6 +225,31 @@ if [ "$python_only" -eq 1 ]; then
   PYTHONPATH="$build/python" /usr/bin/python3 "$root/bench/bench_python.py" \
     --manifest "$pcorpus/manifest.tsv" --kpz "$kpz" --bench-run "$bin/kpz_bench_run" \
     --out "$out" --rounds "$py_rounds" --repeat "$py_repeat" | tee "$out/table.md"
+  fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
+  exit 0
+fi
+
+# ---- --distributed: kpz.distributed on a LocalCluster, locally and over HTTP ---
+# 1,000 files (60 with --quick) of the realistic corpus (1.5 MB previews, 12 MB
+# of filler as a hole), the page cache warm; 10,000 files are hard links of
+# them (the same inodes). bench/bench_distributed.py compares outputs with
+# kpz preview's, times in alternating pairs and writes distributed.md.
+if [ "$distributed_only" -eq 1 ]; then
+  dcorpus="$work/distributed"
+  mkdir -p "$dcorpus"
+  d_files=1000; d_rounds=7; d_http=300; d_counts="1000,3000,10000"; d_batch_files=3000
+  d_batches="1,8,64,256"
+  if [ "$quick" -eq 1 ]; then
+    d_files=60; d_rounds=1; d_http=20; d_counts="60,120"; d_batch_files=120; d_batches="1,64"
+  fi
+  gen="$("$bin/kpz_bench_run" corpus --out "$dcorpus" --files "$d_files" --sparse)"
+  log "$gen"
+  fact load.before_distributed "$(load1)"
+  PYTHONPATH="$build/python" /usr/bin/python3 "$root/bench/bench_distributed.py" \
+    --manifest "$dcorpus/manifest.tsv" --kpz "$kpz" --tests-dir "$root/tests/python" \
+    --work "$work/distributed-work" --out "$out" --rounds "$d_rounds" --http-files "$d_http" \
+    --counts "$d_counts" --batch-files "$d_batch_files" --batch-sizes "$d_batches" \
+    | tee "$out/table.md"
   fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
   exit 0
 fi

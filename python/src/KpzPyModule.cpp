@@ -55,6 +55,9 @@
 
 namespace py = pybind11;
 
+// KpzPyKit.cpp: the tool's conventions, on the submodule kpz._kpz.kit.
+void KpzPyRegisterKit(py::module_& m);
+
 // ---- the library's lines on standard error ----------------------------------
 
 namespace {
@@ -652,4 +655,6 @@ PYBIND11_MODULE(_kpz, m) {
       py::arg("jpeg"));
   m.def("read_error_words", &KpzSource::ReadErrorWords, py::arg("errno"));
   m.attr("HEAD_SIZE") = KpzSource::kHeadSize;
+  py::module_ kit = m.def_submodule("kit", "The kpz tool's conventions (KpzPyKit.cpp).");
+  KpzPyRegisterKit(kit);
 }

@@ -1,0 +1,127 @@
+"""python3 -m kpz.distributed preview|thumbnail [options] SOURCES... -o OUT
+
+The same output names, 'wrote' lines, error lines, summary, progress bar and
+exit statuses as `kpz preview`/`kpz thumbnail` with several files, the work
+done on a Dask cluster (--scheduler ADDRESS), or on a LocalCluster started on
+this machine when no address is given.
+"""
+
+import argparse
+import sys
+from typing import List, Optional
+
+from kpz import distributed
+from kpz._kpz import kit
+
+EPILOG = """\
+SOURCES are files, directories (their files ending in .kpz, in any case;
+--ext EXT[,EXT...] chooses others, '*' takes all; -r enters subdirectories),
+globs, or fsspec URLs (http(s)://host/dir/x.kpz, http://host/dir/*.kpz,
+s3://bucket/dir/ ... where fsspec's back end for them is installed). A path
+must name the same file on every worker. A remote file is read with two
+range reads: its first 64 KiB, then the picture's own bytes.
+
+OUT is a directory (made when missing), local or an fsspec URL; it receives
+x.preview.jpg (preview) or x.thumb.jpg (thumbnail) for every input x.kpz.
+When several inputs would give the same name, the first of them in input
+order that is written owns it; a later one fails ('already written by').
+An existing file of that name is replaced, unless --skip-existing is given:
+then inputs whose output is already in OUT are not read again (a run that
+was stopped can be resumed so). Every output is written whole or not at all:
+locally a temporary file renamed when complete; on an object store one PUT;
+elsewhere a temporary name moved into place by the store's own move.
+
+After writing a file the command prints 'wrote <name> (<n> bytes)' on
+standard output, in input order; errors are one line on standard error,
+'kpz: <file>: <what went wrong>'; with more than one file the run ends with
+kpz's summary on standard error. A progress bar is shown on standard error
+when it is a terminal and the run is long (over 50 files or over 1 s).
+
+Without --scheduler a LocalCluster of --workers processes (default: the
+number of processors) is started on 127.0.0.1 and stopped at the end. The
+workers must be able to import the kpz package (PYTHONPATH or installed).
+
+Exit status: 0 all done; 1 a file cannot be read, is not a KPZ raw file,
+holds no such picture, or the picture is cut off; 2 wrong usage; 3 an output
+cannot be written. The highest applies. A cluster that cannot be reached or
+started, or a run stopped because the workers of one batch died too often:
+one line saying so, exit status 1.
+"""
+
+
+def main(argv: Optional[List[str]] = None) -> int:
+    parser = argparse.ArgumentParser(
+        prog="python3 -m kpz.distributed",
+        description="Write the previews or thumbnails of many KPZ raw files on a Dask cluster.",
+        epilog=EPILOG, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("kind", choices=["preview", "thumbnail"],
+                        help="the embedded preview, or the thumbnail")
+    parser.add_argument("sources", nargs="+", metavar="SOURCES",
+                        help="files, directories, globs or fsspec URLs")
+    parser.add_argument("-o", "--output", required=True, metavar="OUT",
+                        help="output directory, local or an fsspec URL")
+    parser.add_argument("--scheduler", metavar="ADDRESS",
+                        help="the Dask scheduler (tcp://host:8786); default: a LocalCluster here")
+    parser.add_argument("--workers", type=int, metavar="N",
+                        help="worker processes of the LocalCluster (default: the number of "
+                             "processors); not with --scheduler")
+    parser.add_argument("-r", "--recursive", action="store_true",
+                        help="enter the subdirectories of directories")
+    parser.add_argument("--ext", action="append", default=[], metavar="EXT[,EXT...]",
+                        help="file name extensions taken from directories (default: .kpz; '*': all)")
+    parser.add_argument("--upright", action="store_true",
+                        help="write each picture turned the right way up, as kpz --upright")
+    parser.add_argument("--skip-existing", action="store_true",
+                        help="do not read inputs whose output is already in OUT")
+    parser.add_argument("--sync", action="store_true",
+                        help="flush each local output to the disk before it is reported written")
+    parser.add_argument("--batch-size", type=int, metavar="N",
+                        help="files per task (default: %d, fewer when the run is short)"
+                             % distributed.DEFAULT_BATCH_SIZE)
+    args = parser.parse_args(argv)
+    if args.batch_size is not None and args.batch_size < 1:
+        parser.error("--batch-size takes a number of files, at least 1")
+    if args.workers is not None and (args.workers < 1 or args.scheduler):
+        parser.error("--workers takes a number of at least 1, and not with --scheduler")
+    extensions = [e for value in args.ext for e in value.split(",")]
+
+    def show(r: distributed.Result) -> None:
+        if r.out:
+            sys.stdout.write(r.out)
+            sys.stdout.flush()
+        if r.err:
+            sys.stderr.write(r.err)
+            sys.stderr.flush()
+
+    try:
+        summary = distributed.extract(
+            args.sources, args.output, kind=args.kind, upright=args.upright,
+            scheduler=args.scheduler, recursive=args.recursive, extensions=extensions,
+            batch_size=args.batch_size, skip_existing=args.skip_existing, sync=args.sync,
+            workers=args.workers, on_result=show, progress=sys.stderr)
+    except OSError as e:
+        where = args.scheduler or "the local cluster"
+        sys.stderr.write("kpz: %s: %s\n" % (where, e.strerror or e))
+        return distributed.EXIT_INPUT
+    except Exception as e:
+        from distributed import KilledWorker
+
+        if not isinstance(e, KilledWorker):
+            raise
+        where = args.scheduler or "the local cluster"
+        sys.stderr.write("kpz: %s: the run stopped: the workers running one batch died too "
+                         "many times; outputs written so far are kept (rerun with "
+                         "--skip-existing)\n" % where)
+        return distributed.EXIT_INPUT
+    if summary.files == 0:
+        wanted = " ".join(kit.normalise_extensions(extensions))
+        sys.stderr.write("kpz: no files to work on: the directories named hold no file ending "
+                         "in %s\n" % wanted)
+        return distributed.EXIT_INPUT
+    if summary.files > 1:
+        sys.stderr.write(summary.render())
+    return summary.exit_status
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,203 @@
+"""Real servers for the tests of kpz.distributed, on 127.0.0.1 only: a Dask
+scheduler and workers started with Debian's `dask scheduler` / `dask worker`
+commands, and nginx with its own prefix, configuration and access log in a
+temporary directory. Each is started by the test, bounded in time, and
+stopped by its pid."""
+
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import time
+from pathlib import Path
+from typing import List, Optional
+
+LOOPBACK = "127.0.0.1"
+
+
+def free_port() -> int:
+    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
+        s.bind((LOOPBACK, 0))
+        return s.getsockname()[1]
+
+
+def wait_for_port(port: int, proc: subprocess.Popen, seconds: float, what: str) -> None:
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        if proc.poll() is not None:
+            raise RuntimeError(f"{what} ended early with status {proc.returncode}")
+        try:
+            with socket.create_connection((LOOPBACK, port), timeout=0.5):
+                return
+        except OSError:
+            time.sleep(0.1)
+    raise RuntimeError(f"{what} did not listen on {LOOPBACK}:{port} within {seconds} s")
+
+
+def stop(proc: subprocess.Popen, sig: int = signal.SIGTERM, seconds: float = 15) -> None:
+    """Stops one process we started, by its pid."""
+    if proc.poll() is None:
+        os.kill(proc.pid, sig)
+        try:
+            proc.wait(timeout=seconds)
+        except subprocess.TimeoutExpired:
+            os.kill(proc.pid, signal.SIGKILL)
+            proc.wait(timeout=seconds)
+
+
+def dask_command(role: str) -> List[str]:
+    """Debian's command for a scheduler or worker: `dask scheduler` where the
+    dask command has it, else `dask-scheduler` (older releases)."""
+    dask = shutil.which("dask")
+    if dask:
+        probe = subprocess.run([dask, role, "--help"], capture_output=True, timeout=60)
+        if probe.returncode == 0:
+            return [dask, role]
+    return [shutil.which(f"dask-{role}") or f"dask-{role}"]
+
+
+class DaskCluster:
+    """A scheduler and `workers` worker processes (one thread each) on
+    127.0.0.1, their local directories in `root`."""
+
+    def __init__(self, root: Path, workers: int, env: dict) -> None:
+        self.root = root
+        root.mkdir(parents=True, exist_ok=True)
+        self.env = env
+        self.port = free_port()
+        self.address = f"tcp://{LOOPBACK}:{self.port}"
+        self.scheduler: Optional[subprocess.Popen] = None
+        self.workers: List[subprocess.Popen] = []
+        self._logs = []
+        self._start(workers)
+
+    def _log(self, name: str):
+        f = open(self.root / name, "wb")
+        self._logs.append(f)
+        return f
+
+    def _start(self, workers: int) -> None:
+        self.scheduler = subprocess.Popen(
+            dask_command("scheduler") + ["--host", LOOPBACK, "--port", str(self.port),
+                                         "--no-dashboard", "--no-show"],
+            stdout=self._log("scheduler.log"), stderr=subprocess.STDOUT, env=self.env,
+            cwd=self.root)
+        wait_for_port(self.port, self.scheduler, 60, "dask scheduler")
+        for i in range(workers):
+            self.add_worker(f"w{i}")
+        self.wait_for_workers(workers, 60)
+
+    def add_worker(self, name: str) -> subprocess.Popen:
+        local = self.root / f"worker-{name}"
+        local.mkdir()
+        w = subprocess.Popen(
+            dask_command("worker") + [self.address, "--host", LOOPBACK, "--nworkers", "1",
+                                      "--nthreads", "1", "--no-dashboard", "--no-nanny",
+                                      "--local-directory", str(local), "--name", name],
+            stdout=self._log(f"worker-{name}.log"), stderr=subprocess.STDOUT, env=self.env,
+            cwd=self.root)
+        self.workers.append(w)
+        return w
+
+    def wait_for_workers(self, n: int, seconds: float) -> None:
+        from distributed import Client
+
+        with Client(self.address, timeout=seconds) as c:
+            c.wait_for_workers(n, timeout=seconds)
+
+    def close(self) -> None:
+        for w in self.workers:
+            stop(w)
+        if self.scheduler is not None:
+            stop(self.scheduler)
+        for f in self._logs:
+            f.close()
+
+
+class Nginx:
+    """nginx serving `docroot` on 127.0.0.1, everything of its own under
+    `prefix`; its access log says, per request, the URI, the status and
+    $body_bytes_sent."""
+
+    def __init__(self, prefix: Path, docroot: Path) -> None:
+        self.prefix = prefix
+        self.port = free_port()
+        self.access_log = prefix / "access.log"
+        for d in ("logs", "body", "proxy", "fastcgi", "uwsgi", "scgi"):
+            (prefix / d).mkdir(parents=True, exist_ok=True)
+        conf = prefix / "nginx.conf"
+        conf.write_text(f"""
+daemon off;
+master_process off;
+worker_processes 1;
+pid {prefix}/nginx.pid;
+error_log {prefix}/error.log warn;
+events {{ worker_connections 256; }}
+http {{
+    client_body_temp_path {prefix}/body;
+    proxy_temp_path {prefix}/proxy;
+    fastcgi_temp_path {prefix}/fastcgi;
+    uwsgi_temp_path {prefix}/uwsgi;
+    scgi_temp_path {prefix}/scgi;
+    log_format bytes '$request_method $uri $status $body_bytes_sent';
+    access_log {self.access_log} bytes;
+    default_type application/octet-stream;
+    sendfile on;
+    server {{
+        listen {LOOPBACK}:{self.port};
+        root {docroot};
+        autoindex on;
+    }}
+}}
+""")
+        self.proc = subprocess.Popen(["nginx", "-p", str(prefix), "-c", str(conf)],
+                                     stdout=subprocess.DEVNULL, stderr=open(prefix / "stderr.log", "wb"))
+        wait_for_port(self.port, self.proc, 30, "nginx")
+
+    @property
+    def url(self) -> str:
+        return f"http://{LOOPBACK}:{self.port}"
+
+    def bytes_per_uri(self) -> dict:
+        """Body bytes sent per URI, summed over the requests, and the number of requests."""
+        sent: dict = {}
+        with open(self.access_log, encoding="utf-8") as f:
+            for line in f:
+                method, uri, status, n = line.split()
+                total, count = sent.get(uri, (0, 0))
+                sent[uri] = (total + int(n), count + 1)
+        return sent
+
+    def close(self) -> None:
+        stop(self.proc, signal.SIGQUIT)
+
+
+def python_env() -> dict:
+    """The environment of a process that imports the same kpz package as this
+    one (the build tree's, or an installed wheel's): the directory holding the
+    package first on PYTHONPATH, as a user makes kpz importable on workers
+    that Debian's `dask worker` (/usr/bin/python3) runs."""
+    import kpz
+
+    env = dict(os.environ)
+    home = str(Path(kpz.__file__).resolve().parent.parent)
+    env["PYTHONPATH"] = os.pathsep.join([home] + [p for p in env.get("PYTHONPATH", "").split(
+        os.pathsep) if p])
+    env["PYTHONDONTWRITEBYTECODE"] = "1"
+    return env
+
+
+def run_cli(args: List[str], timeout: float = 120) -> subprocess.CompletedProcess:
+    return subprocess.run([sys.executable, "-m", "kpz.distributed", *args], capture_output=True,
+                          text=True, timeout=timeout, env=python_env())
+
+
+def same_tree(a: Path, b: Path) -> None:
+    """The two directories hold the same file names with the same bytes."""
+    names_a = sorted(p.name for p in a.iterdir())
+    names_b = sorted(p.name for p in b.iterdir())
+    assert names_a == names_b
+    for name in names_a:
+        assert (a / name).read_bytes() == (b / name).read_bytes(), name

@@ -1,0 +1,176 @@
+"""kpz.distributed on real Dask clusters on 127.0.0.1: a scheduler and two
+workers started with Debian's commands, and a LocalCluster. Outputs are
+compared byte for byte with the kpz tool's, lines and summary with its own;
+a worker is killed with SIGKILL in the middle of a run."""
+
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+import pytest
+
+import kpz.distributed
+from distributed_support import DaskCluster, python_env, run_cli, same_tree
+
+BAD = ["not_tiff", "no_preview", "preview_past_end"]
+
+
+def make_inputs(fixtures, where: Path) -> Path:
+    """The 64 valid files and a few bad ones, in one directory."""
+    where.mkdir()
+    for p in fixtures["many"]:
+        shutil.copy(p, where)
+    for name in BAD:
+        shutil.copy(fixtures["byname"][name]["path"], where)
+    return where
+
+
+@pytest.fixture(scope="module")
+def cluster(tmp_path_factory):
+    c = DaskCluster(tmp_path_factory.mktemp("dask"), 2, python_env())
+    yield c
+    c.close()
+
+
+def tool_run(tool, kind, inputs, out, *extra):
+    return subprocess.run([tool, kind, *extra, str(inputs), "-o", str(out)], capture_output=True,
+                          text=True, timeout=120)
+
+
+def test_two_workers_same_as_kpz(cluster, fixtures, tool, tmp_path):
+    inputs = make_inputs(fixtures, tmp_path / "in")
+    got = run_cli(["preview", str(inputs), "-o", str(tmp_path / "out"),
+                   "--scheduler", cluster.address, "--batch-size", "8"])
+    want = tool_run(tool, "preview", inputs, tmp_path / "ref")
+    assert got.returncode == want.returncode == 1
+    assert got.stdout == want.stdout.replace(str(tmp_path / "ref"), str(tmp_path / "out"))
+    assert got.stderr == want.stderr
+    assert "kpz: 67 files: 64 done, 3 failed\n" in got.stderr
+    same_tree(tmp_path / "out", tmp_path / "ref")
+
+
+def test_same_output_name_first_input_owns_it(cluster, fixtures, tool, tmp_path):
+    many = fixtures["many"]
+    dirs = []
+    for d, src in (("a", fixtures["byname"]["not_tiff"]["path"]), ("b", many[0]), ("c", many[1])):
+        (tmp_path / d).mkdir()
+        shutil.copy(src, tmp_path / d / "x.kpz")
+        dirs.append(str(tmp_path / d / "x.kpz"))
+    got = run_cli(["preview", *dirs, "-o", str(tmp_path / "out"), "--scheduler", cluster.address])
+    want = subprocess.run([tool, "preview", *dirs, "-o", str(tmp_path / "ref")],
+                          capture_output=True, text=True, timeout=60)
+    assert got.returncode == want.returncode == 3
+    assert got.stdout == want.stdout.replace(str(tmp_path / "ref"), str(tmp_path / "out"))
+    assert got.stderr == want.stderr.replace(str(tmp_path / "ref"), str(tmp_path / "out"))
+    same_tree(tmp_path / "out", tmp_path / "ref")
+
+
+def test_thumbnails_upright_and_skip_existing(cluster, fixtures, tool, tmp_path):
+    inputs = make_inputs(fixtures, tmp_path / "in")
+    out = tmp_path / "out"
+    first = run_cli(["thumbnail", "--upright", str(inputs), "-o", str(out),
+                     "--scheduler", cluster.address])
+    want = tool_run(tool, "thumbnail", inputs, tmp_path / "ref", "--upright")
+    assert first.returncode == want.returncode
+    same_tree(out, tmp_path / "ref")
+
+    # A run that stopped half-way: half of the outputs are missing.
+    names = sorted(p.name for p in out.iterdir())
+    removed = names[::2]
+    for name in removed:
+        (out / name).unlink()
+    kept = {name: (out / name).stat().st_mtime_ns for name in names if name not in removed}
+    again = run_cli(["thumbnail", "--upright", "--skip-existing", str(inputs), "-o", str(out),
+                     "--scheduler", cluster.address])
+    written = sorted(os.path.basename(m) for m in
+                     re.findall(r"^wrote (\S+) \(\d+ bytes\)$", again.stdout, re.M))
+    assert written == removed
+    for name, mtime in kept.items():
+        assert (out / name).stat().st_mtime_ns == mtime, name
+    assert f"kpz:   {len(kept)} thumbnails already present, not written again (--skip-existing)" \
+        in again.stderr
+    same_tree(out, tmp_path / "ref")
+
+
+def test_local_cluster(fixtures, tool, tmp_path):
+    inputs = make_inputs(fixtures, tmp_path / "in")
+    results = []
+    summary = kpz.distributed.extract([str(inputs)], str(tmp_path / "out"), workers=2,
+                                      on_result=results.append)
+    assert (summary.files, summary.done, summary.failed) == (67, 64, 3)
+    assert summary.exit_status == 1
+    assert [r.index for r in results] == list(range(67))
+    tool_run(tool, "preview", inputs, tmp_path / "ref")
+    same_tree(tmp_path / "out", tmp_path / "ref")
+
+
+def test_worker_killed_mid_run(fixtures, tool, tmp_path):
+    # Many inputs (links to the 64 files under distinct names), small batches,
+    # so that the run is still going when a worker dies.
+    many = [Path(p) for p in fixtures["many"]]
+    inputs = tmp_path / "in"
+    inputs.mkdir()
+    total = 3000
+    for i in range(total):
+        os.symlink(many[i % len(many)], inputs / f"f{i:05d}.kpz")
+    ref = tmp_path / "ref"
+    assert tool_run(tool, "preview", fixtures["dir"], ref).returncode == 1  # bad files there too
+    cluster = DaskCluster(tmp_path / "dask", 2, python_env())
+    try:
+        out = tmp_path / "out"
+        run = subprocess.Popen(
+            [sys.executable, "-m", "kpz.distributed",
+             "preview", str(inputs), "-o", str(out), "--scheduler", cluster.address,
+             "--batch-size", "10"],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=python_env())
+        victim = cluster.workers[0]
+        seen = 0
+        deadline = time.monotonic() + 60
+        while time.monotonic() < deadline and run.poll() is None:
+            seen = len(os.listdir(out)) if out.is_dir() else 0
+            if seen >= 100:
+                os.kill(victim.pid, signal.SIGKILL)
+                break
+            time.sleep(0.01)
+        assert 100 <= seen < total, "the worker was not killed in the middle of the run"
+        assert victim.wait(timeout=10) == -signal.SIGKILL
+        stdout, stderr = run.communicate(timeout=120)
+    finally:
+        cluster.close()
+    assert run.returncode == 0, stderr
+    assert f"kpz: {total} files: {total} done, 0 failed\n" in stderr
+    wrote = re.findall(r"^wrote (\S+) \(\d+ bytes\)$", stdout, re.M)
+    assert sorted(wrote) == sorted(str(out / f"f{i:05d}.preview.jpg") for i in range(total))
+    # Every output once and whole; a temporary file of the killed worker
+    # (".<name>.XXXXXX") may be left behind, never under an output's name.
+    names = [n for n in os.listdir(out) if not n.startswith(".")]
+    assert len(names) == total
+    for i in range(total):
+        want = (ref / (many[i % len(many)].stem + ".preview.jpg")).read_bytes()
+        assert (out / f"f{i:05d}.preview.jpg").read_bytes() == want
+
+
+def test_fsspec_output_whole_under_its_name(fixtures, tmp_path):
+    # An fsspec target that is not an object store: a temporary name, then
+    # the file system's move. fsspec's memory file system lives in one
+    # process, so the cluster's workers are threads of this one here.
+    import fsspec
+    from distributed import Client, LocalCluster
+
+    inputs = make_inputs(fixtures, tmp_path / "in")
+    with LocalCluster(n_workers=1, threads_per_worker=2, processes=False,
+                      dashboard_address=None, scheduler_kwargs={"dashboard": False}) as lc, \
+            Client(lc) as client:
+        summary = kpz.distributed.extract([str(inputs)], "memory://kpz-test/out", client=client)
+    assert (summary.files, summary.done, summary.failed) == (67, 64, 3)
+    fs = fsspec.filesystem("memory")
+    names = sorted(p.rsplit("/", 1)[-1] for p in fs.ls("/kpz-test/out", detail=False))
+    assert names == sorted(Path(p).stem + ".preview.jpg" for p in fixtures["many"])
+    for p in fixtures["many"]:
+        assert fs.cat_file(f"/kpz-test/out/{Path(p).stem}.preview.jpg") == kpz.screennail(p)
+    fs.rm("/kpz-test", recursive=True)
