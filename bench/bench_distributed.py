@@ -296,6 +296,7 @@ def main():
     r["scaling"] = bench_scaling(args, files, work)
     r["load_after"] = os.getloadavg()
     out = Path(args.out)
+    out.mkdir(parents=True, exist_ok=True)
     (out / "distributed.json").write_text(json.dumps(r, indent=1))
     text = render(r)
     (out / "distributed.md").write_text(text)
