@@ -29,19 +29,10 @@ import subprocess
 import sys
 import time
 
+from bench_common import geomean, load_manifest
+
 HEAD = 65536
 MiB = 1048576.0
-
-
-def load_manifest(path):
-    files = []
-    with open(path) as f:
-        for line in f:
-            parts = line.rstrip("\n").split("\t")
-            if len(parts) >= 6:
-                files.append({"offset": int(parts[0]), "size": int(parts[1]),
-                              "file_size": int(parts[2]), "path": parts[5]})
-    return files
 
 
 def pgpgin_kib():
@@ -93,13 +84,6 @@ def run_once(cmd):
     wall = time.perf_counter() - start
     proc.returncode = os.waitstatus_to_exitcode(status)
     return proc.returncode, wall, usage.ru_inblock * 512
-
-
-def geomean(values):
-    values = [v for v in values if v > 0]
-    if not values:
-        return float("nan")
-    return math.exp(sum(math.log(v) for v in values) / len(values))
 
 
 def main():

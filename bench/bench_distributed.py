@@ -30,20 +30,7 @@ import sys
 import time
 from pathlib import Path
 
-
-def geomean(values):
-    return math.exp(sum(math.log(v) for v in values) / len(values)) if values else float("nan")
-
-
-def load_manifest(path):
-    files = []
-    with open(path, encoding="utf-8") as f:
-        for line in f:
-            parts = line.rstrip("\n").split("\t")
-            if len(parts) >= 6:
-                files.append({"offset": int(parts[0]), "size": int(parts[1]),
-                              "file_size": int(parts[2]), "path": parts[5]})
-    return files
+from bench_common import geomean, load_manifest
 
 
 def empty(d: Path):

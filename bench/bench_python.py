@@ -32,7 +32,6 @@ Writes python.md (the table) and python.json into --out; prints the table.
 import argparse
 import concurrent.futures
 import json
-import math
 import os
 import resource
 import shutil
@@ -42,21 +41,7 @@ import sys
 import tempfile
 import time
 
-
-def geomean(values):
-    values = [v for v in values if v > 0]
-    return math.exp(sum(math.log(v) for v in values) / len(values)) if values else float("nan")
-
-
-def load_manifest(path):
-    files = []
-    with open(path, encoding="utf-8") as f:
-        for line in f:
-            parts = line.rstrip("\n").split("\t")
-            if len(parts) >= 6:
-                files.append({"offset": int(parts[0]), "size": int(parts[1]),
-                              "file_size": int(parts[2]), "path": parts[5]})
-    return files
+from bench_common import geomean, load_manifest
 
 
 def make_jobs(files):
@@ -256,7 +241,6 @@ def main():
         print(json.dumps(scaling(files, max(2, args.rounds // 2), args.repeat)))
         return 0
 
-    import kpz
     jobs, versions = make_jobs(files)
     paths = [f["path"] for f in files]
     for p in paths:  # the page cache holds every file's bytes that any job reads
