@@ -2,7 +2,7 @@
 
 pyproject.toml holds the package's metadata; this file only teaches
 setuptools how to make kpz._kpz: configure the CMake project (the library's
-static layers, the kpz tool's kit and python/) in a build directory of its
+static layers, the kit and python/) in a build directory of its
 own, build the target _kpz for the interpreter running this build, and put
 the module where setuptools packs it.
 """
@@ -33,7 +33,7 @@ class CMakeBuild(build_ext):
             "cmake", "-S", str(ROOT), "-B", str(build_dir),
             "-DCMAKE_BUILD_TYPE=Release",
             f"-DPython3_EXECUTABLE={sys.executable}",
-            "-DKPZ_BUILD_PYTHON=ON", "-DKPZ_BUILD_TOOLS=ON",
+            "-DKPZ_BUILD_PYTHON=ON", "-DKPZ_BUILD_TOOLS=OFF",
             "-DKPZ_BUILD_TESTS=OFF", "-DKPZ_BUILD_JNI=OFF", "-DKPZ_BUILD_JAVA=OFF",
             "-DKPZ_INSTALL=OFF",
         ]

@@ -17,7 +17,7 @@ packages=(
   python3 python3-dev pybind11-dev       # the Python package kpz (Debian's /usr/bin/python3)
   python3-pytest python3-pip python3-setuptools python3-wheel python3-venv  # its tests and its wheel
   python3-dask python3-distributed      # kpz.distributed: bulk extraction over a Dask cluster
-  python3-fsspec python3-aiohttp         # its remote sources and outputs (fsspec; aiohttp: http(s)://)
+  python3-fsspec python3-aiohttp python3-requests  # its remote sources and outputs (fsspec; its HTTP back end imports aiohttp and requests)
   nginx-light                            # its tests serve files over HTTP on 127.0.0.1 (never left running)
   "$@"
 )

@@ -27,7 +27,8 @@ mkdir -p "$build"
 log="$build/kpz-build.log"
 if [ ! -f "$build/CMakeCache.txt" ]; then
   if ! cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release \
-      -DKPZ_BUILD_TESTS=OFF -DKPZ_BUILD_JNI=OFF -DKPZ_BUILD_TOOLS=ON >"$log" 2>&1; then
+      -DKPZ_BUILD_TESTS=OFF -DKPZ_BUILD_JNI=OFF -DKPZ_BUILD_TOOLS=ON -DKPZ_BUILD_PYTHON=OFF \
+      -DKPZ_INSTALL=OFF >"$log" 2>&1; then
     cat "$log" >&2
     echo "kpz.sh: configuring the build failed (log: $log)" >&2
     exit 1

@@ -1,5 +1,5 @@
 // KpzPyModule.cpp - the extension module kpz._kpz: the kpz tool's kit
-// (tools/kpz, target kpz_tool_core) for Python.
+// (kit/kpz, target kpz_kit) for Python.
 //
 // A front end beside the kpz command-line tool: the same classes find and
 // read the pictures (KpzSource, KpzPictureReader), turn them upright

@@ -50,7 +50,7 @@ constexpr int kLosslessPixelTolerance = 3;
 constexpr double kReencodedPsnr = 35.0;
 
 // The turn each rotation code asks for, as the table of
-// tools/kpz/KpzRotation.h says (code 1: rotated 90° clockwise, ...).
+// kit/kpz/KpzRotation.h says (code 1: rotated 90° clockwise, ...).
 int OperationOf(unsigned char code) {
   switch (code) {
     case 1:

@@ -1,0 +1,64 @@
+// KpzInputList.h - turns the FILE arguments of a kpz command into the list of
+// files to work on: files as named, directories by their entries.
+//
+// Part of the kit (kit/kpz); uses only the C++ library.
+// A named file is always taken, whatever its name. A named directory gives
+// its regular files (symbolic links to files included) whose extension is
+// one of the chosen ones, compared without regard to case (".kpz" by
+// default), in name order; names beginning with "." are skipped. With
+// `recursive`, subdirectories are entered too (depth first, in name order;
+// symbolic links to directories are not followed, and no more than kMaxDepth
+// levels below a named directory are entered).
+// A directory that cannot be read becomes an entry with an error, so that
+// the batch reports it like any other failure.
+//
+//   KpzInputList::Options opt;
+//   opt.recursive = true;
+//   std::vector<KpzInputList::Entry> files = KpzInputList::Expand({"a.kpz", "shots/"}, opt);
+//   // a.kpz, shots/1.kpz, shots/2.KPZ, shots/day2/3.kpz ...
+//
+// Holds nothing; every operation is a static function.
+#ifndef KPZ_TOOLS_KPZ_KPZINPUTLIST_H
+#define KPZ_TOOLS_KPZ_KPZINPUTLIST_H
+
+#include <string>
+#include <vector>
+
+class KpzInputList {
+ public:
+  // Levels of subdirectories entered below a named directory.
+  static constexpr unsigned int kMaxDepth = 64;
+
+  struct Options {
+    bool recursive = false;
+    // Wanted extensions, each with or without its dot ("kpz" or ".KPZ"); "*"
+    // takes every file. Empty means the default, ".kpz".
+    std::vector<std::string> extensions;
+  };
+
+  struct Entry {
+    std::string path;   // as named, or the directory's path joined with the entry's name
+    std::string error;  // non-empty: this entry stands for a directory that could not be read
+  };
+
+  // The files named by `args` (see above), in argument order.
+  static std::vector<Entry> Expand(const std::vector<std::string>& args, const Options& options);
+
+  // True when one of the arguments names a directory.
+  static bool NamesDirectory(const std::vector<std::string>& args);
+
+  // The extensions as compared: lower case with a leading dot; "*" kept as
+  // is; empty strings dropped; ".kpz" when nothing is left.
+  static std::vector<std::string> Normalise(const std::vector<std::string>& extensions);
+
+  // True when the file name `name` ends in one of `normalised` (as made by
+  // Normalise), compared without regard to case; "*" matches every name. A
+  // name that is only an extension (".kpz") has none and does not match.
+  static bool Matches(const std::string& name, const std::vector<std::string>& normalised);
+
+ private:
+  static void addDirectory(const std::string& dir, const std::vector<std::string>& extensions,
+                           bool recursive, unsigned int depth, std::vector<Entry>* out);
+};
+
+#endif  // KPZ_TOOLS_KPZ_KPZINPUTLIST_H

@@ -1,0 +1,99 @@
+// KpzLayoutCheck.h - why the library's parse of a file's head fails, in
+// words that are true for that file.
+//
+// Part of the kit (kit/kpz), beside the library's
+// raw facade (jni/raw/DtRaw). The library parses only the first 64 KiB of a
+// file (the head, zero-filled after the end of a shorter file) and reports a
+// directory it cannot read there with the same result code (-307) whether
+// the file has only one directory, a directory beyond the first 64 KiB or a
+// pointer past its end. This class walks the head the way the parse does
+// (the TIFF header, IFD0, IFD1, the Exif and interoperability directories,
+// the camera model, the maker note and, for the model "DSLR-M372", the Km
+// maker note; the same target tags, the same memory-channel rules of
+// clamped seeks and short reads, the same order of giving up) and names the
+// first thing that stops it, using the file's real size to tell "past the
+// end of the file" from "beyond the first 64 KiB".
+//
+// Contract:
+//  - `head` holds exactly kHeadSize bytes (KpzSource::Head(): the file's
+//    first bytes, zeros after its end); `fileSize` is the file's real size.
+//  - Inspect never reads outside the head: every read is checked in the
+//    subtraction form against the bytes left, every loop is bounded (at most
+//    65,535 entries per directory, six directories), no count is trusted.
+//    It allocates nothing, holds nothing and never fails: any bytes give a
+//    Finding.
+//  - Finding::code is the result code the library's parse gives over the
+//    same head (0 when it parses); the reason is meaningful only when the
+//    code is not 0. A caller that got a different code from the library (the
+//    file changed in between) must not use the reason.
+//
+//   const KpzLayoutCheck::Finding f = KpzLayoutCheck::Inspect(src.Head(), src.Size());
+//   if (f.code == initRet) { words = KpzLayoutCheck::Words(f); }   // "no camera model"
+//
+// Holds nothing; every operation is a static function.
+#ifndef KPZ_TOOLS_KPZ_KPZLAYOUTCHECK_H
+#define KPZ_TOOLS_KPZ_KPZLAYOUTCHECK_H
+
+#include <cstdint>
+#include <string>
+
+#include "util/DtNlTypes.h"
+
+class KpzLayoutCheck {
+ public:
+  // Bytes of the head: KpzSource::kHeadSize, DtRaw::READ_SIZE.
+  static constexpr std::uint32_t kHeadSize = 0x10000;
+
+  // The part of the file a reason is about.
+  enum class Part {
+    None,
+    Ifd0,
+    Ifd1,
+    Exif,         // the Exif directory
+    Iob,          // the interoperability directory
+    MakerNote,    // the maker note (its header and directory)
+    KmMakerNote,  // the Km maker note of the model "DSLR-M372"
+  };
+
+  // Why the parse stops. The words of each are in Words().
+  enum class Reason {
+    None,            // the head parses
+    Empty,           // "the file is empty"
+    NotTiff,         // "no TIFF header"
+    HeaderCut,       // "the file ends within its TIFF header"
+    OneDirectory,    // "only one directory, no second one after IFD0"
+    ZeroOffset,      // "the offset of <part> is 0"
+    PastEnd,         // "<part> lies past the end of the file"
+    RunsPastEnd,     // "<part> runs past the end of the file"
+    BeyondHead,      // "<part> lies beyond the first 64 KiB"
+    RunsBeyondHead,  // "<part> runs beyond the first 64 KiB"
+    NoModel,         // "no camera model"
+    EmptyModel,      // "the camera model is empty"
+    LongModel,       // "the camera model is longer than 32 bytes"
+    NoExif,          // "no Exif data"
+    BadExifPointer,  // "the Exif pointer is not a 4-byte offset (it has <n> bytes)"
+    NoMakerNote,     // "no maker note"
+    NotKavi,         // "the maker note has no KAVI header"
+    NoKmPointer,     // "no pointer to the Km maker note"
+    BadKmPointer,    // "the pointer to the Km maker note is not a 4-byte offset (it has <n> bytes)"
+  };
+
+  struct Finding {
+    int code = 0;  // the library's parse result over this head
+    Reason reason = Reason::None;
+    Part part = Part::None;   // for ZeroOffset, PastEnd ... RunsBeyondHead
+    bool value = false;       // true: a value stored for `part`, not the part itself
+    std::uint64_t bytes = 0;  // for BadExifPointer and BadKmPointer: the value's length
+  };
+
+  // Walks `head` (kHeadSize bytes) of a file of `fileSize` bytes as the
+  // library's parse does. A null head gives a Finding with code 0.
+  static Finding Inspect(const UINT8* head, std::uint64_t fileSize);
+
+  // The reason in words, short and lower case, without the "not a KPZ raw
+  // file" around it ("no camera model", "IFD1 lies past the end of the
+  // file", "a value in IFD0 runs beyond the first 64 KiB"); "" for None.
+  static std::string Words(const Finding& finding);
+};
+
+#endif  // KPZ_TOOLS_KPZ_KPZLAYOUTCHECK_H

@@ -1,0 +1,83 @@
+// KpzOutputFile.h - where the kpz tool writes a picture, and how.
+//
+// Part of the kit (kit/kpz). An output is either standard
+// output ("-") or a file that appears whole or not at all: the bytes go to a
+// hidden temporary file in the same directory (".<name>.<6 characters>"),
+// which is renamed over the final name when complete; on any failure the
+// temporary file is removed and an existing file of that name is left
+// untouched. A new file gets the usual permissions (0666 less the umask).
+//
+// Durability: by default the file is not forced to the device (as cp and
+// the other extractors do): readers never see a partial file, but after a
+// crash of the system or a power loss an output written in the last moments
+// may be missing or empty, or still the file it replaced. With `sync` set, the file's bytes are flushed to
+// the device (fsync) before the rename and its directory after it, so the
+// output is on the disk when the call returns.
+//
+//   std::string out = KpzOutputFile::DefaultPath("dir/x.kpz", ".preview.jpg", false);
+//   // out == "dir/x.preview.jpg"
+//   std::string why;
+//   if (!KpzOutputFile::Write(out, jpeg, false, &why)) { ... why ... }
+//   KpzOutputFile::Copy(out, source, offset, length, "preview", false, &why);
+//
+// Holds nothing; every operation is a static function.
+#ifndef KPZ_TOOLS_KPZ_KPZOUTPUTFILE_H
+#define KPZ_TOOLS_KPZ_KPZOUTPUTFILE_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "util/DtNlTypes.h"
+
+class KpzSource;
+
+class KpzOutputFile {
+ public:
+  enum class Status {
+    Done,
+    InputFailed,       // the input could not be read (Copy only)
+    OutputFailed,      // the output could not be written
+    WouldReplaceInput  // the output names the input file itself (Copy only)
+  };
+
+  // The output name for `input`: its file name with the last extension
+  // replaced by `suffix` (a name without extension gets `suffix` appended),
+  // in the input's directory, or in the current directory when
+  // `inCurrentDirectory` is set. "dir/x.kpz" -> "dir/x.preview.jpg".
+  static std::string DefaultPath(const std::string& input, const std::string& suffix,
+                                 bool inCurrentDirectory);
+
+  // Writes all of `bytes` to `path` ("-": standard output). True on success;
+  // otherwise false and *error says what failed, in words.
+  static bool Write(const std::string& path, const std::vector<UINT8>& bytes, bool sync,
+                    std::string* error);
+
+  // Writes the `length` bytes at `offset` of the open `source` to `path`
+  // ("-": standard output), copied file to file (KpzCopy). `what` names the
+  // bytes in messages ("preview"). Done, or the failure with *error in words:
+  // InputFailed ("preview extends past the end of the file", ...),
+  // OutputFailed, or WouldReplaceInput when `path` is the source itself
+  // (then nothing is written).
+  static Status Copy(const std::string& path, const KpzSource& source, std::uint64_t offset,
+                     std::uint64_t length, const char* what, bool sync, std::string* error);
+
+  // Writes all of `bytes` (made from the open `source`: a turned picture)
+  // to `path` ("-": standard output). Done, OutputFailed, or
+  // WouldReplaceInput when `path` is the source itself (nothing written).
+  static Status Put(const std::string& path, const KpzSource& source,
+                    const std::vector<UINT8>& bytes, bool sync, std::string* error);
+
+  // True when `output` names the same existing file as `input`.
+  static bool IsSameFile(const std::string& input, const std::string& output);
+
+ private:
+  // Fills the output's descriptor; Done or a failure with *error set.
+  using Filler = std::function<Status(int fd, std::string* error)>;
+  static Status writeFile(const std::string& path, const KpzSource* source, bool sync,
+                          const Filler& fill, std::string* error);
+  static bool writeAll(int fd, const std::vector<UINT8>& bytes);
+};
+
+#endif  // KPZ_TOOLS_KPZ_KPZOUTPUTFILE_H

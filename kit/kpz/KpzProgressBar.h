@@ -1,0 +1,73 @@
+// KpzProgressBar.h - the kpz tool's progress bar on standard error during a
+// long batch.
+//
+// Part of the kit (kit/kpz); uses only the C and C++
+// libraries. The bar is one line redrawn in place ("\r", the text, "\033[K"
+// to clear the rest of the line):
+//
+//   kpz: [##########------------------------------]  250/1000 files
+//
+// It is drawn only when `enabled` (the tool enables it when its real standard
+// error is a terminal, never otherwise) and once the run is long: more than
+// kFileThreshold files, or more than kTimeThresholdMs since the bar was made.
+// Redraws come at most every kRedrawMs. Clear() takes the line away before
+// other output; the destructor clears it too.
+//
+//   KpzProgressBar bar(fd, KpzProgressBar::IsTerminal(fd));
+//   bar.Update(done, total);   // as often as wished
+//   bar.Clear();               // before printing anything else on that terminal
+//
+// Holds the descriptor borrowed (it must stay open while the bar lives) and
+// never closes it.
+#ifndef KPZ_TOOLS_KPZ_KPZPROGRESSBAR_H
+#define KPZ_TOOLS_KPZ_KPZPROGRESSBAR_H
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+class KpzProgressBar {
+ public:
+  static constexpr std::size_t kFileThreshold = 50;
+  static constexpr long long kTimeThresholdMs = 1000;
+  static constexpr long long kRedrawMs = 100;
+
+  KpzProgressBar(int fd, bool enabled);
+  ~KpzProgressBar();
+  KpzProgressBar(const KpzProgressBar&) = delete;
+  KpzProgressBar& operator=(const KpzProgressBar&) = delete;
+
+  // True when `fd` is a terminal.
+  static bool IsTerminal(int fd);
+
+  // True when a run of `total` files that has lasted `elapsedMs` is long
+  // enough for a bar.
+  static bool IsLong(std::size_t total, long long elapsedMs);
+
+  // The bar's text for `done` of `total` files on a line of `width` columns
+  // (the bar itself between 10 and 40 characters), without "\r" or escapes.
+  // `done` above `total` counts as `total`.
+  static std::string Render(std::size_t done, std::size_t total, unsigned int width);
+
+  // Draws the bar when enabled, the run is long and the last drawing is at
+  // least kRedrawMs old (or `done` reached `total`).
+  void Update(std::size_t done, std::size_t total);
+
+  // Takes the bar off the line when it is shown.
+  void Clear();
+
+  // True while the bar is on the line.
+  bool IsShown() const { return m_shown; }
+
+ private:
+  unsigned int width() const;
+  void put(const std::string& text) const;
+
+  int m_fd;  // borrowed
+  bool m_enabled;
+  bool m_shown;
+  std::chrono::steady_clock::time_point m_start;
+  std::chrono::steady_clock::time_point m_lastDraw;
+};
+
+#endif  // KPZ_TOOLS_KPZ_KPZPROGRESSBAR_H

@@ -1,0 +1,100 @@
+// KpzSource.h - one KPZ file opened for reading by the kpz tool itself: its
+// descriptor, its size and the first 64 KiB the library parses.
+//
+// Part of the kit (kit/kpz), beside the library's raw
+// facade (jni/raw/DtRaw). The library's file mode reads the head with its own
+// channel and, by design, parses whatever a failed read left in its copy,
+// so a device error and a file whose directories point past the head end in
+// the same result code. The tool reads the head itself: a read that fails
+// here is a real read error (permissions, I/O error, a directory, a file
+// removed meanwhile) and is reported in its own words; once the head is read
+// whole, every parse failure (DtRaw::InitializeBuf over Head()) is about the
+// file's layout. The head is laid out exactly as DtRaw::Initialize lays out
+// its copy: READ_SIZE bytes, the file's first bytes followed by zeros when
+// the file is shorter, so the parse sees the same bytes in both modes.
+//
+//   KpzSource src;
+//   std::string why;
+//   if (!src.Open("a.kpz", &why)) { ... why: "file not found", ... }
+//   raw.InitializeBuf(src.Head(), static_cast<int>(KpzSource::kHeadSize));
+//   ... pread(src.Fd(), ...) for bytes beyond the head
+//
+// Owns the descriptor (closed by the destructor or Close) and the head
+// buffer. One object per file and thread; not copyable.
+#ifndef KPZ_TOOLS_KPZ_KPZSOURCE_H
+#define KPZ_TOOLS_KPZ_KPZSOURCE_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "util/DtNlTypes.h"
+
+class KpzSource {
+ public:
+  // Bytes of the head: DtRaw::READ_SIZE (checked where it is defined).
+  static constexpr std::size_t kHeadSize = 0x10000;
+
+  KpzSource();
+  ~KpzSource();
+  KpzSource(const KpzSource&) = delete;
+  KpzSource& operator=(const KpzSource&) = delete;
+
+  // Opens `path` read-only, takes its size and reads its head. True when the
+  // head was read whole (kHeadSize bytes, or the whole of a shorter file).
+  // False with *error set to a short lower-case phrase ("file not found",
+  // "the file cannot be opened for reading (permission denied)", "input/output
+  // error while reading the file", "is a directory, not a KPZ raw file",
+  // ...) and nothing held. A named pipe, socket or device other than a block
+  // device is refused without being read (reading it could wait forever).
+  bool Open(const std::string& path, std::string* error);
+
+  // Takes the file's content from memory instead of a descriptor: the head
+  // is the first min(length, kHeadSize) bytes of `data` (borrowed for the
+  // call), zeros after them; Size() is `fileSize`, which may exceed `length`
+  // when only the file's first bytes are at hand (a stream read in ranges).
+  // Fd() is -1 afterwards and ReadAt fails: the caller reads the picture's
+  // range itself. Never fails.
+  void OpenMemory(const UINT8* data, std::size_t length, std::uint64_t fileSize);
+
+  // The errno of the last failed Open or ReadAt, 0 when the failure was not
+  // the system's (a directory is EISDIR; a device, pipe or socket, a short
+  // file and a memory source give 0).
+  int Errno() const { return m_errno; }
+
+  // Closes the descriptor (if open). Safe any number of times.
+  void Close();
+
+  int Fd() const { return m_fd; }
+  std::uint64_t Size() const { return m_size; }
+  dev_t Device() const { return m_dev; }
+  ino_t Inode() const { return m_ino; }
+  // The head: kHeadSize bytes, zeros after the file's end. Valid after a
+  // successful Open until the object is destroyed or opened again.
+  UINT8* Head() { return m_head.get(); }
+
+  // Reads exactly `length` bytes at `offset` into `out`. True when all were
+  // read; false with *error set ("<what> extends past the end of the file"
+  // when the file ended first, with `what` the picture's name, "input/output
+  // error while reading the <what>" or the system's words otherwise).
+  bool ReadAt(std::uint64_t offset, std::size_t length, UINT8* out, const char* what,
+              std::string* error) const;
+
+  // Words for an errno met while opening or reading a file.
+  static std::string ReadErrorWords(int err);
+
+ private:
+  int m_fd;
+  std::uint64_t m_size;
+  dev_t m_dev;
+  ino_t m_ino;
+  // kHeadSize bytes once opened; not zeroed in advance, since every byte is
+  // either read or set to zero by Open / OpenMemory.
+  std::unique_ptr<UINT8[]> m_head;
+  mutable int m_errno = 0;
+};
+
+#endif  // KPZ_TOOLS_KPZ_KPZSOURCE_H

@@ -1,0 +1,165 @@
+// KpzProgressBarTest.cpp - the kpz tool's progress bar (kit/kpz/
+// KpzProgressBar): its text, when it is long enough to show, and what it
+// writes to its descriptor (a pipe here, read back; a pseudo-terminal for
+// the terminal test).
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TEST_HAVE_KIT)
+
+#include "kpz/KpzProgressBar.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+namespace {
+
+// A pipe whose read end never blocks.
+class Pipe {
+ public:
+  Pipe() {
+    if (pipe(m_fds) != 0) {
+      m_fds[0] = m_fds[1] = -1;
+    } else {
+      fcntl(m_fds[0], F_SETFL, O_NONBLOCK);
+    }
+  }
+  ~Pipe() {
+    close(m_fds[0]);
+    close(m_fds[1]);
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  int WriteEnd() const { return m_fds[1]; }
+  std::string Drain() const {
+    std::string text;
+    char buf[512];
+    for (;;) {  // ends when the pipe is empty
+      const ssize_t n = read(m_fds[0], buf, sizeof buf);
+      if (n <= 0) {
+        return text;
+      }
+      text.append(buf, static_cast<std::size_t>(n));
+    }
+  }
+
+ private:
+  int m_fds[2];
+};
+
+TEST(KpzProgressBar, RenderFillsTheBarInProportion) {
+  EXPECT_EQ(KpzProgressBar::Render(250, 1000, 80),
+            "kpz: [##########------------------------------] 250/1000 files");
+  EXPECT_EQ(KpzProgressBar::Render(0, 3, 80),
+            "kpz: [----------------------------------------] 0/3 files");
+  EXPECT_EQ(KpzProgressBar::Render(3, 3, 80),
+            "kpz: [########################################] 3/3 files");
+}
+
+TEST(KpzProgressBar, RenderKeepsTheBarBetweenTenAndFortyCharacters) {
+  // 80 columns leave room for 40; 30 columns for 30 - 6 - 1 - 11 - 1 = 11.
+  EXPECT_EQ(KpzProgressBar::Render(6, 12, 30), "kpz: [#####------] 6/12 files");
+  EXPECT_EQ(KpzProgressBar::Render(6, 12, 5), "kpz: [#####-----] 6/12 files");
+  EXPECT_EQ(KpzProgressBar::Render(1, 2, 500).size(),
+            std::string("kpz: [] 1/2 files").size() + 40);
+}
+
+TEST(KpzProgressBar, RenderCountsDoneAboveTotalAsTotalAndAnEmptyRunAsFull) {
+  EXPECT_EQ(KpzProgressBar::Render(9, 4, 30), "kpz: [############] 4/4 files");
+  EXPECT_EQ(KpzProgressBar::Render(0, 0, 30), "kpz: [############] 0/0 files");
+}
+
+TEST(KpzProgressBar, LongMeansOverFiftyFilesOrOverOneSecond) {
+  EXPECT_FALSE(KpzProgressBar::IsLong(50, 0));
+  EXPECT_TRUE(KpzProgressBar::IsLong(51, 0));
+  EXPECT_FALSE(KpzProgressBar::IsLong(2, 1000));
+  EXPECT_TRUE(KpzProgressBar::IsLong(2, 1001));
+}
+
+TEST(KpzProgressBar, DisabledBarWritesNothing) {
+  Pipe p;
+  {
+    KpzProgressBar bar(p.WriteEnd(), false);
+    bar.Update(10, 1000);
+    bar.Update(1000, 1000);
+    EXPECT_FALSE(bar.IsShown());
+  }
+  EXPECT_EQ(p.Drain(), "");
+}
+
+TEST(KpzProgressBar, ShortRunShowsNoBar) {
+  Pipe p;
+  KpzProgressBar bar(p.WriteEnd(), true);
+  bar.Update(1, 50);
+  EXPECT_FALSE(bar.IsShown());
+  EXPECT_EQ(p.Drain(), "");
+}
+
+TEST(KpzProgressBar, RunThatLastsOverASecondGetsItsBar) {
+  Pipe p;
+  KpzProgressBar bar(p.WriteEnd(), true);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1050));
+  bar.Update(1, 3);
+  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(1, 3, 80) + "\033[K");
+}
+
+TEST(KpzProgressBar, ManyFilesDrawAtOnceThenAtMostEveryTenthOfASecond) {
+  Pipe p;
+  KpzProgressBar bar(p.WriteEnd(), true);
+  bar.Update(1, 100);  // a pipe is no terminal: 80 columns are assumed
+  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(1, 100, 80) + "\033[K");
+  EXPECT_TRUE(bar.IsShown());
+  bar.Update(2, 100);  // too soon
+  EXPECT_EQ(p.Drain(), "");
+  bar.Update(100, 100);  // the end is always drawn
+  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(100, 100, 80) + "\033[K");
+  std::this_thread::sleep_for(std::chrono::milliseconds(KpzProgressBar::kRedrawMs + 20));
+  bar.Update(50, 100);
+  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(50, 100, 80) + "\033[K");
+}
+
+TEST(KpzProgressBar, ClearTakesTheShownBarAwayOnce) {
+  Pipe p;
+  {
+    KpzProgressBar bar(p.WriteEnd(), true);
+    bar.Clear();
+    EXPECT_EQ(p.Drain(), "");  // nothing shown, nothing to clear
+    bar.Update(1, 100);
+    p.Drain();
+    bar.Clear();
+    EXPECT_FALSE(bar.IsShown());
+    EXPECT_EQ(p.Drain(), "\r\033[K");
+    bar.Clear();
+    EXPECT_EQ(p.Drain(), "");
+    bar.Update(2, 100);  // after a clear the bar comes back at once
+    EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(2, 100, 80) + "\033[K");
+  }
+  EXPECT_EQ(p.Drain(), "\r\033[K");  // the destructor clears it
+}
+
+TEST(KpzProgressBar, OnlyATerminalIsATerminal) {
+  Pipe p;
+  EXPECT_FALSE(KpzProgressBar::IsTerminal(p.WriteEnd()));
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+    if (master >= 0) close(master);
+    GTEST_SKIP() << "no pseudo-terminals here";
+  }
+  const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
+  ASSERT_GE(slave, 0);
+  EXPECT_TRUE(KpzProgressBar::IsTerminal(slave));
+  close(slave);
+  close(master);
+}
+
+}  // namespace
+
+#else
+
+TEST(KpzProgressBar, NeedsTheKpzTool) { GTEST_SKIP() << "the kpz tool is not built"; }
+
+#endif
