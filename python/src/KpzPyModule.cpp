@@ -21,14 +21,9 @@
 // subclasses) and, for a file that cannot be read, as the OSError subclass
 // for its errno, with `filename`; each carries `words`, the kpz tool's words.
 //
-// The library's diagnostic lines. The library writes one line per event on
-// standard error (the kpz tool shows them only with --verbose). This module
-// is linked with the C library's stream writes wrapped (see
-// python/CMakeLists.txt): a line the library or the kit writes on standard
-// error during a call is collected for that call's thread and handed to the
-// Python logger "kpz.library" at DEBUG level after the call when that level
-// is enabled, and dropped otherwise. Writes to any other stream pass
-// through unchanged.
+// The library's diagnostic lines do not reach the process's standard error:
+// they go to the Python logger "kpz.library" at DEBUG level, or nowhere
+// (KpzPyLibraryLines.h).
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
@@ -42,6 +37,7 @@
 #include <utility>
 #include <vector>
 
+#include "KpzPyLibraryLines.h"
 #include "kpz/KpzErrorText.h"
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzMetadata.h"
@@ -58,126 +54,10 @@ namespace py = pybind11;
 // KpzPyKit.cpp: the tool's conventions, on the submodule kpz._kpz.kit.
 void KpzPyRegisterKit(py::module_& m);
 
-// ---- the library's lines on standard error ----------------------------------
-
 namespace {
 
-// The lines written on standard error by this thread during the current
-// call, or null when nobody listens (then they are dropped).
-thread_local std::string* tl_libraryLines = nullptr;
-
-void collect(const char* text, std::size_t length) {
-  if (tl_libraryLines != nullptr && length > 0) {
-    tl_libraryLines->append(text, length);
-  }
-}
-
-}  // namespace
-
-extern "C" {
-// The real functions, as the linker's --wrap names them.
-int __real_fprintf(FILE* stream, const char* format, ...);
-std::size_t __real_fwrite(const void* data, std::size_t size, std::size_t count, FILE* stream);
-int __real_fputs(const char* text, FILE* stream);
-
-int __wrap_fprintf(FILE* stream, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  int written = 0;
-  if (stream == stderr) {
-    char line[2048];
-    written = std::vsnprintf(line, sizeof line, format, args);
-    if (written > 0) {
-      const std::size_t kept = static_cast<std::size_t>(written) < sizeof line
-                                   ? static_cast<std::size_t>(written)
-                                   : sizeof line - 1;
-      collect(line, kept);
-    }
-  } else {
-    written = std::vfprintf(stream, format, args);
-  }
-  va_end(args);
-  return written;
-}
-
-std::size_t __wrap_fwrite(const void* data, std::size_t size, std::size_t count, FILE* stream) {
-  if (stream != stderr) {
-    return __real_fwrite(data, size, count, stream);
-  }
-  if (size != 0 && count <= SIZE_MAX / size) {
-    collect(static_cast<const char*>(data), size * count);
-  }
-  return count;
-}
-
-int __wrap_fputs(const char* text, FILE* stream) {
-  if (stream != stderr) {
-    return __real_fputs(text, stream);
-  }
-  collect(text, std::strlen(text));
-  return 1;
-}
-}  // extern "C"
-
-namespace {
-
-// Collects the library's lines of one call when `logger` (the module's
-// "kpz.library" logger) listens at DEBUG level, and hands them to it when
-// the call is over. Made and destroyed with the interpreter lock held, on
-// the calling thread.
-class LibraryLines {
- public:
-  explicit LibraryLines(const py::object& logger) {
-    static const int kDebug = 10;  // logging.DEBUG
-    if (logger.attr("isEnabledFor")(kDebug).cast<bool>()) {
-      m_logger = logger;
-      tl_libraryLines = &m_lines;
-    }
-  }
-  ~LibraryLines() {
-    if (tl_libraryLines != &m_lines) {
-      return;
-    }
-    tl_libraryLines = nullptr;
-    try {
-      std::size_t start = 0;
-      while (start < m_lines.size()) {  // one record per line; each pass moves on
-        std::size_t end = m_lines.find('\n', start);
-        if (end == std::string::npos) {
-          end = m_lines.size();
-        }
-        m_logger.attr("debug")("%s", clean(m_lines.substr(start, end - start)));
-        start = end + 1;
-      }
-    } catch (const py::error_already_set&) {
-      // A failing log handler must not turn a finished call into a failure.
-    }
-  }
-  LibraryLines(const LibraryLines&) = delete;
-  LibraryLines& operator=(const LibraryLines&) = delete;
-
- private:
-  // The line without the terminal's colour escapes (ESC [ ... m).
-  static std::string clean(const std::string& line) {
-    std::string out;
-    out.reserve(line.size());
-    for (std::size_t i = 0; i < line.size(); ++i) {  // i moves on every pass
-      if (line[i] == '\033' && i + 1 < line.size() && line[i + 1] == '[') {
-        std::size_t j = i + 2;
-        while (j < line.size() && line[j] != 'm') {
-          ++j;
-        }
-        i = j;  // the 'm' (or the end) is skipped by the loop's step
-        continue;
-      }
-      out.push_back(line[i]);
-    }
-    return out;
-  }
-
-  py::object m_logger;
-  std::string m_lines;
-};
+// One call's library lines (KpzPyLibraryLines.h).
+using LibraryLines = KpzPyLibraryLines;
 
 // ---- errors -----------------------------------------------------------------
 
