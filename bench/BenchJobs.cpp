@@ -10,44 +10,24 @@
 #include <memory>
 #include <new>
 
+#include <android/log.h>
+
+#include "KpzScreennailReader.h"
 #include "raw/DtRaw.h"
 #include "util/io/DtNlFile.h"
 #include "util/io/DtNlFileIo.h"
 #include "util/io/DtNlIo.h"
 
-#if KPZ_BENCH_ANDROID_LOG
-#include <android/log.h>
-#else
-#include <cstdio>
-#endif
-
 namespace {
 
 const char* const kLogTag = "KpzInterface";
-const UINT kMaxJavaArray = 0x7FFFFFFFu;
 
-// One line of the Android log at INFO or ERROR level, as the JNI entry writes
-// it. Without the Android log library the line goes to standard error in the
-// same shape, with one call.
-__attribute__((format(printf, 2, 3))) void logLine(bool error, const char* format, ...) {
+// One line of the Android log at INFO, as the JNI entry writes it.
+__attribute__((format(printf, 1, 2))) void logLine(const char* format, ...) {
   va_list args;
   va_start(args, format);
-#if KPZ_BENCH_ANDROID_LOG
-  __android_log_vprint(error ? ANDROID_LOG_ERROR : ANDROID_LOG_INFO, kLogTag, format, args);
-#else
-  char text[512];
-  std::vsnprintf(text, sizeof text, format, args);
-  std::fprintf(stderr, "%s %c %s\n", kLogTag, error ? 'E' : 'I', text);
-#endif
+  __android_log_vprint(ANDROID_LOG_INFO, kLogTag, format, args);
   va_end(args);
-}
-
-// The bytes the entry allocates and reads for a preview that claims `size`
-// bytes at `offset`: bounded by what the file holds after `offset` and by
-// the largest Java array; 0 when the file cannot be measured.
-UINT boundedReadSize(const char* path, UINT32 offset, UINT32 size) {
-  const UINT bounded = DtNlFile(path).BytesAvailable(offset, size);
-  return bounded > kMaxJavaArray ? kMaxJavaArray : bounded;
 }
 
 // Reads up to `size` bytes at the current position, retrying short reads and
@@ -70,66 +50,25 @@ ssize_t readFull(int fd, UINT8* dst, std::size_t size) {
   return static_cast<ssize_t>(done);
 }
 
-// Everything between taking the path and releasing it, as in the entry.
-UINT readScreennail(const char* chars, DtRaw& raw, DtNlFileIo& fileIo, BenchPreviewSink sink,
-                    void* context) {
-  const int initRet = raw.Initialize(chars);
-  if (initRet < 0) {
-    logLine(true, "raw.Initialize ERROR. ret=%d", initRet);
-    return 0;
-  }
-  DtRawScreennailInfo info;
-  const int infoRet = raw.GetScreennailInfo(&info);
-  if (infoRet != 0) {
-    logLine(true, "raw.GetScreennailInfo ERROR. ret=%d", infoRet);
-    raw.Finalize();
-    return 0;
-  }
-  logLine(false, "ScreennailInfo m_fileOffset=0x%x m_size=%d m_horizon=%d m_vertical=%d",
-          info.m_fileOffset, static_cast<int>(info.m_size), info.m_horizon, info.m_vertical);
-  raw.Finalize();
-
-  const int openRet = fileIo.Open(chars, "r");
-  if (openRet < 0) {
-    logLine(true, "fileIo.Open ERROR. ret=%d", openRet);
-    return 0;
-  }
-  fileIo.SetUnbuffered();
-  const long long seekOffset = static_cast<long long>(static_cast<INT32>(info.m_fileOffset));
-  const int seekRet = fileIo.Seek(seekOffset, DtNlIoSeekSet);
-  if (seekRet < 0) {
-    logLine(true, "fileIo.Seek ERROR. ret=%d", seekRet);
-    fileIo.Close();
-    return 0;
-  }
-  const UINT toRead = boundedReadSize(chars, info.m_fileOffset, info.m_size);
-  fileIo.AdviseReadOnly(seekOffset, toRead);  // a cold disk reads the preview alone, no more
-  std::unique_ptr<UINT8[]> buffer(new (std::nothrow) UINT8[toRead]);
-  const UINT readSize = buffer ? fileIo.ReadU8(buffer.get(), toRead) : 0u;
-  if (readSize != info.m_size) {
-    logLine(true, "fileIo.ReadU8 ERROR. readSize=%u", readSize);
-    buffer.reset();
-    fileIo.Close();
-    return 0;
-  }
-  fileIo.Close();
-  // Where the entry makes the Java array and copies the bytes into it.
-  sink(buffer.get(), readSize, context);
-  return readSize;
-}
-
 }  // namespace
 
 const UINT BenchJobs::HEAD_SIZE;
 
 UINT BenchJobs::MainPath(const char* path, BenchPreviewSink sink, void* context) {
-  logLine(false, "getScreennailNative called.");
-  logLine(false, "filepath:%s", path);
+  logLine("getScreennailNative called.");
+  logLine("filepath:%s", path);
   // The same frame as the entry's: the facade and the channel on the stack,
-  // destroyed in reverse order.
+  // destroyed in reverse order; the entry's own read path.
   DtRaw raw;
   DtNlFileIo fileIo;
-  return readScreennail(path, raw, fileIo, sink, context);
+  UINT size = 0;
+  std::unique_ptr<UINT8[]> buffer = KpzScreennailReader::Read(path, raw, fileIo, &size);
+  if (!buffer) {
+    return 0;
+  }
+  // Where the entry makes the Java array and copies the bytes into it.
+  sink(buffer.get(), size, context);
+  return size;
 }
 
 int BenchJobs::Locate(const char* path, DtRawScreennailInfo* info) {
