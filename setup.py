@@ -8,6 +8,7 @@ the module where setuptools packs it.
 """
 
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -17,6 +18,16 @@ from setuptools import Extension, setup
 from setuptools.command.build_ext import build_ext
 
 ROOT = Path(__file__).resolve().parent
+
+
+def project_version() -> str:
+    """The version of CMakeLists.txt's project(), the one version of the
+    library, the kpz tool and this package."""
+    text = (ROOT / "CMakeLists.txt").read_text(encoding="utf-8")
+    found = re.search(r"^project\(\s*KpzInterface\s+VERSION\s+([0-9][0-9.]*)", text, re.MULTILINE)
+    if not found:
+        raise RuntimeError("kpz: no project(KpzInterface VERSION ...) in CMakeLists.txt")
+    return found.group(1)
 
 
 class CMakeExtension(Extension):
@@ -52,4 +63,5 @@ class CMakeBuild(build_ext):
         shutil.copyfile(built[0], target)
 
 
-setup(ext_modules=[CMakeExtension("kpz._kpz")], cmdclass={"build_ext": CMakeBuild})
+setup(version=project_version(), ext_modules=[CMakeExtension("kpz._kpz")],
+      cmdclass={"build_ext": CMakeBuild})
