@@ -1,0 +1,114 @@
+// KpzExtraction.h - the one way from a source to its preview or thumbnail,
+// which every front end calls.
+//
+// Part of the kit (kit/kpz), above KpzSource, KpzPictureReader and
+// KpzUpright. The steps (open the source and read its head, find the
+// picture, read the orientation, read the picture, turn it) are assembled
+// here once; the kpz tool, the Python package and kpz.distributed only say
+// where the result goes. A failure comes back as a value: its kind, the
+// exit status, the errno where the system gave one, the library's result
+// code where one applies, and the words kpz prints.
+//
+//   KpzExtraction::Options want;               // the preview, as stored
+//   KpzSource source;
+//   KpzExtraction::Outcome got = KpzExtraction::Open(path, &source);
+//   if (got.ok()) got = KpzExtraction::Extract(source, want, /*wantBytes=*/false);
+//   if (!got.ok()) { print "kpz: " + path + ": " + got.words; exit(got.status) }
+//   // the stored picture: got.range.length bytes at got.range.offset of source
+//   // (got.bytes holds the turned picture when got.turned)
+//
+// The head-only form serves readers that fetch ranges themselves (a remote
+// file read in two ranged requests): Locate takes the head's bytes and the
+// file's size and gives the picture's range and the orientation, or the
+// failure, without any read.
+//
+// Holds nothing; every operation is a static function; calls on different
+// threads are independent (each uses its own DtRaw).
+#ifndef KPZ_KIT_KPZ_KPZEXTRACTION_H
+#define KPZ_KIT_KPZ_KPZEXTRACTION_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "kpz/KpzExitStatus.h"
+#include "kpz/KpzPictureReader.h"
+#include "kpz/KpzUpright.h"
+#include "util/DtNlTypes.h"
+
+class KpzSource;
+
+class KpzExtraction {
+ public:
+  using Kind = KpzPictureReader::Kind;
+
+  struct Options {
+    Kind kind = Kind::Preview;
+    bool upright = false;  // turn the picture as the file's orientation asks
+    KpzUpright::Edges edges = KpzUpright::Edges::Reencode;
+  };
+
+  // What went wrong, for front ends that sort failures into kinds (Python's
+  // exception classes, Java's kinds). The words say it either way.
+  enum class Failure {
+    None,
+    Unreadable,  // the source cannot be opened or read (errno in `err` when the system's)
+    NotKpz,      // its head does not parse as a KPZ file (`code`: the parse's result)
+    NoPicture,   // no such picture is recorded, or it is empty
+    BadPicture,  // it lies outside the file or out of reach, its location cannot be read,
+                 // or it cannot be turned
+  };
+
+  struct Outcome {
+    Failure failure = Failure::None;
+    KpzExitStatus status = KpzExitStatus::Ok;
+    int err = 0;        // the errno of an Unreadable failure; 0 when not the system's
+    int code = 0;       // the library's result code, where one applies
+    std::string words;  // the failure in kpz's words ("file not found", ...)
+
+    KpzPictureReader::Picture range;        // where the stored picture lies
+    KpzUpright::Orientation orientation;    // read when Options::upright
+    bool turns = false;                     // the orientation asks for a turn (upright)
+    bool turned = false;                    // `bytes` holds the turned picture
+    std::vector<UINT8> bytes;               // the picture, when asked for or turned
+    KpzUpright::Result turn;                // the turn's details (sizes, treatment)
+    std::string remark;                     // the turn in words, for -v ("preview turned ...")
+    std::string note;                       // the summary's note for the turn, or empty
+
+    bool ok() const { return failure == Failure::None; }
+  };
+
+  // Opens `path` into *source (its head read). A failure is Unreadable with
+  // KpzSource::Open's words and errno.
+  static Outcome Open(const std::string& path, KpzSource* source);
+
+  // From an opened source: the picture of `options.kind` located and, with
+  // `options.upright`, the orientation read and the picture turned when it
+  // asks for a turn (then `bytes` holds the turned picture and `turned` is
+  // set). With `wantBytes`, the stored picture is read into `bytes` when it
+  // is not turned. A source opened from memory with only its first bytes
+  // (OpenMemory with a file size beyond them) cannot be read: ask without
+  // `wantBytes` and without `upright`, or use Locate.
+  static Outcome Extract(KpzSource& source, const Options& options, bool wantBytes);
+
+  // The head-only form: from the first `length` bytes of a file of
+  // `fileSize` bytes, where its picture of `options.kind` lies and, with
+  // `options.upright`, its orientation (`turns` says whether the picture
+  // must then be turned: Turn does it once its bytes are at hand). Nothing is
+  // read; the picture's bytes are the caller's to fetch.
+  static Outcome Locate(const UINT8* head, std::size_t length, std::uint64_t fileSize,
+                        const Options& options);
+
+  // Turns the stored picture (`size` bytes at `jpeg`) of *outcome, a
+  // successful Locate or Extract with `turns` set: on success `bytes`
+  // holds the turned picture; on failure *outcome becomes a BadPicture
+  // failure with the words of the turn.
+  static void Turn(const UINT8* jpeg, std::size_t size, const Options& options, Outcome* outcome);
+
+ private:
+  static Outcome failed(Failure failure, KpzExitStatus status, int err, int code,
+                        std::string words);
+};
+
+#endif  // KPZ_KIT_KPZ_KPZEXTRACTION_H

@@ -1,0 +1,221 @@
+// KpzExtractionTest.cpp - the one way from a source to its picture
+// (kit/kpz/KpzExtraction): the same range and bytes as the reader's own
+// steps, the head-only form agreeing with the whole one, and every failure
+// as a value (kind, exit status, errno, words) for files written with the
+// test-data builder.
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TEST_HAVE_KIT)
+
+#include "kpz/KpzExtraction.h"
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "kpz/KpzSource.h"
+#include "support/KpzFileBuilder.h"
+#include "support/LogExpect.h"
+
+#if defined(KPZ_TEST_HAVE_JPEG)
+#include "support/KpzJpegBuilder.h"
+#endif
+
+namespace {
+
+using kpztest::Bytes;
+using kpztest::KpzSpec;
+using Kind = KpzPictureReader::Kind;
+using Failure = KpzExtraction::Failure;
+
+KpzExtraction::Outcome ExtractPath(const std::string& path, const KpzExtraction::Options& want,
+                                   bool wantBytes) {
+  KpzExtraction::Outcome o;
+  kpztest::CaptureStderr([&] {
+    KpzSource source;
+    o = KpzExtraction::Open(path, &source);
+    if (o.ok()) {
+      o = KpzExtraction::Extract(source, want, wantBytes);
+    }
+  });
+  return o;
+}
+
+TEST(KpzExtraction, PreviewRangeAndBytesAreTheStoredOnes) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(2500, 1);
+  const Bytes file = kpztest::BuildKpz(recipe);
+  const std::string path = dir.Write("a.kpz", file);
+
+  const KpzExtraction::Outcome ranged = ExtractPath(path, {}, false);
+  ASSERT_TRUE(ranged.ok()) << ranged.words;
+  EXPECT_EQ(ranged.status, KpzExitStatus::Ok);
+  EXPECT_TRUE(ranged.bytes.empty());  // not asked for
+  ASSERT_EQ(ranged.range.length, recipe.screennail.size());
+  EXPECT_EQ(Bytes(file.begin() + static_cast<long>(ranged.range.offset),
+                  file.begin() + static_cast<long>(ranged.range.offset + ranged.range.length)),
+            recipe.screennail);
+
+  const KpzExtraction::Outcome read = ExtractPath(path, {}, true);
+  ASSERT_TRUE(read.ok()) << read.words;
+  EXPECT_EQ(read.bytes, recipe.screennail);
+  EXPECT_FALSE(read.turned);
+}
+
+TEST(KpzExtraction, ThumbnailOfABigEndianFile) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.order = DtNlBigEndian;
+  recipe.thumbnail = kpztest::FakeJpeg(321, 2);
+  const std::string path = dir.Write("t.kpz", kpztest::BuildKpz(recipe));
+  KpzExtraction::Options want;
+  want.kind = Kind::Thumbnail;
+  const KpzExtraction::Outcome o = ExtractPath(path, want, true);
+  ASSERT_TRUE(o.ok()) << o.words;
+  EXPECT_EQ(o.bytes, recipe.thumbnail);
+}
+
+TEST(KpzExtraction, HeadOnlyFormGivesTheSameRangeAsTheWholeFile) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(70000, 3);  // the preview lies past the head
+  recipe.thumbnail = kpztest::FakeJpeg(900, 4);
+  const Bytes file = kpztest::BuildKpz(recipe);
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("h.kpz", file);
+  for (Kind kind : {Kind::Preview, Kind::Thumbnail}) {
+    KpzExtraction::Options want;
+    want.kind = kind;
+    const KpzExtraction::Outcome whole = ExtractPath(path, want, false);
+    ASSERT_TRUE(whole.ok()) << whole.words;
+    const std::size_t headLength = std::min<std::size_t>(file.size(), KpzSource::kHeadSize);
+    KpzExtraction::Outcome head;
+    kpztest::CaptureStderr(
+        [&] { head = KpzExtraction::Locate(file.data(), headLength, file.size(), want); });
+    ASSERT_TRUE(head.ok()) << head.words;
+    EXPECT_EQ(head.range.offset, whole.range.offset);
+    EXPECT_EQ(head.range.length, whole.range.length);
+  }
+}
+
+TEST(KpzExtraction, HeadOnlyFormRefusesAPictureBeyondTheFilesSize) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(70000, 5);
+  const Bytes file = kpztest::BuildKpz(recipe);
+  KpzExtraction::Outcome o;
+  // The size told is the head's alone: the preview cannot lie inside it.
+  kpztest::CaptureStderr([&] {
+    o = KpzExtraction::Locate(file.data(), KpzSource::kHeadSize, KpzSource::kHeadSize, {});
+  });
+  EXPECT_EQ(o.failure, Failure::BadPicture);
+  EXPECT_EQ(o.status, KpzExitStatus::Input);
+  EXPECT_EQ(o.words, "preview extends past the end of the file");
+}
+
+TEST(KpzExtraction, MissingFileIsUnreadableWithItsErrno) {
+  kpztest::TempDir dir;
+  const KpzExtraction::Outcome o = ExtractPath(dir.Path() + "/none.kpz", {}, false);
+  EXPECT_EQ(o.failure, Failure::Unreadable);
+  EXPECT_EQ(o.status, KpzExitStatus::Input);
+  EXPECT_EQ(o.err, ENOENT);
+  EXPECT_EQ(o.words, "file not found");
+}
+
+TEST(KpzExtraction, NotAKpzFileCarriesTheParseCode) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("x.kpz", Bytes(5000, 0x41));
+  const KpzExtraction::Outcome o = ExtractPath(path, {}, true);
+  EXPECT_EQ(o.failure, Failure::NotKpz);
+  EXPECT_EQ(o.status, KpzExitStatus::Input);
+  EXPECT_NE(o.code, 0);
+  EXPECT_EQ(o.words.rfind("not a KPZ raw file", 0), 0u) << o.words;
+  EXPECT_TRUE(o.bytes.empty());
+}
+
+TEST(KpzExtraction, NoThumbnailIsNoPicture) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.thumbnail.clear();
+  const std::string path = dir.Write("n.kpz", kpztest::BuildKpz(recipe));
+  KpzExtraction::Options want;
+  want.kind = Kind::Thumbnail;
+  const KpzExtraction::Outcome o = ExtractPath(path, want, true);
+  EXPECT_EQ(o.failure, Failure::NoPicture) << o.words;
+  EXPECT_EQ(o.status, KpzExitStatus::Input);
+}
+
+TEST(KpzExtraction, ExitStatusesAreTheToolsNumbers) {
+  EXPECT_EQ(KpzExitCode(KpzExitStatus::Ok), 0);
+  EXPECT_EQ(KpzExitCode(KpzExitStatus::Input), 1);
+  EXPECT_EQ(KpzExitCode(KpzExitStatus::Usage), 2);
+  EXPECT_EQ(KpzExitCode(KpzExitStatus::Output), 3);
+}
+
+#if defined(KPZ_TEST_HAVE_JPEG)
+TEST(KpzExtraction, UprightTurnsAsTheFileAsksAndSaysSo) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::MakeJpeg(64, 48, TJSAMP_420);
+  recipe.orientation = 6;  // 90° clockwise
+  const Bytes file = kpztest::BuildKpz(recipe);
+  const std::string path = dir.Write("u.kpz", file);
+  KpzExtraction::Options want;
+  want.upright = true;
+  const KpzExtraction::Outcome o = ExtractPath(path, want, false);
+  ASSERT_TRUE(o.ok()) << o.words;
+  ASSERT_TRUE(o.turns);
+  ASSERT_TRUE(o.turned);
+  // The same turn as the upright step's own.
+  KpzUpright::Orientation orientation;
+  KpzUpright::Applied direct;
+  kpztest::CaptureStderr([&] {
+    Bytes head(file.begin(), file.begin() + static_cast<long>(std::min<std::size_t>(
+                                                  file.size(), KpzSource::kHeadSize)));
+    head.resize(KpzSource::kHeadSize, 0);
+    orientation = KpzUpright::ReadOrientation(head.data(), head.size());
+    direct = KpzUpright::Apply(orientation, recipe.screennail.data(), recipe.screennail.size(),
+                               KpzUpright::Edges::Reencode, "preview");
+  });
+  ASSERT_TRUE(direct.result.ok) << direct.error;
+  EXPECT_EQ(o.bytes, direct.result.jpeg);
+  EXPECT_EQ(o.remark, direct.remark);
+  EXPECT_EQ(o.turn.outWidth, 48);
+  EXPECT_EQ(o.turn.outHeight, 64);
+}
+
+TEST(KpzExtraction, UprightOfANormalPictureIsTheStoredBytes) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::MakeJpeg(32, 32, TJSAMP_444);
+  recipe.orientation = 1;
+  const std::string path = dir.Write("n.kpz", kpztest::BuildKpz(recipe));
+  KpzExtraction::Options want;
+  want.upright = true;
+  const KpzExtraction::Outcome o = ExtractPath(path, want, true);
+  ASSERT_TRUE(o.ok()) << o.words;
+  EXPECT_FALSE(o.turns);
+  EXPECT_FALSE(o.turned);
+  EXPECT_EQ(o.bytes, recipe.screennail);
+  EXPECT_NE(o.remark.find("not turned"), std::string::npos) << o.remark;
+}
+
+TEST(KpzExtraction, APictureThatCannotBeTurnedIsABadPicture) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(3000, 9);  // not a decodable JPEG
+  recipe.orientation = 3;
+  const std::string path = dir.Write("b.kpz", kpztest::BuildKpz(recipe));
+  KpzExtraction::Options want;
+  want.upright = true;
+  const KpzExtraction::Outcome o = ExtractPath(path, want, false);
+  EXPECT_EQ(o.failure, Failure::BadPicture);
+  EXPECT_EQ(o.status, KpzExitStatus::Input);
+  EXPECT_EQ(o.words.rfind("the preview cannot be turned upright", 0), 0u) << o.words;
+}
+#endif
+
+}  // namespace
+
+#else
+TEST(KpzExtraction, SkippedWithoutTheKit) { GTEST_SKIP() << "the kit is not built"; }
+#endif
