@@ -53,6 +53,8 @@ namespace py = pybind11;
 
 // KpzPyKit.cpp: the tool's conventions, on the submodule kpz._kpz.kit.
 void KpzPyRegisterKit(py::module_& m);
+// KpzPyExtraction.cpp: the head-only extraction and the exit statuses, on it too.
+void KpzPyRegisterExtraction(py::module_& kit);
 
 namespace {
 
@@ -537,4 +539,5 @@ PYBIND11_MODULE(_kpz, m) {
   m.attr("HEAD_SIZE") = KpzSource::kHeadSize;
   py::module_ kit = m.def_submodule("kit", "The kpz tool's conventions (KpzPyKit.cpp).");
   KpzPyRegisterKit(kit);
+  KpzPyRegisterExtraction(kit);
 }
