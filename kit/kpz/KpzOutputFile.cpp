@@ -18,6 +18,7 @@
 #include <system_error>
 
 #include "kpz/KpzCopy.h"
+#include "kpz/KpzShownName.h"
 #include "kpz/KpzSource.h"
 
 namespace {
@@ -49,6 +50,36 @@ std::string temporaryName(const std::string& name) {
 
 // How many temporary names are tried before giving up.
 const int kNameTries = 100;
+
+// How many symbolic links are followed from the output's name (the kernel's
+// own limit on Linux).
+const int kMaxLinks = 40;
+
+// The file that `path` ends at when its last part is followed through
+// symbolic links: the path itself when it is no link or does not exist, the
+// final target (which may not exist) otherwise. False with *err (ELOOP or a
+// readlink error) when it cannot be followed.
+bool followLinks(const std::string& path, std::string* target, int* err) {
+  std::string p = path;
+  for (int i = 0; i <= kMaxLinks; ++i) {  // each pass follows one link
+    struct stat st;
+    if (lstat(p.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) {
+      *target = p;
+      return true;
+    }
+    std::string link(4096, '\0');
+    const ssize_t n = readlink(p.c_str(), &link[0], link.size());
+    if (n < 0 || static_cast<std::size_t>(n) >= link.size()) {
+      *err = n < 0 ? errno : ENAMETOOLONG;
+      return false;
+    }
+    link.resize(static_cast<std::size_t>(n));
+    const std::filesystem::path parent = std::filesystem::path(p).parent_path();
+    p = link[0] == '/' || parent.empty() ? link : (parent / link).string();
+  }
+  *err = ELOOP;
+  return false;
+}
 
 }  // namespace
 
@@ -87,6 +118,27 @@ bool KpzOutputFile::writeAll(int fd, const std::vector<UINT8>& bytes) {
   return true;
 }
 
+KpzOutputFile::Status KpzOutputFile::writeThrough(const std::string& path, const Filler& fill,
+                                                  std::string* error) {
+  // No O_CREAT: what is there is written, nothing is made in its place.
+  const int fd = open(path.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) {
+    *error = withErrno("cannot open it for writing", errno);
+    return Status::OutputFailed;
+  }
+  std::string why;
+  Status s = fill(fd, &why);
+  const bool closed = close(fd) == 0;
+  if (s == Status::Done && !closed) {
+    s = Status::OutputFailed;
+    why = std::strerror(errno);
+  }
+  if (s != Status::Done) {
+    *error = s == Status::OutputFailed ? "cannot write to it: " + why : why;
+  }
+  return s;
+}
+
 KpzOutputFile::Status KpzOutputFile::writeFile(const std::string& path, const KpzSource* source,
                                                bool sync, const Filler& fill,
                                                std::string* error) {
@@ -101,9 +153,17 @@ KpzOutputFile::Status KpzOutputFile::writeFile(const std::string& path, const Kp
     }
     return s;
   }
-  // One look at the name: a directory is never replaced, nor the input.
+  // A link's target is what gets written (the link stays as it is).
+  std::string target;
+  int linkErr = 0;
+  if (!followLinks(path, &target, &linkErr)) {
+    *error = withErrno("cannot follow the link", linkErr);
+    return Status::OutputFailed;
+  }
+  // One look at the name: a directory is never replaced, nor the input; a
+  // device or FIFO is written through.
   struct stat st;
-  if (stat(path.c_str(), &st) == 0) {
+  if (stat(target.c_str(), &st) == 0) {
     if (S_ISDIR(st.st_mode)) {
       *error = "is a directory";
       return Status::OutputFailed;
@@ -112,8 +172,20 @@ KpzOutputFile::Status KpzOutputFile::writeFile(const std::string& path, const Kp
       *error = "the output would replace the input file";
       return Status::WouldReplaceInput;
     }
+    if (S_ISBLK(st.st_mode)) {
+      *error = "is a block device: kpz writes no picture onto a device";
+      return Status::OutputFailed;
+    }
+    if (S_ISSOCK(st.st_mode)) {
+      *error = "is a socket: it cannot be written as a file";
+      return Status::OutputFailed;
+    }
+    if (S_ISCHR(st.st_mode) || S_ISFIFO(st.st_mode)) {
+      return writeThrough(target, fill, error);
+    }
   }
-  const std::filesystem::path out(path);
+  const std::string& dest = target;
+  const std::filesystem::path out(dest);
   const std::string dir = out.parent_path().empty() ? "." : out.parent_path().string();
   const std::string prefix = out.parent_path().empty() ? "" : dir + "/";
   std::string tmp;
@@ -127,7 +199,7 @@ KpzOutputFile::Status KpzOutputFile::writeFile(const std::string& path, const Kp
     }
   }
   if (fd < 0) {
-    *error = withErrno("cannot create a file in " + dir, errno);
+    *error = withErrno("cannot create a file in " + KpzShownName::Of(dir), errno);
     return Status::OutputFailed;
   }
   std::string why;
@@ -146,7 +218,7 @@ KpzOutputFile::Status KpzOutputFile::writeFile(const std::string& path, const Kp
     *error = s == Status::OutputFailed ? "cannot write the file: " + why : why;
     return s;
   }
-  if (rename(tmp.c_str(), path.c_str()) != 0) {
+  if (rename(tmp.c_str(), dest.c_str()) != 0) {
     const int err = errno;
     unlink(tmp.c_str());
     *error = err == EISDIR ? std::string("is a directory") : withErrno("cannot create the file", err);
@@ -219,4 +291,86 @@ KpzOutputFile::Status KpzOutputFile::Copy(const std::string& path, const KpzSour
     return Status::OutputFailed;
   };
   return writeFile(path, &source, sync, fill, error);
+}
+
+bool KpzOutputFile::NamesDirectory(const std::string& output) {
+  if (output.empty() || output == "-") {
+    return false;
+  }
+  if (output.back() == '/') {
+    return true;
+  }
+  struct stat st;
+  return stat(output.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool KpzOutputFile::MakeDirectory(const std::string& path, std::string* error) {
+  std::string shown = path;
+  while (shown.size() > 1 && shown.back() == '/') {
+    shown.pop_back();
+  }
+  const auto fail = [&](int err) {
+    *error = KpzShownName::Of(shown) + ": cannot make the output directory: " + std::strerror(err);
+    return false;
+  };
+  if (path.empty()) {
+    return fail(ENOENT);
+  }
+  // Every prefix that ends a part, the whole path last: made when missing.
+  for (std::size_t end = 1; end <= shown.size(); ++end) {  // each pass looks at one more byte
+    if (end < shown.size() && shown[end] != '/') {
+      continue;
+    }
+    if (shown[end - 1] == '/') {
+      continue;  // "a//b", or the root
+    }
+    const std::string prefix = shown.substr(0, end);
+    struct stat st;
+    if (stat(prefix.c_str(), &st) == 0) {
+      if (!S_ISDIR(st.st_mode)) {
+        return fail(ENOTDIR);
+      }
+      continue;
+    }
+    if (errno != ENOENT) {
+      return fail(errno);
+    }
+    if (mkdir(prefix.c_str(), 0777) != 0 && errno != EEXIST) {
+      return fail(errno);
+    }
+    if (stat(prefix.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {  // made by another meanwhile
+      return fail(ENOTDIR);
+    }
+  }
+  return true;
+}
+
+bool KpzOutputFile::JpegEndsWhole(const UINT8* head, std::size_t headSize, const UINT8* tail,
+                                  std::size_t tailSize, std::uint64_t size) {
+  if (head == nullptr || tail == nullptr || size < 4 || headSize < 3 || tailSize < 2 ||
+      headSize > size || tailSize > size) {
+    return false;
+  }
+  return head[0] == 0xFF && head[1] == 0xD8 && head[2] == 0xFF &&
+         tail[tailSize - 2] == 0xFF && tail[tailSize - 1] == 0xD9;
+}
+
+bool KpzOutputFile::IsWhole(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    return false;
+  }
+  struct stat st;
+  bool whole = false;
+  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size >= 4) {
+    const std::uint64_t size = static_cast<std::uint64_t>(st.st_size);
+    UINT8 head[3];
+    UINT8 tail[2];
+    whole = pread(fd, head, sizeof head, 0) == static_cast<ssize_t>(sizeof head) &&
+            pread(fd, tail, sizeof tail, static_cast<off_t>(size - sizeof tail)) ==
+                static_cast<ssize_t>(sizeof tail) &&
+            JpegEndsWhole(head, sizeof head, tail, sizeof tail, size);
+  }
+  close(fd);
+  return whole;
 }

@@ -7,6 +7,17 @@
 // temporary file is removed and an existing file of that name is left
 // untouched. A new file gets the usual permissions (0666 less the umask).
 //
+// What is already there under the output's name:
+//   - a symbolic link is followed (as many links as the system allows): its
+//     target is what gets written, by the same temporary-then-rename next to
+//     the target, so the link stays a link and keeps pointing where it did;
+//   - a character device (/dev/null, a terminal) or a FIFO is written
+//     through, never replaced (a FIFO waits for its reader, as `cat > fifo`
+//     does); nothing is synced there;
+//   - a block device or a socket is refused in words ("is a block device:
+//     kpz writes no picture onto a device", "is a socket: it cannot be
+//     written as a file"), a directory too ("is a directory").
+//
 // Durability: by default the file is not forced to the device (as cp and
 // the other extractors do): readers never see a partial file, but after a
 // crash of the system or a power loss an output written in the last moments
@@ -24,6 +35,7 @@
 #ifndef KPZ_TOOLS_KPZ_KPZOUTPUTFILE_H
 #define KPZ_TOOLS_KPZ_KPZOUTPUTFILE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -72,11 +84,37 @@ class KpzOutputFile {
   // True when `output` names the same existing file as `input`.
   static bool IsSameFile(const std::string& input, const std::string& output);
 
+  // True when the output `output` (an argument of -o) names a directory
+  // that receives the outputs, as cp decides: it ends in '/', or it is an
+  // existing directory (or a link to one). "-" never is.
+  static bool NamesDirectory(const std::string& output);
+
+  // Makes the output directory `path` and its missing parents. True when it
+  // exists or was made; else false and *error holds the words after "kpz: ":
+  // "<path>: cannot make the output directory: Not a directory" (the path
+  // shown by KpzShownName, without trailing '/').
+  static bool MakeDirectory(const std::string& path, std::string* error);
+
+  // Cheap checks that the JPEG whose first `headSize` bytes are `head` and
+  // last `tailSize` bytes are `tail`, `size` bytes in all, is whole: at
+  // least 4 bytes; it starts with SOI (FF D8) and a marker's FF; it ends
+  // with EOI (FF D9) and nothing after it. Needs headSize >= 3 and
+  // tailSize >= 2, neither above `size`. The data in between is not read.
+  static bool JpegEndsWhole(const UINT8* head, std::size_t headSize, const UINT8* tail,
+                            std::size_t tailSize, std::uint64_t size);
+
+  // True when `path` (links followed) is a regular file whose bytes pass
+  // JpegEndsWhole: what counts as an output already present. A missing
+  // file, a folder, a dangling link, an empty, cut or foreign file is not.
+  static bool IsWhole(const std::string& path);
+
  private:
   // Fills the output's descriptor; Done or a failure with *error set.
   using Filler = std::function<Status(int fd, std::string* error)>;
   static Status writeFile(const std::string& path, const KpzSource* source, bool sync,
                           const Filler& fill, std::string* error);
+  // Writes into the existing device or FIFO `path` (never replaced).
+  static Status writeThrough(const std::string& path, const Filler& fill, std::string* error);
   static bool writeAll(int fd, const std::vector<UINT8>& bytes);
 };
 

@@ -20,6 +20,9 @@ void KpzSummary::Add(int status, const std::string& reason) {
 }
 
 void KpzSummary::AddNote(const std::string& noun, const std::string& note) {
+  if (note.empty()) {
+    return;  // nothing was remarked (a lossless turn)
+  }
   ++m_notes[std::make_pair(note, noun)];
 }
 

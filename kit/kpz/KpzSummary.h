@@ -34,7 +34,8 @@ class KpzSummary {
   void Add(int status, const std::string& reason);
 
   // Counts a remark about a file done: `noun` names the picture
-  // ("preview"), `note` says what was done to it.
+  // ("preview"), `note` says what was done to it (for --upright:
+  // KpzUpright::SummaryNote); an empty note is not counted.
   void AddNote(const std::string& noun, const std::string& note);
   bool HasNotes() const { return !m_notes.empty(); }
 

@@ -7,9 +7,13 @@
 //   from kpz._kpz import kit
 //   kit.default_path("dir/x.kpz", ".preview.jpg", True)   # "x.preview.jpg"
 //   s = kit.Summary(); s.add(0, ""); s.add(1, "not a KPZ raw file"); s.render()
+//   kit.shown_name("evil\nname")                         # "'evil\\nname'"
+//   kit.make_output_directory("out")                      # None, or kpz's words
+//   kit.output_is_whole("out/x.preview.jpg")              # --skip-existing
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -21,15 +25,147 @@
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzProgressBar.h"
 #include "kpz/KpzSource.h"
+#include "kpz/KpzShownName.h"
 #include "kpz/KpzSummary.h"
+#include "kpz/KpzUpright.h"
 
 namespace py = pybind11;
+
+namespace {
+
+// The bytes of a file name given as str (encoded as the file system encodes
+// names: UTF-8, undecodable bytes kept by surrogateescape, as os.fsencode
+// does) or as bytes.
+std::string nameBytes(const py::handle& name) {
+  if (PyBytes_Check(name.ptr())) {
+    return std::string(PyBytes_AS_STRING(name.ptr()),
+                       static_cast<std::size_t>(PyBytes_GET_SIZE(name.ptr())));
+  }
+  if (!PyUnicode_Check(name.ptr())) {
+    throw py::type_error("a file name is str or bytes");
+  }
+  const py::object encoded =
+      py::reinterpret_steal<py::object>(PyUnicode_AsEncodedString(name.ptr(), "utf-8",
+                                                                  "surrogateescape"));
+  if (!encoded) {
+    throw py::error_already_set();
+  }
+  return std::string(PyBytes_AS_STRING(encoded.ptr()),
+                     static_cast<std::size_t>(PyBytes_GET_SIZE(encoded.ptr())));
+}
+
+std::string bytesOf(const py::bytes& b) {
+  return std::string(PyBytes_AS_STRING(b.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(b.ptr())));
+}
+
+}  // namespace
 
 // Called by the module kpz._kpz on its submodule `kit`.
 void KpzPyRegisterKit(py::module_& m);
 
 void KpzPyRegisterKit(py::module_& m) {
   m.doc() = "The kpz tool's conventions: output names, input lists, progress bar, summary.";
+
+  m.def(
+      "shown_name", [](const py::handle& name) { return KpzShownName::Of(nameBytes(name)); },
+      py::arg("name"),
+      "`name` (str, or bytes as os.fsencode gives) as kpz shows a file name on a line: "
+      "unchanged when it is printable UTF-8 and does not begin with a single quote; otherwise "
+      "between single quotes with C escapes: \\n \\t \\r \\a \\b \\f \\v for those "
+      "characters, \\033 (three octal digits) for every other control character, for each "
+      "byte of a C1 control or of U+2028/U+2029 and for each byte that is not UTF-8 (a str's "
+      "surrogate escapes are such bytes), and \\\\ and \\' for a backslash and a quote. "
+      "The result never holds a control character, so one event stays one line.");
+
+  m.def(
+      "make_output_directory",
+      [](const std::string& path) -> py::object {
+        std::string why;
+        bool made = false;
+        {
+          py::gil_scoped_release unlocked;
+          made = KpzOutputFile::MakeDirectory(path, &why);
+        }
+        if (made) {
+          return py::none();
+        }
+        return py::str(why);
+      },
+      py::arg("path"),
+      "Makes the output directory `path` and its missing parents, as kpz makes the directory "
+      "of -o. None when it exists or was made; else the words kpz prints after 'kpz: ' (exit "
+      "status 3): '<path>: cannot make the output directory: Not a directory', the path without "
+      "trailing '/' and shown as shown_name shows it.");
+
+  m.def(
+      "output_is_whole",
+      [](const std::string& path) {
+        py::gil_scoped_release unlocked;
+        return KpzOutputFile::IsWhole(path);
+      },
+      py::arg("path"),
+      "True when the local `path` (links followed) counts as an output already present: a "
+      "regular file of at least 4 bytes that begins with a JPEG's SOI (FF D8) and a marker's FF "
+      "and ends with EOI (FF D9), nothing after it. The bytes in between are not read. A missing "
+      "file, a folder, a dangling link, a FIFO, an empty, cut or foreign file is not whole.");
+
+  m.def(
+      "jpeg_ends_whole",
+      [](const py::bytes& head, const py::bytes& tail, std::uint64_t size) {
+        const std::string h = bytesOf(head);
+        const std::string t = bytesOf(tail);
+        return KpzOutputFile::JpegEndsWhole(reinterpret_cast<const UINT8*>(h.data()), h.size(),
+                                            reinterpret_cast<const UINT8*>(t.data()), t.size(),
+                                            size);
+      },
+      py::arg("head"), py::arg("tail"), py::arg("size"),
+      "output_is_whole's checks for an output read from afar: `head` its first bytes (at least "
+      "3), `tail` its last bytes (at least 2), `size` its size in bytes (neither part longer). "
+      "True when size >= 4, head begins FF D8 FF and tail ends FF D9.");
+
+  m.def(
+      "upright",
+      [](const py::bytes& head, const py::bytes& stored, const std::string& name,
+         const std::string& edges) {
+        if (edges != "reencode" && edges != "trim") {
+          throw py::value_error("edges is 'reencode' or 'trim', not '" + edges + "'");
+        }
+        std::string h = bytesOf(head);
+        const std::string data = bytesOf(stored);
+        KpzUpright::Applied applied;
+        {
+          py::gil_scoped_release unlocked;
+          // ReadOrientation parses the head in place: it gets a copy (never
+          // empty, so that its pointer is a real one).
+          const std::size_t headSize = h.size();
+          h.push_back('\0');
+          const KpzUpright::Orientation orientation =
+              KpzUpright::ReadOrientation(reinterpret_cast<UINT8*>(&h[0]), headSize);
+          applied = KpzUpright::Apply(
+              orientation, reinterpret_cast<const UINT8*>(data.data()), data.size(),
+              edges == "trim" ? KpzUpright::Edges::Trim : KpzUpright::Edges::Reencode,
+              name.c_str());
+        }
+        if (applied.turns && !applied.result.ok) {
+          return py::make_tuple(1, py::bytes(), "", applied.error);
+        }
+        if (!applied.turns) {
+          return py::make_tuple(0, stored, "", applied.remark);
+        }
+        const std::vector<UINT8>& out = applied.result.jpeg;
+        return py::make_tuple(
+            0, py::bytes(reinterpret_cast<const char*>(out.data()), out.size()),
+            KpzUpright::SummaryNote(applied.result), applied.remark);
+      },
+      py::arg("head"), py::arg("stored"), py::arg("name") = "preview",
+      py::arg("edges") = "reencode",
+      "What `kpz preview --upright` does with one picture: `head` is the raw file's first "
+      "HEAD_SIZE bytes (where its orientation is read), `stored` the stored JPEG, `name` names "
+      "it in the words ('preview', 'thumbnail'). Returns (status, jpeg, note, words): status 0 "
+      "with the JPEG to write (the stored bytes when no turn is asked for), `note` the remark "
+      "the run's summary counts ('re-encoded at quality 95: ...', '' for a lossless turn or "
+      "none; pass it to Summary.add_note(name, note) as the tool does), `words` what -v tells; "
+      "or status 1 (exit status 1) with `words` why the picture cannot be turned.");
 
   m.def("default_path", &KpzOutputFile::DefaultPath, py::arg("input"), py::arg("suffix"),
         py::arg("in_current_directory"),
@@ -56,7 +192,9 @@ void KpzPyRegisterKit(py::module_& m) {
       py::arg("path"), py::arg("data"), py::arg("sync") = false,
       "Writes `data` to the local file `path` as kpz writes an output: whole or not at all (a "
       "temporary file in the same directory, renamed when complete); with `sync`, flushed to the "
-      "disk first. Returns \"\" when written, else what failed in kpz's words.");
+      "disk first. A link's target is written (the link kept); a character device or FIFO is "
+      "written through, never replaced; a block device, socket or directory is refused. Returns "
+      "\"\" when written, else what failed in kpz's words.");
 
   m.def(
       "copy_picture",
@@ -150,7 +288,11 @@ void KpzPyRegisterKit(py::module_& m) {
       .def("add", &KpzSummary::Add, py::arg("status"), py::arg("reason"),
            "Counts one file: done when `status` is 0, else failed for `reason`.")
       .def("add_note", &KpzSummary::AddNote, py::arg("noun"), py::arg("note"),
-           "Counts a remark about a file done.")
+           "Counts a remark about a file done: `noun` names the picture ('preview'), `note` "
+           "what was done to it. For --upright, the note of kit.upright (the tool's "
+           "KpzUpright::SummaryNote); render() then ends with 'kpz:   2 previews re-encoded "
+           "at quality 95: edges not a whole number of 16-pixel blocks'. An empty note is "
+           "not counted.")
       .def_property_readonly("files", &KpzSummary::Files)
       .def_property_readonly("done", &KpzSummary::Done)
       .def_property_readonly("failed", &KpzSummary::Failed)

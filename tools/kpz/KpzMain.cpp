@@ -17,7 +17,6 @@
 #include <filesystem>
 #include <new>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -41,6 +40,7 @@
 #include "kpz/KpzRotation.h"
 #include "kpz/KpzRotator.h"
 #include "kpz/KpzSample.h"
+#include "kpz/KpzShownName.h"
 #include "kpz/KpzSource.h"
 #include "kpz/KpzSummary.h"
 #include "kpz/KpzUpright.h"
@@ -87,12 +87,16 @@ const char* const kHelpFooter =
     "appended. It lies in FILE's directory; for the bundled sample, in the\n"
     "current directory. With several FILEs or a directory, -o names an output\n"
     "DIRECTORY (made when missing) that receives x.preview.jpg or x.thumb.jpg\n"
-    "for every input x.kpz. When several inputs would give the same name, the\n"
+    "for every input x.kpz; so does -o with one FILE when it is an existing\n"
+    "directory or ends in '/', as for cp. When several inputs would give the same name, the\n"
     "first of them in input order that is written owns it; a later one fails\n"
     "('already written by'), and an input that cannot be read reports its own\n"
     "error and takes no name. An existing file of that name is replaced; the\n"
-    "output is never FILE itself. After writing a file, kpz prints\n"
-    "'wrote <name> (<n> bytes)' on standard output.\n"
+    "output is never FILE itself. A symbolic link is followed: its target is\n"
+    "written (the link stays). A character device (/dev/null) or a FIFO is\n"
+    "written through, never replaced (a FIFO waits for its reader); a block\n"
+    "device or a socket is refused (exit status 3). After writing a file, kpz\n"
+    "prints 'wrote <name> (<n> bytes)' on standard output.\n"
     "\n"
     "Durability: a file is written whole or not at all (a temporary file in\n"
     "the same directory, renamed when complete), so no reader ever sees part\n"
@@ -134,14 +138,69 @@ const char* const kHelpFooter =
     "done one after another, in the order given.\n"
     "\n"
     "Errors are one line on standard error, 'kpz: <file>: <what went wrong>'.\n"
+    "A name printed on a line (errors, 'wrote' lines, info's header, the\n"
+    "summary) that holds control characters or bytes that are not UTF-8 is\n"
+    "shown quoted, with C escapes: 'evil\\nname' for a newline, \\033 for ESC,\n"
+    "\\377 for a stray byte, \\\\ and \\' inside; any other name as it is.\n"
+    "--json escapes names as JSON does.\n"
     "The library's own diagnostic lines (standard error) are hidden unless\n"
     "--verbose is given; with several jobs the lines of different files may\n"
     "interleave, each line whole (-j 1 keeps them in file order).\n"
     "\n"
     "Exit status: 0 all done; 1 a FILE cannot be read, is not a KPZ raw file,\n"
     "holds no such picture or orientation, or the picture is cut off; 2 wrong\n"
-    "arguments; 3 an output cannot be written (for rotate: the file cannot be\n"
+    "arguments (told in a line 'kpz: ...'); 3 an output cannot be written (for rotate: the file cannot be\n"
     "changed). With several files: the highest status of any of them.";
+
+// Each command's own help ends with its short rules; `kpz --help` has them all.
+const char* const kInfoFooter =
+    "FILE: a KPZ raw file, or a directory (its .kpz files); without FILE, the\n"
+    "bundled sample. Every value in words with units; 'not recorded' for a value\n"
+    "the file does not hold. --json: one JSON object per file and line (keys in\n"
+    "docs/KPZ-JSON.md). Exit status: 0 done, 1 a FILE cannot be read or is not a\n"
+    "KPZ raw file, 2 wrong arguments. 'kpz --help' tells all the rules.";
+const char* const kPictureFooter =
+    "FILE: a KPZ raw file, or a directory (its .kpz files); without FILE, the\n"
+    "bundled sample. Without -o, x.kpz gives x.preview.jpg (preview) or\n"
+    "x.thumb.jpg (thumbnail) next to it. -o names the output file ('-': standard\n"
+    "output); with several FILEs, a directory, or when it is an existing\n"
+    "directory or ends in '/', an output DIRECTORY (made when missing). A link\n"
+    "is followed; /dev/null or a FIFO is written through; a block device or a\n"
+    "socket is refused. Exit status: 0 done, 1 an input problem, 2 wrong\n"
+    "arguments, 3 an output cannot be written. 'kpz --help' tells all the rules.\n"
+    "  kpz preview a.kpz -o out/       # out/a.preview.jpg\n"
+    "  kpz preview --upright a.kpz     # a.preview.jpg, upright";
+const char* const kRotateFooter =
+    "Rewrites only the orientation values, in place; the file keeps its\n"
+    "modification time; a read-only file is refused. Codes: 0 normal, 1 rotated\n"
+    "90° clockwise, 2 rotated 180°, 3 rotated 90° counter-clockwise, 4 mirrored\n"
+    "horizontally, 5 mirrored horizontally and rotated 90° counter-clockwise,\n"
+    "6 mirrored vertically, 7 mirrored horizontally and rotated 90° clockwise.\n"
+    "Exit status: 0 done, 1 a FILE cannot be read, 2 wrong arguments, 3 a FILE\n"
+    "cannot be changed. 'kpz --help' tells all the rules.";
+
+// A usage error as kpz tells every error: each line begins with "kpz: ".
+std::string usageMessage(const CLI::App* app, const CLI::Error& e) {
+  std::string text;
+  const std::string what = e.what();
+  std::size_t start = 0;
+  while (start < what.size()) {  // each pass takes one line
+    std::size_t end = what.find('\n', start);
+    if (end == std::string::npos) {
+      end = what.size();
+    }
+    if (end > start) {
+      text += "kpz: " + what.substr(start, end - start) + "\n";
+    }
+    start = end + 1;
+  }
+  std::string help = "kpz --help";
+  const auto subs = app->get_subcommands();
+  if (!subs.empty()) {
+    help = "kpz " + subs.front()->get_name() + " --help";
+  }
+  return text + "kpz: run '" + help + "' for the options\n";
+}
 
 struct Command {
   std::vector<std::string> files;
@@ -165,10 +224,11 @@ struct Command {
   CLI::Option* edgesOption = nullptr;
 };
 
-CLI::App* addCommon(CLI::App& app, const char* name, const char* what, Command* cmd) {
+CLI::App* addCommon(CLI::App& app, const char* name, const char* what, const char* footer,
+                    Command* cmd) {
   CLI::App* sub = app.add_subcommand(name, what);
   sub->add_flag("-v,--verbose", cmd->verbose, "show the library's diagnostic lines");
-  sub->footer(kHelpFooter);
+  sub->footer(footer);
   return sub;
 }
 
@@ -198,17 +258,19 @@ std::vector<KpzInputList::Entry> inputsOf(const Command& cmd, const std::vector<
   if (entries.empty()) {
     std::fprintf(stderr, "kpz: no files to work on: the directories named hold no file ending in");
     for (const std::string& e : KpzInputList::Normalise(cmd.extensions)) {
-      std::fprintf(stderr, " %s", e.c_str());
+      std::fprintf(stderr, " %s", KpzShownName::Of(e).c_str());
     }
     std::fprintf(stderr, "\n");
   }
   return entries;
 }
 
+// A failure of `file`, told on one line: "kpz: <file>: <why>", the name
+// shown as KpzShownName shows it.
 KpzBatch::Outcome failure(int status, const std::string& file, const std::string& why) {
   KpzBatch::Outcome o;
   o.status = status;
-  o.err = "kpz: " + file + ": " + why + "\n";
+  o.err = "kpz: " + KpzShownName::Of(file) + ": " + why + "\n";
   o.reason = why;
   return o;
 }
@@ -267,8 +329,9 @@ int runInfo(const Command& cmd) {
     }
     KpzBatch::Outcome o = ok ? KpzBatch::Outcome() : failure(kExitInput, md.file, md.error);
     if (json) {
-      o.out = KpzInfoJson::Line(md);
+      o.out = KpzInfoJson::Line(md);  // JSON escapes the name itself
     } else if (ok) {
+      md.file = KpzShownName::Of(md.file);  // the table's header line
       o.out = KpzInfoText::Table(md);
     }
     return o;
@@ -299,14 +362,14 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   if (inputs.empty()) {
     return kExitInput;
   }
-  std::error_code ec;
-  if (many && !cmd.output.empty()) {
-    std::filesystem::create_directories(cmd.output, ec);
-    std::error_code isDirEc;
-    if (!std::filesystem::is_directory(cmd.output, isDirEc)) {
-      std::fprintf(stderr, "kpz: %s: cannot make the output directory%s%s\n", cmd.output.c_str(),
-                   ec ? ": " : " (a file of that name is in the way)",
-                   ec ? ec.message().c_str() : "");
+  // -o names a directory with several inputs, and with one when it is an
+  // existing directory or ends in '/', as for cp (KpzOutputFile).
+  const bool toDirectory =
+      !cmd.output.empty() && (many || KpzOutputFile::NamesDirectory(cmd.output));
+  if (toDirectory) {
+    std::string why;
+    if (!KpzOutputFile::MakeDirectory(cmd.output, &why)) {
+      std::fprintf(stderr, "kpz: %s\n", why.c_str());
       return kExitOutput;
     }
   }
@@ -322,7 +385,10 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   std::vector<std::string> keys(inputs.size());
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     const std::string& in = inputs[i].path;
-    if (!many) {
+    if (toDirectory) {
+      outputs[i] = (std::filesystem::path(cmd.output) /
+                    KpzOutputFile::DefaultPath(in, suffix, true)).string();
+    } else if (!many) {
       outputs[i] = cmd.output.empty() ? KpzOutputFile::DefaultPath(in, suffix, useSample)
                                       : cmd.output;
     } else if (cmd.output.empty()) {
@@ -409,8 +475,8 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     const std::size_t owner = turn.WaitForEarlier();
     if (owner != KpzOutputClaims::kNone) {
       KpzBatch::Outcome o = failure(kExitOutput, in, "");
-      o.err = "kpz: " + in + ": not written: " + out + " is already written by " +
-              inputs[owner].path + "\n";
+      o.err = "kpz: " + KpzShownName::Of(in) + ": not written: " + KpzShownName::Of(out) +
+              " is already written by " + KpzShownName::Of(inputs[owner].path) + "\n";
       o.reason = "output already written by an earlier input";
       return o;
     }
@@ -432,12 +498,12 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     KpzBatch::Outcome o;
     const std::size_t written = turned.ok ? turned.jpeg.size() : picture.length;
     if (out != "-") {
-      o.out = "wrote " + out + " (" + std::to_string(written) + " bytes)\n";
+      o.out = "wrote " + KpzShownName::Of(out) + " (" + std::to_string(written) + " bytes)\n";
     }
     // A trimmed picture is smaller than the stored one: always said.
     if (!remark.empty() &&
         (verbose || (turned.ok && turned.treatment == KpzUpright::Treatment::Trimmed))) {
-      o.err = "kpz: " + in + ": " + remark + "\n";
+      o.err = "kpz: " + KpzShownName::Of(in) + ": " + remark + "\n";
     }
     if (turned.ok) {
       o.note = KpzUpright::SummaryNote(turned);
@@ -479,7 +545,7 @@ int runRotate(const Command& cmd) {
                      files[i], r.error);
     }
     KpzBatch::Outcome o;
-    o.out = KpzRotator::Report(files[i], r, dryRun);
+    o.out = KpzRotator::Report(KpzShownName::Of(files[i]), r, dryRun);
     return o;
   };
   // One file after another: a file named twice is turned twice.
@@ -495,10 +561,11 @@ int main(int argc, char** argv) {
       "kpz");
   app.require_subcommand(1);
   app.footer(kHelpFooter);
+  app.failure_message(usageMessage);
   app.set_version_flag("--version", "kpz " KPZ_VERSION, "print the version and exit");
 
   Command info;
-  CLI::App* infoCmd = addCommon(app, "info", "show the metadata, as a table or as JSON", &info);
+  CLI::App* infoCmd = addCommon(app, "info", "show the metadata, as a table or as JSON", kInfoFooter, &info);
   addBatchOptions(infoCmd, &info);
   infoCmd->add_flag("--json", info.json, "one JSON object per file and line (JSON Lines)");
 
@@ -516,19 +583,20 @@ int main(int argc, char** argv) {
        "FILE's name with .thumb.jpg", &thumbnail},
   };
   for (const auto& p : pictures) {
-    CLI::App* sub = addCommon(app, p.name, p.what, p.cmd);
+    CLI::App* sub = addCommon(app, p.name, p.what, kPictureFooter, p.cmd);
     addBatchOptions(sub, p.cmd);
     p.cmd->outputOption = sub->add_option(
         "-o,--output", p.cmd->output,
         std::string("where to write the JPEG: a file, '-' for standard output; with several "
-                    "FILEs or a directory, an output directory (default: ") +
+                    "FILEs or a directory, or when it is a directory or ends in '/', an output "
+                    "directory (default: ") +
             p.defaultName + ")");
     sub->add_flag("--sync", p.cmd->sync,
                   "flush each output file and its directory to the disk before reporting it "
-                  "written (slower; see 'Durability' below)");
+                  "written (slower; see 'Durability' in 'kpz --help')");
     sub->add_flag("--upright", p.cmd->upright,
                   "write the JPEG turned the right way up, as the file's orientation says "
-                  "(lossless where its edges allow; see '--upright' below)");
+                  "(lossless where its edges allow; see '--upright' in 'kpz --help')");
     p.cmd->edgesOption =
         sub->add_option("--edges", p.cmd->edges,
                         "with --upright, for edges that are not whole 8- or 16-pixel blocks: "
@@ -539,7 +607,8 @@ int main(int argc, char** argv) {
 
   Command rotate;
   CLI::App* rotateCmd =
-      addCommon(app, "rotate", "turn the picture by rewriting its orientation in place", &rotate);
+      addCommon(app, "rotate", "turn the picture by rewriting its orientation in place",
+                kRotateFooter, &rotate);
   rotateCmd->add_option("FILE", rotate.files, "KPZ raw files to change")->required();
   rotateCmd->add_flag("--cw", rotate.clockwise, "a quarter turn clockwise");
   rotateCmd->add_flag("--ccw", rotate.counterClockwise, "a quarter turn counter-clockwise");

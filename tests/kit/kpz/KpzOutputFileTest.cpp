@@ -11,7 +11,11 @@
 #include "kpz/KpzSource.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -256,6 +260,252 @@ TEST(KpzOutputFile, IsSameFileSeesThroughLinksAndOtherSpellings) {
   EXPECT_TRUE(KpzOutputFile::IsSameFile(a, dir.Path() + "/./a.kpz"));
   EXPECT_TRUE(KpzOutputFile::IsSameFile(a, dir.Path() + "/l.kpz"));
   EXPECT_FALSE(KpzOutputFile::IsSameFile(a, dir.Path() + "/b.kpz"));  // does not exist
+}
+
+// /dev/null as it must stay on this machine: a character device. A test
+// that finds it replaced puts it back at once (as root, mknod c 1 3).
+bool DevNullIsADevice() {
+  struct stat st;
+  return ::lstat("/dev/null", &st) == 0 && S_ISCHR(st.st_mode);
+}
+void RepairDevNull() {
+  if (!DevNullIsADevice() && geteuid() == 0) {
+    ::unlink("/dev/null");
+    ::mknod("/dev/null", S_IFCHR | 0666, makedev(1, 3));
+    ::chmod("/dev/null", 0666);
+  }
+}
+
+TEST(KpzOutputFile, DevNullIsWrittenThroughAndStaysADevice) {
+  ASSERT_TRUE(DevNullIsADevice());
+  std::string why;
+  const bool ok = KpzOutputFile::Write("/dev/null", Bytes(1041, 7), true, &why);
+  const bool stillDevice = DevNullIsADevice();
+  RepairDevNull();
+  EXPECT_TRUE(ok) << why;
+  EXPECT_TRUE(stillDevice) << "/dev/null was replaced (and has been made again)";
+}
+
+TEST(KpzOutputFile, CopyToDevNullWritesThroughAndKeepsTheDevice) {
+  kpztest::TempDir dir;
+  ASSERT_TRUE(DevNullIsADevice());
+  const std::string src = dir.Write("src.kpz", Bytes(4000, 3));
+  KpzSource source;
+  std::string why;
+  ASSERT_TRUE(source.Open(src, &why)) << why;
+  const KpzOutputFile::Status s =
+      KpzOutputFile::Copy("/dev/null", source, 10, 3000, "preview", false, &why);
+  const bool stillDevice = DevNullIsADevice();
+  RepairDevNull();
+  EXPECT_EQ(s, KpzOutputFile::Status::Done) << why;
+  EXPECT_TRUE(stillDevice);
+}
+
+TEST(KpzOutputFile, AFifoIsWrittenThroughToItsReader) {
+  kpztest::TempDir dir;
+  const std::string fifo = dir.Path() + "/fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  // The reader is there before the write (so the writer's open does not
+  // wait), and the bytes fit in the pipe: nothing here can block.
+  const int reader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(reader, 0);
+  std::string why;
+  EXPECT_TRUE(KpzOutputFile::Write(fifo, Bytes{1, 2, 3, 4, 5}, false, &why)) << why;
+  Bytes got;
+  for (int i = 0; i < 100 && got.size() < 5; ++i) {  // bounded: at most 100 polls of 100 ms
+    struct pollfd p = {reader, POLLIN, 0};
+    if (::poll(&p, 1, 100) > 0) {
+      UINT8 buf[16];
+      const ssize_t n = ::read(reader, buf, sizeof buf);
+      if (n <= 0) {
+        break;
+      }
+      got.insert(got.end(), buf, buf + n);
+    }
+  }
+  ::close(reader);
+  EXPECT_EQ(got, (Bytes{1, 2, 3, 4, 5}));
+  struct stat st;
+  ASSERT_EQ(::lstat(fifo.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISFIFO(st.st_mode)) << "the FIFO was replaced";
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"fifo"}));
+}
+
+TEST(KpzOutputFile, ALinksTargetIsWrittenAndTheLinkKept) {
+  kpztest::TempDir dir;
+  std::filesystem::create_directory(dir.Path() + "/real");
+  const std::string target = dir.Write("real/t.jpg", Bytes{'o', 'l', 'd'});
+  const std::string link = dir.Path() + "/link.jpg";
+  std::filesystem::create_symlink("real/t.jpg", link);
+  std::string why;
+  ASSERT_TRUE(KpzOutputFile::Write(link, Bytes{1, 2, 3}, false, &why)) << why;
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(std::filesystem::read_symlink(link), "real/t.jpg");
+  EXPECT_EQ(kpztest::ReadFileBytes(target), (Bytes{1, 2, 3}));
+  // The temporary file went next to the target, and is gone.
+  EXPECT_EQ(Listing(dir.Path() + "/real"), (std::vector<std::string>{"t.jpg"}));
+}
+
+TEST(KpzOutputFile, ADanglingLinksTargetIsMadeAndAChainOfLinksFollowed) {
+  kpztest::TempDir dir;
+  const std::string first = dir.Path() + "/first";
+  std::filesystem::create_symlink(dir.Path() + "/second", first);
+  std::filesystem::create_symlink("made.jpg", dir.Path() + "/second");
+  std::string why;
+  ASSERT_TRUE(KpzOutputFile::Write(first, Bytes{9, 9}, false, &why)) << why;
+  EXPECT_TRUE(std::filesystem::is_symlink(first));
+  EXPECT_TRUE(std::filesystem::is_symlink(dir.Path() + "/second"));
+  EXPECT_EQ(kpztest::ReadFileBytes(dir.Path() + "/made.jpg"), (Bytes{9, 9}));
+}
+
+TEST(KpzOutputFile, ALinkToTheInputIsRefused) {
+  kpztest::TempDir dir;
+  const std::string src = dir.Write("src.kpz", Bytes(100, 1));
+  std::filesystem::create_symlink("src.kpz", dir.Path() + "/out.jpg");
+  KpzSource source;
+  std::string why;
+  ASSERT_TRUE(source.Open(src, &why)) << why;
+  EXPECT_EQ(KpzOutputFile::Copy(dir.Path() + "/out.jpg", source, 0, 10, "preview", false, &why),
+            KpzOutputFile::Status::WouldReplaceInput);
+  EXPECT_EQ(kpztest::ReadFileBytes(src), Bytes(100, 1));
+}
+
+TEST(KpzOutputFile, ALoopOfLinksIsToldInWords) {
+  kpztest::TempDir dir;
+  std::filesystem::create_symlink("b", dir.Path() + "/a");
+  std::filesystem::create_symlink("a", dir.Path() + "/b");
+  std::string why;
+  EXPECT_FALSE(KpzOutputFile::Write(dir.Path() + "/a", Bytes{1}, false, &why));
+  EXPECT_EQ(why, std::string("cannot follow the link: ") + std::strerror(ELOOP));
+}
+
+TEST(KpzOutputFile, ASocketIsRefusedAndKept) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Path() + "/sock";
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_GE(fd, 0);
+  struct sockaddr_un addr = {};
+  addr.sun_family = AF_UNIX;
+  ASSERT_LT(path.size(), sizeof addr.sun_path);
+  std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+  ASSERT_EQ(::bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof addr), 0);
+  std::string why;
+  EXPECT_FALSE(KpzOutputFile::Write(path, Bytes{1}, false, &why));
+  ::close(fd);
+  EXPECT_EQ(why, "is a socket: it cannot be written as a file");
+  struct stat st;
+  ASSERT_EQ(::lstat(path.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISSOCK(st.st_mode));
+}
+
+TEST(KpzOutputFile, ABlockDeviceIsRefusedAndKept) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Path() + "/blk";
+  // A node of the loop driver, never opened: only root may make one.
+  if (::mknod(path.c_str(), S_IFBLK | 0600, makedev(7, 200)) != 0) {
+    GTEST_SKIP() << "cannot make a block device node here (needs root)";
+  }
+  std::string why;
+  EXPECT_FALSE(KpzOutputFile::Write(path, Bytes{1}, false, &why));
+  EXPECT_EQ(why, "is a block device: kpz writes no picture onto a device");
+  struct stat st;
+  ASSERT_EQ(::lstat(path.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISBLK(st.st_mode));
+}
+
+TEST(KpzOutputFile, NamesDirectoryAsCpDoes) {
+  kpztest::TempDir dir;
+  std::filesystem::create_directory(dir.Path() + "/odir");
+  std::filesystem::create_directory_symlink("odir", dir.Path() + "/dlink");
+  dir.Write("afile", Bytes{1});
+  EXPECT_TRUE(KpzOutputFile::NamesDirectory(dir.Path() + "/odir"));
+  EXPECT_TRUE(KpzOutputFile::NamesDirectory(dir.Path() + "/dlink"));
+  EXPECT_TRUE(KpzOutputFile::NamesDirectory(dir.Path() + "/new/"));
+  EXPECT_FALSE(KpzOutputFile::NamesDirectory(dir.Path() + "/new"));
+  EXPECT_FALSE(KpzOutputFile::NamesDirectory(dir.Path() + "/afile"));
+  EXPECT_FALSE(KpzOutputFile::NamesDirectory("-"));
+  EXPECT_FALSE(KpzOutputFile::NamesDirectory(""));
+}
+
+TEST(KpzOutputFile, MakeDirectoryMakesMissingParents) {
+  kpztest::TempDir dir;
+  std::string why;
+  EXPECT_TRUE(KpzOutputFile::MakeDirectory(dir.Path() + "/a/b//c/", &why)) << why;
+  EXPECT_TRUE(std::filesystem::is_directory(dir.Path() + "/a/b/c"));
+  EXPECT_TRUE(KpzOutputFile::MakeDirectory(dir.Path() + "/a/b", &why)) << why;
+}
+
+TEST(KpzOutputFile, MakeDirectoryThroughAFileIsToldInWords) {
+  kpztest::TempDir dir;
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(dir.Path());
+  kpztest::WriteFileBytes("afile", Bytes{1});
+  std::string a, b, c;
+  const bool madeA = KpzOutputFile::MakeDirectory("afile/", &a);
+  const bool madeB = KpzOutputFile::MakeDirectory("afile/sub/", &b);
+  const bool madeC = KpzOutputFile::MakeDirectory("afile", &c);
+  std::filesystem::current_path(before);
+  EXPECT_FALSE(madeA);
+  EXPECT_FALSE(madeB);
+  EXPECT_FALSE(madeC);
+  EXPECT_EQ(a, "afile: cannot make the output directory: Not a directory");
+  EXPECT_EQ(b, "afile/sub: cannot make the output directory: Not a directory");
+  EXPECT_EQ(c, "afile: cannot make the output directory: Not a directory");
+}
+
+TEST(KpzOutputFile, MakeDirectoryUnderAReadOnlyParentIsToldInWords) {
+  if (geteuid() == 0) {
+    GTEST_SKIP() << "root writes into read-only directories";
+  }
+  kpztest::TempDir dir;
+  const std::string ro = dir.Path() + "/ro";
+  std::filesystem::create_directory(ro);
+  ::chmod(ro.c_str(), 0555);
+  std::string why;
+  EXPECT_FALSE(KpzOutputFile::MakeDirectory(ro + "/new", &why));
+  ::chmod(ro.c_str(), 0755);
+  EXPECT_EQ(why, ro + "/new: cannot make the output directory: " + std::strerror(EACCES));
+}
+
+TEST(KpzOutputFile, MakeDirectoryShowsAForgingNameEscaped) {
+  kpztest::TempDir dir;
+  dir.Write("f", Bytes{1});
+  std::string why;
+  EXPECT_FALSE(KpzOutputFile::MakeDirectory(dir.Path() + "/f/x\nwrote y", &why));
+  EXPECT_EQ(why.find('\n'), std::string::npos) << why;
+}
+
+TEST(KpzOutputFile, JpegEndsWholeChecksTheEnds) {
+  const UINT8 head[] = {0xFF, 0xD8, 0xFF, 0xE0};
+  const UINT8 tail[] = {0x00, 0xFF, 0xD9};
+  const UINT8 cut[] = {0x12, 0x34};
+  const UINT8 trailing[] = {0xFF, 0xD9, 0x00};
+  const UINT8 png[] = {0x89, 'P', 'N'};
+  EXPECT_TRUE(KpzOutputFile::JpegEndsWhole(head, 4, tail, 3, 1000));
+  EXPECT_TRUE(KpzOutputFile::JpegEndsWhole(head, 3, tail + 1, 2, 4));
+  EXPECT_FALSE(KpzOutputFile::JpegEndsWhole(head, 4, cut, 2, 1000));
+  EXPECT_FALSE(KpzOutputFile::JpegEndsWhole(head, 4, trailing, 3, 1000));
+  EXPECT_FALSE(KpzOutputFile::JpegEndsWhole(png, 3, tail, 3, 1000));
+  EXPECT_FALSE(KpzOutputFile::JpegEndsWhole(head, 4, tail, 3, 3));   // too short
+  EXPECT_FALSE(KpzOutputFile::JpegEndsWhole(head, 2, tail, 3, 1000));  // too little head
+  EXPECT_FALSE(KpzOutputFile::JpegEndsWhole(head, 4, tail, 3, 0));
+}
+
+TEST(KpzOutputFile, IsWholeTakesOnlyARegularWholeJpeg) {
+  kpztest::TempDir dir;
+  const std::string whole = dir.Write("whole.jpg", Bytes{0xFF, 0xD8, 0xFF, 0xE0, 1, 2, 0xFF, 0xD9});
+  EXPECT_TRUE(KpzOutputFile::IsWhole(whole));
+  EXPECT_FALSE(KpzOutputFile::IsWhole(dir.Write("empty.jpg", Bytes{})));
+  EXPECT_FALSE(KpzOutputFile::IsWhole(dir.Write("garbage.jpg", Bytes(100, 0x41))));
+  EXPECT_FALSE(KpzOutputFile::IsWhole(dir.Write("cut.jpg", Bytes{0xFF, 0xD8, 0xFF, 0xE0, 1, 2})));
+  std::filesystem::create_directory(dir.Path() + "/folder.jpg");
+  EXPECT_FALSE(KpzOutputFile::IsWhole(dir.Path() + "/folder.jpg"));
+  std::filesystem::create_symlink("missing.jpg", dir.Path() + "/dangling.jpg");
+  EXPECT_FALSE(KpzOutputFile::IsWhole(dir.Path() + "/dangling.jpg"));
+  EXPECT_FALSE(KpzOutputFile::IsWhole(dir.Path() + "/absent.jpg"));
+  const std::string fifo = dir.Path() + "/fifo.jpg";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_FALSE(KpzOutputFile::IsWhole(fifo));  // never blocks on a FIFO
 }
 
 }  // namespace

@@ -84,6 +84,24 @@ TEST(KpzSummary, OneFileIsSingularAndAnEmptyReasonReadsFailed) {
   EXPECT_EQ(s.ExitStatus(), 2);
 }
 
+TEST(KpzSummary, AnEmptyNoteIsNotCounted) {
+  KpzSummary s;
+  s.Add(0, "");
+  s.AddNote("preview", "");
+  EXPECT_FALSE(s.HasNotes());
+  EXPECT_EQ(s.RenderNotes(), "");
+}
+
+TEST(KpzSummary, UprightNotesAreCountedAsTheToolPrintsThem) {
+  KpzSummary s;
+  const std::string note = "re-encoded at quality 95: edges not a whole number of 16-pixel blocks";
+  s.Add(0, "");
+  s.Add(0, "");
+  s.AddNote("preview", note);
+  s.AddNote("preview", note);
+  EXPECT_EQ(s.Render(), "kpz: 2 files: 2 done, 0 failed\nkpz:   2 previews " + note + "\n");
+}
+
 TEST(KpzSummary, NothingAddedCountsNothing) {
   const KpzSummary s;
   EXPECT_EQ(s.Render(), "kpz: 0 files: 0 done, 0 failed\n");
