@@ -323,6 +323,13 @@ class Reader:
                 raise
             except asyncio.TimeoutError:
                 raise _Failed("timed out", True) from None
+            except aiohttp.ClientConnectorCertificateError as e:
+                reason = getattr(e.certificate_error, "verify_message", "") or str(
+                    e.certificate_error)
+                raise _Failed("the server's certificate cannot be trusted (%s)" % reason,
+                              False) from None
+            except aiohttp.ClientSSLError as e:
+                raise _Failed("the secure connection failed (%s)" % (e,), False) from None
             except aiohttp.ClientConnectorError as e:
                 words = "connection refused" if isinstance(e.os_error, ConnectionRefusedError) \
                     else "cannot connect (%s)" % (e.os_error.strerror or e.os_error,)

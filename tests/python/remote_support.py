@@ -262,3 +262,125 @@ class LatencyProxy:
 
     def __exit__(self, *exc):
         self.close()
+
+
+def make_certificates(where) -> dict:
+    """A CA of the test's own and a certificate for 127.0.0.1 signed by it
+    (openssl, EC keys); the paths of the CA's PEM, the server's PEM and key."""
+    import subprocess
+    from pathlib import Path
+
+    d = Path(where)
+    d.mkdir(parents=True, exist_ok=True)
+    ec = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"]
+
+    def run(*args):
+        subprocess.run(["openssl", *args], check=True, capture_output=True, timeout=60, cwd=d)
+
+    run("req", "-x509", *ec, "-keyout", "ca.key", "-out", "ca.pem", "-days", "2",
+        "-subj", "/CN=kpz test CA")
+    run("req", *ec, "-keyout", "server.key", "-out", "server.csr", "-subj", "/CN=127.0.0.1")
+    (d / "ext.cnf").write_text("subjectAltName=IP:127.0.0.1\n")
+    run("x509", "-req", "-in", "server.csr", "-CA", "ca.pem", "-CAkey", "ca.key",
+        "-CAcreateserial", "-out", "server.pem", "-days", "2", "-extfile", "ext.cnf")
+    return {"ca": str(d / "ca.pem"), "cert": str(d / "server.pem"), "key": str(d / "server.key")}
+
+
+class TlsNginx:
+    """nginx serving `docroot` over HTTPS on 127.0.0.1 with `cert`/`key`,
+    everything of its own under `prefix`; its access log names, per request,
+    the connection's serial number and the request's number on it
+    ($connection, $connection_requests). A port taken by someone else
+    between choosing and binding is met by choosing again."""
+
+    def __init__(self, prefix, docroot, cert: str, key: str) -> None:
+        import socket
+        import subprocess
+        from pathlib import Path
+
+        self.prefix = Path(prefix)
+        self.access_log = self.prefix / "access.log"
+        for d in ("logs", "body", "proxy", "fastcgi", "uwsgi", "scgi"):
+            (self.prefix / d).mkdir(parents=True, exist_ok=True)
+        for attempt in range(5):  # each pass chooses a port; a clash ends it at once
+            with socket.socket() as s:
+                s.bind(("127.0.0.1", 0))
+                self.port = s.getsockname()[1]
+            conf = self.prefix / "nginx.conf"
+            p = self.prefix
+            conf.write_text(f"""
+daemon off;
+master_process off;
+worker_processes 1;
+pid {p}/nginx.pid;
+error_log {p}/error.log warn;
+events {{ worker_connections 512; }}
+http {{
+    client_body_temp_path {p}/body;
+    proxy_temp_path {p}/proxy;
+    fastcgi_temp_path {p}/fastcgi;
+    uwsgi_temp_path {p}/uwsgi;
+    scgi_temp_path {p}/scgi;
+    log_format reuse '$connection $connection_requests $status $uri $body_bytes_sent';
+    access_log {self.access_log} reuse;
+    default_type application/octet-stream;
+    keepalive_requests 10000;
+    server {{
+        listen 127.0.0.1:{self.port} ssl;
+        ssl_certificate {cert};
+        ssl_certificate_key {key};
+        root {docroot};
+    }}
+}}
+""")
+            self.proc = subprocess.Popen(["nginx", "-p", str(p), "-c", str(conf)],
+                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            if self._listening(30):
+                return
+            self.close()
+        raise RuntimeError("nginx did not start (see %s/error.log)" % self.prefix)
+
+    def _listening(self, seconds: float) -> bool:
+        import socket
+        import time
+
+        end = time.monotonic() + seconds
+        while time.monotonic() < end:  # bounded; ends early when nginx exits
+            if self.proc.poll() is not None:
+                return False
+            try:
+                with socket.create_connection(("127.0.0.1", self.port), timeout=0.5):
+                    return True
+            except OSError:
+                time.sleep(0.05)
+        return False
+
+    def url(self, path: str) -> str:
+        return "https://127.0.0.1:%d%s" % (self.port, path)
+
+    def requests(self) -> List[tuple]:
+        """(connection, request number on it, status, uri, bytes) per request."""
+        out = []
+        with open(self.access_log, encoding="utf-8") as f:
+            for line in f:
+                c, n, status, uri, sent = line.split()
+                out.append((int(c), int(n), int(status), uri, int(sent)))
+        return out
+
+    def close(self) -> None:
+        import signal
+        import subprocess
+
+        if self.proc.poll() is None:
+            self.proc.send_signal(signal.SIGQUIT)
+            try:
+                self.proc.wait(15)
+            except subprocess.TimeoutExpired:
+                self.proc.kill()
+                self.proc.wait(5)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
