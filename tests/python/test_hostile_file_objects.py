@@ -148,19 +148,21 @@ def test_a_read_that_returns_zero_dimensional_views_one_byte_each(fixtures):
 
 
 def test_a_read_that_returns_a_reversed_view_reads_nothing_outside_it(fixtures):
-    # The reversed view's first element is the last byte of a mapping that
-    # ends at a page boundary: a copy of the view's length from that address
-    # runs off the mapping. Run in a child: a crash must be reported, not
-    # take the test run with it.
+    # The reversed view's first element is the last byte before a page that
+    # cannot be read (PROT_NONE): a copy of the view's length from that
+    # address faults. Run in a child: a crash must be reported, not take the
+    # test run with it.
     path = fixtures["byname"]["plain"]["path"]
     code = textwrap.dedent(f"""
-        import io, json, mmap, kpz
+        import ctypes, io, json, mmap, kpz
         data = open({path!r}, "rb").read()
+        libc = ctypes.CDLL(None, use_errno=True)
+        libc.mprotect.argtypes = [ctypes.c_void_p, ctypes.c_size_t, ctypes.c_int]
 
         class Reversed(io.RawIOBase):
             def __init__(self):
                 self.pos = 0
-                self.maps = []
+                self.keep = []
             def seekable(self):
                 return True
             def seek(self, offset, whence=0):
@@ -172,10 +174,13 @@ def test_a_read_that_returns_a_reversed_view_reads_nothing_outside_it(fixtures):
                 if not out:
                     return b""
                 size = -(-len(out) // mmap.PAGESIZE) * mmap.PAGESIZE
-                m = mmap.mmap(-1, size)
-                self.maps.append(m)
-                m[size - len(out):] = out[::-1]
-                return memoryview(m)[size - len(out):][::-1]
+                m = mmap.mmap(-1, size + mmap.PAGESIZE)
+                start = ctypes.c_char.from_buffer(m)
+                guard = ctypes.addressof(start) + size
+                assert libc.mprotect(guard, mmap.PAGESIZE, 0) == 0, ctypes.get_errno()
+                self.keep.append((m, start))
+                m[size - len(out):size] = out[::-1]
+                return memoryview(m)[size - len(out):size][::-1]
 
         got = kpz.info(Reversed())
         print(json.dumps(got == kpz.info(data)))
