@@ -238,47 +238,52 @@ class LibraryLines {
 // The name of `obj`'s type, for words.
 std::string typeName(const py::handle& obj) { return Py_TYPE(obj.ptr())->tp_name; }
 
-// An int argument (or an object with __index__; not a bool) as a long long.
-// Sets *overflow when it does not fit; TypeError in words for anything else.
-long long intArgument(const py::handle& obj, const char* what, bool* overflow) {
+// An int argument as given from Python: an int or an object with __index__
+// (not a bool; TypeError in words for anything else).
+struct IntArgument {
+  py::object number;      // the int itself, for words
+  long long value = 0;    // valid unless `overflow`
+  bool overflow = false;  // no long long holds it
+};
+
+IntArgument intArgument(const py::handle& obj, const char* what) {
   if (PyBool_Check(obj.ptr()) || PyIndex_Check(obj.ptr()) == 0) {
     throw py::type_error(std::string("kpz: ") + what + " is an int, not '" + typeName(obj) + "'");
   }
-  const py::object number = py::reinterpret_steal<py::object>(PyNumber_Index(obj.ptr()));
-  if (!number) {
+  IntArgument arg;
+  arg.number = py::reinterpret_steal<py::object>(PyNumber_Index(obj.ptr()));
+  if (!arg.number) {
     throw py::error_already_set();
   }
-  int over = 0;
-  const long long value = PyLong_AsLongLongAndOverflow(number.ptr(), &over);
-  if (value == -1 && PyErr_Occurred() != nullptr) {
+  int overflow = 0;
+  arg.value = PyLong_AsLongLongAndOverflow(arg.number.ptr(), &overflow);
+  if (arg.value == -1 && PyErr_Occurred() != nullptr) {
     throw py::error_already_set();
   }
-  *overflow = over != 0;
-  return value;
+  arg.overflow = overflow != 0;
+  return arg;
 }
 
 // A rotation code 0..7 given from Python. Any other int, however large, is
 // a ValueError in the same words.
 unsigned char rotationCode(const py::handle& obj) {
-  bool overflow = false;
-  const long long code = intArgument(obj, "a rotation code", &overflow);
-  if (overflow || code < 0 || code > KpzRotation::kLastCode) {
-    const py::object number = py::reinterpret_steal<py::object>(PyNumber_Index(obj.ptr()));
-    throw py::value_error("kpz: a rotation code is 0 to 7, not " + py::str(number).cast<std::string>());
+  const IntArgument code = intArgument(obj, "a rotation code");
+  if (code.overflow || code.value < 0 || code.value > KpzRotation::kLastCode) {
+    throw py::value_error("kpz: a rotation code is 0 to 7, not " +
+                          py::str(code.number).cast<std::string>());
   }
-  return static_cast<unsigned char>(code);
+  return static_cast<unsigned char>(code.value);
 }
 
 // The kit's words for an errno given from Python; one no C int can hold is
-// worded as the system words an unknown number.
+// worded as the system words a number it does not know.
 std::string readErrorWords(const py::handle& obj) {
-  bool overflow = false;
-  const long long err = intArgument(obj, "an errno", &overflow);
-  if (overflow || err < INT_MIN || err > INT_MAX) {
-    const py::object number = py::reinterpret_steal<py::object>(PyNumber_Index(obj.ptr()));
-    return "the file cannot be read (unknown error " + py::str(number).cast<std::string>() + ")";
+  const IntArgument err = intArgument(obj, "an errno");
+  if (err.overflow || err.value < INT_MIN || err.value > INT_MAX) {
+    return "the file cannot be read (unknown error " + py::str(err.number).cast<std::string>() +
+           ")";
   }
-  return KpzSource::ReadErrorWords(static_cast<int>(err));
+  return KpzSource::ReadErrorWords(static_cast<int>(err.value));
 }
 
 // ---- sources ----------------------------------------------------------------
