@@ -26,11 +26,17 @@ Sources. Every function takes:
   reads end.
 
 Errors. A file that cannot be read raises the ``OSError`` subclass for its
-errno with ``filename``, as ``open()`` does; a file kpz cannot use raises a
-:class:`KpzError` subclass (:class:`NotKpzError`, :class:`NoPreviewError`,
-:class:`BadPreviewError`, :class:`OrientationError`) with ``.code`` and
-``.words``; a source of the wrong type raises ``TypeError``.
-:func:`error_words` gives the ``kpz`` tool's words for any of them.
+errno with ``filename``, as ``open()`` does, and ``.code`` (the errno) and
+``.words``; a file kpz cannot use raises a :class:`KpzError` subclass
+(:class:`NotKpzError`, :class:`NoPreviewError`, :class:`BadPreviewError`,
+:class:`OrientationError`) with ``.code`` and ``.words``; a source of the
+wrong type raises ``TypeError``, a strided buffer ``BufferError``, a file
+object that answers what no file does (a size that is not an int, more
+bytes than asked) ``TypeError``/``ValueError``; what a file object's own
+methods raise passes through. :func:`error_words` gives the ``kpz`` tool's
+words for any of them.
+
+``kpz.__version__`` is the package's version.
 
 Threads. The interpreter lock is released while the native code reads,
 parses, copies and turns, so threads run in parallel. The module functions
@@ -76,6 +82,7 @@ __all__ = [
     "__version__",
 ]
 
+#: The package's version, as its wheel names it (``kpz-1.0.0-*.whl``).
 __version__ = "1.0.0"
 
 #: Bytes of a file's head that kpz parses (64 KiB).
@@ -130,14 +137,16 @@ def error_words(exc: BaseException) -> str:
     words = getattr(exc, "words", None)
     if isinstance(words, str):
         return words
-    if isinstance(exc, OSError) and exc.errno is not None:
-        return _kpz.read_error_words(exc.errno)
+    err = getattr(exc, "errno", None) if isinstance(exc, OSError) else None
+    if isinstance(err, int) and not isinstance(err, bool):
+        return _kpz.read_error_words(err)
     return str(exc)
 
 
 def orientation_words(code: int) -> str:
     """A rotation code 0..7 in words, as ``kpz info`` prints it ("normal",
-    "rotated 90° clockwise", ...). ValueError for any other number."""
+    "rotated 90° clockwise", ...). ValueError for any other int, however
+    large; TypeError for anything that is not an int (a bool, a float)."""
     return _kpz.orientation_words(code)
 
 
@@ -203,6 +212,9 @@ class RawFile:
 
     @property
     def closed(self) -> bool:
+        """True once :meth:`close` was called (or the ``with`` block ended):
+        the pictures can no longer be read; the metadata properties still
+        answer from what was read at opening."""
         return self._source is None
 
     def __enter__(self) -> "RawFile":
@@ -392,8 +404,8 @@ class RawFile:
         file never grows, its modification time is kept (its access time
         is that of the reads).
         Returns True when the file was changed, False when it already had
-        that code. Needs a path (TypeError otherwise); ValueError for a code
-        outside 0..7; OrientationError when the file records no orientation,
+        that code. Needs a path (TypeError otherwise); ValueError for an int
+        outside 0..7, TypeError for a code that is no int; OrientationError when the file records no orientation,
         OrientationWriteError when it cannot be changed; the OSError subclass
         when it cannot be read. The metadata is read again afterwards.
         """

@@ -4,8 +4,10 @@ Every exception kpz raises for a file carries ``words``: the reason in the
 words the ``kpz`` command-line tool prints after ``kpz: FILE:``. A file that
 cannot be read raises the ``OSError`` subclass for its ``errno``
 (``FileNotFoundError``, ``PermissionError``, ``IsADirectoryError``, ...)
-with ``errno``, ``strerror`` and ``filename`` as ``open()`` sets them, and
-``words`` too. Everything else about a file raises a :class:`KpzError`.
+with ``errno``, ``strerror`` and ``filename`` as ``open()`` sets them (the
+same class and arguments), and two more attributes, as a KpzError has them:
+``words`` and ``code`` (the errno again). Everything else about a file
+raises a :class:`KpzError`.
 """
 
 from __future__ import annotations

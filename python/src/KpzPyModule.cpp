@@ -9,9 +9,11 @@
 // module; users import `kpz`, never `kpz._kpz`.
 //
 // Sources. Every function takes a path (str or os.PathLike), a bytes-like
-// object (the file's whole content) or a binary file object (read/seek). A
-// file object is asked for its size (seek(0, 2)), its first 64 KiB and then
-// the picture's range only.
+// object (the file's whole content, used in place: one C-contiguous run of
+// bytes) or a binary file object (read/seek). A file object is asked for
+// its size (seek(0, 2)), its first 64 KiB and then the picture's range only;
+// what it returns is checked (an int size a file can have, read() results
+// that are bytes-like and no longer than asked, copied by their strides).
 //
 // Threads. The interpreter lock is released around every call into the
 // library, the kit and TurboJPEG, and around every copy of a picture; each
@@ -19,7 +21,10 @@
 //
 // Errors are raised as the classes of kpz._errors (KpzError and its
 // subclasses) and, for a file that cannot be read, as the OSError subclass
-// for its errno, with `filename`; each carries `words`, the kpz tool's words.
+// for its errno, with `filename`; each carries `words`, the kpz tool's words,
+// and `code` (an OSError's is its errno). Integer arguments are taken as any
+// Python int, so one out of range is a ValueError in words, never a failed
+// conversion.
 //
 // The library's diagnostic lines do not reach the process's standard error:
 // they go to the Python logger "kpz.library" at DEBUG level, or nowhere
@@ -28,6 +33,7 @@
 #include <pybind11/stl.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -78,6 +84,7 @@ using LibraryLines = KpzPyLibraryLines;
   py::object strerror = py::module_::import("os").attr("strerror")(err);
   py::object exc = py::module_::import("builtins").attr("OSError")(err, strerror, filename);
   exc.attr("words") = words;
+  exc.attr("code") = err;  // as every KpzError has one: here the errno
   PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc.ptr())), exc.ptr());
   throw py::error_already_set();
 }
@@ -108,7 +115,104 @@ using LibraryLines = KpzPyLibraryLines;
   raiseKpz("KpzError", words, py::int_(problem.code), std::move(filename));
 }
 
+// ---- integer arguments ------------------------------------------------------
+
+// The name of `obj`'s type, for words.
+std::string typeName(const py::handle& obj) { return Py_TYPE(obj.ptr())->tp_name; }
+
+// An int argument as given from Python: an int or an object with __index__
+// (not a bool; TypeError in words for anything else).
+struct IntArgument {
+  py::object number;      // the int itself, for words
+  long long value = 0;    // valid unless `overflow`
+  bool overflow = false;  // no long long holds it
+};
+
+IntArgument intArgument(const py::handle& obj, const char* what) {
+  if (PyBool_Check(obj.ptr()) || PyIndex_Check(obj.ptr()) == 0) {
+    throw py::type_error(std::string("kpz: ") + what + " is an int, not '" + typeName(obj) + "'");
+  }
+  IntArgument arg;
+  arg.number = py::reinterpret_steal<py::object>(PyNumber_Index(obj.ptr()));
+  if (!arg.number) {
+    throw py::error_already_set();
+  }
+  int overflow = 0;
+  arg.value = PyLong_AsLongLongAndOverflow(arg.number.ptr(), &overflow);
+  if (arg.value == -1 && PyErr_Occurred() != nullptr) {
+    throw py::error_already_set();
+  }
+  arg.overflow = overflow != 0;
+  return arg;
+}
+
+// A rotation code 0..7 given from Python. Any other int, however large, is
+// a ValueError in the same words.
+unsigned char rotationCode(const py::handle& obj) {
+  const IntArgument code = intArgument(obj, "a rotation code");
+  if (code.overflow || code.value < 0 || code.value > KpzRotation::kLastCode) {
+    throw py::value_error("kpz: a rotation code is 0 to 7, not " +
+                          py::str(code.number).cast<std::string>());
+  }
+  return static_cast<unsigned char>(code.value);
+}
+
+// The kit's words for an errno given from Python; one no C int can hold is
+// worded as the system words a number it does not know.
+std::string readErrorWords(const py::handle& obj) {
+  const IntArgument err = intArgument(obj, "an errno");
+  if (err.overflow || err.value < INT_MIN || err.value > INT_MAX) {
+    return "the file cannot be read (unknown error " + py::str(err.number).cast<std::string>() +
+           ")";
+  }
+  return KpzSource::ReadErrorWords(static_cast<int>(err.value));
+}
+
 // ---- sources ----------------------------------------------------------------
+
+// Raises `type` with `words`, the pending Python error as its __cause__.
+[[noreturn]] void raiseFromPending(PyObject* type, const std::string& words) {
+  py::error_already_set cause;  // takes the pending error
+  py::raise_from(cause, type, words.c_str());
+  throw py::error_already_set();
+}
+
+// Takes the buffer of a bytes-like source into *view. Such a source is the
+// file's whole content and is used where it lies, without a copy (a camera
+// file is tens of megabytes), so it must be one C-contiguous run of bytes:
+// PyBUF_SIMPLE asks for exactly that (buf and len only). Whatever its format
+// ('B', 'i', 'd', ...) and shape (0-d, several dimensions), a C-contiguous
+// buffer's bytes are the content, as bytes(source) takes them. A strided or
+// reversed view is refused with BufferError in words instead of being
+// copied whole behind the caller's back: bytes(source) makes the copy.
+void takeWholeBuffer(const py::handle& obj, Py_buffer* view) {
+  if (PyObject_GetBuffer(obj.ptr(), view, PyBUF_SIMPLE) == 0) {
+    return;
+  }
+  if (!PyErr_ExceptionMatches(PyExc_BufferError)) {
+    throw py::error_already_set();
+  }
+  // Refused: if the buffer's own description shows a layout that is not
+  // C-contiguous, say so; any other refusal passes through as it is.
+  py::error_already_set refusal;
+  Py_buffer full;
+  if (PyObject_GetBuffer(obj.ptr(), &full, PyBUF_FULL_RO) != 0) {
+    PyErr_Clear();
+    refusal.restore();
+    throw py::error_already_set();
+  }
+  const bool contiguous = PyBuffer_IsContiguous(&full, 'C') == 1;
+  PyBuffer_Release(&full);
+  refusal.restore();
+  if (contiguous) {
+    throw py::error_already_set();
+  }
+  raiseFromPending(PyExc_BufferError,
+                   "kpz: a bytes-like source must be one C-contiguous run of bytes, and this '" +
+                       typeName(obj) +
+                       "' is not (a slice with a step, a reversed or transposed view): "
+                       "pass bytes(source)");
+}
 
 // One source as given: a path, a buffer or a file object.
 class Source {
@@ -143,17 +247,20 @@ class Source {
     }
     if (PyObject_CheckBuffer(obj.ptr()) == 1) {
       m_type = Type::Buffer;
-      m_view.reset(new Py_buffer());
-      if (PyObject_GetBuffer(obj.ptr(), m_view.get(), PyBUF_SIMPLE) != 0) {
-        m_view.reset();
-        throw py::error_already_set();
-      }
+      std::unique_ptr<Py_buffer> view(new Py_buffer());
+      takeWholeBuffer(obj, view.get());
+      m_view = std::move(view);
       m_filename = py::none();
       return;
     }
     if (PyObject_HasAttrString(obj.ptr(), "read") == 1 &&
         PyObject_HasAttrString(obj.ptr(), "seek") == 1) {
       m_type = Type::Stream;
+      // A text-mode file decodes what it reads (and fails at the first
+      // byte that is no character): refused before anything is read.
+      if (py::isinstance(obj, py::module_::import("io").attr("TextIOBase"))) {
+        throw py::type_error(kTextMode);
+      }
       py::object name = py::getattr(obj, "name", py::none());
       m_filename = (PyUnicode_Check(name.ptr()) || PyBytes_Check(name.ptr())) ? name : py::none();
       return;
@@ -171,6 +278,9 @@ class Source {
   Source(const Source&) = delete;
   Source& operator=(const Source&) = delete;
 
+  static constexpr const char* kTextMode =
+      "kpz: the file object is in text mode: open it in binary mode ('rb')";
+
   Type type() const { return m_type; }
   const std::string& path() const { return m_path; }
   py::object filename() const { return m_filename; }
@@ -186,40 +296,102 @@ class Source {
   std::unique_ptr<Py_buffer> m_view;
 };
 
-// Calls stream.read(n) until `n` bytes came or it gives b"" (or None for a
+// What a file object's read(n) returned, appended to *out: at most `room`
+// bytes (ValueError for more), 0 for the end (b"", or None from a
+// non-blocking stream without data). The result may be any bytes-like
+// object; it is copied by its strides in its logical order, as bytes(chunk)
+// takes it (PyBUF_FULL_RO and PyBuffer_ToContiguous), so a strided,
+// reversed, 0-d or multi-dimensional view gives its own bytes and never a
+// byte outside it. A read's result is copied anyway, so nothing is refused
+// for its layout. Text (str) and anything without a buffer is a TypeError.
+std::size_t appendChunk(const py::object& chunk, std::size_t n, std::size_t room,
+                        std::string* out) {
+  if (chunk.is_none()) {
+    return 0;
+  }
+  if (PyUnicode_Check(chunk.ptr())) {
+    throw py::type_error(Source::kTextMode);
+  }
+  if (PyObject_CheckBuffer(chunk.ptr()) != 1) {
+    throw py::type_error("kpz: the file object's read(" + std::to_string(n) + ") returned '" +
+                         typeName(chunk) + "', not bytes");
+  }
+  Py_buffer view;
+  if (PyObject_GetBuffer(chunk.ptr(), &view, PyBUF_FULL_RO) != 0) {
+    throw py::error_already_set();
+  }
+  const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> held(&view, PyBuffer_Release);
+  const std::size_t got = static_cast<std::size_t>(view.len);
+  if (got > room) {
+    throw py::value_error("kpz: the file object's read(" + std::to_string(n) +
+                          ") returned more bytes than asked for (" + std::to_string(got) + ")");
+  }
+  const std::size_t at = out->size();
+  out->resize(at + got);
+  if (got > 0 && PyBuffer_ToContiguous(&(*out)[at], &view, view.len, 'C') != 0) {
+    out->resize(at);
+    throw py::error_already_set();
+  }
+  return got;
+}
+
+// stream.read(n); a text-mode stream's failure to decode is a TypeError.
+py::object callRead(const py::object& stream, std::size_t n) {
+  PyObject* result = PyObject_CallMethod(stream.ptr(), "read", "n", static_cast<Py_ssize_t>(n));
+  if (result == nullptr) {
+    if (PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) {
+      raiseFromPending(PyExc_TypeError, Source::kTextMode);
+    }
+    throw py::error_already_set();
+  }
+  return py::reinterpret_steal<py::object>(result);
+}
+
+// Calls stream.read() until `n` bytes came or it gives b"" (or None for a
 // non-blocking stream without data); appends to *out.
 void readStream(const py::object& stream, std::size_t n, std::string* out) {
   while (out->size() < n) {  // each pass appends at least one byte or ends
-    py::object chunk = stream.attr("read")(n - out->size());
-    if (chunk.is_none()) {
+    const std::size_t room = n - out->size();
+    if (appendChunk(callRead(stream, room), room, room, out) == 0) {
       break;
     }
-    if (PyUnicode_Check(chunk.ptr())) {
-      throw py::type_error("kpz: the file object gives text: open it in binary mode ('rb')");
-    }
-    py::buffer_info info = py::buffer(chunk).request();
-    const std::size_t got = static_cast<std::size_t>(info.size * info.itemsize);
-    if (got == 0) {
-      break;
-    }
-    if (got > n - out->size()) {
-      throw py::value_error("kpz: the file object's read() returned more bytes than asked for");
-    }
-    out->append(static_cast<const char*>(info.ptr), got);
   }
+}
+
+// Words for a stream that ended at byte `end`, before its reported `size`.
+std::string endedEarly(std::uint64_t end, std::uint64_t size) {
+  return "the file object ended at byte " + std::to_string(end) + ", before the " +
+         std::to_string(size) + " bytes its seek(0, 2) reported: it is truncated or its size is wrong";
+}
+
+// A file size as a stream's seek(0, 2) (or tell()) returned it: an int
+// (TypeError otherwise) from 0 to 2**63 - 1 (ValueError otherwise), the
+// sizes a file can have.
+std::uint64_t sizeFrom(const py::object& value, const char* call) {
+  if (!PyLong_Check(value.ptr()) || PyBool_Check(value.ptr())) {
+    throw py::type_error(std::string("kpz: the file object's ") + call + " returned '" +
+                         typeName(value) + "', not an int (the file's size)");
+  }
+  int overflow = 0;
+  const long long size = PyLong_AsLongLongAndOverflow(value.ptr(), &overflow);
+  if (size == -1 && PyErr_Occurred() != nullptr) {
+    throw py::error_already_set();
+  }
+  if (overflow != 0 || size < 0) {
+    throw py::value_error(std::string("kpz: the file object's ") + call + " returned " +
+                          py::repr(value).cast<std::string>() +
+                          ", which is no file size (0 to 2**63 - 1 bytes)");
+  }
+  return static_cast<std::uint64_t>(size);
 }
 
 // The size of a stream: seek(0, 2)'s result, or tell() when it gives none.
 std::uint64_t streamSize(const py::object& stream) {
   py::object end = stream.attr("seek")(0, 2);
-  if (end.is_none()) {
-    end = stream.attr("tell")();
+  if (!end.is_none()) {
+    return sizeFrom(end, "seek(0, 2)");
   }
-  const long long size = end.cast<long long>();
-  if (size < 0) {
-    throw py::value_error("kpz: the file object reports a negative size");
-  }
-  return static_cast<std::uint64_t>(size);
+  return sizeFrom(stream.attr("tell")(), "tell() after seek(0, 2)");
 }
 
 // A source opened: its head read, so the kit can parse it. For a stream,
@@ -227,6 +399,7 @@ std::uint64_t streamSize(const py::object& stream) {
 struct Opened {
   KpzSource source;
   std::string streamHead;
+  std::uint64_t streamSize = 0;  // as the stream reports it
 };
 
 // Opens `src` into *out, raising the matching error when it cannot be read.
@@ -252,6 +425,13 @@ void openSource(const Source& src, Opened* out) {
       const std::uint64_t size = streamSize(src.object());
       src.object().attr("seek")(0);
       readStream(src.object(), KpzSource::kHeadSize, &out->streamHead);
+      const std::uint64_t head = out->streamHead.size();
+      if (head < KpzSource::kHeadSize && head < size) {
+        // Parsed, its missing bytes would read as zeros: words about them
+        // would not be true. Say what is wrong instead.
+        raiseKpz("KpzError", endedEarly(head, size), py::none(), src.filename());
+      }
+      out->streamSize = size;
       out->source.OpenMemory(reinterpret_cast<const UINT8*>(out->streamHead.data()),
                              out->streamHead.size(), size);
       return;
@@ -304,28 +484,20 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
       src.object().attr("seek")(static_cast<unsigned long long>(pic.offset));
       // One read of the whole range; a stream that gives it whole in one
       // bytes object is handed on without a copy.
-      py::object chunk = src.object().attr("read")(pic.length);
+      py::object chunk = callRead(src.object(), pic.length);
       if (PyBytes_CheckExact(chunk.ptr()) &&
           static_cast<std::size_t>(PyBytes_GET_SIZE(chunk.ptr())) == pic.length) {
         return py::reinterpret_borrow<py::bytes>(chunk);
       }
       std::string data;
-      if (!chunk.is_none()) {
-        if (PyUnicode_Check(chunk.ptr())) {
-          throw py::type_error("kpz: the file object gives text: open it in binary mode ('rb')");
-        }
-        py::buffer_info info = py::buffer(chunk).request();
-        const std::size_t got = static_cast<std::size_t>(info.size * info.itemsize);
-        if (got > pic.length) {
-          throw py::value_error("kpz: the file object's read() returned more bytes than asked for");
-        }
-        data.assign(static_cast<const char*>(info.ptr), got);
-        if (got > 0) {
-          readStream(src.object(), pic.length, &data);
-        }
+      if (appendChunk(chunk, pic.length, pic.length, &data) > 0) {
+        readStream(src.object(), pic.length, &data);
       }
       if (data.size() != pic.length) {
-        raiseKpz("BadPreviewError", std::string(name) + " extends past the end of the file",
+        // Find checked the range against the size the stream reported.
+        raiseKpz("BadPreviewError",
+                 std::string(name) + " extends past the end of the file: " +
+                     endedEarly(pic.offset + data.size(), opened.streamSize),
                  py::none(), src.filename());
       }
       return py::bytes(data);
@@ -503,20 +675,18 @@ PYBIND11_MODULE(_kpz, m) {
       py::arg("source"));
   m.def(
       "set_orientation",
-      [logger](const py::handle& path, int code) { return setOrientation(logger, path, code); },
+      [logger](const py::handle& path, const py::handle& code) {
+        return setOrientation(logger, path, rotationCode(code));
+      },
       py::arg("path"), py::arg("code"));
-  m.def("orientation_words", [](int code) -> std::string {
-    if (code < 0 || code > KpzRotation::kLastCode) {
-      throw py::value_error("kpz: a rotation code is 0 to 7, not " + std::to_string(code));
-    }
-    return KpzRotation::Words(static_cast<unsigned char>(code));
-  });
-  m.def("upright_turn_words", [](int code) -> std::string {
-    if (code < 0 || code > KpzRotation::kLastCode) {
-      throw py::value_error("kpz: a rotation code is 0 to 7, not " + std::to_string(code));
-    }
-    return KpzUpright::TurnWords(static_cast<unsigned char>(code));
-  });
+  m.def(
+      "orientation_words",
+      [](const py::handle& code) { return KpzRotation::Words(rotationCode(code)); },
+      py::arg("code"));
+  m.def(
+      "upright_turn_words",
+      [](const py::handle& code) { return KpzUpright::TurnWords(rotationCode(code)); },
+      py::arg("code"));
   m.def(
       "jpeg_size",
       [](const py::bytes& jpeg) -> py::object {
@@ -535,7 +705,7 @@ PYBIND11_MODULE(_kpz, m) {
         return py::make_tuple(width, height);
       },
       py::arg("jpeg"));
-  m.def("read_error_words", &KpzSource::ReadErrorWords, py::arg("errno"));
+  m.def("read_error_words", &readErrorWords, py::arg("errno"));
   m.attr("HEAD_SIZE") = KpzSource::kHeadSize;
   py::module_ kit = m.def_submodule("kit", "The kpz tool's conventions (KpzPyKit.cpp).");
   KpzPyRegisterKit(kit);

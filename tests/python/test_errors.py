@@ -175,3 +175,42 @@ def test_library_lines_go_to_the_logger_not_to_standard_error(fixtures):
     assert all(line.startswith("kpz.library|") for line in lines)
     assert all("\033" not in line for line in lines)
     assert any("DtRaw.cpp" in line for line in lines)
+
+
+def test_every_os_error_kpz_raises_carries_code_words_and_filename(fixtures, tmp_path):
+    cases = [
+        (str(tmp_path / "nope.kpz"), FileNotFoundError, errno.ENOENT),
+        (str(tmp_path), IsADirectoryError, errno.EISDIR),
+        (fixtures["byname"]["plain"]["path"] + "/x.kpz", NotADirectoryError, errno.ENOTDIR),
+    ]
+    for path, cls, err in cases:
+        for func in (kpz.screennail, kpz.thumbnail, kpz.info, kpz.open):
+            with pytest.raises(cls) as caught:
+                func(path)
+            exc = caught.value
+            assert type(exc) is cls
+            assert exc.code == exc.errno == err, (path, func)
+            assert exc.filename == path
+            assert exc.words == kpz.error_words(exc) and exc.words
+            assert exc.args == (err, os.strerror(err))
+
+
+def test_orientation_words_of_any_int_in_words():
+    assert kpz.orientation_words(0) == "normal"
+    for huge in (2**31, 2**40, 2**70, -(2**63), 8, -1):
+        with pytest.raises(ValueError) as caught:
+            kpz.orientation_words(huge)
+        assert str(caught.value) == f"kpz: a rotation code is 0 to 7, not {huge}"
+    for wrong in ("1", 1.0, None, True):
+        with pytest.raises(TypeError, match="a rotation code is an int"):
+            kpz.orientation_words(wrong)
+
+
+def test_error_words_of_an_os_error_with_any_errno():
+    assert kpz.error_words(OSError(2**40, "x")) == "the file cannot be read (unknown error 1099511627776)"
+    assert kpz.error_words(OSError(-(2**70), "x")) == \
+        f"the file cannot be read (unknown error {-(2**70)})"
+    assert kpz.error_words(OSError(errno.ENOENT, "x")) == "file not found"
+    # An errno that is no int: the exception's own words.
+    assert kpz.error_words(OSError("x", "y")) == str(OSError("x", "y"))
+    assert kpz.error_words(OSError()) == ""

@@ -148,3 +148,26 @@ def test_set_orientation_on_a_file_removed_meanwhile(fixtures, tmp_path):
     os.unlink(path)
     with pytest.raises(FileNotFoundError):
         raw.set_orientation(1)
+
+
+def test_set_orientation_with_a_code_of_any_size_is_a_value_error_in_words(fixtures, tmp_path):
+    path = str(tmp_path / "a.kpz")
+    shutil.copyfile(fixtures["byname"]["plain"]["path"], path)
+    with kpz.open(path) as raw:
+        for huge in (2**31, 2**40, 2**64 + 5, -(2**70)):
+            with pytest.raises(ValueError) as caught:
+                raw.set_orientation(huge)
+            assert str(caught.value) == f"kpz: a rotation code is 0 to 7, not {huge}"
+    with open(path, "rb") as f:
+        assert f.read() == open(fixtures["byname"]["plain"]["path"], "rb").read()  # noqa: SIM115
+
+
+def test_closed_says_whether_the_pictures_can_still_be_read(fixtures):
+    path = fixtures["byname"]["plain"]["path"]
+    assert kpz.RawFile.closed.__doc__ and "close" in kpz.RawFile.closed.__doc__
+    with kpz.open(path) as raw:
+        assert raw.closed is False
+    assert raw.closed is True
+    assert raw.model == "DSLR-M100"
+    with pytest.raises(ValueError, match="closed"):
+        raw.screennail()

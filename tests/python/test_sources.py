@@ -128,7 +128,11 @@ def test_a_stream_that_ends_before_the_picture_is_a_bad_preview(fixtures):
     reader = Lying(data[:3100000])
     with pytest.raises(kpz.BadPreviewError) as caught:
         kpz.screennail(reader)
-    assert caught.value.words == "preview extends past the end of the file"
+    assert caught.value.words == (
+        "preview extends past the end of the file: the file object ended at byte 3100000, "
+        f"before the {len(data)} bytes its seek(0, 2) reported: it is truncated or its size "
+        "is wrong")
+    assert caught.value.code is None
 
 
 def test_a_file_object_whose_seek_returns_none_is_sized_by_tell(fixtures):
