@@ -36,6 +36,12 @@
 #                                          # over HTTP from nginx, and its growth with the number of
 #                                          # files and the batch size (bench/bench_distributed.py);
 #                                          # 1,000 files of ~14 MB with 1.5 MB previews; --quick narrows it
+#   scripts/bench.sh --remote              # only kpz.remote against the floor (one asyncio process,
+#                                          # two ranged GETs per file, 64 in flight) from nginx through
+#                                          # a latency proxy: paired at an added RTT of 0 and 50 ms,
+#                                          # files/s against RTT and against the in-flight limit
+#                                          # (bench/bench_remote.py); 240 files of ~14 MB with 1.5 MB
+#                                          # previews; --quick narrows it
 #   scripts/bench.sh --cold                # only the cold page cache: bytes read from the disk and
 #                                          # wall time per file for kpz preview, the library's main
 #                                          # path, locate only, exiv2, exiftool and the floor, over
@@ -61,6 +67,7 @@ before_rev=""
 upright=0
 python_only=0
 distributed_only=0
+remote_only=0
 cold=0
 readahead_arg=""
 peer_files_arg=""
@@ -76,6 +83,7 @@ while [ $# -gt 0 ]; do
     --upright) upright=1 ;;
     --python) python_only=1 ;;
     --distributed) distributed_only=1 ;;
+    --remote) remote_only=1 ;;
     --cold) cold=1 ;;
     --readahead-kb) readahead_arg="$2"; shift ;;
     --peer-files) peer_files_arg="$2"; shift ;;
@@ -130,6 +138,7 @@ targets="kpz_bench kpz_bench_run"
 [ "$upright" -eq 1 ] && targets="kpz_bench_run"
 [ "$python_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$distributed_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
+[ "$remote_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$cold" -eq 1 ] && targets="kpz_bench_run"
 # Every option that matters is set here, so that a build directory
 # configured otherwise earlier (say without the tool) is brought back in line.
@@ -250,6 +259,28 @@ if [ "$distributed_only" -eq 1 ]; then
     --work "$work/distributed-work" --out "$out" --rounds "$d_rounds" --http-files "$d_http" \
     --counts "$d_counts" --batch-files "$d_batch_files" --batch-sizes "$d_batches" \
     | tee "$out/table.md"
+  fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
+  exit 0
+fi
+
+# ---- --remote: kpz.remote against the floor through a latency proxy ----------
+# 240 files (24 with --quick) of the realistic corpus (1.5 MB previews, 12 MB
+# of filler as a hole) served by nginx on 127.0.0.1; bench/bench_remote.py
+# pairs kpz.remote with the floor at each RTT and writes remote.md.
+if [ "$remote_only" -eq 1 ]; then
+  rcorpus="$work/remote"
+  mkdir -p "$rcorpus"
+  r_files=240; r_rounds=4; r_rtts="0,10,50,100"; r_limits="1,8,64,256"
+  if [ "$quick" -eq 1 ]; then
+    r_files=24; r_rounds=2; r_rtts="0,50"; r_limits="8,64"
+  fi
+  gen="$("$bin/kpz_bench_run" corpus --out "$rcorpus" --files "$r_files" --sparse)"
+  log "$gen"
+  fact load.before_remote "$(load1)"
+  PYTHONPATH="$build/python" /usr/bin/python3 "$root/bench/bench_remote.py" \
+    --manifest "$rcorpus/manifest.tsv" --tests-dir "$root/tests/python" \
+    --work "$work/remote-work" --out "$out" --files "$r_files" --rounds "$r_rounds" \
+    --rtts "$r_rtts" --limits "$r_limits" | tee "$out/table.md"
   fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
   exit 0
 fi

@@ -128,6 +128,13 @@ class Result:
     index: the file's place among the URLs given.
     requests: HTTP requests made for the file, retries included.
     received: body bytes received for the file, retries included.
+    http_status: the HTTP status of the answer a failure came from (404,
+        503, ...); None when it came from no answer (a timeout, a refused
+        connection) or from the file's bytes (not a KPZ file, damaged).
+    storage_failed: the failure is the storage's (an HTTP error, a timeout,
+        a refused or broken connection, a reply not as asked), not the
+        file's (not a KPZ file, damaged, a picture over max_picture) nor
+        the output's.
     """
 
     url: str
@@ -139,16 +146,21 @@ class Result:
     index: int = 0
     requests: int = 0
     received: int = 0
+    http_status: Optional[int] = None
+    storage_failed: bool = False
 
 
 class _Failed(Exception):
     """A range that cannot be had: `words` say why; `transient` ones may be
     retried."""
 
-    def __init__(self, words: str, transient: bool) -> None:
+    def __init__(self, words: str, transient: bool, http_status: Optional[int] = None,
+                 storage: bool = True) -> None:
         super().__init__(words)
         self.words = words
         self.transient = transient
+        self.http_status = http_status
+        self.storage = storage
 
 
 def _content_range(value: Optional[str]) -> Optional[Tuple[int, int, Optional[int]]]:
@@ -236,17 +248,22 @@ class Reader:
                 if found.length > self.settings.max_picture:
                     raise _Failed("the %s is %d bytes, more than the %d read at most "
                                   "(max_picture)" % (kind, found.length,
-                                                     self.settings.max_picture), False)
+                                                     self.settings.max_picture), False,
+                                  storage=False)
                 data, _ = await self._range(r, found.offset, found.length, head=False,
                                             size=size)
                 if found.turns:
                     try:
-                        data = kit.turn(found, data)
+                        # A decode and an encode: off the event loop, which
+                        # other files' reads share.
+                        data = await asyncio.get_running_loop().run_in_executor(
+                            None, kit.turn, found, data)
                     except ValueError as e:
                         r.words, r.status = str(e), int(kit.ExitStatus.INPUT)
                         return r
             except _Failed as e:
                 r.words, r.status = e.words, int(kit.ExitStatus.INPUT)
+                r.http_status, r.storage_failed = e.http_status, e.storage
                 return r
         r.ok, r.data = True, data
         return r
@@ -269,7 +286,8 @@ class Reader:
                     raise
                 failures += 1
                 if failures >= s.tries:
-                    raise _Failed("%s after %d tries" % (e.words, failures), False)
+                    raise _Failed("%s after %d tries" % (e.words, failures), False,
+                                  e.http_status)
                 await self._wait(failures)
                 continue
             if total is not None and total_now is not None and total_now != total:
@@ -373,8 +391,8 @@ class Reader:
                 return b"", 0  # an empty file: the kit tells what it is not
         if status == 416:
             raise _Failed(words.strip() + " (the file is shorter than its head)"
-                          if head else words.strip(), False)
-        raise _Failed(words.strip(), status in _TRANSIENT or status >= 500)
+                          if head else words.strip(), False, status)
+        raise _Failed(words.strip(), status in _TRANSIENT or status >= 500, status)
 
     async def _read(self, r: Result, resp, n: int) -> bytes:
         """At most `n` bytes of the body; more fails, fewer is returned short
@@ -452,8 +470,7 @@ async def fetch_async(urls: Sequence[str], kind: str = "preview", *, upright: bo
     results: List[Optional[Result]] = [None] * len(urls)
     owners = {}
     if out_dir is not None:
-        why = kit.make_output_directory(out_dir) if hasattr(kit, "make_output_directory") \
-            else _make_dir(out_dir)
+        why = kit.make_output_directory(out_dir)
         if why:
             raise OSError("kpz: %s" % why)
         for i, url in enumerate(urls):
@@ -475,14 +492,6 @@ async def fetch_async(urls: Sequence[str], kind: str = "preview", *, upright: bo
             got.data = None
         results[got.index] = got
     return [r for r in results if r is not None]
-
-
-def _make_dir(path: str) -> str:
-    try:
-        os.makedirs(path, exist_ok=True)
-    except OSError as e:
-        return "%s: cannot make the output directory: %s" % (path, e.strerror)
-    return ""
 
 
 def fetch(urls: Sequence[str], kind: str = "preview", *, upright: bool = False,

@@ -12,8 +12,11 @@ first 4 KiB of the range), "stall" (no answer), "redirect:<location>",
 length). It counts requests, connections, the requests in flight at once
 and the body bytes sent per path.
 
-LatencyProxy forwards TCP to a target, holding each chunk `delay` seconds in
-each direction (a WAN link or an object store's time to first byte)."""
+LatencyProxy forwards TCP to a target, each chunk delivered `delay` seconds
+after it arrived, in each direction (a WAN link or an object store's time to
+first byte). Run as a program (`remote_support.py proxy TARGET_PORT DELAY`)
+it prints its port and serves until its standard input closes, for a
+benchmark that keeps the proxy's work out of the measured process."""
 
 import asyncio
 import threading
@@ -176,8 +179,8 @@ class FaultyServer:
 
 
 class LatencyProxy:
-    """Forwards 127.0.0.1:port to target_port, each chunk held `delay`
-    seconds in each direction; counts connections.
+    """Forwards 127.0.0.1:port to target_port, each chunk delivered `delay`
+    seconds after it arrived in each direction; counts connections.
 
     With `gate` N, the first requests towards the target are held until N
     of them wait at once (or `gate_timeout` seconds pass): `gate_reached`
@@ -216,8 +219,31 @@ class LatencyProxy:
             self._open.set()
 
     async def _pipe(self, reader, writer, upstream: bool = False) -> None:
-        try:
+        # Each chunk leaves `delay` after it arrived, in order, while later
+        # chunks are already being read: a link's latency, not a cap on its
+        # bandwidth (holding chunks one after another would make a 1.5 MB
+        # body cost 23 delays instead of one).
+        loop = asyncio.get_running_loop()
+        queue: asyncio.Queue = asyncio.Queue()
+
+        async def deliver():
             while True:
+                due, chunk = await queue.get()
+                if chunk is None:
+                    return
+                try:
+                    wait = due - loop.time()
+                    if wait > 0:
+                        await asyncio.sleep(wait)
+                finally:
+                    if upstream:
+                        self.held -= 1
+                writer.write(chunk)
+                await writer.drain()
+
+        sender = asyncio.ensure_future(deliver())
+        try:
+            while not sender.done():
                 chunk = await reader.read(65536)
                 if not chunk:
                     break
@@ -226,16 +252,14 @@ class LatencyProxy:
                 if upstream:
                     self.held += 1
                     self.max_held = max(self.max_held, self.held)
-                try:
-                    await asyncio.sleep(self.delay)
-                finally:
-                    if upstream:
-                        self.held -= 1
-                writer.write(chunk)
-                await writer.drain()
+                queue.put_nowait((loop.time() + self.delay, chunk))
+            queue.put_nowait((0.0, None))
+            await sender
         except ConnectionError:
             pass
         finally:
+            if not sender.done():
+                sender.cancel()
             writer.close()
 
     async def _client(self, reader, writer) -> None:
@@ -384,3 +408,13 @@ http {{
 
     def __exit__(self, *exc):
         self.close()
+
+
+if __name__ == "__main__":
+    import sys
+
+    if len(sys.argv) != 4 or sys.argv[1] != "proxy":
+        sys.exit("usage: remote_support.py proxy TARGET_PORT DELAY_SECONDS")
+    with LatencyProxy(int(sys.argv[2]), float(sys.argv[3])) as _proxy:
+        print(_proxy.port, flush=True)
+        sys.stdin.read()
