@@ -1,37 +1,54 @@
 """Shared fixtures of the kpz package's tests.
 
-The tests run against the package found on PYTHONPATH (the build tree's,
-<build>/python, as CTest sets it) and compare it with the kpz tool (KPZ_TOOL).
-The KPZ files come from the test-data builder (KPZ_PY_FIXTURE_WRITER, made
-from make_py_fixtures.cpp), written once per session into a temporary
-directory.
+The tests run against the package Python imports: the build tree's
+(<build>/python, which CTest puts on PYTHONPATH) or an installed wheel. They
+compare it with the kpz tool and read KPZ files written by the test-data
+builder (make_py_fixtures.cpp), once per session, into a temporary directory.
+
+CTest names both (KPZ_TOOL, KPZ_PY_FIXTURE_WRITER). Under plain `pytest`
+they are looked for: the tool on PATH, then in build/default of this
+checkout, the fixture writer in build/default. A test that needs one that
+cannot be found is skipped, saying which and how to get it.
 """
 
 import json
 import os
+import shutil
 import subprocess
 from pathlib import Path
 
 import pytest
 
+SOURCE_DIR = Path(os.environ.get("KPZ_SOURCE_DIR") or Path(__file__).resolve().parents[2])
+BUILD_DIR = SOURCE_DIR / "build" / "default"
 
-def _env(name: str) -> str:
+
+def _found(name: str, *candidates) -> str:
+    """The path named by the environment variable `name`, else the first
+    existing candidate; skips the test that needs it when there is none."""
     value = os.environ.get(name)
-    if not value:
-        pytest.exit(f"{name} is not set: run these tests through CTest (ctest -L python)", 2)
-    return value
+    if value:
+        return value
+    for candidate in candidates:
+        if candidate and Path(candidate).is_file() and os.access(candidate, os.X_OK):
+            return str(candidate)
+    pytest.skip(f"{name} is not set and none was found (looked in: "
+                f"{', '.join(str(c) for c in candidates if c)}); build it with "
+                "`cmake --build build/default` or run these tests through CTest")
 
 
 @pytest.fixture(scope="session")
 def tool() -> str:
-    return _env("KPZ_TOOL")
+    return _found("KPZ_TOOL", shutil.which("kpz"), BUILD_DIR / "bin" / "kpz")
 
 
 @pytest.fixture(scope="session")
 def fixtures(tmp_path_factory):
     """The manifest of the generated files (see make_py_fixtures.cpp)."""
+    writer = _found("KPZ_PY_FIXTURE_WRITER",
+                    BUILD_DIR / "tests" / "python" / "kpz_py_fixtures")
     out = tmp_path_factory.mktemp("kpz-fixtures")
-    subprocess.run([_env("KPZ_PY_FIXTURE_WRITER"), str(out)], check=True, timeout=120)
+    subprocess.run([writer, str(out)], check=True, timeout=120)
     with open(out / "manifest.json", encoding="utf-8") as f:
         manifest = json.load(f)
     manifest["dir"] = out
@@ -41,7 +58,7 @@ def fixtures(tmp_path_factory):
 
 @pytest.fixture(scope="session")
 def sample() -> Path:
-    return Path(_env("KPZ_SOURCE_DIR")) / "samples" / "sample.kpz"
+    return SOURCE_DIR / "samples" / "sample.kpz"
 
 
 class ToolRun:

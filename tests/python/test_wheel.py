@@ -72,6 +72,16 @@ def test_wheel_builds_installs_and_passes_the_tests_outside_the_tree(tmp_path):
     _run([vpython, "-m", "pytest", "-q", "-p", "no:cacheprovider", str(tests)], cwd=outside,
          timeout=600)
 
+    # Plain pytest, nothing named: what needs the tool or the fixture writer
+    # (neither is on PATH nor beside the copied tests) is skipped with words
+    # saying which; what needs neither runs and passes.
+    bare = {"KPZ_TOOL": "", "KPZ_PY_FIXTURE_WRITER": "", "KPZ_SOURCE_DIR": ""}
+    plain = _run([vpython, "-m", "pytest", "-q", "-rs", "-p", "no:cacheprovider",
+                  str(tests / "test_docs.py"), str(tests / "test_errors.py"),
+                  str(tests / "test_imports.py")], cwd=outside, timeout=300, extra_env=bare)
+    assert " passed" in plain.stdout, plain.stdout
+    assert "KPZ_PY_FIXTURE_WRITER is not set and none was found" in plain.stdout, plain.stdout
+
 
 if __name__ == "__main__":
     sys.exit(pytest.main([__file__]))
