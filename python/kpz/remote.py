@@ -139,7 +139,7 @@ class Result:
 
     url: str
     ok: bool = False
-    data: Optional[bytes] = None
+    data: Optional[bytes] = dataclasses.field(default=None, repr=False)  # megabytes
     words: str = ""
     status: int = 0
     output: Optional[str] = None
@@ -273,7 +273,7 @@ class Reader:
         """`length` bytes at `start` (for the head: up to `length`, fewer for
         a shorter file) and the file's size, retrying what may pass."""
         s = self.settings
-        got = bytearray()
+        got = b""    # one reply's body as it came; joined only when a reply was short
         total = size
         failures = 0  # attempts that failed and may pass on a retry
         short = 0     # replies that brought only part of what was asked
@@ -294,11 +294,11 @@ class Reader:
                 raise _Failed("the file changed while it was read (its size went from %d to "
                               "%d bytes)" % (total, total_now), False)
             total = total_now if total_now is not None else total
-            got += part
+            got = got + part if got else part
             # The head of a file shorter than the head ends at the file's end.
             end = length if not head or total is None else min(length, total)
             if len(got) >= end:
-                return bytes(got), total
+                return got, total
             # A short reply: the rest is asked for again, a bounded number of times.
             short += 1
             if short >= s.tries:
@@ -397,17 +397,19 @@ class Reader:
     async def _read(self, r: Result, resp, n: int) -> bytes:
         """At most `n` bytes of the body; more fails, fewer is returned short
         (the caller asks for the rest)."""
-        data = bytearray()
-        while len(data) <= n:  # each pass reads at least one byte or ends
-            chunk = await resp.content.read(n + 1 - len(data))
+        chunks = []
+        have = 0
+        while have <= n:  # each pass reads at least one byte or ends
+            chunk = await resp.content.read(n + 1 - have)
             if not chunk:
                 break
-            data += chunk
+            chunks.append(chunk)
+            have += len(chunk)
             r.received += len(chunk)
-        if len(data) > n:
+        if have > n:
             resp.close()
             raise _Failed("the server sent more bytes than the range asked for", False)
-        return bytes(data)
+        return chunks[0] if len(chunks) == 1 else b"".join(chunks)
 
 
 async def read_many(urls: Iterable[str], kind: str = "preview", *, upright: bool = False,
