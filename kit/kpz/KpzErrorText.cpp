@@ -3,6 +3,8 @@
 
 #include "kpz/KpzErrorText.h"
 
+#include <cerrno>
+
 #include "kpz/KpzLayoutCheck.h"
 #include "kpz/KpzSource.h"
 #include "raw/DtRawError.h"
@@ -114,6 +116,24 @@ std::string KpzErrorText::ForFile(const std::string& path, int code) {
     return why;
   }
   return parseCode(code) ? Parse(code, probe.Head(), probe.Size()) : Initialize(code);
+}
+
+std::string KpzErrorText::ForSource(KpzSource& source, int code) {
+  return parseCode(code) ? Parse(code, source.Head(), source.Size()) : Initialize(code);
+}
+
+int KpzErrorText::OpenResult(int err) {
+  switch (err) {
+    case 0:
+    case EISDIR:
+      return 0;
+    case ENOENT:
+      return DtRawErrNotFound;
+    case EIO:
+      return DtRawErrIo;
+    default:
+      return DtRawErrOpen;
+  }
 }
 
 const char* KpzErrorText::Directory() { return "is a directory, not a KPZ raw file"; }

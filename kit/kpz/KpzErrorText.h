@@ -27,6 +27,8 @@
 
 #include "util/DtNlTypes.h"
 
+class KpzSource;
+
 class KpzErrorText {
  public:
   // Words for result `code` of a parse over a head that was read whole
@@ -48,6 +50,19 @@ class KpzErrorText {
   // "input/output error while reading the file", ...); when it succeeds,
   // Parse's words over that head for a parse code, Initialize's otherwise.
   static std::string ForFile(const std::string& path, int code);
+
+  // The same for a file the tool opened and read the head of itself
+  // (KpzSource::Open) before the library's Initialize failed with `code`:
+  // Parse's words over that head for a parse code, Initialize's otherwise.
+  // Nothing is opened again.
+  static std::string ForSource(KpzSource& source, int code);
+
+  // The library's result code for a file the tool could not open or read
+  // with errno `err` (KpzSource::Errno), as the library's own Initialize
+  // gives it: -302 file not found, -399 input/output error, -300 any other
+  // error; 0 for `err` 0 or EISDIR (a directory, a device, pipe or socket
+  // is not opened as a file at all: no code).
+  static int OpenResult(int err);
 
   // A short lower-case phrase for a failed DtRaw::Initialize result `code`
   // as the library reports it, without looking at the file ("file not

@@ -20,6 +20,9 @@ template <typename T, typename F>
 Json entry(const KpzMetadata::Value<T>& v, std::initializer_list<const char*> keys, F fill) {
   Json j;
   j["result"] = v.result;
+  if (v.pastEnd) {
+    j["pastEnd"] = true;
+  }
   for (const char* key : keys) {
     j[key] = nullptr;
   }

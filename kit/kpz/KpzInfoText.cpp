@@ -37,14 +37,17 @@ std::string row(const char* label, const std::string& value) {
 // The value of a getter in words, or why it is absent.
 template <typename T, typename F>
 std::string shown(const KpzMetadata::Value<T>& v, F words) {
-  return v.Ok() ? words(v.value) : KpzInfoText::Absent(v.result);
+  return v.Ok() ? words(v.value) : KpzInfoText::Absent(v.result, v.pastEnd);
 }
 
 std::string number(std::uint64_t n) { return std::to_string(n); }
 
 }  // namespace
 
-std::string KpzInfoText::Absent(int result) {
+std::string KpzInfoText::Absent(int result, bool pastEnd) {
+  if (pastEnd) {
+    return "not recorded (its place lies past the end of the file)";
+  }
   const std::string code = "(error " + std::to_string(result) + ")";
   switch (result) {
     case DtRawErrNoData:
@@ -149,7 +152,7 @@ std::string KpzInfoText::FocalLength(const KpzMetadata::Value<KpzMetadata::Fract
                                      const KpzMetadata::Value<KpzMetadata::Fraction>& film35) {
   std::string text;
   if (!real.Ok()) {
-    text = Absent(real.result);
+    text = Absent(real.result, real.pastEnd);
   } else if (real.value.denominator == 0) {
     text = number(real.value.numerator) + "/0 mm (not a valid value)";
   } else {
@@ -228,7 +231,7 @@ std::string KpzInfoText::ImageSize(const KpzMetadata::Value<UINT16>& width,
     return number(width.value) + " x " + number(height.value) + " pixels";
   }
   const auto side = [](const KpzMetadata::Value<UINT16>& v) {
-    return v.Ok() ? number(v.value) : Absent(v.result);
+    return v.Ok() ? number(v.value) : Absent(v.result, v.pastEnd);
   };
   return "width " + side(width) + ", height " + side(height);
 }

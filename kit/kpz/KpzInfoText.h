@@ -35,8 +35,10 @@ class KpzInfoText {
   // Why a value is absent: "not recorded" for -100; "recorded in an
   // unexpected form, not shown (error -402)" for a value of the wrong size or
   // layout; "recorded, but not as four digits (error -401)" (or -403) for a
-  // version; "unreadable (error <code>)" for any other code.
-  static std::string Absent(int result);
+  // version; "unreadable (error <code>)" for any other code. A value whose
+  // place lies past the end of a cut file (`pastEnd`): "not recorded (its
+  // place lies past the end of the file)".
+  static std::string Absent(int result, bool pastEnd = false);
 
   // num/den rounded half up to at most `places` decimals, trailing zeros
   // dropped: (28, 10, 2) "2.8", (8, 1, 2) "8", (95, 100, 2) "0.95". `den`

@@ -130,6 +130,7 @@ class HeadReader {
 // One kept entry, as the library keeps it.
 struct Tag {
   bool kept = false;
+  std::uint32_t entry = 0;  // where the entry starts (in the head)
   UINT16 type = 0;
   std::uint32_t count = 0;
   std::uint32_t size = 0;  // count x unit, 32-bit (wraps as the library's does)
@@ -148,6 +149,8 @@ struct Dir {
   Tag tags[kMaxTargets];
   std::size_t kept = 0;
   std::uint32_t next = 0;
+  std::uint64_t start = 0;  // nominal extent in the file
+  std::uint64_t end = 0;
 
   const Tag* Get(UINT16 id) const {
     for (std::size_t i = 0; i < targetCount; ++i) {
@@ -182,6 +185,8 @@ bool readDir(HeadReader& r, std::uint32_t offset, const UINT16* targets, std::si
   }
   const std::uint64_t end = start + 2 + std::uint64_t{kEntrySize} * entries + 4;
   const Stop inDir{false, start, end};
+  dir->start = start;
+  dir->end = end;
   // At most 65,535 passes; each ends at most 12 bytes further on, or returns.
   for (std::uint32_t i = 0; i < entries; ++i) {
     if (dir->kept == targetCount) {
@@ -209,6 +214,7 @@ bool readDir(HeadReader& r, std::uint32_t offset, const UINT16* targets, std::si
       continue;
     }
     Tag& tag = dir->tags[index];
+    tag.entry = entryStart;
     if (whole) {
       tag.type = r.Load16(entryStart + 2);
       tag.count = r.Load32(entryStart + 4);
@@ -305,8 +311,72 @@ Finding failed(int code, Reason reason, std::uint64_t bytes = 0) {
   return f;
 }
 
-// The walk itself: the steps of DtRawEng::Parse over the head.
-Finding walk(const UINT8* head, std::uint64_t fileSize) {
+// What the walk met of the file's end, and where it keeps the tags found.
+struct WalkState {
+  std::uint64_t fileSize = 0;
+  bool cut = false;  // a directory or copied value read the zeros past the end
+  Finding cutFinding;
+  KpzLayoutCheck::Places* places = nullptr;  // null: not kept
+};
+
+// Notes the first structure the parse read that ends past the file's end.
+void noteCut(WalkState& w, Part part, bool value, std::uint64_t start, std::uint64_t end) {
+  if (w.cut || end <= w.fileSize) {
+    return;
+  }
+  w.cut = true;
+  w.cutFinding.part = part;
+  w.cutFinding.value = value;
+  w.cutFinding.reason = start >= w.fileSize ? Reason::PastEnd : Reason::RunsPastEnd;
+}
+
+// After `dir` of `part` was read whole: its cut, and its tags kept.
+void took(WalkState& w, Part part, const Dir& dir) {
+  if (dir.start <= 0x7FFFFFFFu) {
+    noteCut(w, part, false, dir.start, dir.end);
+  }
+  if (w.places != nullptr) {
+    const std::size_t i = static_cast<std::size_t>(part);
+    w.places->read[i] = true;
+    w.places->cut[i] = dir.start <= 0x7FFFFFFFu && dir.end > w.fileSize;
+  }
+  for (std::size_t i = 0; i < dir.targetCount; ++i) {
+    const Tag& tag = dir.tags[i];
+    if (!tag.kept) {
+      continue;
+    }
+    if (tag.hasData && tag.size > 4) {
+      noteCut(w, part, true, tag.pos, std::uint64_t{tag.pos} + tag.size);
+    }
+    if (w.places != nullptr && w.places->count < KpzLayoutCheck::Places::kMax) {
+      KpzLayoutCheck::Place& p = w.places->at[w.places->count++];
+      p.part = part;
+      p.tag = dir.targets[i];
+      p.entry = tag.entry;
+      p.pos = tag.pos;
+      p.size = tag.size;
+      p.hasData = tag.hasData;
+      std::memcpy(p.data, tag.data, sizeof p.data);
+    }
+  }
+}
+
+Finding walkOnce(const UINT8* head, WalkState& w);
+
+// The walk itself, with a failure after a cut named as the cut.
+Finding walk(const UINT8* head, WalkState& w) {
+  Finding f = walkOnce(head, w);
+  if (f.code != DtRawOk && w.cut) {
+    const int code = f.code;
+    f = w.cutFinding;
+    f.code = code;
+  }
+  return f;
+}
+
+// The steps of DtRawEng::Parse over the head.
+Finding walkOnce(const UINT8* head, WalkState& w) {
+  const std::uint64_t fileSize = w.fileSize;
   const UINT16 mark = static_cast<UINT16>((head[0] << 8) | head[1]);
   if (mark != 0x4949 && mark != 0x4D4D) {
     return failed(DtRawErrNotTiff, fileSize == 0 ? Reason::Empty : Reason::NotTiff);
@@ -324,11 +394,13 @@ Finding walk(const UINT8* head, std::uint64_t fileSize) {
                &stop)) {
     return located(DtRawErrRead, Part::Ifd0, ifd0Offset, stop, fileSize);
   }
+  took(w, Part::Ifd0, ifd0);
   Dir ifd1;
   if (!readDir(r, ifd0.next, kIfd1Targets, sizeof kIfd1Targets / sizeof kIfd1Targets[0], &ifd1,
                &stop)) {
     return located(DtRawErrRead, Part::Ifd1, ifd0.next, stop, fileSize);
   }
+  took(w, Part::Ifd1, ifd1);
   Dir exif;
   bool haveExif = false;
   std::uint32_t exifOffset = 0;
@@ -337,6 +409,7 @@ Finding walk(const UINT8* head, std::uint64_t fileSize) {
                  &stop)) {
       return located(DtRawErrRead, Part::Exif, exifOffset, stop, fileSize);
     }
+    took(w, Part::Exif, exif);
     haveExif = true;
     std::uint32_t iobOffset = 0;
     if (pointerOf(exif.Get(kTagIobPointer), big, &iobOffset)) {
@@ -345,6 +418,7 @@ Finding walk(const UINT8* head, std::uint64_t fileSize) {
                    &stop)) {
         return located(DtRawErrRead, Part::Iob, iobOffset, stop, fileSize);
       }
+      took(w, Part::Iob, iob);
     }
   }
 
@@ -379,6 +453,9 @@ Finding walk(const UINT8* head, std::uint64_t fileSize) {
     if (!r.Bytes(header, kMakerNoteHeader)) {
       return located(DtRawErrRead, Part::MakerNote, noteOffset, inHeader, fileSize);
     }
+    if (noteOffset <= 0x7FFFFFFFu) {
+      noteCut(w, Part::MakerNote, false, noteOffset, inHeader.end);
+    }
     if (std::memcmp(header, "KAVI", 4) != 0) {
       // At offset 0, or 2 GiB and more, the library reads the TIFF header.
       if (noteOffset == 0 || noteOffset > 0x7FFFFFFFu) {
@@ -393,6 +470,7 @@ Finding walk(const UINT8* head, std::uint64_t fileSize) {
                sizeof kMakerNoteTargets / sizeof kMakerNoteTargets[0], &note, &stop)) {
     return located(DtRawErrRead, Part::MakerNote, noteDir, stop, fileSize);
   }
+  took(w, Part::MakerNote, note);
   if (!m372) {
     return Finding();
   }
@@ -408,6 +486,7 @@ Finding walk(const UINT8* head, std::uint64_t fileSize) {
   if (!readDir(r, kmOffset, kKmTargets, sizeof kKmTargets / sizeof kKmTargets[0], &km, &stop)) {
     return located(DtRawErrRead, Part::KmMakerNote, kmOffset, stop, fileSize);
   }
+  took(w, Part::KmMakerNote, km);
   return Finding();
 }
 
@@ -437,10 +516,19 @@ KpzLayoutCheck::Finding KpzLayoutCheck::Inspect(const UINT8* head, std::uint64_t
   if (head == nullptr) {
     return Finding();
   }
-  Finding f = walk(head, fileSize);
+  WalkState w;
+  w.fileSize = fileSize;
+  Finding f = walk(head, w);
   // A file shorter than its 8-byte header: whatever the parse met after the
-  // header's first bytes was made of the zeros after the file's end.
-  if (f.code != DtRawOk && f.code != DtRawErrNotTiff && fileSize < 8) {
+  // header's first bytes was made of the zeros after the file's end. A file
+  // of 1 to 3 bytes that begins as a TIFF header does ("I", "II", "MM\0")
+  // is cut within it too, not without one.
+  static const UINT8 kLittle[4] = {0x49, 0x49, 0x2A, 0x00};
+  static const UINT8 kBig[4] = {0x4D, 0x4D, 0x00, 0x2A};
+  const bool cutMark = f.code == DtRawErrNotTiff && fileSize > 0 && fileSize < 4 &&
+                       (std::memcmp(head, kLittle, static_cast<std::size_t>(fileSize)) == 0 ||
+                        std::memcmp(head, kBig, static_cast<std::size_t>(fileSize)) == 0);
+  if (cutMark || (f.code != DtRawOk && f.code != DtRawErrNotTiff && fileSize < 8)) {
     f.reason = Reason::HeaderCut;
     f.part = Part::None;
     f.value = false;
@@ -494,4 +582,84 @@ std::string KpzLayoutCheck::Words(const Finding& f) {
     default:
       return "";
   }
+}
+
+bool KpzLayoutCheck::Place::PastEnd(std::uint64_t fileSize) const {
+  // The entry's tag, type and count (8 bytes), then its field: the value
+  // itself (up to 4 bytes) or the offset of the value (4 bytes).
+  const std::uint64_t field = size <= 4 ? size : 4;
+  if (std::uint64_t{entry} + 8 + field > fileSize) {
+    return true;
+  }
+  return size > 0 && std::uint64_t{pos} + size > fileSize;
+}
+
+const KpzLayoutCheck::Place* KpzLayoutCheck::Places::Get(Part part, UINT16 tag) const {
+  for (std::size_t i = 0; i < count && i < kMax; ++i) {
+    if (at[i].part == part && at[i].tag == tag) {
+      return &at[i];
+    }
+  }
+  return nullptr;
+}
+
+bool KpzLayoutCheck::Places::Cut(Part part) const {
+  // Bounded: each step goes to the part holding the pointer, IFD0 has none.
+  for (int steps = 0; steps < 8; ++steps) {
+    const std::size_t i = static_cast<std::size_t>(part);
+    if (cut[i]) {
+      return true;
+    }
+    // The part holding the pointer, and the pointer's tag (0: the
+    // next-directory offset, part of the holder's extent).
+    Part holder = Part::None;
+    UINT16 pointer = 0;
+    switch (part) {
+      case Part::Ifd1:
+        holder = Part::Ifd0;
+        break;
+      case Part::Exif:
+        holder = Part::Ifd0;
+        pointer = kTagExifPointer;
+        break;
+      case Part::Iob:
+        holder = Part::Exif;
+        pointer = kTagIobPointer;
+        break;
+      case Part::MakerNote:
+        holder = Part::Exif;
+        pointer = kTagMakerNote;
+        break;
+      case Part::KmMakerNote:
+        holder = Part::MakerNote;
+        pointer = kTagKmPointer;
+        break;
+      case Part::Ifd0:
+      case Part::None:
+      default:
+        return false;
+    }
+    const Place* held = pointer != 0 ? Get(holder, pointer) : nullptr;
+    if (held != nullptr && held->PastEnd(fileSize)) {
+      return true;
+    }
+    if (read[i]) {
+      return false;
+    }
+    part = holder;
+  }
+  return false;
+}
+
+KpzLayoutCheck::Places KpzLayoutCheck::Locate(const UINT8* head, std::uint64_t fileSize) {
+  Places places;
+  if (head == nullptr) {
+    return places;
+  }
+  places.fileSize = fileSize;
+  WalkState w;
+  w.fileSize = fileSize;
+  w.places = &places;
+  (void)walk(head, w);
+  return places;
 }

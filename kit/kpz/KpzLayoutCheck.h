@@ -34,6 +34,7 @@
 #ifndef KPZ_TOOLS_KPZ_KPZLAYOUTCHECK_H
 #define KPZ_TOOLS_KPZ_KPZLAYOUTCHECK_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -87,8 +88,49 @@ class KpzLayoutCheck {
   };
 
   // Walks `head` (kHeadSize bytes) of a file of `fileSize` bytes as the
-  // library's parse does. A null head gives a Finding with code 0.
+  // library's parse does. A null head gives a Finding with code 0. When the
+  // parse fails after it read part of a directory or value from beyond the
+  // end of a cut file (zeros there), the reason names that part as running
+  // (or lying) past the end of the file: what the zeros made the parse
+  // meet next ("only one directory", "no maker note", ...) is not the cause.
   static Finding Inspect(const UINT8* head, std::uint64_t fileSize);
+
+  // One kept entry (a target tag) as the walk found it.
+  struct Place {
+    Part part = Part::None;
+    UINT16 tag = 0;
+    std::uint32_t entry = 0;  // where its 12-byte entry starts
+    std::uint32_t pos = 0;    // where its value lies: the entry's field, or the offset held
+    std::uint32_t size = 0;   // the value's bytes as the library counts them (32-bit)
+    bool hasData = false;     // data holds the value (1 to 32 bytes, read from the head)
+    UINT8 data[32] = {};
+
+    // True when a byte of the entry or of the value lies at or past
+    // `fileSize`: the library read zeros there, not the file.
+    bool PastEnd(std::uint64_t fileSize) const;
+  };
+
+  // The target tags of every directory the walk read whole (at most 40).
+  struct Places {
+    static constexpr std::size_t kMax = 40;
+    Place at[kMax];
+    std::size_t count = 0;
+    // The entry of `tag` in `part`, or null when the walk kept none.
+    const Place* Get(Part part, UINT16 tag) const;
+    // True when `part` runs past the end of the file (its entries there
+    // were read as zeros), or was not reached because the part holding its
+    // pointer does, or when the entry holding its offset is cut: an entry
+    // missing there (or found where a cut offset led) may well be cut off.
+    bool Cut(Part part) const;
+
+    std::uint64_t fileSize = 0;
+    bool read[8] = {};  // by Part: the directory was read whole
+    bool cut[8] = {};   // by Part: it runs past the end of the file
+  };
+
+  // The walk of Inspect, keeping where each target tag lies. Never fails;
+  // a directory the walk could not read contributes nothing.
+  static Places Locate(const UINT8* head, std::uint64_t fileSize);
 
   // The reason in words, short and lower case, without the "not a KPZ raw
   // file" around it ("no camera model", "IFD1 lies past the end of the

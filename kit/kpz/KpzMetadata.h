@@ -32,6 +32,10 @@ struct KpzMetadata {
   struct Value {
     int result = DtRawErrNotInit;
     T value{};
+    // The value's entry or bytes lie past the end of the file (a cut
+    // file): the library read zeros there. result is then -100 (not
+    // recorded) and value its default, whatever the getter answered.
+    bool pastEnd = false;
     bool Ok() const { return result == DtRawOk; }
   };
 
@@ -46,7 +50,10 @@ struct KpzMetadata {
   };
 
   std::string file;           // the path as given
-  bool initialized = false;   // DtRaw::Initialize was called (false for a directory)
+  // DtRaw::Initialize was called (false for a file that was not read: a
+  // directory, a device, pipe or socket, one that cannot be opened)
+  bool initialized = false;
+  int openErrno = 0;          // the system's error when the file could not be opened or read
   int initResult = DtRawOk;   // its result; the values below are read only when it is 0
   std::string error;          // words for a failed initialisation; empty otherwise
 

@@ -3,11 +3,13 @@
 
 #include "kpz/KpzMetadataReader.h"
 
-#include <filesystem>
-#include <system_error>
+#include <initializer_list>
+#include <utility>
+
 #include <vector>
 
 #include "kpz/KpzErrorText.h"
+#include "kpz/KpzLayoutCheck.h"
 #include "kpz/KpzSource.h"
 #include "raw/DtRaw.h"
 
@@ -117,25 +119,103 @@ void readAll(DtRaw& raw, KpzMetadata* md) {
   keep(&md->thumbnail, raw.GetThumbnailInfo(&thumbnail), thumbnail);
 }
 
+using Part = KpzLayoutCheck::Part;
+
+// A value one of whose places lies past the end of the file: not recorded
+// there, whatever the library made of the zeros it read.
+template <typename T>
+void cutOff(KpzMetadata::Value<T>* v, const KpzLayoutCheck::Places& places,
+            std::uint64_t fileSize, std::initializer_list<std::pair<Part, UINT16>> tags) {
+  for (const auto& t : tags) {
+    const KpzLayoutCheck::Place* p = places.Get(t.first, t.second);
+    if (p != nullptr ? p->PastEnd(fileSize) : places.Cut(t.first)) {
+      v->result = DtRawErrNoData;
+      v->value = T{};
+      v->pastEnd = true;
+      return;
+    }
+  }
+}
+
+// Marks every value of *md that lies past the end of a file of `fileSize`
+// bytes whose head is `head` (zeros after the end).
+void markPastEnd(const UINT8* head, std::uint64_t fileSize, KpzMetadata* md) {
+  if (fileSize >= KpzSource::kHeadSize) {
+    // Every place the parse reads lies in the head, hence in the file;
+    // nominal places beyond the head are not read from it.
+    return;
+  }
+  const KpzLayoutCheck::Places places = KpzLayoutCheck::Locate(head, fileSize);
+  const std::uint64_t n = fileSize;
+  cutOff(&md->make, places, n, {{Part::Ifd0, 0x010F}});
+  cutOff(&md->model, places, n, {{Part::Ifd0, 0x0110}});
+  cutOff(&md->dateTimeOriginal, places, n, {{Part::Exif, 0x9003}});
+  cutOff(&md->exposureTime, places, n, {{Part::Exif, 0x829A}});
+  cutOff(&md->fNumber, places, n, {{Part::Exif, 0x829D}});
+  cutOff(&md->focalLength, places, n, {{Part::Exif, 0x920A}});
+  cutOff(&md->focalLength35mm, places, n, {{Part::Exif, 0xA405}});
+  cutOff(&md->isoSpeed, places, n, {{Part::Exif, 0x8827}});
+  cutOff(&md->exposureBias, places, n, {{Part::Exif, 0x9204}});
+  cutOff(&md->exposureProgram, places, n, {{Part::Exif, 0x8822}});
+  cutOff(&md->flash, places, n, {{Part::Exif, 0x9209}});
+  cutOff(&md->rotation, places, n, {{Part::Ifd0, 0x0112}});
+  cutOff(&md->rawImageWidth, places, n, {{Part::Exif, 0xA002}});
+  cutOff(&md->rawImageHeight, places, n, {{Part::Exif, 0xA003}});
+  cutOff(&md->colorSpace, places, n, {{Part::Exif, 0xA001}});
+  cutOff(&md->customRendered, places, n, {{Part::Exif, 0xA401}});
+  cutOff(&md->exifVersion, places, n, {{Part::Exif, 0x9000}});
+  cutOff(&md->iobVersion, places, n, {{Part::Iob, 0x0002}});
+  cutOff(&md->iobIndex, places, n, {{Part::Iob, 0x0001}});
+  // The preview's offset and length (the Km maker note's when it has them,
+  // IFD0's otherwise) and its pixel size in the maker note: a record not
+  // whole in the file is not given.
+  if (places.Get(Part::KmMakerNote, 0x0088) != nullptr) {
+    cutOff(&md->screennail, places, n,
+           {{Part::KmMakerNote, 0x0088}, {Part::KmMakerNote, 0x0089}, {Part::MakerNote, 0xB02C}});
+  } else {
+    cutOff(&md->screennail, places, n,
+           {{Part::Ifd0, 0x0201}, {Part::Ifd0, 0x0202}, {Part::MakerNote, 0xB02C}});
+  }
+  cutOff(&md->thumbnail, places, n,
+         {{Part::Ifd1, 0x0201}, {Part::Ifd1, 0x0202}, {Part::Ifd1, 0x0103}});
+}
+
 }  // namespace
 
 bool KpzMetadataReader::Read(const std::string& path, KpzMetadata* out) {
-  *out = KpzMetadata();
-  out->file = path;
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) {
-    out->error = KpzErrorText::Directory();
+  KpzSource source;
+  std::string why;
+  if (!source.Open(path, &why)) {
+    *out = KpzMetadata();
+    out->file = path;
+    out->error = why;
+    out->openErrno = source.Errno();
+    // A file that could not be opened or read has the library's code for
+    // it; one that was not read at all (a directory, device, pipe, socket)
+    // none.
+    const int code = KpzErrorText::OpenResult(out->openErrno);
+    out->initialized = code != 0;
+    out->initResult = code;
     return false;
   }
+  return ReadOpened(source, path, out);
+}
+
+bool KpzMetadataReader::ReadOpened(KpzSource& source, const std::string& name,
+                                   KpzMetadata* out) {
+  *out = KpzMetadata();
+  out->file = name;
   DtRaw raw;
   out->initialized = true;
-  out->initResult = raw.Initialize(path.c_str());
+  const std::string libraryPath = source.LibraryPath();
+  out->initResult = raw.Initialize(libraryPath.c_str());
   if (out->initResult != DtRawOk) {
-    out->error = KpzErrorText::ForFile(path, out->initResult);
+    out->error = KpzErrorText::ForSource(source, out->initResult);
     return false;
   }
   readAll(raw, out);
   raw.Finalize();
+  markPastEnd(source.Head(), source.Size(), out);
   return true;
 }
 
@@ -151,5 +231,6 @@ bool KpzMetadataReader::ReadHead(KpzSource& source, const std::string& name, Kpz
   }
   readAll(raw, out);
   raw.Finalize();
+  markPastEnd(source.Head(), source.Size(), out);
   return true;
 }

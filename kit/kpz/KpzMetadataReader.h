@@ -30,10 +30,19 @@ class KpzMetadataReader {
 
   // Replaces *out with the metadata of the file at `path`. True when the
   // file could be initialised (each value then carries its own result);
-  // false for a directory or a failed DtRaw::Initialize, with out->error in
-  // words (KpzErrorText::ForFile: a read error in its own words, a file laid
-  // out otherwise as not a KPZ raw file) and every value left at its default.
+  // false with out->error in words and every value left at its default
+  // when it cannot be opened (KpzSource::Open's words, out->openErrno its
+  // errno; out->initialized false: a directory, a device, pipe or socket is
+  // not read) or DtRaw::Initialize fails (a read error in its own words, a
+  // file laid out otherwise as not a KPZ raw file). The name is opened once
+  // (ReadOpened).
   static bool Read(const std::string& path, KpzMetadata* out);
+
+  // The same for a file opened by KpzSource::Open: the library reads that
+  // very file (KpzSource::LibraryPath), whatever the name leads to by now.
+  // out->file is `name`. A value whose place lies past the end of a cut
+  // file is told as not recorded (pastEnd), here and in ReadHead.
+  static bool ReadOpened(KpzSource& source, const std::string& name, KpzMetadata* out);
 
   // The same from a source whose head is already read (a file opened by
   // KpzSource::Open, or content at hand through KpzSource::OpenMemory): the

@@ -3,10 +3,14 @@
 
 #include "kpz/KpzRotator.h"
 
-#include <filesystem>
-#include <system_error>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstring>
 
 #include "kpz/KpzErrorText.h"
+#include "kpz/KpzLayoutCheck.h"
+#include "kpz/KpzSource.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
 
@@ -63,19 +67,88 @@ std::string updateError(int code) {
   }
 }
 
+using Part = KpzLayoutCheck::Part;
+
+const UINT16 kTagOrientation = 0x0112;
+const UINT16 kTagDateTime = 0x0132;
+const std::uint32_t kOrientationSize = 2;
+const std::uint32_t kDateTimeSize = 20;
+
+// One place the write-back changes.
+struct Write {
+  const char* what;
+  const KpzLayoutCheck::Place* place;
+};
+
+// Every place DtRaw::Update will write for a new orientation, worked out
+// from the head as the library parsed it (SetRotationInfo's and
+// syncDateTime's rules), each checked against the file before anything is
+// written. Empty words when all lie inside the file.
+std::string checkPlan(KpzSource& source) {
+  const KpzLayoutCheck::Places places = KpzLayoutCheck::Locate(source.Head(), source.Size());
+  Write plan[3] = {};
+  std::size_t count = 0;
+  const KpzLayoutCheck::Place* ifd0 = places.Get(Part::Ifd0, kTagOrientation);
+  if (ifd0 == nullptr || ifd0->size != kOrientationSize) {
+    // The library found a 2-byte orientation the walk did not: the plan
+    // would not be whole.
+    return "the places of the orientation in the file cannot be worked out; not changed";
+  }
+  plan[count++] = Write{"IFD0's orientation", ifd0};
+  const KpzLayoutCheck::Place* ifd1 = places.Get(Part::Ifd1, kTagOrientation);
+  if (ifd1 != nullptr && ifd1->size == kOrientationSize) {
+    plan[count++] = Write{"IFD1's orientation", ifd1};
+  }
+  const KpzLayoutCheck::Place* time0 = places.Get(Part::Ifd0, kTagDateTime);
+  const KpzLayoutCheck::Place* time1 = places.Get(Part::Ifd1, kTagDateTime);
+  if (time0 != nullptr && time1 != nullptr && time0->size == kDateTimeSize &&
+      time1->size == kDateTimeSize) {
+    // Written when the two differ (compared as text); when either could not
+    // be compared here, counted as written.
+    const bool same = time0->hasData && time1->hasData &&
+                      std::strncmp(reinterpret_cast<const char*>(time0->data),
+                                   reinterpret_cast<const char*>(time1->data),
+                                   kDateTimeSize) == 0;
+    if (!same) {
+      plan[count++] = Write{"IFD1's date and time", time1};
+    }
+  }
+  const std::uint64_t fileSize = source.Size();
+  for (std::size_t i = 0; i < count; ++i) {
+    const KpzLayoutCheck::Place& p = *plan[i].place;
+    const std::uint64_t end = std::uint64_t{p.pos} + p.size;
+    // The library seeks to a signed 32-bit position: 2 GiB and more fail.
+    if (p.pos > 0x7FFFFFFFu || end > fileSize) {
+      return std::string("a place the new orientation is written to (") + plan[i].what + ", " +
+             std::to_string(p.size) + " bytes at byte " + std::to_string(p.pos) +
+             ") lies past the end of the file (" + std::to_string(fileSize) +
+             " bytes); not changed";
+    }
+  }
+  return std::string();
+}
+
 }  // namespace
 
 KpzRotator::Outcome KpzRotator::Rotate(const std::string& path, const Change& change,
                                        bool dryRun) {
-  Outcome out;
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) {
-    return failed(out, Failure::Input, 0, KpzErrorText::Directory());
+  KpzSource source;
+  std::string why;
+  if (!source.Open(path, &why)) {
+    Outcome out;
+    out.openErrno = source.Errno();
+    return failed(out, Failure::Input, KpzErrorText::OpenResult(out.openErrno), why);
   }
+  return Rotate(source, change, dryRun);
+}
+
+KpzRotator::Outcome KpzRotator::Rotate(KpzSource& source, const Change& change, bool dryRun) {
+  Outcome out;
   DtRaw raw;
-  const int initRet = raw.Initialize(path.c_str());
+  const std::string libraryPath = source.LibraryPath();
+  const int initRet = raw.Initialize(libraryPath.c_str());
   if (initRet != DtRawOk) {
-    return failed(out, Failure::Input, initRet, KpzErrorText::ForFile(path, initRet));
+    return failed(out, Failure::Input, initRet, KpzErrorText::ForSource(source, initRet));
   }
   unsigned char current = 0;
   const int getRet = raw.GetRotationInfo(&current);
@@ -97,6 +170,13 @@ KpzRotator::Outcome KpzRotator::Rotate(const std::string& path, const Change& ch
   if (setRet != DtRawOk) {
     return failed(out, Failure::Output, setRet, setError(setRet));
   }
+  // Every place to be written is checked before the first byte is: a
+  // failure leaves the file as it was (a dry run says it too).
+  const std::string planError = checkPlan(source);
+  if (!planError.empty()) {
+    raw.Finalize();  // drops the queued change unwritten
+    return failed(out, Failure::Output, DtRawErrSeek, planError);
+  }
   if (dryRun) {
     raw.Finalize();  // drops the queued change unwritten
     out.ok = true;
@@ -109,6 +189,15 @@ KpzRotator::Outcome KpzRotator::Rotate(const std::string& path, const Change& ch
     return failed(out, Failure::Output, updateRet, updateError(updateRet));
   }
   out.written = true;
+  // The library sets the times back to the second; the modification time
+  // is set back whole (nanoseconds included), through the descriptor.
+  struct timespec times[2];
+  times[0].tv_sec = 0;
+  times[0].tv_nsec = UTIME_OMIT;  // the access time as the library left it
+  times[1] = source.ModifiedAt();
+  if (futimens(source.Fd(), times) != 0) {
+    return failed(out, Failure::Output, DtRawErrSetTime, updateError(DtRawErrSetTime));
+  }
   out.ok = true;
   return out;
 }

@@ -24,6 +24,8 @@
 
 #include "kpz/KpzRotation.h"
 
+class KpzSource;
+
 class KpzRotator {
  public:
   // What to do: turn the picture, or set a rotation code outright.
@@ -47,12 +49,24 @@ class KpzRotator {
     unsigned char before = 0;   // the code read from the file (valid once read)
     unsigned char after = 0;    // the code asked for (valid once read)
     bool written = false;       // the file was changed
+    int openErrno = 0;          // the system's error when the file could not be opened
   };
 
   // Applies `change` to the file at `path` (see above). With `dryRun` or
   // when the new code equals the current one, nothing is written and
   // `written` stays false. On failure `error` says what failed in words.
+  // The file is opened once (KpzSource::Open: a directory, device, pipe or
+  // socket is refused in its words without waiting) and the library works
+  // on that very file. Every place the change writes (IFD0's and IFD1's
+  // orientation, IFD1's date and time) is checked against the file's size
+  // before the first byte is written: a place past the end refuses the
+  // change with nothing written (result -305). After a write the whole
+  // modification time is set back, nanoseconds included.
   static Outcome Rotate(const std::string& path, const Change& change, bool dryRun);
+
+  // The same on a file already opened by KpzSource::Open (its name is not
+  // looked at again).
+  static Outcome Rotate(KpzSource& source, const Change& change, bool dryRun);
 
   // The line the tool prints for a success: "<path>: <before> -> <after>",
   // with " (dry run, not written)" or " (unchanged)" appended as it applies,

@@ -35,6 +35,7 @@ KpzSource::KpzSource() : m_fd(-1), m_size(0), m_dev(0), m_ino(0), m_head() {}
 KpzSource::~KpzSource() { Close(); }
 
 void KpzSource::Close() {
+  m_path.clear();
   if (m_fd >= 0) {
     close(m_fd);
     m_fd = -1;
@@ -57,9 +58,22 @@ std::string KpzSource::ReadErrorWords(int err) {
   }
 }
 
+std::string KpzSource::LibraryPath(const char* procDir) const {
+  if (m_fd < 0) {
+    return std::string();
+  }
+  const std::string byFd = std::string(procDir) + "/" + std::to_string(m_fd);
+  struct stat st;
+  if (stat(byFd.c_str(), &st) == 0 && st.st_dev == m_dev && st.st_ino == m_ino) {
+    return byFd;
+  }
+  return m_path;
+}
+
 void KpzSource::OpenMemory(const UINT8* data, std::size_t length, std::uint64_t fileSize) {
   Close();
   m_errno = 0;
+  m_mtime = timespec{0, 0};
   m_size = fileSize;
   m_dev = 0;
   m_ino = 0;
@@ -103,6 +117,16 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
     Close();
     return false;
   }
+  // A regular file: reads from here on may wait for the disk as usual.
+  const int flags = fcntl(m_fd, F_GETFL);
+  if (flags < 0 || fcntl(m_fd, F_SETFL, flags & ~O_NONBLOCK) != 0) {
+    m_errno = errno;
+    *error = ReadErrorWords(m_errno);
+    Close();
+    return false;
+  }
+  m_path = path;
+  m_mtime = st.st_mtim;
   m_size = static_cast<std::uint64_t>(st.st_size);
   m_dev = st.st_dev;
   m_ino = st.st_ino;

@@ -25,6 +25,7 @@
 #define KPZ_TOOLS_KPZ_KPZSOURCE_H
 
 #include <sys/types.h>
+#include <time.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -50,6 +51,9 @@ class KpzSource {
   // error while reading the file", "is a directory, not a KPZ raw file",
   // ...) and nothing held. A named pipe, socket or device other than a block
   // device is refused without being read (reading it could wait forever).
+  // The name is opened once, without waiting (O_NONBLOCK, cleared again once
+  // fstat of the descriptor showed a regular file): whatever is under the
+  // name afterwards, every later read and LibraryPath() are of this file.
   bool Open(const std::string& path, std::string* error);
 
   // Takes the file's content from memory instead of a descriptor: the head
@@ -67,6 +71,19 @@ class KpzSource {
 
   // Closes the descriptor (if open). Safe any number of times.
   void Close();
+
+  // A name under which the library can open the very file Open opened:
+  // "<procDir>/<fd>" when that name leads to the same file (device and
+  // inode as the descriptor's), so a file, pipe or link put under the
+  // original name afterwards is never the one opened; the name given to
+  // Open otherwise (no /proc: the name, checked only when it was opened).
+  // Empty for a memory source or when nothing is open. `procDir` is for
+  // tests that need the fallback.
+  std::string LibraryPath(const char* procDir = "/proc/self/fd") const;
+
+  // The file's modification time as Open found it (fstat of the
+  // descriptor), to the nanosecond.
+  const struct timespec& ModifiedAt() const { return m_mtime; }
 
   int Fd() const { return m_fd; }
   std::uint64_t Size() const { return m_size; }
@@ -88,6 +105,8 @@ class KpzSource {
 
  private:
   int m_fd;
+  std::string m_path;  // as given to Open
+  struct timespec m_mtime = {0, 0};
   std::uint64_t m_size;
   dev_t m_dev;
   ino_t m_ino;

@@ -349,6 +349,117 @@ int KpzUpright::SetOwnOrientationToNormal(UINT8* jpeg, std::size_t size) {
   return first;
 }
 
+namespace {
+
+// How a JPEG's coefficients are coded, as its frame marker says.
+enum class Coding { Unknown, Huffman, Progressive, Arithmetic, Lossless };
+
+const char* codingWords(Coding c) {
+  switch (c) {
+    case Coding::Huffman:
+      return "Huffman-coded";
+    case Coding::Progressive:
+      return "progressive";
+    case Coding::Arithmetic:
+      return "arithmetic-coded";
+    case Coding::Lossless:
+      return "lossless";
+    case Coding::Unknown:
+    default:
+      return "coded";
+  }
+}
+
+// Pixels one byte of coded data can stand for, at most, in a picture a file
+// can hold as its preview. Huffman coding spends at least one bit on each
+// 8x8 block's DC value and one on its end of block, so a byte covers at
+// most 4 blocks (256 pixels) of one component; progressive scans code the
+// DC values alone in their first scan (512). Arithmetic coding has no such
+// floor: a flat picture codes in next to nothing. A photograph never does:
+// 2048 pixels a byte (a quarter of a bit per block) is already far below
+// any real preview's, and it bounds the decoder's work by the data there.
+// A picture up to this size is decoded whatever its data (a flat frame, a
+// lens cap's black, codes in next to nothing): its decode takes a few tens
+// of MB at most.
+const std::uint64_t kFreePixels = std::uint64_t{1} << 22;
+
+std::uint64_t pixelsPerCodedByte(Coding c) {
+  switch (c) {
+    case Coding::Huffman:
+      return 256;
+    case Coding::Progressive:
+      return 512;
+    case Coding::Arithmetic:
+    case Coding::Lossless:
+    case Coding::Unknown:
+    default:
+      return 2048;
+  }
+}
+
+// The coding of `jpeg` (its first frame marker) and the bytes of its scans'
+// coded data (everything after each SOS header up to the next marker other
+// than a restart marker or a stuffed 0xFF00), up to EOI or the end. Trailing
+// bytes after EOI (padding to a preview's length) are not counted. Every
+// step moves forward; reads are checked against `size`.
+std::uint64_t codedBytes(const UINT8* jpeg, std::size_t size, Coding* coding) {
+  *coding = Coding::Unknown;
+  std::uint64_t coded = 0;
+  std::size_t pos = 2;  // after SOI
+  while (pos + 4 <= size) {
+    if (jpeg[pos] != 0xFF) {
+      return coded;  // not a marker where one must be: stop counting
+    }
+    const UINT8 m = jpeg[pos + 1];
+    if (m == 0xFF) {
+      ++pos;  // fill byte
+      continue;
+    }
+    if (m == 0xD9) {
+      return coded;  // EOI
+    }
+    if (m == 0x01 || (m >= 0xD0 && m <= 0xD8)) {
+      pos += 2;  // no length
+      continue;
+    }
+    const std::size_t len = (static_cast<std::size_t>(jpeg[pos + 2]) << 8) | jpeg[pos + 3];
+    if (len < 2 || len > size - pos - 2) {
+      return coded;
+    }
+    if (*coding == Coding::Unknown && m >= 0xC0 && m <= 0xCF && m != 0xC4 && m != 0xC8 &&
+        m != 0xCC) {
+      if (m >= 0xC9) {
+        *coding = Coding::Arithmetic;
+      } else if (m == 0xC2 || m == 0xC6) {
+        *coding = Coding::Progressive;
+      } else if (m == 0xC3 || m == 0xC7) {
+        *coding = Coding::Lossless;
+      } else {
+        *coding = Coding::Huffman;
+      }
+    }
+    pos += 2 + len;
+    if (m != 0xDA) {
+      continue;
+    }
+    // The scan's coded data: up to the next real marker.
+    const std::size_t start = pos;
+    while (pos + 1 < size) {
+      if (jpeg[pos] == 0xFF) {
+        const UINT8 next = jpeg[pos + 1];
+        if (next != 0x00 && !(next >= 0xD0 && next <= 0xD7) && next != 0xFF) {
+          break;
+        }
+      }
+      ++pos;
+    }
+    coded += pos - start;
+  }
+  return coded;
+}
+
+}  // namespace
+
 KpzUpright::Result KpzUpright::Turn(const UINT8* jpeg, std::size_t size, unsigned char code,
                                     Edges edges) {
   try {
@@ -390,6 +501,16 @@ KpzUpright::Result KpzUpright::turn(const UINT8* jpeg, std::size_t size, unsigne
     return failed(r, "the JPEG declares " + std::to_string(r.width) + "x" +
                          std::to_string(r.height) + " pixels, more than its " +
                          std::to_string(size) + " bytes can hold; it is damaged");
+  }
+  // The decoder's work and memory follow the declared size: bounded by
+  // what the coded data present can stand for.
+  Coding coding = Coding::Unknown;
+  const std::uint64_t coded = codedBytes(jpeg, size, &coding);
+  if (pixels > kFreePixels && pixels / pixelsPerCodedByte(coding) > coded) {
+    return failed(r, "the JPEG declares " + std::to_string(r.width) + "x" +
+                         std::to_string(r.height) + " pixels, too large for its " +
+                         std::to_string(coded) + " bytes of " + codingWords(coding) +
+                         " data; it is damaged, not turned");
   }
   r.blockWidth = tjMCUWidth[subsamp];
   r.blockHeight = tjMCUHeight[subsamp];

@@ -35,8 +35,13 @@
 // the picture a second time.
 //
 // The JPEG is untrusted. Its declared pixel size is checked against its
-// length (kMaxPixelsPerByte) and against kMaxPixels before anything is
-// decoded or transformed, so memory stays bounded; every TurboJPEG failure,
+// length (kMaxPixelsPerByte), against kMaxPixels and, above 4 million pixels,
+// against the bytes of coded data its scans hold (padding after its end not
+// counted), at what one byte can stand for in its coding (Huffman 256 pixels,
+// progressive 512, arithmetic 2048: "the JPEG declares WxH pixels, too large
+// for its N bytes of arithmetic-coded data; it is damaged, not turned")
+// before anything is decoded or transformed, so memory and time stay bounded
+// by the data there; every TurboJPEG failure,
 // and every warning about damaged data, ends in words and no output.
 //
 //   KpzUpright::Result r = KpzUpright::Turn(jpeg.data(), jpeg.size(), code,

@@ -414,8 +414,16 @@ class RawFile:
         self._need_source()
         if isinstance(code, bool) or not isinstance(code, int):
             raise TypeError(f"kpz: a rotation code is an int, not {type(code).__name__!r}")
-        result = _kpz.set_orientation(self._path, code)
-        self._info = info(self._source)
+        try:
+            result = _kpz.set_orientation(self._path, code)
+        finally:
+            # The view follows the file after any outcome (a refusal leaves
+            # it as it was; a write whose times could not be set back
+            # changed it).
+            try:
+                self._info = info(self._source)
+            except Exception:  # noqa: BLE001 - the call's own error is raised
+                pass
         return bool(result["written"])
 
 

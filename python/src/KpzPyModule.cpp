@@ -570,21 +570,22 @@ std::string infoJson(const py::object& logger, const py::handle& obj) {
   Source src(obj);
   KpzMetadata md;
   if (src.type() == Source::Type::Path) {
-    // As `kpz info` reads a path: the library's file mode, the kit's words.
-    KpzSource probe;
+    // As `kpz info` reads a path: opened once by the kit (a pipe or device
+    // refused without waiting), the library's file mode over that very
+    // file, the kit's words.
+    KpzSource source;
     std::string why;
     bool opened = false;
     bool ok = false;
     {
       py::gil_scoped_release unlocked;
-      opened = probe.Open(src.path(), &why);
-      probe.Close();
+      opened = source.Open(src.path(), &why);
       if (opened) {
-        ok = KpzMetadataReader::Read(src.path(), &md);
+        ok = KpzMetadataReader::ReadOpened(source, src.path(), &md);
       }
     }
     if (!opened) {
-      raiseOpen(probe, why, src.filename());
+      raiseOpen(source, why, src.filename());
     }
     if (!ok) {
       raiseKpz("NotKpzError", md.error, py::int_(md.initResult), src.filename());
@@ -619,23 +620,24 @@ py::dict setOrientation(const py::object& logger, const py::handle& obj, int cod
   if (code < 0 || code > KpzRotation::kLastCode) {
     throw py::value_error("kpz: a rotation code is 0 to 7, not " + std::to_string(code));
   }
-  KpzSource probe;
+  // Opened once by the kit: the library writes that very file, whatever
+  // the name leads to meanwhile.
+  KpzSource source;
   std::string why;
   bool opened = false;
   KpzRotator::Outcome outcome;
   {
     py::gil_scoped_release unlocked;
-    opened = probe.Open(src.path(), &why);
-    probe.Close();
+    opened = source.Open(src.path(), &why);
     if (opened) {
       KpzRotator::Change change;
       change.setCode = true;
       change.code = static_cast<unsigned char>(code);
-      outcome = KpzRotator::Rotate(src.path(), change, false);
+      outcome = KpzRotator::Rotate(source, change, false);
     }
   }
   if (!opened) {
-    raiseOpen(probe, why, src.filename());
+    raiseOpen(source, why, src.filename());
   }
   if (!outcome.ok) {
     py::object rc = outcome.result != 0 ? py::object(py::int_(outcome.result)) : py::none();

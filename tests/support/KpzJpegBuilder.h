@@ -25,6 +25,7 @@
 #include <algorithm>
 #include <cmath>
 #include <csetjmp>
+#include <cstdlib>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -270,6 +271,45 @@ inline void JumpOnError(j_common_ptr cinfo) {
 }
 inline void Silent(j_common_ptr, int) {}
 }  // namespace detail
+
+// A grey JPEG of `width` x `height` pixels of one flat value, arithmetic
+// coded (libjpeg's arith_code), so that a picture of many pixels takes a few
+// hundred bytes: what a picture bomb looks like. Rows are written one at a
+// time (memory: one row). Empty when the library cannot write it (built
+// without arithmetic coding).
+inline Bytes ArithmeticFlatJpeg(int width, int height) {
+  jpeg_compress_struct info;
+  detail::JpegErrorJump err;
+  info.err = jpeg_std_error(&err.pub);
+  err.pub.error_exit = detail::JumpOnError;
+  err.pub.emit_message = detail::Silent;
+  unsigned char* out = nullptr;
+  unsigned long outSize = 0;
+  if (setjmp(err.jump) != 0) {
+    jpeg_destroy_compress(&info);
+    std::free(out);
+    return Bytes();
+  }
+  jpeg_create_compress(&info);
+  jpeg_mem_dest(&info, &out, &outSize);
+  info.image_width = static_cast<JDIMENSION>(width);
+  info.image_height = static_cast<JDIMENSION>(height);
+  info.input_components = 1;
+  info.in_color_space = JCS_GRAYSCALE;
+  jpeg_set_defaults(&info);
+  info.arith_code = TRUE;
+  jpeg_start_compress(&info, TRUE);
+  std::vector<JSAMPLE> row(static_cast<std::size_t>(width), 128);
+  JSAMPROW rows[1] = {row.data()};
+  while (info.next_scanline < info.image_height) {
+    jpeg_write_scanlines(&info, rows, 1);
+  }
+  jpeg_finish_compress(&info);
+  Bytes jpeg(out, out + outSize);
+  jpeg_destroy_compress(&info);
+  std::free(out);
+  return jpeg;
+}
 
 // Reads every component's coefficients with the libjpeg API
 // (jpeg_read_coefficients), no decoding; ok false on any error.

@@ -8,9 +8,18 @@
 
 #include "kpz/KpzMetadataReader.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <string>
 
+#include "kpz/KpzInfoJson.h"
+#include "kpz/KpzInfoText.h"
+#include "kpz/KpzSource.h"
+#include "support/BoundedRun.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 #include "support/LogExpect.h"
@@ -216,8 +225,8 @@ TEST(KpzMetadataReader, NotAKpzFileGivesItsWords) {
 }
 
 TEST(KpzMetadataReader, DeviceErrorUnderTheHeadReadIsReportedAsOne) {
-  // The library parses what a failed head read left (zeros here) and finds
-  // no TIFF header; the tool's own read of the head meets the error.
+  // The tool reads the head itself before the library does: the error is
+  // met there and told as one, with the library's code for it.
   kpztest::TempDir dir;
   const std::string path = dir.Write("e.kpz", kpztest::BuildKpz(kpztest::KpzSpec()));
   KpzMetadata md;
@@ -225,7 +234,8 @@ TEST(KpzMetadataReader, DeviceErrorUnderTheHeadReadIsReportedAsOne) {
   kpztest::Arm(kpztest::Call::Fread, EIO);
   kpztest::Arm(kpztest::Call::Pread, EIO);
   kpztest::CaptureStderr([&] { EXPECT_FALSE(KpzMetadataReader::Read(path, &md)); });
-  EXPECT_EQ(md.initResult, -400);
+  EXPECT_EQ(md.initResult, -399);
+  EXPECT_EQ(md.openErrno, EIO);
   EXPECT_EQ(md.error, "input/output error while reading the file");
 }
 
@@ -250,6 +260,148 @@ TEST(KpzMetadataReader, DirectoryIsNotOpened) {
   EXPECT_FALSE(md.initialized);
   EXPECT_EQ(md.error, "is a directory, not a KPZ raw file");
   EXPECT_EQ(err, "");  // the library was not asked
+}
+
+// ---- inputs that are not regular files; the name opened once -------------
+
+TEST(KpzMetadataReader, FifoIsNotReadAndSaysSoWithoutWaiting) {
+  kpztest::TempDir dir;
+  const std::string fifo = dir.Path() + "/p.kpz";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const kpztest::Bounded r = kpztest::RunBounded(std::chrono::seconds(10), [&] {
+    KpzMetadata md;
+    const bool ok = KpzMetadataReader::Read(fifo, &md);
+    return std::to_string(ok) + "|" + std::to_string(md.initialized) + "|" + md.error;
+  });
+  ASSERT_TRUE(r.started);
+  EXPECT_FALSE(r.timedOut) << "info waited on a FIFO";
+  EXPECT_EQ(r.out, "0|0|not a regular file (a device, named pipe or socket), not read");
+}
+
+TEST(KpzMetadataReader, DeviceIsNotReadAndGetsNoParseCode) {
+  KpzMetadata md;
+  EXPECT_FALSE(KpzMetadataReader::Read("/dev/zero", &md));
+  EXPECT_FALSE(md.initialized);
+  EXPECT_EQ(md.error, "not a regular file (a device, named pipe or socket), not read");
+  const std::string line = KpzInfoJson::Line(md);
+  EXPECT_NE(line.find("\"result\":null"), std::string::npos) << line;
+  EXPECT_EQ(line.find("-400"), std::string::npos) << line;
+}
+
+TEST(KpzMetadataReader, FifoRenamedOverThePathAfterTheOpenIsNeverOpened) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("m.kpz", kpztest::BuildKpz(KpzSpec()));
+  const std::string fifo = dir.Path() + "/fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const kpztest::Bounded r = kpztest::RunBounded(std::chrono::seconds(10), [&] {
+    KpzSource source;
+    std::string why;
+    if (!source.Open(path, &why)) {
+      return "open: " + why;
+    }
+    // The point the test chooses: after the open, before the library reads.
+    if (std::rename(fifo.c_str(), path.c_str()) != 0) {
+      return std::string("rename failed");
+    }
+    KpzMetadata md;
+    bool ok = false;
+    kpztest::CaptureStderr([&] { ok = KpzMetadataReader::ReadOpened(source, "m.kpz", &md); });
+    return std::to_string(ok) + "|" + md.file + "|" + md.model.value + "|" + md.error;
+  });
+  ASSERT_TRUE(r.started);
+  EXPECT_FALSE(r.timedOut) << "the library opened the FIFO put under the name";
+  EXPECT_EQ(r.out, "1|m.kpz|DSLR-M100|");
+}
+
+// ---- cut files: nothing past the end is told as a value ------------------
+
+// Every cut of a whole file: a value the cut file does not hold whole is
+// never a value (least of all 0), and a cut that does not parse names the
+// end of the file as its reason.
+TEST(KpzMetadataReader, ACutFileTellsWhatLiesPastItsEndAsNotRecorded) {
+  kpztest::TempDir dir;
+  const Bytes whole = kpztest::BuildKpz(KpzSpec());
+  KpzMetadata full;
+  const std::string wholePath = dir.Write("whole.kpz", whole);
+  kpztest::CaptureStderr([&] { ASSERT_TRUE(KpzMetadataReader::Read(wholePath, &full)); });
+  ASSERT_TRUE(full.exposureTime.Ok());
+  int parsed = 0;
+  int pastEnd = 0;
+  for (std::size_t cut = 0; cut < whole.size(); ++cut) {
+    SCOPED_TRACE("cut at " + std::to_string(cut) + " bytes");
+    const std::string path = dir.Write("cut.kpz", Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(cut)));
+    KpzMetadata md;
+    bool ok = false;
+    kpztest::CaptureStderr([&] { ok = KpzMetadataReader::Read(path, &md); });
+    if (!ok) {
+      const bool namesTheEnd = md.error.find("past the end of the file") != std::string::npos ||
+                               md.error == "not a KPZ raw file (the file is empty)" ||
+                               md.error == "not a KPZ raw file (the file ends within its TIFF header)";
+      EXPECT_TRUE(namesTheEnd) << md.error;
+      continue;
+    }
+    ++parsed;
+    // Each value: its true value, or absent; never a value read from zeros.
+    const auto check = [&](const auto& v, const auto& truth, const char* what) {
+      if (v.pastEnd) {
+        ++pastEnd;
+        EXPECT_EQ(v.result, -100) << what;
+      }
+      if (v.Ok()) {
+        EXPECT_TRUE(std::memcmp(&v.value, &truth.value, sizeof v.value) == 0) << what;
+      }
+    };
+    check(md.exposureTime, full.exposureTime, "exposure time");
+    check(md.fNumber, full.fNumber, "f-number");
+    check(md.focalLength, full.focalLength, "focal length");
+    check(md.focalLength35mm, full.focalLength35mm, "35 mm focal length");
+    check(md.exposureBias, full.exposureBias, "exposure bias");
+    check(md.isoSpeed, full.isoSpeed, "ISO");
+    check(md.exposureProgram, full.exposureProgram, "exposure program");
+    check(md.rotation, full.rotation, "rotation");
+    check(md.rawImageWidth, full.rawImageWidth, "width");
+    check(md.rawImageHeight, full.rawImageHeight, "height");
+    check(md.colorSpace, full.colorSpace, "colour space");
+    check(md.exifVersion, full.exifVersion, "Exif version");
+    check(md.screennail, full.screennail, "preview");
+    if (md.make.Ok()) {
+      EXPECT_EQ(md.make.value, full.make.value);
+    }
+    if (md.dateTimeOriginal.Ok()) {
+      EXPECT_EQ(md.dateTimeOriginal.value.m_year, full.dateTimeOriginal.value.m_year);
+    }
+  }
+  EXPECT_GT(parsed, 0);
+  EXPECT_GT(pastEnd, 0);
+}
+
+TEST(KpzMetadataReader, CutFilesOfTheIssueGiveTheirWords) {
+  kpztest::TempDir dir;
+  const Bytes whole = kpztest::BuildKpz(KpzSpec());
+  for (const std::size_t cut : {8u, 50u, 96u, 200u, 308u, 328u}) {
+    if (cut >= whole.size()) {
+      continue;
+    }
+    SCOPED_TRACE("cut at " + std::to_string(cut) + " bytes");
+    const std::string path = dir.Write("cut.kpz", Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(cut)));
+    KpzMetadata md;
+    bool ok = false;
+    kpztest::CaptureStderr([&] { ok = KpzMetadataReader::Read(path, &md); });
+    if (!ok) {
+      EXPECT_NE(md.error.find("past the end of the file"), std::string::npos) << md.error;
+      EXPECT_EQ(md.error.find("only one directory"), std::string::npos) << md.error;
+      EXPECT_EQ(md.error.find("no maker note"), std::string::npos) << md.error;
+      EXPECT_EQ(md.error.find("is 0"), std::string::npos) << md.error;
+      continue;
+    }
+    // Parsed: whatever is cut off says so, in the table and in JSON.
+    const std::string table = KpzInfoText::Table(md);
+    const std::string json = KpzInfoJson::Line(md);
+    EXPECT_NE(table.find("not recorded (its place lies past the end of the file)"),
+              std::string::npos)
+        << table;
+    EXPECT_NE(json.find("\"pastEnd\":true"), std::string::npos) << json;
+  }
 }
 
 }  // namespace

@@ -8,9 +8,17 @@
 
 #include "kpz/KpzRotator.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
 #include <string>
 
+#include "kpz/KpzSource.h"
+#include "support/BoundedRun.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 #include "support/KpzFileBuilderExtras.h"
@@ -387,6 +395,133 @@ TEST_F(KpzRotatorTest, StatusThatCannotBeReadStopsBeforeAnything) {
   EXPECT_EQ(out.error, "the file's status cannot be read; not changed");
   kpztest::DisarmAll();
   ExpectUnchanged();
+}
+
+// ---- one open of the file; FIFOs; the plan checked whole; the whole time --
+
+const char kNotRegular[] = "not a regular file (a device, named pipe or socket), not read";
+
+TEST_F(KpzRotatorTest, FifoIsRefusedInWordsWithoutWaiting) {
+  const std::string fifo = dir.Path() + "/p.kpz";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  for (const bool dryRun : {false, true}) {
+    const kpztest::Bounded r = kpztest::RunBounded(std::chrono::seconds(10), [&] {
+      KpzRotator::Outcome out;
+      kpztest::CaptureStderr([&] { out = KpzRotator::Rotate(fifo, Code(1), dryRun); });
+      return std::to_string(out.ok) + "|" + std::to_string(static_cast<int>(out.failure)) + "|" +
+             std::to_string(out.result) + "|" + out.error;
+    });
+    ASSERT_TRUE(r.started);
+    EXPECT_FALSE(r.timedOut) << "rotate waited on a FIFO (dry run " << dryRun << ")";
+    EXPECT_EQ(r.out, std::string("0|1|0|") + kNotRegular);
+  }
+}
+
+TEST_F(KpzRotatorTest, FifoRenamedOverThePathAfterTheOpenIsNeverOpened) {
+  Make(KpzSpec());
+  const std::string fifo = dir.Path() + "/fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const kpztest::Bounded r = kpztest::RunBounded(std::chrono::seconds(10), [&] {
+    KpzSource source;
+    std::string why;
+    if (!source.Open(path, &why)) {
+      return "open: " + why;
+    }
+    // The point the test chooses: between the open and the library's work.
+    if (std::rename(fifo.c_str(), path.c_str()) != 0) {
+      return std::string("rename failed");
+    }
+    KpzRotator::Outcome out;
+    kpztest::CaptureStderr([&] { out = KpzRotator::Rotate(source, Code(1), false); });
+    // The file written is the one opened (now without a name): read back
+    // through its descriptor.
+    Bytes now(image.size());
+    const ssize_t n = pread(source.Fd(), now.data(), now.size(), 0);
+    const bool same = n == static_cast<ssize_t>(image.size()) && now == WithOrientation(6);
+    return std::to_string(out.ok) + "|" + std::to_string(out.written) + "|" +
+           std::to_string(same) + "|" + out.error;
+  });
+  ASSERT_TRUE(r.started);
+  EXPECT_FALSE(r.timedOut) << "the library opened the FIFO put under the name";
+  EXPECT_EQ(r.out, "1|1|1|");
+  struct stat st;
+  ASSERT_EQ(lstat(path.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISFIFO(st.st_mode));
+}
+
+TEST_F(KpzRotatorTest, WithoutProcTheNameIsUsedAfterItsCheck) {
+  Make(KpzSpec());
+  KpzSource source;
+  std::string why;
+  ASSERT_TRUE(source.Open(path, &why)) << why;
+  EXPECT_EQ(source.LibraryPath(), "/proc/self/fd/" + std::to_string(source.Fd()));
+  EXPECT_EQ(source.LibraryPath("/no/such/proc"), path);
+  source.Close();
+  EXPECT_EQ(source.LibraryPath(), "");
+}
+
+TEST_F(KpzRotatorTest, AFarIfd1DateTimeRefusesTheChangeBeforeAnyByteIsWritten) {
+  // IFD1's date and time differs from IFD0's (so the library writes it) and
+  // its offset points about 3.9 GB away: the orientations at the start of
+  // the file would be written before the far place failed.
+  for (const bool dryRun : {false, true}) {
+    KpzSpec recipe;
+    recipe.thumbnailDateTime = "2001:01:01 00:00:00";
+    recipe.editIfd1 = [](kpztest::Ifd& ifd) {
+      ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, 3906250000u);
+    };
+    Make(recipe);
+    const KpzRotator::Outcome out = Rotate(Code(3), dryRun);
+    EXPECT_FALSE(out.ok);
+    EXPECT_FALSE(out.written);
+    EXPECT_EQ(out.failure, KpzRotator::Failure::Output);
+    EXPECT_EQ(out.result, -305);
+    EXPECT_EQ(out.error,
+              "a place the new orientation is written to (IFD1's date and time, 20 bytes at byte "
+              "3906250000) lies past the end of the file (" +
+                  std::to_string(image.size()) + " bytes); not changed");
+    ExpectUnchanged();
+  }
+}
+
+TEST_F(KpzRotatorTest, APlaceJustInsideTheFileIsWritten) {
+  // The plan's bound is exact: IFD1's date and time ending at the file's
+  // last byte is written.
+  KpzSpec recipe;
+  recipe.thumbnailDateTime = "2001:01:01 00:00:00";
+  Bytes probe = kpztest::BuildKpz(recipe);
+  const std::uint32_t at = static_cast<std::uint32_t>(probe.size());
+  recipe.minTotalSize = at + 20;
+  recipe.editIfd1 = [at](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, at);
+  };
+  Make(recipe);
+  ASSERT_EQ(image.size(), at + 20u);
+  const KpzRotator::Outcome out = Rotate(Code(1));
+  EXPECT_TRUE(out.ok) << out.error;
+  EXPECT_TRUE(out.written);
+  const Bytes now = kpztest::ReadFileBytes(path);
+  ASSERT_EQ(now.size(), image.size());
+  EXPECT_EQ(std::string(now.end() - 20, now.end() - 1), "2010:05:01 12:34:56");
+}
+
+TEST_F(KpzRotatorTest, TheWholeModificationTimeIsKept) {
+  Make(KpzSpec());
+  // 03:04:05.987654321 on a day of 2021.
+  struct timespec times[2];
+  times[0].tv_sec = 1610000000;
+  times[0].tv_nsec = 123456789;
+  times[1].tv_sec = 1609988645;
+  times[1].tv_nsec = 987654321;
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  const KpzRotator::Outcome out = Rotate(Code(1));
+  ASSERT_TRUE(out.ok) << out.error;
+  EXPECT_TRUE(out.written);
+  EXPECT_EQ(kpztest::ReadFileBytes(path), WithOrientation(6));
+  struct stat st;
+  ASSERT_EQ(stat(path.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mtim.tv_sec, 1609988645);
+  EXPECT_EQ(st.st_mtim.tv_nsec, 987654321);
 }
 
 TEST(KpzRotator, ReportNamesBothOrientations) {

@@ -7,6 +7,7 @@
 
 #if defined(KPZ_TEST_HAVE_KIT) && defined(KPZ_TEST_HAVE_JPEG)
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "kpz/KpzUpright.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
+#include "support/BoundedRun.h"
 #include "support/KpzFileBuilder.h"
 #include "support/KpzJpegBuilder.h"
 
@@ -202,6 +204,51 @@ TEST(KpzUpright, DamagedJpegsEndInWordsNeverInACrash) {
   const KpzUpright::Result good =
       KpzUpright::Turn(jpeg.data(), jpeg.size(), 2, KpzUpright::Edges::Reencode);
   EXPECT_TRUE(good.ok) << good.error;
+}
+
+TEST(KpzUpright, APictureBombIsRefusedInWordsWithoutDecoding) {
+  // A few hundred bytes of arithmetic-coded data claiming 9999x9999 pixels,
+  // padded to 49 KB as a file's preview would be: within the old bound of
+  // pixels per byte of the whole JPEG, far beyond what its coded data can
+  // stand for.
+  Bytes jpeg = kpztest::ArithmeticFlatJpeg(9999, 9999);
+  if (jpeg.empty()) {
+    GTEST_SKIP() << "this libjpeg cannot write arithmetic-coded JPEGs";
+  }
+  ASSERT_LT(jpeg.size(), 4096u);
+  const std::size_t coded = jpeg.size();
+  jpeg.resize(49 * 1024, 0);
+  const kpztest::Bounded r = kpztest::RunBounded(std::chrono::seconds(20), [&] {
+    const KpzUpright::Result t =
+        KpzUpright::Turn(jpeg.data(), jpeg.size(), 1, KpzUpright::Edges::Reencode);
+    return std::to_string(t.ok) + "|" + t.error;
+  });
+  ASSERT_TRUE(r.started);
+  EXPECT_FALSE(r.timedOut);
+  ASSERT_TRUE(r.exited);
+  EXPECT_EQ(r.out.substr(0, 2), "0|");
+  EXPECT_NE(r.out.find("the JPEG declares 9999x9999 pixels, too large for its "),
+            std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find(" bytes of arithmetic-coded data; it is damaged, not turned"),
+            std::string::npos)
+      << r.out;
+  EXPECT_LT(r.GrowthKiB(), 32 * 1024) << "the refusal took memory (" << coded << " bytes coded)";
+}
+
+TEST(KpzUpright, RealPicturesOfEveryCodingStillTurn) {
+  // The bound leaves real pictures alone: a detailed picture, Huffman and
+  // progressive, and a flat arithmetic-coded one of moderate size.
+  const Bytes base = kpztest::MakeJpeg(640, 480, TJSAMP_420);
+  const KpzUpright::Result a = KpzUpright::Turn(base.data(), base.size(), 1,
+                                                KpzUpright::Edges::Reencode);
+  EXPECT_TRUE(a.ok) << a.error;
+  const Bytes flat = kpztest::ArithmeticFlatJpeg(256, 256);
+  if (!flat.empty()) {
+    const KpzUpright::Result b =
+        KpzUpright::Turn(flat.data(), flat.size(), 1, KpzUpright::Edges::Reencode);
+    EXPECT_TRUE(b.ok) << b.error;
+  }
 }
 
 TEST(KpzUpright, AGoodJpegAfterAnUnreadableOneIsTurned) {
