@@ -207,7 +207,9 @@ class Reader:
         import aiohttp
 
         s = self.settings
-        context = ssl.create_default_context(cafile=s.ca_file)
+        # The system's store is aiohttp's own default, made once per process
+        # at the first https:// connection (loading it costs tens of ms).
+        context = ssl.create_default_context(cafile=s.ca_file) if s.ca_file else None
         connector = aiohttp.TCPConnector(limit=s.max_in_flight, limit_per_host=0, ssl=context,
                                          keepalive_timeout=30)
         timeout = aiohttp.ClientTimeout(total=None, sock_connect=s.connect_timeout,
@@ -319,8 +321,7 @@ class Reader:
         from yarl import URL
 
         s = self.settings
-        url = URL(r.url)
-        first = _origin(url)
+        url = first = URL(r.url)
         for _ in range(s.max_redirects + 1):
             r.requests += 1
             headers = {"Range": "bytes=%d-%d" % (start, start + length - 1)}
@@ -332,7 +333,7 @@ class Reader:
                             raise _Failed("HTTP %d %s without a Location"
                                           % (resp.status, resp.reason or ""), False)
                         url = url.join(URL(target))
-                        if not s.other_hosts and _origin(url) != first:
+                        if not s.other_hosts and _origin(url) != _origin(first):
                             raise _Failed("redirected to another host (%s), which is not "
                                           "followed" % (url.origin(),), False)
                         continue
@@ -397,6 +398,13 @@ class Reader:
     async def _read(self, r: Result, resp, n: int) -> bytes:
         """At most `n` bytes of the body; more fails, fewer is returned short
         (the caller asks for the rest)."""
+        declared = resp.content_length
+        if declared is not None and declared <= n:
+            # The parser stops at the declared length: the body is read
+            # whole in one go, as large as the range and no larger.
+            data = await resp.read()
+            r.received += len(data)
+            return data
         chunks = []
         have = 0
         while have <= n:  # each pass reads at least one byte or ends
@@ -423,27 +431,36 @@ async def read_many(urls: Iterable[str], kind: str = "preview", *, upright: bool
     if own:
         reader = Reader(settings)
         await reader.__aenter__()
+    # Each file's task puts its result on a queue as it ends: one wake per
+    # file, whatever the number in flight.
+    done: asyncio.Queue = asyncio.Queue()
     pending = set()
+
+    def finished(task) -> None:
+        pending.discard(task)
+        done.put_nowait(task)
+
     try:
         limit = reader.settings.max_in_flight
         it = enumerate(urls)
         more = True
-        while more or pending:
-            while more and len(pending) < limit:
+        while more or pending or not done.empty():
+            # Results not yet taken count too: a slow consumer holds the reads back.
+            while more and len(pending) + done.qsize() < limit:
                 try:
                     i, url = next(it)
                 except StopIteration:
                     more = False
                     break
-                pending.add(asyncio.ensure_future(reader.read(url, kind, upright=upright,
-                                                              index=i)))
-            if not pending:
+                task = asyncio.ensure_future(reader.read(url, kind, upright=upright, index=i))
+                pending.add(task)
+                task.add_done_callback(finished)
+            if not pending and done.empty():
                 break
-            done, pending = await asyncio.wait(pending, return_when=asyncio.FIRST_COMPLETED)
-            for task in done:
-                yield task.result()
+            task = await done.get()
+            yield task.result()
     finally:
-        for task in pending:
+        for task in list(pending):
             task.cancel()
         if own:
             await reader.__aexit__(None, None, None)
