@@ -54,6 +54,9 @@ KpzExtraction::Outcome KpzExtraction::Extract(KpzSource& source, const Options& 
     return failed(failureOf(problem.failure), KpzExitStatus::Input, 0, problem.code,
                   std::move(why));
   }
+  if (options.located) {
+    options.located(source, o.range);
+  }
   if (options.upright) {
     o.orientation = KpzUpright::ReadOrientation(source.Head(), KpzSource::kHeadSize);
     o.turns = KpzUpright::Turns(o.orientation);

@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include "kpz/KpzExitStatus.h"
+#include "kpz/KpzExtraction.h"
 #include "kpz/KpzInputList.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzPictureReader.h"
@@ -204,37 +206,43 @@ void KpzPyRegisterKit(py::module_& m) {
         }
         const KpzPictureReader::Kind k =
             kind == "preview" ? KpzPictureReader::Kind::Preview : KpzPictureReader::Kind::Thumbnail;
-        int status = 0;
+        KpzExitStatus status = KpzExitStatus::Ok;
         std::uint64_t written = 0;
         std::string why;
         std::string file = input;
         {
           py::gil_scoped_release unlocked;
+          KpzExtraction::Options options;
+          options.kind = k;
           KpzSource source;
-          KpzPictureReader::Picture picture;
-          if (!source.Open(input, &why) || !KpzPictureReader::Find(source, k, &picture, &why)) {
-            status = 1;
+          KpzExtraction::Outcome got = KpzExtraction::Open(input, &source);
+          if (got.ok()) {
+            got = KpzExtraction::Extract(source, options, /*wantBytes=*/false);
+          }
+          if (!got.ok()) {
+            status = got.status;
+            why = std::move(got.words);
           } else {
-            switch (KpzOutputFile::Copy(output, source, picture.offset, picture.length,
+            switch (KpzOutputFile::Copy(output, source, got.range.offset, got.range.length,
                                         KpzPictureReader::Name(k), sync, &why)) {
               case KpzOutputFile::Status::Done:
-                written = picture.length;
+                written = got.range.length;
                 break;
               case KpzOutputFile::Status::InputFailed:
-                status = 1;
+                status = KpzExitStatus::Input;
                 break;
               case KpzOutputFile::Status::WouldReplaceInput:
-                status = 2;
+                status = KpzExitStatus::Usage;
                 file = output;
                 break;
               case KpzOutputFile::Status::OutputFailed:
-                status = 3;
+                status = KpzExitStatus::Output;
                 file = output;
                 break;
             }
           }
         }
-        return py::make_tuple(status, written, why, file);
+        return py::make_tuple(KpzExitCode(status), written, why, file);
       },
       py::arg("input"), py::arg("output"), py::arg("kind"), py::arg("sync") = false,
       "Writes the preview or thumbnail (`kind`) of the local file `input` to `output` as "
