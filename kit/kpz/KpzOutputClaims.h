@@ -68,6 +68,9 @@ class KpzOutputClaims {
     bool m_wrote = false;
   };
 
+  // The number of inputs.
+  std::size_t Count() const { return m_previous.size(); }
+
   // The earlier input of the same group just before `index`, or kNone.
   std::size_t Previous(std::size_t index) const { return m_previous[index]; }
 

@@ -707,7 +707,20 @@ PYBIND11_MODULE(_kpz, m) {
       },
       py::arg("jpeg"));
   m.def("read_error_words", &readErrorWords, py::arg("errno"));
+  m.def(
+      "source_kind",
+      [](const py::handle& obj) {
+        const Source src(obj);
+        static const char* const kinds[] = {"path", "buffer", "stream"};
+        py::object name = src.filename();
+        if (!name.is_none()) {
+          name = py::module_::import("os").attr("fsdecode")(name);
+        }
+        return py::make_tuple(kinds[static_cast<int>(src.type())], name);
+      },
+      py::arg("source"));
   m.attr("HEAD_SIZE") = KpzSource::kHeadSize;
+  m.attr("__version__") = KPZ_VERSION;  // the project's version (python/CMakeLists.txt)
   py::module_ kit = m.def_submodule("kit", "The kpz tool's conventions (KpzPyKit.cpp).");
   KpzPyRegisterKit(kit);
   KpzPyRegisterExtraction(kit);
