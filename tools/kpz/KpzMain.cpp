@@ -267,18 +267,27 @@ KpzBatch::Outcome failure(KpzExitStatus status, const std::string& file, const s
   return o;
 }
 
-// Runs `task` over `count` files, printing the outcomes in order, the
-// progress bar and, for more than one file, the summary.
+const std::string& pathOf(const std::string& file) { return file; }
+const std::string& pathOf(const KpzInputList::Entry& input) { return input.path; }
+
+// Runs `task` over the files `names`, printing the outcomes in order, the
+// progress bar and, for more than one file, the summary. A task that threw
+// (KpzBatch) is told on its file's line like any failure.
 // `noun` names the files' pictures in the summary's remarks ("preview").
-int runBatch(KpzConsole& console, std::size_t count, unsigned int jobs,
+template <typename Name>
+int runBatch(KpzConsole& console, const std::vector<Name>& names, unsigned int jobs,
              const KpzBatch::Task& task, bool separateOutputs, bool verbose = false,
              const std::string& noun = "file") {
+  const std::size_t count = names.size();
   KpzSummary summary;
   bool printed = false;
   bool saidItsOwn = false;  // a file's own line on standard error told its remark
   KpzBatch::Run(
       count, jobs, task,
-      [&](std::size_t, KpzBatch::Outcome& o) {
+      [&](std::size_t i, KpzBatch::Outcome& o) {
+        if (o.status != 0 && o.err.empty()) {
+          o.err = failure(KpzExitStatus::Input, pathOf(names[i]), o.reason).err;
+        }
         if (!o.out.empty()) {
           console.Out(separateOutputs && printed ? "\n" + o.out : o.out);
           printed = true;
@@ -328,7 +337,7 @@ int runInfo(const Command& cmd) {
     }
     return o;
   };
-  return runBatch(console, inputs.size(), jobsOf(cmd), task, !json);
+  return runBatch(console, inputs, jobsOf(cmd), task, !json);
 }
 
 int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
@@ -483,7 +492,7 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     o.note = got.note;
     return o;
   };
-  return runBatch(console, inputs.size(), jobsOf(cmd), task, false, verbose, name);
+  return runBatch(console, inputs, jobsOf(cmd), task, false, verbose, name);
 }
 
 int runRotate(const Command& cmd) {
@@ -522,7 +531,7 @@ int runRotate(const Command& cmd) {
     return o;
   };
   // One file after another: a file named twice is turned twice.
-  return runBatch(console, files.size(), 1, task, false);
+  return runBatch(console, files, 1, task, false);
 }
 
 }  // namespace
