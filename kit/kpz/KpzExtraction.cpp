@@ -95,6 +95,15 @@ KpzExtraction::Outcome KpzExtraction::Extract(KpzSource& source, const Options& 
   return o;
 }
 
+KpzExtraction::Outcome KpzExtraction::Extract(const std::string& path, KpzSource* source,
+                                              const Options& options, bool wantBytes) {
+  Outcome opened = Open(path, source);
+  if (!opened.ok()) {
+    return opened;
+  }
+  return Extract(*source, options, wantBytes);
+}
+
 KpzExtraction::Outcome KpzExtraction::Locate(const UINT8* head, std::size_t length,
                                              std::uint64_t fileSize, const Options& options) {
   KpzSource source;

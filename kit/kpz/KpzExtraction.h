@@ -97,6 +97,11 @@ class KpzExtraction {
   // `wantBytes` and without `upright`, or use Locate.
   static Outcome Extract(KpzSource& source, const Options& options, bool wantBytes);
 
+  // Open, then Extract: the file at `path`, opened into *source (which the
+  // caller keeps, to copy the picture's range from it).
+  static Outcome Extract(const std::string& path, KpzSource* source, const Options& options,
+                         bool wantBytes);
+
   // The head-only form: from the first `length` bytes of a file of
   // `fileSize` bytes, where its picture of `options.kind` lies and, with
   // `options.upright`, its orientation (`turns` says whether the picture

@@ -73,6 +73,12 @@ bool intValue(const py::handle& obj, long long* value) {
   return overflow == 0;
 }
 
+// True when the int `value` passes `check` (false when no long long holds it).
+bool intIn(const py::handle& value, bool (*check)(long long)) {
+  long long v = 0;
+  return intValue(value, &v) && check(v);
+}
+
 // One input's turn at its output name (KpzOutputClaims::Turn), for Python:
 // a context manager whose end finishes the turn.
 class ClaimTurn {
@@ -264,10 +270,7 @@ void KpzPyRegisterKit(py::module_& m) {
           KpzExtraction::Options options;
           options.kind = k;
           KpzSource source;
-          KpzExtraction::Outcome got = KpzExtraction::Open(input, &source);
-          if (got.ok()) {
-            got = KpzExtraction::Extract(source, options, /*wantBytes=*/false);
-          }
+          KpzExtraction::Outcome got = KpzExtraction::Extract(input, &source, options, false);
           if (!got.ok()) {
             status = got.status;
             why = std::move(got.words);
@@ -343,10 +346,7 @@ void KpzPyRegisterKit(py::module_& m) {
   m.attr("ALREADY_WRITTEN_REASON") = KpzOutputClaims::kTakenReason;
   m.def(
       "is_rotation_code",
-      [](const py::handle& value) {
-        long long v = 0;
-        return intValue(value, &v) && KpzRotation::IsCode(v);
-      },
+      [](const py::handle& value) { return intIn(value, &KpzRotation::IsCode); },
       py::arg("value"), "True when the int `value` is a rotation code, 0 to 7.");
   m.def(
       "not_a_rotation_code_words",
@@ -355,10 +355,7 @@ void KpzPyRegisterKit(py::module_& m) {
       "What kpz says of a rotation code out of range: 'a rotation code is 0 to 7, not VALUE'.");
   m.def(
       "is_exif_orientation",
-      [](const py::handle& value) {
-        long long v = 0;
-        return intValue(value, &v) && KpzUpright::IsExifOrientation(v);
-      },
+      [](const py::handle& value) { return intIn(value, &KpzUpright::IsExifOrientation); },
       py::arg("value"), "True when the int `value` is an Exif orientation value, 1 to 8.");
   m.def("not_an_exif_orientation_words", &KpzUpright::NotAnExifOrientationWords, py::arg("value"),
         "What kpz says of an Exif orientation value out of range: 'its orientation value VALUE "

@@ -537,10 +537,7 @@ py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureRea
   KpzExtraction::Outcome got;
   if (src.type() == Source::Type::Path) {
     py::gil_scoped_release unlocked;
-    got = KpzExtraction::Open(src.path(), &opened.source);
-    if (got.ok()) {
-      got = KpzExtraction::Extract(opened.source, options, /*wantBytes=*/false);
-    }
+    got = KpzExtraction::Extract(src.path(), &opened.source, options, /*wantBytes=*/false);
   } else if (src.type() == Source::Type::Buffer) {
     py::gil_scoped_release unlocked;
     got = KpzExtraction::Locate(src.data(), src.size(), src.size(), options);

@@ -20,10 +20,7 @@ inline bool ReadPicture(const std::string& path, KpzExtraction::Kind kind, std::
   KpzExtraction::Options options;
   options.kind = kind;
   KpzSource source;
-  KpzExtraction::Outcome got = KpzExtraction::Open(path, &source);
-  if (got.ok()) {
-    got = KpzExtraction::Extract(source, options, /*wantBytes=*/true);
-  }
+  KpzExtraction::Outcome got = KpzExtraction::Extract(path, &source, options, /*wantBytes=*/true);
   *out = std::move(got.bytes);
   *error = std::move(got.words);
   return got.ok();

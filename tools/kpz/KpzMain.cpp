@@ -449,10 +449,8 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     // --upright: the turned picture is made before the output name is
     // claimed, so that files are turned in parallel.
     KpzSource source;
-    KpzExtraction::Outcome got = KpzExtraction::Open(in, &source);
-    if (got.ok()) {
-      got = KpzExtraction::Extract(source, options, /*wantBytes=*/false);
-    }
+    const KpzExtraction::Outcome got =
+        KpzExtraction::Extract(in, &source, options, /*wantBytes=*/false);
     if (!got.ok()) {
       return failure(got.status, in, got.words);
     }
