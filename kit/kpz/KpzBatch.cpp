@@ -3,10 +3,14 @@
 
 #include "kpz/KpzBatch.h"
 
+#include "kpz/KpzExitStatus.h"
+
 #include <chrono>
 #include <condition_variable>
+#include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -25,6 +29,22 @@ struct Shared {
   std::size_t window = 1;
 };
 
+// task(i), or the failure its exception stands for.
+KpzBatch::Outcome guarded(const KpzBatch::Task& task, std::size_t i) {
+  try {
+    return task(i);
+  } catch (...) {
+    KpzBatch::Outcome failed;  // empty strings: nothing allocated yet
+    failed.status = KpzExitCode(KpzExitStatus::Input);
+    try {
+      failed.reason = KpzBatch::Thrown();
+    } catch (const std::bad_alloc&) {
+      // No memory for the words either: the failure is still counted.
+    }
+    return failed;
+  }
+}
+
 void work(Shared* s, const KpzBatch::Task& task) {
   const std::size_t count = s->slots.size();
   for (;;) {  // each pass takes a new index; there are `count` of them
@@ -39,7 +59,7 @@ void work(Shared* s, const KpzBatch::Task& task) {
       }
       i = s->next++;
     }
-    std::unique_ptr<KpzBatch::Outcome> outcome(new KpzBatch::Outcome(task(i)));
+    std::unique_ptr<KpzBatch::Outcome> outcome(new KpzBatch::Outcome(guarded(task, i)));
     {
       std::lock_guard<std::mutex> hold(s->lock);
       s->slots[i] = std::move(outcome);
@@ -60,15 +80,27 @@ unsigned int KpzBatch::DefaultJobs() {
   return n > 0 ? n : 1;
 }
 
+std::string KpzBatch::Thrown() {
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    return "not enough memory";
+  } catch (const std::exception& e) {
+    return std::string("failed: ") + e.what();
+  } catch (...) {
+    return "failed for an unknown reason";
+  }
+}
+
 unsigned int KpzBatch::Run(std::size_t count, unsigned int jobs, const Task& task,
-                           const Sink& sink, const Tick& tick) {
+                           const Sink& sink, const Tick& tick, const KpzClock& clock) {
   if (count == 0) {
     return 0;
   }
   const std::size_t wanted = jobs == 0 ? 1 : (jobs < count ? jobs : count);
   if (count == 1) {
     // Nothing to overlap and nothing to wait for: no thread is started.
-    Outcome outcome = task(0);
+    Outcome outcome = guarded(task, 0);
     sink(0, outcome);
     tick(1);
     return 0;
@@ -86,7 +118,7 @@ unsigned int KpzBatch::Run(std::size_t count, unsigned int jobs, const Task& tas
   }
   if (workers.empty()) {
     for (std::size_t i = 0; i < count; ++i) {
-      Outcome outcome = task(i);
+      Outcome outcome = guarded(task, i);
       sink(i, outcome);
       tick(i + 1);
     }
@@ -97,8 +129,7 @@ unsigned int KpzBatch::Run(std::size_t count, unsigned int jobs, const Task& tas
     {
       std::unique_lock<std::mutex> hold(shared.lock);
       while (!shared.slots[i]) {  // a worker holds index i and will store it
-        if (shared.ready.wait_for(hold, std::chrono::milliseconds(kTickMs)) ==
-            std::cv_status::timeout) {
+        if (clock.WaitFor(shared.ready, hold, std::chrono::milliseconds(kTickMs))) {
           hold.unlock();
           tick(i);
           hold.lock();

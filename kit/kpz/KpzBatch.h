@@ -14,14 +14,19 @@
 //       [&](std::size_t i, KpzBatch::Outcome& o) { print(o); },    // this thread, in order
 //       [&](std::size_t done) { bar.Update(done, files.size()); });
 //
+// A task that throws does not end the process: its exception becomes that
+// file's failure (see Run).
+//
 // Holds nothing between calls; every operation is a static function. The
-// callables are borrowed for the call.
+// callables and the clock are borrowed for the call.
 #ifndef KPZ_TOOLS_KPZ_KPZBATCH_H
 #define KPZ_TOOLS_KPZ_KPZBATCH_H
 
 #include <cstddef>
 #include <functional>
 #include <string>
+
+#include "kpz/KpzClock.h"
 
 class KpzBatch {
  public:
@@ -50,8 +55,19 @@ class KpzBatch {
   // runs the tasks itself, one after another; so it does for a count of 1.
   // Returns the number of worker threads that ran (0 in those cases or for a
   // count of 0).
+  // A task that throws gives, instead of its outcome, a failure with exit
+  // status 1 whose `reason` is Thrown's words; `err` stays empty, for the
+  // sink to tell it with the file's name. The waits between ticks are
+  // measured on `clock`.
   static unsigned int Run(std::size_t count, unsigned int jobs, const Task& task,
-                          const Sink& sink, const Tick& tick);
+                          const Sink& sink, const Tick& tick,
+                          const KpzClock& clock = KpzClock::Steady());
+
+  // The words for an exception a task threw, the one being handled (call
+  // only inside a catch block): "not enough memory" for std::bad_alloc,
+  // "failed: <what()>" for another std::exception, "failed for an unknown
+  // reason" for anything else.
+  static std::string Thrown();
 
   // Tasks the workers may run ahead of the delivery.
   static std::size_t Window(unsigned int jobs);

@@ -54,6 +54,9 @@ KpzExtraction::Outcome KpzExtraction::Extract(KpzSource& source, const Options& 
     return failed(failureOf(problem.failure), KpzExitStatus::Input, 0, problem.code,
                   std::move(why));
   }
+  if (options.located) {
+    options.located(source, o.range);
+  }
   if (options.upright) {
     o.orientation = KpzUpright::ReadOrientation(source.Head(), KpzSource::kHeadSize);
     o.turns = KpzUpright::Turns(o.orientation);
@@ -90,6 +93,15 @@ KpzExtraction::Outcome KpzExtraction::Extract(KpzSource& source, const Options& 
   }
   Turn(stored.data(), stored.size(), options, &o);
   return o;
+}
+
+KpzExtraction::Outcome KpzExtraction::Extract(const std::string& path, KpzSource* source,
+                                              const Options& options, bool wantBytes) {
+  Outcome opened = Open(path, source);
+  if (!opened.ok()) {
+    return opened;
+  }
+  return Extract(*source, options, wantBytes);
 }
 
 KpzExtraction::Outcome KpzExtraction::Locate(const UINT8* head, std::size_t length,

@@ -29,6 +29,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,10 @@ class KpzExtraction {
     Kind kind = Kind::Preview;
     bool upright = false;  // turn the picture as the file's orientation asks
     KpzUpright::Edges edges = KpzUpright::Edges::Reencode;
+    // Called by Extract once the picture is located, before anything of it
+    // is read (the kpz tool asks the system to read ahead there); may be
+    // empty.
+    std::function<void(const KpzSource& source, const KpzPictureReader::Picture& range)> located;
   };
 
   // What went wrong, for front ends that sort failures into kinds (Python's
@@ -91,6 +96,11 @@ class KpzExtraction {
   // (OpenMemory with a file size beyond them) cannot be read: ask without
   // `wantBytes` and without `upright`, or use Locate.
   static Outcome Extract(KpzSource& source, const Options& options, bool wantBytes);
+
+  // Open, then Extract: the file at `path`, opened into *source (which the
+  // caller keeps, to copy the picture's range from it).
+  static Outcome Extract(const std::string& path, KpzSource* source, const Options& options,
+                         bool wantBytes);
 
   // The head-only form: from the first `length` bytes of a file of
   // `fileSize` bytes, where its picture of `options.kind` lies and, with

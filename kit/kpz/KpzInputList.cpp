@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "kpz/KpzShownName.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -37,6 +39,14 @@ std::vector<std::string> KpzInputList::Normalise(const std::vector<std::string>&
     out.emplace_back(".kpz");
   }
   return out;
+}
+
+std::string KpzInputList::NoFilesWords(const std::vector<std::string>& extensions) {
+  std::string words = "no files to work on: the directories named hold no file ending in";
+  for (const std::string& e : Normalise(extensions)) {
+    words += " " + KpzShownName::Of(e);
+  }
+  return words;
 }
 
 bool KpzInputList::Matches(const std::string& name, const std::vector<std::string>& normalised) {

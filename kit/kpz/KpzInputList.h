@@ -56,6 +56,12 @@ class KpzInputList {
   // name that is only an extension (".kpz") has none and does not match.
   static bool Matches(const std::string& name, const std::vector<std::string>& normalised);
 
+  // The words for a run whose arguments gave no file (every front end says
+  // them after "kpz: "): "no files to work on: the directories named hold
+  // no file ending in .kpz", the extensions as Normalise makes them, each
+  // shown as KpzShownName shows a name.
+  static std::string NoFilesWords(const std::vector<std::string>& extensions);
+
  private:
   static void addDirectory(const std::string& dir, const std::vector<std::string>& extensions,
                            bool recursive, unsigned int depth, std::vector<Entry>* out);

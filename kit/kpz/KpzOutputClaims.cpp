@@ -5,6 +5,13 @@
 
 #include <map>
 
+#include "kpz/KpzShownName.h"
+
+std::string KpzOutputClaims::TakenWords(const std::string& output, const std::string& owner) {
+  return "not written: " + KpzShownName::Of(output) + " is already written by " +
+         KpzShownName::Of(owner);
+}
+
 KpzOutputClaims::KpzOutputClaims(const std::vector<std::string>& keys)
     : m_lock(), m_finished(), m_previous(keys.size(), kNone), m_state(keys.size(), kRunning) {
   std::map<std::string, std::size_t> last;

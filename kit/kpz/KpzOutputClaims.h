@@ -1,7 +1,7 @@
 // KpzOutputClaims.h - which input of a kpz batch may write an output name
 // that several inputs share.
 //
-// Part of the kit (kit/kpz); uses only the C++ library.
+// Part of the kit (kit/kpz); uses the C++ library and KpzShownName.
 // Inputs are numbered in input order; inputs with the same key (the output
 // name, normalised) form a group. An output name belongs to the first input
 // of its group, in input order, that actually wrote it: an input that fails
@@ -18,6 +18,7 @@
 //   ... read input i; on failure return (the turn ends as not written) ...
 //   std::size_t owner = turn.WaitForEarlier();   // KpzOutputClaims::kNone or the writer
 //   ... write; turn.Wrote() ...
+//   // a later input of the group, refused: "kpz: " + in + ": " + TakenWords(out, owner's input)
 //
 // Shared by the worker threads of one batch; every member is safe to call
 // from any thread. Holds no pointers.
@@ -33,6 +34,14 @@
 class KpzOutputClaims {
  public:
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+  // The summary's reason for an input refused its output name.
+  static constexpr const char* kTakenReason = "output already written by an earlier input";
+
+  // What every front end says of an input whose output name `output` the
+  // earlier input `owner` wrote: "not written: <output> is already written
+  // by <owner>", the names shown as KpzShownName shows them.
+  static std::string TakenWords(const std::string& output, const std::string& owner);
 
   // keys[i] is input i's output name; an empty key takes part in no group.
   explicit KpzOutputClaims(const std::vector<std::string>& keys);
@@ -58,6 +67,9 @@ class KpzOutputClaims {
     std::size_t m_index;
     bool m_wrote = false;
   };
+
+  // The number of inputs.
+  std::size_t Count() const { return m_previous.size(); }
 
   // The earlier input of the same group just before `index`, or kNone.
   std::size_t Previous(std::size_t index) const { return m_previous[index]; }

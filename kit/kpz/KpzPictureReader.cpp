@@ -83,19 +83,3 @@ bool KpzPictureReader::Find(KpzSource& source, Kind kind, Picture* picture, std:
   picture->length = length;
   return true;
 }
-
-bool KpzPictureReader::Read(const std::string& path, Kind kind, std::vector<UINT8>* out,
-                            std::string* error) {
-  out->clear();
-  KpzSource source;
-  Picture picture;
-  if (!source.Open(path, error) || !Find(source, kind, &picture, error)) {
-    return false;
-  }
-  out->resize(picture.length);
-  if (!source.ReadAt(picture.offset, picture.length, out->data(), Name(kind), error)) {
-    out->clear();
-    return false;
-  }
-  return true;
-}

@@ -19,8 +19,6 @@
 //       KpzPictureReader::Find(src, KpzPictureReader::Kind::Preview, &pic, &why)) {
 //     ... the preview is pic.length bytes at pic.offset of src.Fd() ...
 //   }
-//   std::vector<UINT8> jpeg;
-//   KpzPictureReader::Read("a.kpz", KpzPictureReader::Kind::Thumbnail, &jpeg, &why);
 //
 // Holds nothing; every operation is a static function, and each call uses
 // its own DtRaw, so calls on different threads are independent. The
@@ -31,7 +29,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "util/DtNlTypes.h"
 
@@ -73,13 +70,6 @@ class KpzPictureReader {
   // success).
   static bool Find(KpzSource& source, Kind kind, Picture* picture, std::string* error,
                    Problem* problem = nullptr);
-
-  // Opens `path`, finds the picture of `kind` and reads it into *out
-  // (replacing its content). True on success, with at least one byte in
-  // *out. False otherwise, with *out emptied and *error set as by
-  // KpzSource::Open or Find.
-  static bool Read(const std::string& path, Kind kind, std::vector<UINT8>* out,
-                   std::string* error);
 
   // The word for `kind` in messages: "preview" or "thumbnail".
   static const char* Name(Kind kind);

@@ -10,18 +10,18 @@
 
 namespace {
 
-long long msBetween(std::chrono::steady_clock::time_point from,
-                    std::chrono::steady_clock::time_point to) {
+long long msBetween(KpzClock::TimePoint from, KpzClock::TimePoint to) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(to - from).count();
 }
 
 }  // namespace
 
-KpzProgressBar::KpzProgressBar(int fd, bool enabled)
+KpzProgressBar::KpzProgressBar(int fd, bool enabled, const KpzClock& clock)
     : m_fd(fd),
       m_enabled(enabled),
       m_shown(false),
-      m_start(std::chrono::steady_clock::now()),
+      m_clock(clock),
+      m_start(clock.Now()),
       m_lastDraw(m_start) {}
 
 KpzProgressBar::~KpzProgressBar() { Clear(); }
@@ -77,7 +77,7 @@ void KpzProgressBar::Update(std::size_t done, std::size_t total) {
   if (!m_enabled) {
     return;
   }
-  const auto now = std::chrono::steady_clock::now();
+  const KpzClock::TimePoint now = m_clock.Now();
   if (!IsLong(total, msBetween(m_start, now))) {
     return;
   }

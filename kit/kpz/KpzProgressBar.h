@@ -13,18 +13,20 @@
 // Redraws come at most every kRedrawMs. Clear() takes the line away before
 // other output; the destructor clears it too.
 //
-//   KpzProgressBar bar(fd, KpzProgressBar::IsTerminal(fd));
+//   KpzProgressBar bar(fd, KpzProgressBar::IsTerminal(fd));   // the steady clock
 //   bar.Update(done, total);   // as often as wished
 //   bar.Clear();               // before printing anything else on that terminal
 //
 // Holds the descriptor borrowed (it must stay open while the bar lives) and
-// never closes it.
+// never closes it; the clock (KpzClock, the steady one by default) is
+// borrowed too.
 #ifndef KPZ_TOOLS_KPZ_KPZPROGRESSBAR_H
 #define KPZ_TOOLS_KPZ_KPZPROGRESSBAR_H
 
-#include <chrono>
 #include <cstddef>
 #include <string>
+
+#include "kpz/KpzClock.h"
 
 class KpzProgressBar {
  public:
@@ -32,7 +34,7 @@ class KpzProgressBar {
   static constexpr long long kTimeThresholdMs = 1000;
   static constexpr long long kRedrawMs = 100;
 
-  KpzProgressBar(int fd, bool enabled);
+  KpzProgressBar(int fd, bool enabled, const KpzClock& clock = KpzClock::Steady());
   ~KpzProgressBar();
   KpzProgressBar(const KpzProgressBar&) = delete;
   KpzProgressBar& operator=(const KpzProgressBar&) = delete;
@@ -66,8 +68,9 @@ class KpzProgressBar {
   int m_fd;  // borrowed
   bool m_enabled;
   bool m_shown;
-  std::chrono::steady_clock::time_point m_start;
-  std::chrono::steady_clock::time_point m_lastDraw;
+  const KpzClock& m_clock;  // borrowed
+  KpzClock::TimePoint m_start;
+  KpzClock::TimePoint m_lastDraw;
 };
 
 #endif  // KPZ_TOOLS_KPZ_KPZPROGRESSBAR_H

@@ -23,6 +23,10 @@ const char* const kWords[KpzRotation::kLastCode + 1] = {
 
 }  // namespace
 
+std::string KpzRotation::NotACodeWords(const std::string& given) {
+  return std::string("a rotation code is ") + kCodeRange + ", not " + given;
+}
+
 bool KpzRotation::IsMirrored(unsigned char code) { return code >= 4 && code <= kLastCode; }
 
 unsigned int KpzRotation::quarterTurns(unsigned char code) {

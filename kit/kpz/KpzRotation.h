@@ -27,10 +27,22 @@
 #ifndef KPZ_TOOLS_KPZ_KPZROTATION_H
 #define KPZ_TOOLS_KPZ_KPZROTATION_H
 
+#include <string>
+
 class KpzRotation {
  public:
   // Rotation codes run from 0 to kLastCode.
   static constexpr unsigned char kLastCode = 7;
+  // The codes in words, for messages ("--code takes a rotation code from 0 to 7").
+  static constexpr const char* kCodeRange = "0 to 7";
+
+  // True when `value` is a rotation code, 0..kLastCode.
+  static bool IsCode(long long value) { return value >= 0 && value <= kLastCode; }
+
+  // What every front end says of a rotation code given out of range, after
+  // "kpz: ": "a rotation code is 0 to 7, not <given>" (`given` as the caller
+  // wrote the number: an int of any size).
+  static std::string NotACodeWords(const std::string& given);
 
   enum class Direction {
     Clockwise,         // a quarter turn clockwise

@@ -249,9 +249,13 @@ std::string KpzUpright::WhyNotTurned(const Orientation& o) {
     return "its orientation cannot be read (error " + std::to_string(o.result) + ")";
   }
   if (o.stored >= 0 && o.stored != 1) {
-    return "its orientation value " + std::to_string(o.stored) + " is not one of 1 to 8";
+    return NotAnExifOrientationWords(o.stored);
   }
   return "its orientation is normal";
+}
+
+std::string KpzUpright::NotAnExifOrientationWords(long long value) {
+  return "its orientation value " + std::to_string(value) + " is not one of 1 to 8";
 }
 
 const char* KpzUpright::TurnWords(unsigned char code) {

@@ -90,6 +90,13 @@ class KpzUpright {
   // one of 1 to 8"); empty when Turns(o).
   static std::string WhyNotTurned(const Orientation& o);
 
+  // True when `value` is an Exif orientation value, 1..8.
+  static bool IsExifOrientation(long long value) { return value >= 1 && value <= 8; }
+
+  // What every front end says of an Exif orientation value out of range:
+  // "its orientation value <value> is not one of 1 to 8".
+  static std::string NotAnExifOrientationWords(long long value);
+
   // The turn of rotation `code` in words: "90° clockwise", "180°",
   // "mirrored left to right", ...; "none" for 0 and unknown codes.
   static const char* TurnWords(unsigned char code);

@@ -1,21 +1,29 @@
 """Previews, thumbnails and metadata of KPZ camera raw files.
 
-The preview (the "screennail") is the large JPEG a KPZ raw file carries; kpz
+The preview is the large JPEG a KPZ raw file carries; kpz
 finds it from the file's first 64 KiB and reads only its own bytes, so a
 preview costs two reads however large the file. The same native code as the
 ``kpz`` command-line tool does the work: the same bytes, the same metadata
 (:func:`info` equals ``kpz info --json``) and the same words in errors.
 
     >>> import kpz
-    >>> jpeg = kpz.screennail("IMG_0001.KPZ")            # bytes of the preview
+    >>> jpeg = kpz.preview("IMG_0001.KPZ")               # bytes of the preview
     >>> kpz.thumbnail("IMG_0001.KPZ", upright=True)        # turned as the file says
     >>> kpz.info("IMG_0001.KPZ")["model"]["value"]
+    'DSLR-M100'
+    >>> kpz.read_info("IMG_0001.KPZ").model                # the same, typed
     'DSLR-M100'
     >>> with kpz.open("IMG_0001.KPZ") as raw:
     ...     raw.model, raw.orientation, raw.date_time_original
     ...     raw.set_orientation(1)                       # written in place
 
-Sources. Every function takes:
+Names. "preview", as the ``kpz`` tool says it, is the name of the large
+JPEG: :func:`preview`, :meth:`RawFile.preview`, :attr:`Info.preview_size`.
+"screennail", the name the file format and earlier versions of this package
+use, stays as an alias of each (the same function or property) and as the
+key of the :func:`info` dict (the ``kpz info --json`` key).
+
+Sources. Every function takes a :data:`Source`:
 
 * a path: ``str`` or ``os.PathLike``;
 * a bytes-like object (``bytes``, ``bytearray``, ``memoryview``, ``mmap``,
@@ -36,7 +44,8 @@ bytes than asked) ``TypeError``/``ValueError``; what a file object's own
 methods raise passes through. :func:`error_words` gives the ``kpz`` tool's
 words for any of them.
 
-``kpz.__version__`` is the package's version.
+``kpz.__version__`` is the package's version, the one the compiled module
+was built with (the project's version, which the wheel's metadata carries too).
 
 Threads. The interpreter lock is released while the native code reads,
 parses, copies and turns, so threads run in parallel. The module functions
@@ -49,10 +58,12 @@ The library's own diagnostic lines (what ``kpz -v`` shows) go to the logger
 
 from __future__ import annotations
 
+import dataclasses as _dataclasses
 import datetime as _datetime
 import json as _json
+import mmap as _mmap
 import os as _os
-from typing import Any, Dict, Optional, Tuple, Union
+from typing import Any, Dict, Optional, Protocol, Tuple, Union
 
 from . import _kpz
 from ._errors import (
@@ -65,9 +76,14 @@ from ._errors import (
 )
 
 __all__ = [
+    "preview",
     "screennail",
     "thumbnail",
     "info",
+    "read_info",
+    "Info",
+    "Source",
+    "BinaryReader",
     "open",
     "RawFile",
     "error_words",
@@ -82,17 +98,32 @@ __all__ = [
     "__version__",
 ]
 
-#: The package's version, as its wheel names it (``kpz-1.0.0-*.whl``).
-__version__ = "1.0.0"
+#: The package's version: the project's, compiled into the module (the
+#: wheel's metadata carries the same, ``importlib.metadata.version("kpz")``).
+__version__: str = _kpz.__version__
 
 #: Bytes of a file's head that kpz parses (64 KiB).
 HEAD_SIZE: int = _kpz.HEAD_SIZE
 
-Source = Any  # str | os.PathLike | bytes-like | binary file object
+class BinaryReader(Protocol):
+    """A binary file object kpz can read: ``read(n)`` returning bytes (or any
+    bytes-like object) and ``seek(offset, whence)``; ``open(path, "rb")``,
+    ``io.BytesIO``, an fsspec file."""
+
+    def read(self, size: int = ..., /) -> Any: ...
+
+    def seek(self, offset: int, whence: int = ..., /) -> Any: ...
 
 
-def screennail(source: Source, *, upright: bool = False) -> bytes:
-    """The preview JPEG (the "screennail") of a KPZ raw file, as bytes.
+#: What every function of kpz reads: a path, the file's whole content as a
+#: bytes-like object, or a binary file object.
+Source = Union[str, _os.PathLike[str], _os.PathLike[bytes], bytes, bytearray, memoryview,
+               _mmap.mmap, BinaryReader]
+
+
+def preview(source: Source, *, upright: bool = False) -> bytes:
+    """The preview JPEG of a KPZ raw file, as bytes (``screennail`` is the
+    same function under the file format's name).
 
     The same bytes as ``kpz preview`` and the Java entry give. With
     ``upright=True`` the picture is turned as the file's orientation says,
@@ -106,6 +137,10 @@ def screennail(source: Source, *, upright: bool = False) -> bytes:
     TypeError (not a source).
     """
     return _kpz.screennail(source, upright=upright)
+
+
+#: The same function as :func:`preview`, under the file format's name.
+screennail = preview
 
 
 def thumbnail(source: Source, *, upright: bool = False) -> bytes:
@@ -126,8 +161,15 @@ def info(source: Source) -> Dict[str, Any]:
     ``words`` are the ``"error"`` that ``kpz info --json`` prints for it.
     """
     data = _json.loads(_kpz.info_json(source))
-    data["file"] = _name_of(source)
+    data["file"] = _kpz.source_kind(source)[1]
     return data
+
+
+def read_info(source: Source) -> "Info":
+    """The metadata of a KPZ raw file as an :class:`Info`: typed fields with
+    snake_case names, None for a value the file does not record. The same
+    values as :func:`info` (``Info.as_dict()`` is that dict); raises as it."""
+    return Info.from_dict(info(source))
 
 
 def error_words(exc: BaseException) -> str:
@@ -150,25 +192,6 @@ def orientation_words(code: int) -> str:
     return _kpz.orientation_words(code)
 
 
-def _name_of(source: Source) -> Optional[str]:
-    if isinstance(source, str):
-        return source
-    if hasattr(source, "__fspath__"):
-        return _os.fsdecode(_os.fspath(source))
-    name = getattr(source, "name", None)
-    if isinstance(name, (str, bytes)) and not _is_buffer(source):
-        return _os.fsdecode(name)
-    return None
-
-
-def _is_buffer(source: Any) -> bool:
-    try:
-        memoryview(source)
-    except TypeError:
-        return False
-    return True
-
-
 def _value(entry: Dict[str, Any], field: str = "value") -> Any:
     return entry.get(field) if entry.get("result") == 0 else None
 
@@ -177,6 +200,110 @@ def _fraction(entry: Dict[str, Any]) -> Optional[Tuple[int, int]]:
     if entry.get("result") != 0:
         return None
     return (entry["numerator"], entry["denominator"])
+
+
+def _date_time(entry: Dict[str, Any]) -> Optional[_datetime.datetime]:
+    if entry.get("result") != 0:
+        return None
+    try:
+        return _datetime.datetime(entry["year"], entry["month"], entry["day"], entry["hour"],
+                                  entry["minute"], entry["second"])
+    except ValueError:
+        return None
+
+
+@_dataclasses.dataclass(frozen=True)
+class Info:
+    """The metadata of a KPZ raw file, typed (:func:`read_info`,
+    :attr:`RawFile.metadata`). A value the file does not record is None.
+    ``as_dict()`` gives the dict :func:`info` gives (``kpz info --json``)."""
+
+    #: The path as given, a file object's name, or None for bytes.
+    file: Optional[str]
+    make: Optional[str]
+    model: Optional[str]
+    #: Where the preview starts, in bytes from the start of the file.
+    preview_offset: Optional[int]
+    #: The preview's length in bytes.
+    preview_size: Optional[int]
+    #: The preview's size in pixels as the file records it (0: not recorded).
+    preview_width: Optional[int]
+    preview_height: Optional[int]
+    thumbnail_offset: Optional[int]
+    thumbnail_size: Optional[int]
+    #: The rotation code 0..7 (0 normal, 1 rotated 90° clockwise, 2 180°, 3 90°
+    #: counter-clockwise, 4-7 mirrored: see docs/KPZ-JSON.md).
+    orientation: Optional[int]
+    #: The same as an Exif orientation value 1..8.
+    exif_orientation: Optional[int]
+    #: The turn ``upright=True`` makes ("90° clockwise", ...), None for none.
+    upright_turn: Optional[str]
+    #: When the picture was taken (no time zone); None when not recorded or
+    #: not a real date and time.
+    date_time_original: Optional[_datetime.datetime]
+    #: (numerator, denominator) in seconds, reduced to 1/n as the library does.
+    exposure_time: Optional[Tuple[int, int]]
+    f_number: Optional[Tuple[int, int]]
+    iso_speed: Optional[int]
+    #: (numerator, denominator) in EV, signed.
+    exposure_bias: Optional[Tuple[int, int]]
+    exposure_program: Optional[int]
+    #: (numerator, denominator) in millimetres.
+    focal_length: Optional[Tuple[int, int]]
+    #: In millimetres; 0 means unknown.
+    focal_length_35mm: Optional[int]
+    #: The Exif version's four digits as a number (230 is version 2.30).
+    exif_version: Optional[int]
+    iob_version: Optional[int]
+    raw_image_width: Optional[int]
+    raw_image_height: Optional[int]
+    _record: Dict[str, Any] = _dataclasses.field(repr=False, compare=False)
+
+    @property
+    def screennail_offset(self) -> Optional[int]:
+        """:attr:`preview_offset` under the file format's name."""
+        return self.preview_offset
+
+    @property
+    def screennail_size(self) -> Optional[int]:
+        """:attr:`preview_size` under the file format's name."""
+        return self.preview_size
+
+    @classmethod
+    def from_dict(cls, d: Dict[str, Any]) -> "Info":
+        """The typed form of a dict as :func:`info` gives it."""
+        f35 = _fraction(d["focalLength35mm"])
+        return cls(
+            file=d.get("file"),
+            make=_value(d["make"]),
+            model=_value(d["model"]),
+            preview_offset=_value(d["screennail"], "offset"),
+            preview_size=_value(d["screennail"], "size"),
+            preview_width=_value(d["screennail"], "width"),
+            preview_height=_value(d["screennail"], "height"),
+            thumbnail_offset=_value(d["thumbnail"], "offset"),
+            thumbnail_size=_value(d["thumbnail"], "size"),
+            orientation=_value(d["rotation"], "code"),
+            exif_orientation=_value(d["rotation"], "exifOrientation"),
+            upright_turn=d["upright"]["turn"],
+            date_time_original=_date_time(d["dateTimeOriginal"]),
+            exposure_time=_fraction(d["exposureTime"]),
+            f_number=_fraction(d["fNumber"]),
+            iso_speed=_value(d["isoSpeed"]),
+            exposure_bias=_fraction(d["exposureBias"]),
+            exposure_program=_value(d["exposureProgram"]),
+            focal_length=_fraction(d["focalLength"]),
+            focal_length_35mm=None if f35 is None else f35[0],
+            exif_version=_value(d["exifVersion"]),
+            iob_version=_value(d["iobVersion"]),
+            raw_image_width=_value(d["rawImageWidth"]),
+            raw_image_height=_value(d["rawImageHeight"]),
+            _record=_json.loads(_json.dumps(d)),
+        )
+
+    def as_dict(self) -> Dict[str, Any]:
+        """The dict :func:`info` gives for the same file (a copy)."""
+        return _json.loads(_json.dumps(self._record))
 
 
 class RawFile:
@@ -196,12 +323,11 @@ class RawFile:
     """
 
     def __init__(self, source: Source) -> None:
-        if isinstance(source, str) or hasattr(source, "__fspath__"):
-            self._path: Optional[Union[str, bytes]] = _os.fspath(source)
-        else:
-            self._path = None
+        self._meta: Info = read_info(source)
+        # The kind of source as the native code decides it.
+        is_path = _kpz.source_kind(source)[0] == "path"
+        self._path: Optional[Union[str, bytes]] = _os.fspath(source) if is_path else None  # type: ignore[arg-type]
         self._source: Any = source
-        self._info: Dict[str, Any] = info(source)
         self._thumb_size: Optional[Tuple[int, int]] = None
         self._thumb_size_read = False
 
@@ -233,9 +359,12 @@ class RawFile:
         return self._source
 
     # -- pictures -------------------------------------------------------------
-    def screennail(self, *, upright: bool = False) -> bytes:
-        """The preview JPEG's bytes, as :func:`kpz.screennail`."""
+    def preview(self, *, upright: bool = False) -> bytes:
+        """The preview JPEG's bytes, as :func:`kpz.preview`."""
         return _kpz.screennail(self._need_source(), upright=upright)
+
+    #: The same method as :meth:`preview`, under the file format's name.
+    screennail = preview
 
     def thumbnail(self, *, upright: bool = False) -> bytes:
         """The thumbnail JPEG's bytes, as :func:`kpz.thumbnail`."""
@@ -245,48 +374,59 @@ class RawFile:
     @property
     def info(self) -> Dict[str, Any]:
         """The whole record, as :func:`kpz.info` gives it (a copy)."""
-        return _json.loads(_json.dumps(self._info))
+        return self._meta.as_dict()
+
+    @property
+    def metadata(self) -> Info:
+        """The whole record, typed, as :func:`kpz.read_info` gives it."""
+        return self._meta
 
     @property
     def file(self) -> Optional[str]:
         """The path as given, a file object's name, or None."""
-        return self._info.get("file")
+        return self._meta.file
 
     @property
     def make(self) -> Optional[str]:
-        return _value(self._info["make"])
+        return self._meta.make
 
     @property
     def model(self) -> Optional[str]:
-        return _value(self._info["model"])
+        return self._meta.model
 
     @property
-    def screennail_offset(self) -> Optional[int]:
+    def preview_offset(self) -> Optional[int]:
         """Where the preview starts, in bytes from the start of the file."""
-        return _value(self._info["screennail"], "offset")
+        return self._meta.preview_offset
 
     @property
-    def screennail_size(self) -> Optional[int]:
+    def preview_size(self) -> Optional[int]:
         """The preview's length in bytes."""
-        return _value(self._info["screennail"], "size")
+        return self._meta.preview_size
 
     @property
-    def screennail_width(self) -> Optional[int]:
+    def preview_width(self) -> Optional[int]:
         """The preview's width in pixels as the file records it (0: not recorded)."""
-        return _value(self._info["screennail"], "width")
+        return self._meta.preview_width
 
     @property
-    def screennail_height(self) -> Optional[int]:
+    def preview_height(self) -> Optional[int]:
         """The preview's height in pixels as the file records it (0: not recorded)."""
-        return _value(self._info["screennail"], "height")
+        return self._meta.preview_height
+
+    # The file format's name for the same values.
+    screennail_offset = preview_offset
+    screennail_size = preview_size
+    screennail_width = preview_width
+    screennail_height = preview_height
 
     @property
     def thumbnail_offset(self) -> Optional[int]:
-        return _value(self._info["thumbnail"], "offset")
+        return self._meta.thumbnail_offset
 
     @property
     def thumbnail_size(self) -> Optional[int]:
-        return _value(self._info["thumbnail"], "size")
+        return self._meta.thumbnail_size
 
     def _thumbnail_pixels(self) -> Optional[Tuple[int, int]]:
         # The file does not record the thumbnail's size: its JPEG header does.
@@ -316,12 +456,12 @@ class RawFile:
     def orientation(self) -> Optional[int]:
         """The rotation code 0..7 (0 normal, 1 rotated 90° clockwise, 2 180°,
         3 90° counter-clockwise, 4-7 mirrored: see docs/KPZ-JSON.md)."""
-        return _value(self._info["rotation"], "code")
+        return self._meta.orientation
 
     @property
     def exif_orientation(self) -> Optional[int]:
         """The same as an Exif orientation value 1..8."""
-        return _value(self._info["rotation"], "exifOrientation")
+        return self._meta.exif_orientation
 
     @property
     def orientation_words(self) -> Optional[str]:
@@ -332,70 +472,62 @@ class RawFile:
     @property
     def upright_turn(self) -> Optional[str]:
         """The turn ``upright=True`` makes ("90° clockwise", ...), None for none."""
-        return self._info["upright"]["turn"]
+        return self._meta.upright_turn
 
     @property
     def date_time_original(self) -> Optional[_datetime.datetime]:
         """When the picture was taken (Exif DateTimeOriginal, no time zone), or
         None when it is not recorded or is not a real date and time."""
-        d = self._info["dateTimeOriginal"]
-        if d.get("result") != 0:
-            return None
-        try:
-            return _datetime.datetime(d["year"], d["month"], d["day"], d["hour"], d["minute"],
-                                      d["second"])
-        except ValueError:
-            return None
+        return self._meta.date_time_original
 
     @property
     def exposure_time(self) -> Optional[Tuple[int, int]]:
         """(numerator, denominator) in seconds, reduced to 1/n as the library does."""
-        return _fraction(self._info["exposureTime"])
+        return self._meta.exposure_time
 
     @property
     def f_number(self) -> Optional[Tuple[int, int]]:
-        return _fraction(self._info["fNumber"])
+        return self._meta.f_number
 
     @property
     def iso_speed(self) -> Optional[int]:
-        return _value(self._info["isoSpeed"])
+        return self._meta.iso_speed
 
     @property
     def exposure_bias(self) -> Optional[Tuple[int, int]]:
         """(numerator, denominator) in EV, signed."""
-        return _fraction(self._info["exposureBias"])
+        return self._meta.exposure_bias
 
     @property
     def exposure_program(self) -> Optional[int]:
-        return _value(self._info["exposureProgram"])
+        return self._meta.exposure_program
 
     @property
     def focal_length(self) -> Optional[Tuple[int, int]]:
         """(numerator, denominator) in millimetres."""
-        return _fraction(self._info["focalLength"])
+        return self._meta.focal_length
 
     @property
     def focal_length_35mm(self) -> Optional[int]:
         """In millimetres; 0 means unknown."""
-        f = _fraction(self._info["focalLength35mm"])
-        return None if f is None else f[0]
+        return self._meta.focal_length_35mm
 
     @property
     def exif_version(self) -> Optional[int]:
         """The Exif version's four digits as a number (230 is version 2.30)."""
-        return _value(self._info["exifVersion"])
+        return self._meta.exif_version
 
     @property
     def iob_version(self) -> Optional[int]:
-        return _value(self._info["iobVersion"])
+        return self._meta.iob_version
 
     @property
     def raw_image_width(self) -> Optional[int]:
-        return _value(self._info["rawImageWidth"])
+        return self._meta.raw_image_width
 
     @property
     def raw_image_height(self) -> Optional[int]:
-        return _value(self._info["rawImageHeight"])
+        return self._meta.raw_image_height
 
     # -- writing --------------------------------------------------------------
     def set_orientation(self, code: int) -> bool:
@@ -419,10 +551,11 @@ class RawFile:
         finally:
             # The view follows the file after any outcome (a refusal leaves
             # it as it was; a write whose times could not be set back
-            # changed it).
+            # changed it). If the file cannot be read again, the call's own
+            # error is the one raised, and the view stays as it was.
             try:
-                self._info = info(self._source)
-            except Exception:  # noqa: BLE001 - the call's own error is raised
+                self._meta = read_info(self._source)
+            except (KpzError, OSError):
                 pass
         return bool(result["written"])
 

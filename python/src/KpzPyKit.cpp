@@ -16,12 +16,17 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "kpz/KpzExitStatus.h"
+#include "kpz/KpzExtraction.h"
 #include "kpz/KpzInputList.h"
+#include "kpz/KpzOutputClaims.h"
 #include "kpz/KpzOutputFile.h"
+#include "kpz/KpzRotation.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzProgressBar.h"
 #include "kpz/KpzSource.h"
@@ -53,6 +58,58 @@ std::string nameBytes(const py::handle& name) {
   return std::string(PyBytes_AS_STRING(encoded.ptr()),
                      static_cast<std::size_t>(PyBytes_GET_SIZE(encoded.ptr())));
 }
+
+// A Python int as a long long, or nothing when none holds it (TypeError
+// for anything that is not an int; a bool is not one).
+bool intValue(const py::handle& obj, long long* value) {
+  if (PyBool_Check(obj.ptr()) || !PyLong_Check(obj.ptr())) {
+    throw py::type_error(std::string("an int, not '") + Py_TYPE(obj.ptr())->tp_name + "'");
+  }
+  int overflow = 0;
+  *value = PyLong_AsLongLongAndOverflow(obj.ptr(), &overflow);
+  if (*value == -1 && PyErr_Occurred() != nullptr) {
+    throw py::error_already_set();
+  }
+  return overflow == 0;
+}
+
+// True when the int `value` passes `check` (false when no long long holds it).
+bool intIn(const py::handle& value, bool (*check)(long long)) {
+  long long v = 0;
+  return intValue(value, &v) && check(v);
+}
+
+// One input's turn at its output name (KpzOutputClaims::Turn), for Python:
+// a context manager whose end finishes the turn.
+class ClaimTurn {
+ public:
+  ClaimTurn(std::shared_ptr<KpzOutputClaims> claims, std::size_t index)
+      : m_claims(std::move(claims)), m_turn(new KpzOutputClaims::Turn(*m_claims, index)) {}
+
+  py::object waitForEarlier() {
+    need();
+    std::size_t owner = KpzOutputClaims::kNone;
+    {
+      py::gil_scoped_release unlocked;
+      owner = m_turn->WaitForEarlier();
+    }
+    return owner == KpzOutputClaims::kNone ? py::none() : py::object(py::int_(owner));
+  }
+  void wrote() {
+    need();
+    m_turn->Wrote();
+  }
+  void finish() { m_turn.reset(); }  // the Turn's end records it; again: nothing
+
+ private:
+  void need() const {
+    if (!m_turn) {
+      throw py::value_error("kpz: this turn is finished");
+    }
+  }
+  std::shared_ptr<KpzOutputClaims> m_claims;  // outlives m_turn
+  std::unique_ptr<KpzOutputClaims::Turn> m_turn;
+};
 
 std::string bytesOf(const py::bytes& b) {
   return std::string(PyBytes_AS_STRING(b.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(b.ptr())));
@@ -204,37 +261,40 @@ void KpzPyRegisterKit(py::module_& m) {
         }
         const KpzPictureReader::Kind k =
             kind == "preview" ? KpzPictureReader::Kind::Preview : KpzPictureReader::Kind::Thumbnail;
-        int status = 0;
+        KpzExitStatus status = KpzExitStatus::Ok;
         std::uint64_t written = 0;
         std::string why;
         std::string file = input;
         {
           py::gil_scoped_release unlocked;
+          KpzExtraction::Options options;
+          options.kind = k;
           KpzSource source;
-          KpzPictureReader::Picture picture;
-          if (!source.Open(input, &why) || !KpzPictureReader::Find(source, k, &picture, &why)) {
-            status = 1;
+          KpzExtraction::Outcome got = KpzExtraction::Extract(input, &source, options, false);
+          if (!got.ok()) {
+            status = got.status;
+            why = std::move(got.words);
           } else {
-            switch (KpzOutputFile::Copy(output, source, picture.offset, picture.length,
+            switch (KpzOutputFile::Copy(output, source, got.range.offset, got.range.length,
                                         KpzPictureReader::Name(k), sync, &why)) {
               case KpzOutputFile::Status::Done:
-                written = picture.length;
+                written = got.range.length;
                 break;
               case KpzOutputFile::Status::InputFailed:
-                status = 1;
+                status = KpzExitStatus::Input;
                 break;
               case KpzOutputFile::Status::WouldReplaceInput:
-                status = 2;
+                status = KpzExitStatus::Usage;
                 file = output;
                 break;
               case KpzOutputFile::Status::OutputFailed:
-                status = 3;
+                status = KpzExitStatus::Output;
                 file = output;
                 break;
             }
           }
         }
-        return py::make_tuple(status, written, why, file);
+        return py::make_tuple(KpzExitCode(status), written, why, file);
       },
       py::arg("input"), py::arg("output"), py::arg("kind"), py::arg("sync") = false,
       "Writes the preview or thumbnail (`kind`) of the local file `input` to `output` as "
@@ -268,13 +328,84 @@ void KpzPyRegisterKit(py::module_& m) {
       "wanted extensions, -r enters subdirectories), in argument order: a list of (path, error) "
       "pairs; a non-empty error stands for a directory that could not be read. kpz prints the "
       "lines about unreadable arguments on standard error itself.");
-  m.def("names_directory", &KpzInputList::NamesDirectory, py::arg("args"),
-        "True when one of `args` names a directory.");
   m.def("normalise_extensions", &KpzInputList::Normalise, py::arg("extensions"),
         "The extensions as kpz compares them: lower case with a leading dot, '*' kept, '.kpz' "
         "when none is left.");
   m.def("extension_matches", &KpzInputList::Matches, py::arg("name"), py::arg("normalised"),
         "True when the file name `name` ends in one of the `normalised` extensions.");
+
+  m.def("no_files_words", &KpzInputList::NoFilesWords, py::arg("extensions"),
+        "What kpz says after 'kpz: ' (exit status 1) when its arguments gave no file: 'no files "
+        "to work on: the directories named hold no file ending in .kpz', the `extensions` as "
+        "normalise_extensions makes them, each shown as shown_name shows it.");
+  m.def("already_written_words", &KpzOutputClaims::TakenWords, py::arg("output"),
+        py::arg("owner"),
+        "What kpz says after 'kpz: INPUT: ' (exit status 3) of an input whose output name "
+        "`output` the earlier input `owner` wrote: 'not written: OUTPUT is already written by "
+        "OWNER', both names shown as shown_name shows them.");
+  m.attr("ALREADY_WRITTEN_REASON") = KpzOutputClaims::kTakenReason;
+  m.def(
+      "is_rotation_code",
+      [](const py::handle& value) { return intIn(value, &KpzRotation::IsCode); },
+      py::arg("value"), "True when the int `value` is a rotation code, 0 to 7.");
+  m.def(
+      "not_a_rotation_code_words",
+      [](const py::handle& value) { return KpzRotation::NotACodeWords(py::str(value)); },
+      py::arg("value"),
+      "What kpz says of a rotation code out of range: 'a rotation code is 0 to 7, not VALUE'.");
+  m.def(
+      "is_exif_orientation",
+      [](const py::handle& value) { return intIn(value, &KpzUpright::IsExifOrientation); },
+      py::arg("value"), "True when the int `value` is an Exif orientation value, 1 to 8.");
+  m.def("not_an_exif_orientation_words", &KpzUpright::NotAnExifOrientationWords, py::arg("value"),
+        "What kpz says of an Exif orientation value out of range: 'its orientation value VALUE "
+        "is not one of 1 to 8'.");
+
+  py::class_<ClaimTurn>(m, "ClaimTurn", "One input's turn at its output name (OutputClaims.turn).")
+      .def("wait_for_earlier", &ClaimTurn::waitForEarlier,
+           "Waits until every earlier input with the same output name has finished its turn "
+           "(the interpreter lock released); the index of the one that wrote it, or None.")
+      .def("wrote", &ClaimTurn::wrote, "This input wrote the output.")
+      .def("finish", &ClaimTurn::finish,
+           "Ends the turn: written when wrote() was called, else failed (the next input of the "
+           "name may write). Again: nothing.")
+      .def("__enter__", [](py::object self) { return self; })
+      .def("__exit__", [](ClaimTurn& t, const py::args&) { t.finish(); });
+
+  py::class_<KpzOutputClaims, std::shared_ptr<KpzOutputClaims>>(
+      m, "OutputClaims",
+      "Which input may write an output name several inputs share, as kpz decides: the first "
+      "input in input order that is written owns the name; an input that fails takes nothing. "
+      "OutputClaims(keys), keys[i] input i's output name (normalised; '' for none). Each input "
+      "takes its turn, in index order, and ends it (with: ...); an input waits only for earlier "
+      "inputs of its name, so each earlier input's turn must be taken and ended (by this thread "
+      "first, or by another).\n\n"
+      "    with claims.turn(i) as t:\n"
+      "        owner = t.wait_for_earlier()          # None, or the input that wrote it\n"
+      "        if owner is None and write(): t.wrote()")
+      .def(py::init<const std::vector<std::string>&>(), py::arg("keys"))
+      .def("__len__", &KpzOutputClaims::Count)
+      .def(
+          "turn",
+          [](const std::shared_ptr<KpzOutputClaims>& self, std::size_t index) {
+            if (index >= self->Count()) {
+              throw py::index_error("kpz: input " + std::to_string(index) + " of " +
+                                    std::to_string(self->Count()));
+            }
+            return ClaimTurn(self, index);
+          },
+          py::arg("index"), "Input `index`'s turn (a context manager).")
+      .def(
+          "previous",
+          [](const KpzOutputClaims& self, std::size_t index) -> py::object {
+            if (index >= self.Count()) {
+              throw py::index_error("kpz: input " + std::to_string(index) + " of " +
+                                    std::to_string(self.Count()));
+            }
+            const std::size_t k = self.Previous(index);
+            return k == KpzOutputClaims::kNone ? py::none() : py::object(py::int_(k));
+          },
+          py::arg("index"), "The earlier input with the same output name just before `index`, or None.");
 
   m.def("progress_text", &KpzProgressBar::Render, py::arg("done"), py::arg("total"),
         py::arg("width"),

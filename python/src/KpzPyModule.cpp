@@ -45,6 +45,7 @@
 
 #include "KpzPyLibraryLines.h"
 #include "kpz/KpzErrorText.h"
+#include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzMetadata.h"
 #include "kpz/KpzMetadataReader.h"
@@ -99,22 +100,6 @@ using LibraryLines = KpzPyLibraryLines;
   raiseKpz("KpzError", words, py::none(), std::move(filename));
 }
 
-[[noreturn]] void raiseFind(const KpzPictureReader::Problem& problem, const std::string& words,
-                            py::object filename) {
-  switch (problem.failure) {
-    case KpzPictureReader::Failure::NotKpz:
-      raiseKpz("NotKpzError", words, py::int_(problem.code), std::move(filename));
-    case KpzPictureReader::Failure::NoPicture:
-      raiseKpz("NoPreviewError", words, py::int_(problem.code), std::move(filename));
-    case KpzPictureReader::Failure::Unusable:
-      raiseKpz("BadPreviewError", words, py::none(), std::move(filename));
-    case KpzPictureReader::Failure::Location:
-    case KpzPictureReader::Failure::None:
-      break;
-  }
-  raiseKpz("KpzError", words, py::int_(problem.code), std::move(filename));
-}
-
 // ---- integer arguments ------------------------------------------------------
 
 // The name of `obj`'s type, for words.
@@ -150,9 +135,9 @@ IntArgument intArgument(const py::handle& obj, const char* what) {
 // a ValueError in the same words.
 unsigned char rotationCode(const py::handle& obj) {
   const IntArgument code = intArgument(obj, "a rotation code");
-  if (code.overflow || code.value < 0 || code.value > KpzRotation::kLastCode) {
-    throw py::value_error("kpz: a rotation code is 0 to 7, not " +
-                          py::str(code.number).cast<std::string>());
+  if (code.overflow || !KpzRotation::IsCode(code.value)) {
+    throw py::value_error("kpz: " +
+                          KpzRotation::NotACodeWords(py::str(code.number).cast<std::string>()));
   }
   return static_cast<unsigned char>(code.value);
 }
@@ -506,62 +491,81 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
   return py::bytes();
 }
 
+// A failed extraction raised as its kind: the OSError subclass for an
+// errno, else the KpzError subclass (a picture whose location cannot be
+// read, which carries the getter's result code, is a plain KpzError).
+[[noreturn]] void raiseExtraction(const KpzExtraction::Outcome& got, py::object filename) {
+  switch (got.failure) {
+    case KpzExtraction::Failure::Unreadable:
+      if (got.err != 0) {
+        raiseOs(got.err, got.words, std::move(filename));
+      }
+      break;
+    case KpzExtraction::Failure::NotKpz:
+      raiseKpz("NotKpzError", got.words, py::int_(got.code), std::move(filename));
+    case KpzExtraction::Failure::NoPicture:
+      raiseKpz("NoPreviewError", got.words, py::int_(got.code), std::move(filename));
+    case KpzExtraction::Failure::BadPicture:
+      if (got.code != 0) {
+        raiseKpz("KpzError", got.words, py::int_(got.code), std::move(filename));
+      }
+      raiseKpz("BadPreviewError", got.words, py::none(), std::move(filename));
+    case KpzExtraction::Failure::None:
+      break;
+  }
+  raiseKpz("KpzError", got.words, py::none(), std::move(filename));
+}
+
+py::bytes bytesOf(const std::vector<UINT8>& data) {
+  py::bytes out = newBytes(data.size());
+  std::memcpy(PyBytes_AS_STRING(out.ptr()), data.data(), data.size());
+  return out;
+}
+
+// The picture of `kind` as the kit's extraction gives it: a path is opened,
+// located, read and turned by KpzExtraction without the lock; a buffer or a
+// stream is located from its head (KpzExtraction::Locate), its range read
+// here and turned by KpzExtraction::Turn.
 py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureReader::Kind kind,
                   bool upright) {
   LibraryLines lines(logger);
   Source src(obj);
   Opened opened;
-  const char* name = KpzPictureReader::Name(kind);
-  KpzPictureReader::Picture pic;
-  KpzPictureReader::Problem problem;
-  std::string why;
-  bool found = false;
-  KpzUpright::Orientation orientation;
-  // Locates the picture in an opened source (the lock released by the caller).
-  const auto locate = [&]() {
-    found = KpzPictureReader::Find(opened.source, kind, &pic, &why, &problem);
-    if (found && upright) {
-      orientation = KpzUpright::ReadOrientation(opened.source.Head(), KpzSource::kHeadSize);
-    }
-  };
+  KpzExtraction::Options options;
+  options.kind = kind;
+  options.upright = upright;
+  KpzExtraction::Outcome got;
   if (src.type() == Source::Type::Path) {
-    // Opened, read and parsed in one stretch without the lock.
-    bool ok = false;
-    {
-      py::gil_scoped_release unlocked;
-      ok = opened.source.Open(src.path(), &why);
-      if (ok) {
-        locate();
-      }
-    }
-    if (!ok) {
-      raiseOpen(opened.source, why, src.filename());
-    }
+    py::gil_scoped_release unlocked;
+    got = KpzExtraction::Extract(src.path(), &opened.source, options, /*wantBytes=*/false);
+  } else if (src.type() == Source::Type::Buffer) {
+    py::gil_scoped_release unlocked;
+    got = KpzExtraction::Locate(src.data(), src.size(), src.size(), options);
   } else {
     openSource(src, &opened);
     py::gil_scoped_release unlocked;
-    locate();
+    got = KpzExtraction::Locate(reinterpret_cast<const UINT8*>(opened.streamHead.data()),
+                                opened.streamHead.size(), opened.streamSize, options);
   }
-  if (!found) {
-    raiseFind(problem, why, src.filename());
+  if (!got.ok()) {
+    raiseExtraction(got, src.filename());
   }
-  py::bytes stored = readPicture(src, opened, pic, name);
-  if (!upright || !KpzUpright::Turns(orientation)) {
+  if (got.turned) {
+    return bytesOf(got.bytes);
+  }
+  py::bytes stored = readPicture(src, opened, got.range, KpzPictureReader::Name(kind));
+  if (!got.turns) {
     return stored;
   }
-  const UINT8* data = reinterpret_cast<const UINT8*>(PyBytes_AS_STRING(stored.ptr()));
-  const std::size_t size = static_cast<std::size_t>(PyBytes_GET_SIZE(stored.ptr()));
-  KpzUpright::Applied applied;
   {
     py::gil_scoped_release unlocked;
-    applied = KpzUpright::Apply(orientation, data, size, KpzUpright::Edges::Reencode, name);
+    KpzExtraction::Turn(reinterpret_cast<const UINT8*>(PyBytes_AS_STRING(stored.ptr())),
+                        static_cast<std::size_t>(PyBytes_GET_SIZE(stored.ptr())), options, &got);
   }
-  if (!applied.result.ok) {
-    raiseKpz("BadPreviewError", applied.error, py::none(), src.filename());
+  if (!got.ok()) {
+    raiseExtraction(got, src.filename());
   }
-  py::bytes out = newBytes(applied.result.jpeg.size());
-  std::memcpy(PyBytes_AS_STRING(out.ptr()), applied.result.jpeg.data(), applied.result.jpeg.size());
-  return out;
+  return bytesOf(got.bytes);
 }
 
 // The metadata of `obj` as the line `kpz info --json` prints, or the error.
@@ -610,15 +614,13 @@ std::string infoJson(const py::object& logger, const py::handle& obj) {
   return line;
 }
 
-// Writes rotation `code` into the file at `path` as `kpz rotate --code` does.
-py::dict setOrientation(const py::object& logger, const py::handle& obj, int code) {
+// Writes rotation `code` (0..7, checked by rotationCode) into the file at
+// `path` as `kpz rotate --code` does.
+py::dict setOrientation(const py::object& logger, const py::handle& obj, unsigned char code) {
   LibraryLines lines(logger);
   Source src(obj);
   if (src.type() != Source::Type::Path) {
     throw py::type_error("kpz: set_orientation writes into a file and needs its path");
-  }
-  if (code < 0 || code > KpzRotation::kLastCode) {
-    throw py::value_error("kpz: a rotation code is 0 to 7, not " + std::to_string(code));
   }
   // Opened once by the kit: the library writes that very file, whatever
   // the name leads to meanwhile.
@@ -632,7 +634,7 @@ py::dict setOrientation(const py::object& logger, const py::handle& obj, int cod
     if (opened) {
       KpzRotator::Change change;
       change.setCode = true;
-      change.code = static_cast<unsigned char>(code);
+      change.code = code;
       outcome = KpzRotator::Rotate(source, change, false);
     }
   }
@@ -686,10 +688,6 @@ PYBIND11_MODULE(_kpz, m) {
       [](const py::handle& code) { return KpzRotation::Words(rotationCode(code)); },
       py::arg("code"));
   m.def(
-      "upright_turn_words",
-      [](const py::handle& code) { return KpzUpright::TurnWords(rotationCode(code)); },
-      py::arg("code"));
-  m.def(
       "jpeg_size",
       [](const py::bytes& jpeg) -> py::object {
         const char* data = PyBytes_AS_STRING(jpeg.ptr());
@@ -708,7 +706,20 @@ PYBIND11_MODULE(_kpz, m) {
       },
       py::arg("jpeg"));
   m.def("read_error_words", &readErrorWords, py::arg("errno"));
+  m.def(
+      "source_kind",
+      [](const py::handle& obj) {
+        const Source src(obj);
+        static const char* const kinds[] = {"path", "buffer", "stream"};
+        py::object name = src.filename();
+        if (!name.is_none()) {
+          name = py::module_::import("os").attr("fsdecode")(name);
+        }
+        return py::make_tuple(kinds[static_cast<int>(src.type())], name);
+      },
+      py::arg("source"));
   m.attr("HEAD_SIZE") = KpzSource::kHeadSize;
+  m.attr("__version__") = KPZ_VERSION;  // the project's version (python/CMakeLists.txt)
   py::module_ kit = m.def_submodule("kit", "The kpz tool's conventions (KpzPyKit.cpp).");
   KpzPyRegisterKit(kit);
   KpzPyRegisterExtraction(kit);

@@ -64,6 +64,12 @@ def test_wheel_builds_installs_and_passes_the_tests_outside_the_tree(tmp_path):
     module_file, size = where.stdout.split()
     assert module_file.startswith(str(venv)), module_file
     assert int(size) > 0
+    # One version: the compiled module's is the wheel's metadata's.
+    versions = _run([vpython, "-c", "import importlib.metadata, kpz; "
+                     "print(kpz.__version__, kpz._kpz.__version__, "
+                     "importlib.metadata.version('kpz'))"], cwd=outside, timeout=60)
+    package, compiled, metadata = versions.stdout.split()
+    assert package == compiled == metadata, versions.stdout
 
     tests = outside / "tests"
     shutil.copytree(Path(__file__).parent, tests,

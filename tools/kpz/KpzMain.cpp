@@ -15,7 +15,6 @@
 //   kpz rotate a.kpz --cw        # a.kpz: normal -> rotated 90° clockwise
 #include <cstdio>
 #include <filesystem>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -27,6 +26,8 @@
 
 #include "kpz/KpzBatch.h"
 #include "kpz/KpzConsole.h"
+#include "kpz/KpzExitStatus.h"
+#include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzInfoText.h"
 #include "kpz/KpzInputList.h"
@@ -53,11 +54,6 @@
 #endif
 
 namespace {
-
-const int kExitOk = 0;
-const int kExitInput = 1;   // an input cannot be read or holds no such picture or value
-const int kExitUsage = 2;   // wrong arguments
-const int kExitOutput = 3;  // an output (for rotate: the file itself) cannot be written
 
 const char* const kHelpFooter =
     "FILE is a KPZ raw file. Without FILE, info, preview and thumbnail use the\n"
@@ -256,37 +252,42 @@ std::vector<KpzInputList::Entry> inputsOf(const Command& cmd, const std::vector<
   options.extensions = cmd.extensions;
   std::vector<KpzInputList::Entry> entries = KpzInputList::Expand(args, options);
   if (entries.empty()) {
-    std::fprintf(stderr, "kpz: no files to work on: the directories named hold no file ending in");
-    for (const std::string& e : KpzInputList::Normalise(cmd.extensions)) {
-      std::fprintf(stderr, " %s", KpzShownName::Of(e).c_str());
-    }
-    std::fprintf(stderr, "\n");
+    std::fprintf(stderr, "kpz: %s\n", KpzInputList::NoFilesWords(cmd.extensions).c_str());
   }
   return entries;
 }
 
 // A failure of `file`, told on one line: "kpz: <file>: <why>", the name
 // shown as KpzShownName shows it.
-KpzBatch::Outcome failure(int status, const std::string& file, const std::string& why) {
+KpzBatch::Outcome failure(KpzExitStatus status, const std::string& file, const std::string& why) {
   KpzBatch::Outcome o;
-  o.status = status;
+  o.status = KpzExitCode(status);
   o.err = "kpz: " + KpzShownName::Of(file) + ": " + why + "\n";
   o.reason = why;
   return o;
 }
 
-// Runs `task` over `count` files, printing the outcomes in order, the
-// progress bar and, for more than one file, the summary.
+const std::string& pathOf(const std::string& file) { return file; }
+const std::string& pathOf(const KpzInputList::Entry& input) { return input.path; }
+
+// Runs `task` over the files `names`, printing the outcomes in order, the
+// progress bar and, for more than one file, the summary. A task that threw
+// (KpzBatch) is told on its file's line like any failure.
 // `noun` names the files' pictures in the summary's remarks ("preview").
-int runBatch(KpzConsole& console, std::size_t count, unsigned int jobs,
+template <typename Name>
+int runBatch(KpzConsole& console, const std::vector<Name>& names, unsigned int jobs,
              const KpzBatch::Task& task, bool separateOutputs, bool verbose = false,
              const std::string& noun = "file") {
+  const std::size_t count = names.size();
   KpzSummary summary;
   bool printed = false;
   bool saidItsOwn = false;  // a file's own line on standard error told its remark
   KpzBatch::Run(
       count, jobs, task,
-      [&](std::size_t, KpzBatch::Outcome& o) {
+      [&](std::size_t i, KpzBatch::Outcome& o) {
+        if (o.status != 0 && o.err.empty()) {
+          o.err = failure(KpzExitStatus::Input, pathOf(names[i]), o.reason).err;
+        }
         if (!o.out.empty()) {
           console.Out(separateOutputs && printed ? "\n" + o.out : o.out);
           printed = true;
@@ -314,7 +315,7 @@ int runInfo(const Command& cmd) {
       cmd.files.empty() ? std::vector<std::string>{KpzSample::Path(KPZ_SAMPLE_PATH)} : cmd.files;
   const std::vector<KpzInputList::Entry> inputs = inputsOf(cmd, args);
   if (inputs.empty()) {
-    return kExitInput;
+    return KpzExitCode(KpzExitStatus::Input);
   }
   const bool json = cmd.json;
   KpzConsole console(cmd.verbose);
@@ -327,7 +328,7 @@ int runInfo(const Command& cmd) {
       md.file = inputs[i].path;
       md.error = inputs[i].error;
     }
-    KpzBatch::Outcome o = ok ? KpzBatch::Outcome() : failure(kExitInput, md.file, md.error);
+    KpzBatch::Outcome o = ok ? KpzBatch::Outcome() : failure(KpzExitStatus::Input, md.file, md.error);
     if (json) {
       o.out = KpzInfoJson::Line(md);  // JSON escapes the name itself
     } else if (ok) {
@@ -336,17 +337,17 @@ int runInfo(const Command& cmd) {
     }
     return o;
   };
-  return runBatch(console, inputs.size(), jobsOf(cmd), task, !json);
+  return runBatch(console, inputs, jobsOf(cmd), task, !json);
 }
 
 int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   if (cmd.edgesOption->count() > 0 && !cmd.upright) {
     std::fprintf(stderr, "kpz: --edges goes with --upright\n");
-    return kExitUsage;
+    return KpzExitCode(KpzExitStatus::Usage);
   }
   if (cmd.outputOption->count() > 0 && cmd.output.empty()) {
     std::fprintf(stderr, "kpz: -o needs a file name, or '-' for standard output\n");
-    return kExitUsage;
+    return KpzExitCode(KpzExitStatus::Usage);
   }
   const bool useSample = cmd.files.empty();
   const std::vector<std::string> args =
@@ -356,11 +357,11 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     std::fprintf(stderr,
                  "kpz: -o - (standard output) takes one FILE; with several, -o names a "
                  "directory\n");
-    return kExitUsage;
+    return KpzExitCode(KpzExitStatus::Usage);
   }
   const std::vector<KpzInputList::Entry> inputs = inputsOf(cmd, args);
   if (inputs.empty()) {
-    return kExitInput;
+    return KpzExitCode(KpzExitStatus::Input);
   }
   // -o names a directory with several inputs, and with one when it is an
   // existing directory or ends in '/', as for cp (KpzOutputFile).
@@ -370,7 +371,7 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     std::string why;
     if (!KpzOutputFile::MakeDirectory(cmd.output, &why)) {
       std::fprintf(stderr, "kpz: %s\n", why.c_str());
-      return kExitOutput;
+      return KpzExitCode(KpzExitStatus::Output);
     }
   }
 
@@ -404,9 +405,8 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   KpzOutputClaims claims(keys);
 
   const bool sync = cmd.sync;
-  const bool upright = cmd.upright;
 #if defined(__GLIBC__)
-  if (upright) {
+  if (cmd.upright) {
     // Turning a preview allocates a few MB of DCT coefficients and frees
     // them again, file after file. By default glibc hands blocks that large
     // back to the kernel (mmap/munmap, heap trimming), so every file paid
@@ -425,92 +425,72 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   // while this one is written (KpzPrefetch). Not with --verbose, where the
   // library's lines of the early look would show twice.
   const bool readAhead = jobsOf(cmd) == 1 && !verbose;
+  KpzExtraction::Options want;
+  want.kind = kind;
+  want.upright = cmd.upright;
+  want.edges = edges;
   const auto task = [&](std::size_t i) {
     KpzOutputClaims::Turn turn(claims, i);
     const std::string& in = inputs[i].path;
     const std::string& out = outputs[i];
     if (!inputs[i].error.empty()) {
-      return failure(kExitInput, in, inputs[i].error);
+      return failure(KpzExitStatus::Input, in, inputs[i].error);
     }
-    KpzSource source;
-    KpzPictureReader::Picture picture;
-    std::string why;
-    if (!source.Open(in, &why) || !KpzPictureReader::Find(source, kind, &picture, &why)) {
-      return failure(kExitInput, in, why);
-    }
+    KpzExtraction::Options options = want;
     if (readAhead && i + 1 < inputs.size() && inputs[i + 1].error.empty()) {
-      KpzReadHint::WillNeed(source.Fd(), picture.offset, picture.length);  // first this one's
-      KpzPrefetch::Picture(inputs[i + 1].path, kind);  // then the next, while this one is written
-      if (i + 2 < inputs.size() && inputs[i + 2].error.empty()) {
-        KpzPrefetch::Head(inputs[i + 2].path);  // and the head that the next one will look at
-      }
+      options.located = [&](const KpzSource& source, const KpzPictureReader::Picture& range) {
+        KpzReadHint::WillNeed(source.Fd(), range.offset, range.length);  // first this one's
+        KpzPrefetch::Picture(inputs[i + 1].path, kind);  // then the next, while this one is written
+        if (i + 2 < inputs.size() && inputs[i + 2].error.empty()) {
+          KpzPrefetch::Head(inputs[i + 2].path);  // and the head that the next one will look at
+        }
+      };
     }
     // --upright: the turned picture is made before the output name is
     // claimed, so that files are turned in parallel.
-    KpzUpright::Result turned;
-    std::string remark;
-    if (upright) {
-      const KpzUpright::Orientation orientation =
-          KpzUpright::ReadOrientation(source.Head(), KpzSource::kHeadSize);
-      std::vector<UINT8> stored;
-      if (KpzUpright::Turns(orientation)) {
-        try {
-          stored.resize(picture.length);
-        } catch (const std::bad_alloc&) {
-          return failure(kExitInput, in,
-                         std::string("not enough memory to read the ") + name + " and turn it");
-        }
-        if (!source.ReadAt(picture.offset, picture.length, stored.data(), name, &why)) {
-          return failure(kExitInput, in, why);
-        }
-      }
-      KpzUpright::Applied applied =
-          KpzUpright::Apply(orientation, stored.data(), stored.size(), edges, name);
-      if (applied.turns && !applied.result.ok) {
-        return failure(kExitInput, in, applied.error);
-      }
-      turned = std::move(applied.result);
-      remark = std::move(applied.remark);
+    KpzSource source;
+    const KpzExtraction::Outcome got =
+        KpzExtraction::Extract(in, &source, options, /*wantBytes=*/false);
+    if (!got.ok()) {
+      return failure(got.status, in, got.words);
     }
     const std::size_t owner = turn.WaitForEarlier();
     if (owner != KpzOutputClaims::kNone) {
-      KpzBatch::Outcome o = failure(kExitOutput, in, "");
-      o.err = "kpz: " + KpzShownName::Of(in) + ": not written: " + KpzShownName::Of(out) +
-              " is already written by " + KpzShownName::Of(inputs[owner].path) + "\n";
-      o.reason = "output already written by an earlier input";
+      KpzBatch::Outcome o =
+          failure(KpzExitStatus::Output, in, KpzOutputClaims::TakenWords(out, inputs[owner].path));
+      o.reason = KpzOutputClaims::kTakenReason;
       return o;
     }
+    std::string why;
     const KpzOutputFile::Status status =
-        turned.ok ? KpzOutputFile::Put(out, source, turned.jpeg, sync, &why)
-                  : KpzOutputFile::Copy(out, source, picture.offset, picture.length, name, sync,
-                                        &why);
+        got.turned ? KpzOutputFile::Put(out, source, got.bytes, sync, &why)
+                   : KpzOutputFile::Copy(out, source, got.range.offset, got.range.length, name,
+                                         sync, &why);
     switch (status) {
       case KpzOutputFile::Status::Done:
         break;
       case KpzOutputFile::Status::InputFailed:
-        return failure(kExitInput, in, why);
+        return failure(KpzExitStatus::Input, in, why);
       case KpzOutputFile::Status::WouldReplaceInput:
-        return failure(kExitUsage, out, why);
+        return failure(KpzExitStatus::Usage, out, why);
       case KpzOutputFile::Status::OutputFailed:
-        return failure(kExitOutput, out == "-" ? "(standard output)" : out, why);
+        return failure(KpzExitStatus::Output, out == "-" ? "(standard output)" : out, why);
     }
     turn.Wrote();
     KpzBatch::Outcome o;
-    const std::size_t written = turned.ok ? turned.jpeg.size() : picture.length;
+    const std::size_t written = got.turned ? got.bytes.size() : got.range.length;
     if (out != "-") {
       o.out = "wrote " + KpzShownName::Of(out) + " (" + std::to_string(written) + " bytes)\n";
     }
     // A trimmed picture is smaller than the stored one: always said.
-    if (!remark.empty() &&
-        (verbose || (turned.ok && turned.treatment == KpzUpright::Treatment::Trimmed))) {
-      o.err = "kpz: " + KpzShownName::Of(in) + ": " + remark + "\n";
+    if (!got.remark.empty() &&
+        (verbose || (got.turned && got.turn.treatment == KpzUpright::Treatment::Trimmed))) {
+      o.err = "kpz: " + KpzShownName::Of(in) + ": " + got.remark + "\n";
     }
-    if (turned.ok) {
-      o.note = KpzUpright::SummaryNote(turned);
-    }
+    o.note = got.note;
     return o;
   };
-  return runBatch(console, inputs.size(), jobsOf(cmd), task, false, verbose, name);
+  return runBatch(console, inputs, jobsOf(cmd), task, false, verbose, name);
 }
 
 int runRotate(const Command& cmd) {
@@ -518,13 +498,13 @@ int runRotate(const Command& cmd) {
                      (cmd.halfTurn ? 1 : 0) + (cmd.codeOption->count() > 0 ? 1 : 0);
   if (chosen != 1) {
     std::fprintf(stderr, "kpz: rotate needs exactly one of --cw, --ccw, --180 or --code N\n");
-    return kExitUsage;
+    return KpzExitCode(KpzExitStatus::Usage);
   }
   KpzRotator::Change change;
   if (cmd.codeOption->count() > 0) {
-    if (cmd.code < 0 || cmd.code > KpzRotation::kLastCode) {
-      std::fprintf(stderr, "kpz: --code takes a rotation code from 0 to 7\n");
-      return kExitUsage;
+    if (!KpzRotation::IsCode(cmd.code)) {
+      std::fprintf(stderr, "kpz: --code takes a rotation code from %s\n", KpzRotation::kCodeRange);
+      return KpzExitCode(KpzExitStatus::Usage);
     }
     change.setCode = true;
     change.code = static_cast<unsigned char>(cmd.code);
@@ -541,7 +521,7 @@ int runRotate(const Command& cmd) {
   const auto task = [&files, &change, dryRun](std::size_t i) {
     const KpzRotator::Outcome r = KpzRotator::Rotate(files[i], change, dryRun);
     if (!r.ok) {
-      return failure(r.failure == KpzRotator::Failure::Output ? kExitOutput : kExitInput,
+      return failure(r.failure == KpzRotator::Failure::Output ? KpzExitStatus::Output : KpzExitStatus::Input,
                      files[i], r.error);
     }
     KpzBatch::Outcome o;
@@ -549,7 +529,7 @@ int runRotate(const Command& cmd) {
     return o;
   };
   // One file after another: a file named twice is turned twice.
-  return runBatch(console, files.size(), 1, task, false);
+  return runBatch(console, files, 1, task, false);
 }
 
 }  // namespace
@@ -621,7 +601,7 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     const int code = app.exit(e);  // prints the help, or the error on standard error
-    return code == 0 ? kExitOk : kExitUsage;
+    return KpzExitCode(code == 0 ? KpzExitStatus::Ok : KpzExitStatus::Usage);
   }
   if (app.got_subcommand("info")) {
     return runInfo(info);

@@ -1,15 +1,22 @@
 // KpzBatchTest.cpp - the kpz tool's pool of worker threads (kit/kpz/
 // KpzBatch): outcomes in input order whatever the timing, real parallelism,
-// the bounded lead of the workers and the waiting ticks.
+// the bounded lead of the workers, the waiting ticks and a task's exception.
+// No test sleeps: tasks wait for events the test sets (each wait bounded),
+// and the waits between ticks run on a clock the test controls.
 #include <gtest/gtest.h>
 
 #if defined(KPZ_TEST_HAVE_KIT)
 
 #include "kpz/KpzBatch.h"
+#include "support/KpzManualClock.h"
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
+#include <new>
+#include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,20 +25,61 @@ namespace {
 
 using Outcome = KpzBatch::Outcome;
 
+// Far beyond any wait a test needs: a wait that ends this way is a failure.
+constexpr std::chrono::seconds kBound(30);
+
 Outcome Named(std::size_t i) {
   Outcome o;
   o.out = std::to_string(i);
   return o;
 }
 
+// Events that tasks on other threads wait for, each wait bounded.
+class Events {
+ public:
+  void Set(std::size_t i) {
+    {
+      std::lock_guard<std::mutex> hold(m_lock);
+      m_set.insert(i);
+    }
+    m_changed.notify_all();
+  }
+  // True when event `i` came within kBound.
+  bool WaitFor(std::size_t i) {
+    std::unique_lock<std::mutex> hold(m_lock);
+    return m_changed.wait_for(hold, kBound, [&] { return m_set.count(i) > 0; });
+  }
+  // True when `n` events came within kBound.
+  bool WaitForCount(std::size_t n) {
+    std::unique_lock<std::mutex> hold(m_lock);
+    return m_changed.wait_for(hold, kBound, [&] { return m_set.size() >= n; });
+  }
+
+ private:
+  std::mutex m_lock;
+  std::condition_variable m_changed;
+  std::set<std::size_t> m_set;
+};
+
 TEST(KpzBatch, OutcomesArriveInIndexOrderWhenLaterTasksFinishFirst) {
+  // In each group of four (the four workers' tasks), task i finishes only
+  // after task i + 1: the last of a group finishes first.
+  const std::size_t count = 12;
+  Events finished;
+  std::atomic<int> timedOut{0};
+  std::mutex orderLock;
+  std::vector<std::size_t> finishOrder;
   std::vector<std::string> seen;
   std::vector<std::size_t> indices;
-  const std::size_t count = 12;
   KpzBatch::Run(
       count, 4,
       [&](std::size_t i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5 * (count - i)));
+        if (i % 4 != 3 && !finished.WaitFor(i + 1)) ++timedOut;
+        {
+          std::lock_guard<std::mutex> hold(orderLock);
+          finishOrder.push_back(i);
+        }
+        finished.Set(i);
         return Named(i);
       },
       [&](std::size_t i, Outcome& o) {
@@ -39,6 +87,9 @@ TEST(KpzBatch, OutcomesArriveInIndexOrderWhenLaterTasksFinishFirst) {
         seen.push_back(o.out);
       },
       [](std::size_t) {});
+  EXPECT_EQ(timedOut.load(), 0);
+  ASSERT_EQ(finishOrder.size(), count);
+  EXPECT_EQ(finishOrder[0], 3u);  // a later task did finish first
   ASSERT_EQ(seen.size(), count);
   for (std::size_t i = 0; i < count; ++i) {
     EXPECT_EQ(indices[i], i);
@@ -47,17 +98,13 @@ TEST(KpzBatch, OutcomesArriveInIndexOrderWhenLaterTasksFinishFirst) {
 }
 
 TEST(KpzBatch, TasksRunOnSeveralThreadsAtOnce) {
-  std::atomic<int> arrived{0};
+  Events arrived;
   std::atomic<int> together{0};
   const unsigned int used = KpzBatch::Run(
       4, 4,
       [&](std::size_t i) {
-        ++arrived;
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (arrived.load() < 4 && std::chrono::steady_clock::now() < until) {
-          std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        if (arrived.load() == 4) ++together;
+        arrived.Set(i);
+        if (arrived.WaitForCount(4)) ++together;
         return Named(i);
       },
       [](std::size_t, Outcome&) {}, [](std::size_t) {});
@@ -105,44 +152,91 @@ TEST(KpzBatch, SinkAndTickRunOnTheCallingThreadTasksOnWorkers) {
 }
 
 TEST(KpzBatch, WorkersStayWithinTheWindowAheadOfTheDelivery) {
+  // While the first outcome is being delivered, the workers run ahead to
+  // index Window(jobs) (the window counts from the outcomes delivered, the
+  // one in the sink's hands included) and no further.
   const unsigned int jobs = 2;
   const std::size_t window = KpzBatch::Window(jobs);
-  std::atomic<std::size_t> delivered{0};
-  std::atomic<std::size_t> farthest{0};
-  const std::size_t count = window * 3;
+  Events done;
+  std::atomic<bool> firstDelivered{false};
+  std::atomic<std::size_t> beyond{0};
+  bool reached = false;
   KpzBatch::Run(
-      count, jobs,
+      window * 3, jobs,
       [&](std::size_t i) {
-        const std::size_t lead = i - delivered.load();
-        std::size_t prev = farthest.load();
-        while (lead > prev && !farthest.compare_exchange_weak(prev, lead)) {
-        }
+        if (i > window && !firstDelivered.load()) ++beyond;
+        if (i > 0) done.Set(i);
         return Named(i);
       },
       [&](std::size_t i, Outcome&) {
-        if (i % 16 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        delivered = i + 1;
+        if (i == 0) {
+          reached = done.WaitFor(window) && done.WaitForCount(window);
+          firstDelivered = true;
+        }
       },
       [](std::size_t) {});
-  // The count seen here lags the pool's own by the delivery in progress.
-  EXPECT_LE(farthest.load(), window);
-  EXPECT_GE(farthest.load(), window / 2);  // the workers did run ahead
+  EXPECT_TRUE(reached);            // the workers did run ahead, the whole window
+  EXPECT_EQ(beyond.load(), 0u);    // and not one task beyond it
 }
 
 TEST(KpzBatch, TickComesWhileWaitingAndAfterEachDelivery) {
+  // Every wait of the delivering thread runs out at once (the test's clock):
+  // it ticks while task 0 is held, and task 0 is let go after two ticks.
+  KpzManualClock clock;
+  Events ticked;
   std::vector<std::size_t> ticks;
+  bool released = false;
   KpzBatch::Run(
       2, 2,
-      [](std::size_t i) {
-        if (i == 0) std::this_thread::sleep_for(std::chrono::milliseconds(350));
+      [&](std::size_t i) {
+        if (i == 0) released = ticked.WaitFor(1);
         return Named(i);
       },
-      [](std::size_t, Outcome&) {}, [&](std::size_t done) { ticks.push_back(done); });
+      [](std::size_t, Outcome&) {},
+      [&](std::size_t done) {
+        ticks.push_back(done);
+        if (ticks.size() == 2) ticked.Set(1);
+      },
+      clock);
+  EXPECT_TRUE(released);
   ASSERT_GE(ticks.size(), 4u);  // at least two waiting ticks, then one per delivery
   EXPECT_EQ(ticks[0], 0u);
   EXPECT_EQ(ticks[1], 0u);
   EXPECT_EQ(ticks[ticks.size() - 2], 1u);
   EXPECT_EQ(ticks.back(), 2u);
+}
+
+TEST(KpzBatch, ATaskThatThrowsBecomesThatFilesFailureInWords) {
+  for (const unsigned int jobs : {1u, 3u}) {  // the calling thread, and workers
+    std::vector<Outcome> got;
+    KpzBatch::Run(
+        5, jobs,
+        [](std::size_t i) -> Outcome {
+          if (i == 1) throw std::runtime_error("boom");
+          if (i == 2) throw std::bad_alloc();
+          if (i == 3) throw 42;
+          return Named(i);
+        },
+        [&](std::size_t, Outcome& o) { got.push_back(o); }, [](std::size_t) {});
+    ASSERT_EQ(got.size(), 5u) << jobs;
+    EXPECT_EQ(got[0].status, 0);
+    EXPECT_EQ(got[0].out, "0");
+    EXPECT_EQ(got[1].status, 1);
+    EXPECT_EQ(got[1].reason, "failed: boom");
+    EXPECT_EQ(got[1].err, "");  // the sink tells it with the file's name
+    EXPECT_EQ(got[2].status, 1);
+    EXPECT_EQ(got[2].reason, "not enough memory");
+    EXPECT_EQ(got[3].status, 1);
+    EXPECT_EQ(got[3].reason, "failed for an unknown reason");
+    EXPECT_EQ(got[4].status, 0);
+    EXPECT_EQ(got[4].out, "4");
+  }
+  Outcome single;
+  KpzBatch::Run(
+      1, 4, [](std::size_t) -> Outcome { throw std::logic_error("one"); },
+      [&](std::size_t, Outcome& o) { single = o; }, [](std::size_t) {});
+  EXPECT_EQ(single.status, 1);
+  EXPECT_EQ(single.reason, "failed: one");
 }
 
 TEST(KpzBatch, ASingleTaskRunsOnTheCallingThreadWithoutWorkers) {

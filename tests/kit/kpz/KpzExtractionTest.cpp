@@ -33,10 +33,7 @@ KpzExtraction::Outcome ExtractPath(const std::string& path, const KpzExtraction:
   KpzExtraction::Outcome o;
   kpztest::CaptureStderr([&] {
     KpzSource source;
-    o = KpzExtraction::Open(path, &source);
-    if (o.ok()) {
-      o = KpzExtraction::Extract(source, want, wantBytes);
-    }
+    o = KpzExtraction::Extract(path, &source, want, wantBytes);
   });
   return o;
 }
@@ -61,6 +58,40 @@ TEST(KpzExtraction, PreviewRangeAndBytesAreTheStoredOnes) {
   ASSERT_TRUE(read.ok()) << read.words;
   EXPECT_EQ(read.bytes, recipe.screennail);
   EXPECT_FALSE(read.turned);
+}
+
+TEST(KpzExtraction, ThePathFormOpensThenExtractsAndCallsTheLocatedHookFirst) {
+  kpztest::TempDir dir;
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(2500, 1);
+  const std::string path = dir.Write("a.kpz", kpztest::BuildKpz(recipe));
+  KpzExtraction::Options want;
+  int calls = 0;
+  KpzPictureReader::Picture seen;
+  want.located = [&](const KpzSource& source, const KpzPictureReader::Picture& range) {
+    ++calls;
+    seen = range;
+    EXPECT_GE(source.Fd(), 0);  // the opened file, before anything of the picture is read
+  };
+  KpzSource source;
+  KpzExtraction::Outcome got;
+  kpztest::CaptureStderr([&] { got = KpzExtraction::Extract(path, &source, want, true); });
+  ASSERT_TRUE(got.ok()) << got.words;
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(seen.offset, got.range.offset);
+  EXPECT_EQ(seen.length, got.range.length);
+  EXPECT_EQ(got.bytes, recipe.screennail);
+  EXPECT_GE(source.Fd(), 0);  // kept open for the caller
+
+  KpzSource absent;
+  calls = 0;
+  const KpzExtraction::Outcome missing =
+      KpzExtraction::Extract(dir.Path() + "/absent.kpz", &absent, want, false);
+  EXPECT_EQ(missing.failure, Failure::Unreadable);
+  EXPECT_EQ(missing.err, ENOENT);
+  EXPECT_EQ(missing.status, KpzExitStatus::Input);
+  EXPECT_EQ(missing.words, "file not found");
+  EXPECT_EQ(calls, 0);
 }
 
 TEST(KpzExtraction, ThumbnailOfABigEndianFile) {

@@ -1,7 +1,7 @@
 // KpzLayoutCheckTest.cpp - the reasons the kpz kit gives for a file whose
 // head does not parse (kit/kpz/KpzLayoutCheck, through KpzErrorText): one
 // case per reason, in both byte orders, through the kit's public readers
-// (KpzPictureReader::Read and KpzMetadataReader::Read, which reach the words
+// (KpzExtraction and KpzMetadataReader::Read, which reach the words
 // by the buffer-mode and the file-mode road), on files made by the test-data
 // builder; and the walk held against the library's own parse on thousands
 // of damaged, truncated and random heads: the same result code every time,
@@ -27,6 +27,7 @@
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
 #include "support/KpzFileBuilder.h"
+#include "support/KpzReadPicture.h"
 #include "support/LogExpect.h"
 
 namespace {
@@ -101,7 +102,7 @@ TEST_P(KpzLayoutReasons, EveryReaderGivesTheReason) {
     std::vector<UINT8> out{0xEE};
     std::string error;
     bool ok = true;
-    kpztest::CaptureStderr([&] { ok = KpzPictureReader::Read(path, kind, &out, &error); });
+    kpztest::CaptureStderr([&] { ok = kpztest::ReadPicture(path, kind, &out, &error); });
     EXPECT_FALSE(ok);
     EXPECT_TRUE(out.empty());
     EXPECT_EQ(error, words) << KpzPictureReader::Name(kind);

@@ -19,6 +19,7 @@
 
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
+#include "support/KpzReadPicture.h"
 #include "support/LogExpect.h"
 
 namespace {
@@ -38,7 +39,7 @@ Outcome Read(const std::string& path, Kind kind) {
   Outcome o;
   o.bytes = {0xEE};  // must be replaced or emptied
   o.stderrText = kpztest::CaptureStderr(
-      [&] { o.ok = KpzPictureReader::Read(path, kind, &o.bytes, &o.error); });
+      [&] { o.ok = kpztest::ReadPicture(path, kind, &o.bytes, &o.error); });
   return o;
 }
 

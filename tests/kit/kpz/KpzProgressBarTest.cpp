@@ -1,12 +1,14 @@
 // KpzProgressBarTest.cpp - the kpz tool's progress bar (kit/kpz/
 // KpzProgressBar): its text, when it is long enough to show, and what it
 // writes to its descriptor (a pipe here, read back; a pseudo-terminal for
-// the terminal test).
+// the terminal test). Time is a clock the test moves (KpzManualClock): no
+// test sleeps.
 #include <gtest/gtest.h>
 
 #if defined(KPZ_TEST_HAVE_KIT)
 
 #include "kpz/KpzProgressBar.h"
+#include "support/KpzManualClock.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,7 +16,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <string>
-#include <thread>
 
 namespace {
 
@@ -93,7 +94,8 @@ TEST(KpzProgressBar, DisabledBarWritesNothing) {
 
 TEST(KpzProgressBar, ShortRunShowsNoBar) {
   Pipe p;
-  KpzProgressBar bar(p.WriteEnd(), true);
+  KpzManualClock clock;
+  KpzProgressBar bar(p.WriteEnd(), true, clock);
   bar.Update(1, 50);
   EXPECT_FALSE(bar.IsShown());
   EXPECT_EQ(p.Drain(), "");
@@ -101,15 +103,20 @@ TEST(KpzProgressBar, ShortRunShowsNoBar) {
 
 TEST(KpzProgressBar, RunThatLastsOverASecondGetsItsBar) {
   Pipe p;
-  KpzProgressBar bar(p.WriteEnd(), true);
-  std::this_thread::sleep_for(std::chrono::milliseconds(1050));
+  KpzManualClock clock;
+  KpzProgressBar bar(p.WriteEnd(), true, clock);
+  clock.Advance(std::chrono::milliseconds(KpzProgressBar::kTimeThresholdMs));
+  bar.Update(1, 3);  // one second exactly: not yet
+  EXPECT_EQ(p.Drain(), "");
+  clock.Advance(std::chrono::milliseconds(1));
   bar.Update(1, 3);
   EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(1, 3, 80) + "\033[K");
 }
 
 TEST(KpzProgressBar, ManyFilesDrawAtOnceThenAtMostEveryTenthOfASecond) {
   Pipe p;
-  KpzProgressBar bar(p.WriteEnd(), true);
+  KpzManualClock clock;
+  KpzProgressBar bar(p.WriteEnd(), true, clock);
   bar.Update(1, 100);  // a pipe is no terminal: 80 columns are assumed
   EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(1, 100, 80) + "\033[K");
   EXPECT_TRUE(bar.IsShown());
@@ -117,15 +124,21 @@ TEST(KpzProgressBar, ManyFilesDrawAtOnceThenAtMostEveryTenthOfASecond) {
   EXPECT_EQ(p.Drain(), "");
   bar.Update(100, 100);  // the end is always drawn
   EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(100, 100, 80) + "\033[K");
-  std::this_thread::sleep_for(std::chrono::milliseconds(KpzProgressBar::kRedrawMs + 20));
+  clock.Advance(std::chrono::milliseconds(KpzProgressBar::kRedrawMs - 1));
+  bar.Update(40, 100);  // still too soon
+  EXPECT_EQ(p.Drain(), "");
+  clock.Advance(std::chrono::milliseconds(1));
   bar.Update(50, 100);
   EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(50, 100, 80) + "\033[K");
+  bar.Update(51, 100);  // the redraw starts the next tenth
+  EXPECT_EQ(p.Drain(), "");
 }
 
 TEST(KpzProgressBar, ClearTakesTheShownBarAwayOnce) {
   Pipe p;
+  KpzManualClock clock;
   {
-    KpzProgressBar bar(p.WriteEnd(), true);
+    KpzProgressBar bar(p.WriteEnd(), true, clock);
     bar.Clear();
     EXPECT_EQ(p.Drain(), "");  // nothing shown, nothing to clear
     bar.Update(1, 100);

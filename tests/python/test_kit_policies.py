@@ -1,0 +1,108 @@
+"""The policies every front end shares, written once in the kit and bound on
+kpz._kpz.kit: the words for no files, an output already written and an
+orientation out of range, the output-name claims, the exit statuses; each
+checked against what the kpz tool says."""
+
+import shutil
+import subprocess
+import threading
+
+import pytest
+
+from kpz._kpz import kit
+
+
+def test_no_files_words_are_the_tool_s(tool, tmp_path):
+    empty = tmp_path / "empty"
+    empty.mkdir()
+    proc = subprocess.run([tool, "info", str(empty), "--ext", "kpz,RAW"], capture_output=True,
+                          text=True, timeout=60, check=False)
+    assert proc.returncode == int(kit.ExitStatus.INPUT)
+    assert proc.stderr == "kpz: " + kit.no_files_words(["kpz", "RAW"]) + "\n"
+    assert kit.no_files_words([]) == (
+        "no files to work on: the directories named hold no file ending in .kpz")
+    assert kit.no_files_words(["a\nb"]).endswith(" " + kit.shown_name(".a\nb"))
+
+
+def test_already_written_words_are_the_tool_s(tool, fixtures, tmp_path):
+    src = fixtures["byname"]["plain"]["path"]
+    (tmp_path / "one").mkdir()
+    (tmp_path / "two").mkdir()
+    a = str(tmp_path / "one" / "x.kpz")
+    b = str(tmp_path / "two" / "x.kpz")
+    shutil.copyfile(src, a)
+    shutil.copyfile(src, b)
+    out = tmp_path / "out"
+    proc = subprocess.run([tool, "preview", a, b, "-o", str(out)], capture_output=True,
+                          text=True, timeout=60, check=False)
+    assert proc.returncode == int(kit.ExitStatus.OUTPUT)
+    target = str(out / "x.preview.jpg")
+    line = "kpz: %s: %s\n" % (kit.shown_name(b), kit.already_written_words(target, a))
+    assert line in proc.stderr
+    assert kit.ALREADY_WRITTEN_REASON in proc.stderr  # the summary's reason
+    assert kit.already_written_words("o\n.jpg", "i.kpz") == (
+        "not written: 'o\\n.jpg' is already written by i.kpz")
+
+
+def test_rotation_code_range_and_its_words(tool, fixtures, tmp_path):
+    assert [v for v in range(-2, 11) if kit.is_rotation_code(v)] == list(range(8))
+    assert not kit.is_rotation_code(2 ** 80)
+    with pytest.raises(TypeError):
+        kit.is_rotation_code(True)
+    with pytest.raises(TypeError):
+        kit.is_rotation_code(1.0)
+    assert kit.not_a_rotation_code_words(2 ** 80) == "a rotation code is 0 to 7, not %d" % 2 ** 80
+    import kpz
+
+    with pytest.raises(ValueError) as e:
+        kpz.orientation_words(8)
+    assert str(e.value) == "kpz: " + kit.not_a_rotation_code_words(8)
+    proc = subprocess.run([tool, "rotate", "--code", "8", fixtures["byname"]["plain"]["path"]],
+                          capture_output=True, text=True, timeout=60, check=False)
+    assert proc.returncode == int(kit.ExitStatus.USAGE)
+    assert proc.stderr == "kpz: --code takes a rotation code from 0 to 7\n"
+
+
+def test_exif_orientation_range_and_its_words():
+    assert [v for v in range(-1, 11) if kit.is_exif_orientation(v)] == list(range(1, 9))
+    assert kit.not_an_exif_orientation_words(9) == "its orientation value 9 is not one of 1 to 8"
+
+
+def test_exit_statuses_are_the_tool_s_numbers():
+    assert [int(s) for s in (kit.ExitStatus.OK, kit.ExitStatus.INPUT, kit.ExitStatus.USAGE,
+                             kit.ExitStatus.OUTPUT)] == [0, 1, 2, 3]
+
+
+def test_output_claims_give_the_name_to_the_first_input_that_writes_it():
+    claims = kit.OutputClaims(["a", "b", "a", "", "a"])
+    assert len(claims) == 5
+    assert [claims.previous(i) for i in range(5)] == [None, None, 0, None, 2]
+    with claims.turn(0) as t:  # input 0 fails: takes nothing
+        assert t.wait_for_earlier() is None
+    with claims.turn(1) as t:
+        assert t.wait_for_earlier() is None
+        t.wrote()
+    with claims.turn(2) as t:  # the first of "a" that writes
+        assert t.wait_for_earlier() is None
+        t.wrote()
+    with claims.turn(3) as t:  # no name: no group
+        assert t.wait_for_earlier() is None
+    with claims.turn(4) as t:
+        assert t.wait_for_earlier() == 2
+    with pytest.raises(ValueError):
+        t.wrote()  # the turn is over
+    with pytest.raises(IndexError):
+        claims.turn(5)
+
+
+def test_a_later_input_waits_for_the_earlier_one_on_another_thread():
+    claims = kit.OutputClaims(["x", "x"])
+    first = claims.turn(0)
+    got = []
+    waiter = threading.Thread(target=lambda: got.append(claims.turn(1).wait_for_earlier()))
+    waiter.start()
+    first.wrote()
+    first.finish()  # only now may input 1 learn its owner
+    waiter.join(timeout=30)
+    assert not waiter.is_alive()
+    assert got == [0]
