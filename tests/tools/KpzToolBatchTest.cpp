@@ -380,9 +380,10 @@ TEST_F(KpzToolBatch, OneFileAtATimeReadingAheadWritesWhatManyJobsWrite) {
 }
 
 TEST_F(KpzToolBatch, VerboseLibraryLinesStayWholeWithManyJobs) {
+  // Files the library parses and logs about (a missing one never reaches it).
   std::vector<std::string> args = {"info", "-v", "-j", "4"};
   for (int i = 0; i < 30; ++i) {
-    args.push_back(dir.Path() + "/gone" + std::to_string(i) + ".kpz");
+    args.push_back(Put("bad" + std::to_string(i) + ".kpz", Bytes(100, 'x')));
   }
   const Result r = Run(args);
   EXPECT_EQ(r.exit, 1);
