@@ -42,6 +42,10 @@ void KpzSource::Close() {
   }
 }
 
+std::string KpzSource::NotRegularWords() {
+  return "not a regular file (a device, named pipe or socket), not read";
+}
+
 std::string KpzSource::ReadErrorWords(int err) {
   switch (err) {
     case ENOENT:
@@ -96,6 +100,15 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
   m_fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (m_fd < 0) {
     m_errno = errno;
+    // A Unix socket cannot be opened at all (ENXIO): what the name is, not
+    // the errno, is the reason. Nothing was opened, so the name's kind is
+    // the only one to tell.
+    struct stat named;
+    if (m_errno == ENXIO && stat(path.c_str(), &named) == 0 && S_ISSOCK(named.st_mode)) {
+      m_errno = 0;
+      *error = NotRegularWords();
+      return false;
+    }
     *error = ReadErrorWords(m_errno);
     return false;
   }
@@ -113,7 +126,7 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
     return false;
   }
   if (!S_ISREG(st.st_mode)) {
-    *error = "not a regular file (a device, named pipe or socket), not read";
+    *error = NotRegularWords();
     Close();
     return false;
   }

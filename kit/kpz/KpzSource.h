@@ -103,6 +103,10 @@ class KpzSource {
   // Words for an errno met while opening or reading a file.
   static std::string ReadErrorWords(int err);
 
+  // Words for an input that is not a regular file (a device, a named pipe,
+  // a socket): refused without being read.
+  static std::string NotRegularWords();
+
  private:
   int m_fd;
   std::string m_path;  // as given to Open

@@ -82,8 +82,6 @@ def test_a_named_pipe_with_a_writer_is_refused_without_being_read(tmp_path):
         os.close(fd)
 
 
-@pytest.mark.xfail(strict=False, reason="opening a Unix socket's path fails with ENXIO before "
-                   "the kit can tell it is no regular file; fixed in the kit's open path")
 def test_a_unix_socket_is_refused(tmp_path):
     path = str(tmp_path / "sock.kpz")
     server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)

@@ -9,11 +9,14 @@
 #include "kpz/KpzSource.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -93,6 +96,25 @@ TEST(KpzSource, NamedPipeIsRefusedWithoutWaitingForAWriter) {
   const std::string fifo = dir.Path() + "/p.kpz";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   EXPECT_EQ(OpenError(fifo), "not a regular file (a device, named pipe or socket), not read");
+}
+
+TEST(KpzSource, UnixSocketIsNotARegularFileNotANoDeviceError) {
+  kpztest::TempDir dir;
+  const std::string path = dir.Path() + "/s.kpz";
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  ASSERT_LT(path.size(), sizeof(addr.sun_path));
+  std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+  const int sock = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_GE(sock, 0);
+  ASSERT_EQ(bind(sock, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)), 0);
+  ASSERT_EQ(listen(sock, 1), 0);
+  KpzSource source;
+  std::string why;
+  EXPECT_FALSE(source.Open(path, &why));
+  EXPECT_EQ(why, "not a regular file (a device, named pipe or socket), not read");
+  EXPECT_EQ(source.Errno(), 0);
+  close(sock);
 }
 
 TEST(KpzSource, RefusedPermissionIsSaidSo) {
