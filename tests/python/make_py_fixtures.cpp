@@ -149,6 +149,19 @@ int main(int argc, char** argv) {
     r.orientation = 6;
     ok &= w.Add("orient6_not_jpeg", kpztest::BuildKpz(r), "ok", "ok", 6);
   }
+  {
+    // A picture bomb as the preview: a few bytes of arithmetic-coded data
+    // claiming 9999x9999 pixels, padded to 49 KB. Read as stored, it is the
+    // preview; turned upright, it is refused in words, never decoded.
+    Bytes bomb = kpztest::ArithmeticFlatJpeg(9999, 9999);
+    if (!bomb.empty()) {
+      bomb.resize(49 * 1024, 0);
+      KpzSpec r;
+      r.orientation = 6;
+      r.screennail = bomb;
+      ok &= w.Add("orient6_bomb", kpztest::BuildKpz(r), "ok", "ok", 6);
+    }
+  }
 
   // Files that are not KPZ raw files.
   ok &= w.Add("not_tiff", kpztest::PatternBytes(3000, 0x11), "NotKpzError", "NotKpzError", 0);

@@ -88,6 +88,18 @@ def test_upright_of_a_picture_that_is_not_a_jpeg_is_a_bad_preview(fixtures):
     assert caught.value.code is None
 
 
+def test_upright_of_a_picture_bomb_is_refused_in_words(fixtures):
+    entry = fixtures["byname"].get("orient6_bomb")
+    if entry is None:
+        pytest.skip("this libjpeg cannot write arithmetic-coded JPEGs")
+    with pytest.raises(kpz.BadPreviewError) as caught:
+        kpz.screennail(entry["path"], upright=True)
+    assert caught.value.words.startswith("the preview cannot be turned upright: the JPEG "
+                                         "declares 9999x9999 pixels, too large for its ")
+    # Read as stored, it is the file's preview.
+    assert len(kpz.screennail(entry["path"])) == 49 * 1024
+
+
 def test_info_matches_kpz_info_json_key_for_key(fixtures, run_tool):
     for entry in fixtures["files"]:
         path = entry["path"]

@@ -30,6 +30,7 @@
 
 #include "KpzToolRunner.h"
 #include "raw/DtRaw.h"
+#include "support/BoundedRun.h"
 #include "support/KpzFileBuilder.h"
 #include "support/KpzJpegBuilder.h"
 
@@ -549,3 +550,31 @@ TEST(KpzToolUpright, NeedsTheToolAndTheJpegLibraries) {
 }
 
 #endif
+
+// ---- a picture bomb as a file's preview -----------------------------------------
+
+TEST_F(KpzToolUpright, APictureBombPreviewIsRefusedInWordsAndNothingIsWritten) {
+  // A few hundred bytes of arithmetic-coded data claiming 9999x9999 pixels,
+  // padded to 49 KB: decoding it would take about 300 MB for one file.
+  Bytes bomb = kpztest::ArithmeticFlatJpeg(9999, 9999);
+  if (bomb.empty()) {
+    GTEST_SKIP() << "this libjpeg cannot write arithmetic-coded JPEGs";
+  }
+  bomb.resize(49 * 1024, 0);
+  const std::string in = Write("bomb.kpz", 6, bomb);
+  const kpztest::Bounded b = kpztest::RunBounded(std::chrono::seconds(30), [&] {
+    const Result r = Run({"preview", "--upright", in, "-o", At("bomb.jpg")});
+    return std::to_string(r.exit) + "|" + r.err;
+  });
+  ASSERT_TRUE(b.started);
+  ASSERT_FALSE(b.timedOut);
+  ASSERT_TRUE(b.exited);
+  EXPECT_EQ(b.out.substr(0, 2), "1|") << b.out;
+  EXPECT_TRUE(Contains(b.out, "kpz: " + in +
+                                  ": the preview cannot be turned upright: the JPEG declares "
+                                  "9999x9999 pixels, too large for its "))
+      << b.out;
+  EXPECT_TRUE(Contains(b.out, " bytes of arithmetic-coded data; it is damaged, not turned\n"))
+      << b.out;
+  EXPECT_FALSE(std::filesystem::exists(At("bomb.jpg")));
+}
