@@ -1,10 +1,12 @@
 """Previews from many files at once, over a Dask cluster.
 
     import kpz.distributed
-    summary = kpz.distributed.extract(["/data/shoot", "http://host/raw/*.kpz"],
-                                      "/data/previews", recursive=True,
-                                      scheduler="tcp://10.0.0.1:8786")
-    print(summary.done, summary.failed)
+
+    if __name__ == "__main__":
+        summary = kpz.distributed.extract(["/data/shoot", "http://host/raw/*.kpz"],
+                                          "/data/previews", recursive=True,
+                                          scheduler="tcp://10.0.0.1:8786")
+        print(summary.done, summary.failed)
 
 Every worker reads with the kpz package: a local file (a path every worker
 sees) as `kpz.screennail(path)` reads it, a remote one (any fsspec URL:
@@ -53,6 +55,7 @@ EXIT_USAGE = 2
 EXIT_OUTPUT = 3
 
 _GLOB_CHARS = "*?["
+_LOOPBACK = "127.0.0.1"
 # Object stores: one PUT makes an object whole or leaves it absent.
 _ATOMIC_PUT = {"s3", "s3a", "gs", "gcs", "abfs", "az", "adl"}
 
@@ -459,6 +462,75 @@ class _Progress:
             self.shown = False
 
 
+def _is_main_guard(node: Any) -> bool:
+    """True for the test of `if __name__ == "__main__":` (either order)."""
+    import ast
+
+    if not (isinstance(node, ast.Compare) and len(node.ops) == 1 and
+            isinstance(node.ops[0], ast.Eq)):
+        return False
+    sides = [node.left, node.comparators[0]]
+    names = [s.id for s in sides if isinstance(s, ast.Name)]
+    texts = [s.value for s in sides if isinstance(s, ast.Constant)]
+    return names == ["__name__"] and texts == ["__main__"]
+
+
+def _unguarded_line() -> Optional[Tuple[str, int]]:
+    """(file, line) of the main script's top-level statement that led to
+    this call, when that statement is not under `if __name__ ==
+    "__main__":`; else None (a guarded call, a call from a function that
+    the script's guard calls, an interactive session or `python -c`)."""
+    import ast
+    import inspect
+
+    main = sys.modules.get("__main__")
+    path = getattr(main, "__file__", None)
+    if not path:
+        return None
+    frame = inspect.currentframe()
+    while frame is not None and not (frame.f_globals is vars(main) and
+                                     frame.f_code.co_name == "<module>"):
+        frame = frame.f_back
+    if frame is None:
+        return None
+    line = frame.f_lineno
+    try:
+        with open(path, "rb") as f:
+            tree = ast.parse(f.read(), path)
+    except (OSError, SyntaxError, ValueError):
+        return None
+    for node in ast.walk(tree):
+        if isinstance(node, ast.If) and _is_main_guard(node.test) and \
+                node.lineno <= line <= (node.end_lineno or node.lineno):
+            return None
+    return path, line
+
+
+def _refuse_recursive_start() -> None:
+    """Raises, in words, rather than start a LocalCluster from the top level
+    of a script that lacks `if __name__ == "__main__":`: Dask starts its
+    worker processes by running the main module again ("spawn"), so each
+    worker would start a cluster of its own, and so on without end. Checked
+    in the script's own process (its source read), and in a worker process
+    that imports the main module again (the module __mp_main__, in a process
+    not named "MainProcess"), in case the first check could not tell."""
+    import multiprocessing
+
+    guard = 'put the calls under \'if __name__ == "__main__":\''
+    unguarded = _unguarded_line()
+    if unguarded is not None:
+        raise RuntimeError(
+            "kpz.distributed: %s, line %d: extract() starts a local cluster, whose worker "
+            "processes run the main module again, from the top level of the script: %s"
+            % (unguarded[0], unguarded[1], guard))
+    main = sys.modules.get("__mp_main__")
+    if main is not None and multiprocessing.current_process().name != "MainProcess":
+        raise RuntimeError(
+            "kpz.distributed: extract() was called while a worker process of the local "
+            "cluster was importing the main module %s again: %s"
+            % (getattr(main, "__file__", None) or "", guard))
+
+
 def _make_client(client: Any, scheduler: Optional[str], workers: Optional[int],
                  threads_per_worker: Optional[int]) -> Tuple[Any, List[Any]]:
     """The client to use and what to close afterwards."""
@@ -469,9 +541,14 @@ def _make_client(client: Any, scheduler: Optional[str], workers: Optional[int],
     if scheduler:
         c = Client(scheduler)
         return c, [c]
+    _refuse_recursive_start()
     n = workers or (os.cpu_count() or 1)
+    # Every server of the cluster on the loopback interface only: the
+    # scheduler's and the workers' HTTP servers (which Dask starts even
+    # without a dashboard, on every interface unless told) included.
     cluster = LocalCluster(n_workers=n, threads_per_worker=threads_per_worker or 1,
-                           processes=True, host="127.0.0.1", dashboard_address=None,
+                           processes=True, host=_LOOPBACK, dashboard_address=_LOOPBACK + ":0",
+                           worker_dashboard_address=_LOOPBACK + ":0",
                            scheduler_kwargs={"dashboard": False})
     c = Client(cluster)
     return c, [c, cluster]
