@@ -1,0 +1,365 @@
+"""The client's side of a run: the cluster (a client given, a scheduler's
+address, or a LocalCluster on 127.0.0.1), the inputs cut into batches, one
+task per batch, and the Results delivered in input order."""
+
+import os
+import sys
+from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple, Union
+
+from kpz._kpz import kit
+
+from ._inputs import expand_sources
+from ._outputs import KINDS, Output
+from ._progress import Progress
+from ._results import SKIPPED_NOTE, Result, RunFailed, Summary
+from ._task import run_batch
+
+# Files per task. Measured (docs/PERFORMANCE.md, "Bulk extraction over
+# Dask"): the scheduler's cost per task is about a millisecond, a preview
+# costs well under one; from a few dozen files per task on, that cost
+# is a few per cent of the work. Smaller batches are used when the run is
+# too short to give every worker thread several tasks.
+DEFAULT_BATCH_SIZE = 64
+
+# Seconds to wait for the workers: those of a LocalCluster to start, the
+# first of a scheduler's to be there.
+START_TIMEOUT = 60.0
+
+_LOOPBACK = "127.0.0.1"
+_LOCAL = "the local cluster"
+
+Job = Tuple[int, str, str]  # (index of the input, source, output name)
+
+
+# ---------------------------------------------------------------------------
+# The main module's guard
+
+
+def _is_main_guard(node: Any) -> bool:
+    """True for the test of `if __name__ == "__main__":` (either order)."""
+    import ast
+
+    if not (isinstance(node, ast.Compare) and len(node.ops) == 1 and
+            isinstance(node.ops[0], ast.Eq)):
+        return False
+    sides = [node.left, node.comparators[0]]
+    names = [s.id for s in sides if isinstance(s, ast.Name)]
+    texts = [s.value for s in sides if isinstance(s, ast.Constant)]
+    return names == ["__name__"] and texts == ["__main__"]
+
+
+def _unguarded_line() -> Optional[Tuple[str, int]]:
+    """(file, line) of the main script's top-level statement that led to
+    this call, when that statement is not under `if __name__ ==
+    "__main__":`; else None (a guarded call, an interactive session or
+    `python -c`)."""
+    import ast
+    import inspect
+
+    main = sys.modules.get("__main__")
+    path = getattr(main, "__file__", None)
+    if not path:
+        return None
+    frame = inspect.currentframe()
+    while frame is not None and not (frame.f_globals is vars(main) and
+                                     frame.f_code.co_name == "<module>"):
+        frame = frame.f_back
+    if frame is None:
+        return None
+    line = frame.f_lineno
+    try:
+        with open(path, "rb") as f:
+            tree = ast.parse(f.read(), path)
+    except (OSError, SyntaxError, ValueError):  # the script's source cannot be had
+        return None
+    for node in ast.walk(tree):
+        if isinstance(node, ast.If) and _is_main_guard(node.test) and \
+                node.lineno <= line <= (node.end_lineno or node.lineno):
+            return None
+    return path, line
+
+
+def _refuse_recursive_start() -> None:
+    """Raises, in words, rather than start a LocalCluster from the top level
+    of a script that lacks `if __name__ == "__main__":`: Dask starts its
+    worker processes by running the main module again ("spawn"), so each
+    worker would start a cluster of its own, and so on without end. Checked
+    in the script's own process (its source read), and in a worker process
+    that imports the main module again (the module __mp_main__, in a process
+    not named "MainProcess"), in case the first check could not tell."""
+    import multiprocessing
+
+    guard = 'put the calls under \'if __name__ == "__main__":\''
+    unguarded = _unguarded_line()
+    if unguarded is not None:
+        raise RuntimeError(
+            "kpz.distributed: %s, line %d: extract() starts a local cluster, whose worker "
+            "processes run the main module again, from the top level of the script: %s"
+            % (unguarded[0], unguarded[1], guard))
+    main = sys.modules.get("__mp_main__")
+    if main is not None and multiprocessing.current_process().name != "MainProcess":
+        raise RuntimeError(
+            "kpz.distributed: extract() was called while a worker process of the local "
+            "cluster was importing the main module %s again: %s"
+            % (getattr(main, "__file__", None) or "", guard))
+
+
+# ---------------------------------------------------------------------------
+# The cluster
+
+
+class _Cluster:
+    """The client of a run, what to close at its end, and the name the lines
+    give the cluster (its address, or "the local cluster")."""
+
+    def __init__(self, client: Any, where: str, closers: Sequence[Any] = ()) -> None:
+        self.client = client
+        self.where = where
+        self._closers = list(closers)
+
+    def close(self) -> None:
+        for closer in self._closers:
+            closer.close()
+
+
+def _local_cluster(workers: Optional[int], threads_per_worker: Optional[int],
+                   start_timeout: float) -> _Cluster:
+    from distributed import Client, LocalCluster
+
+    _refuse_recursive_start()
+    n = workers or (os.cpu_count() or 1)
+    # Every server of the cluster on the loopback interface only: the
+    # scheduler's and the workers' HTTP servers (which Dask starts even
+    # without a dashboard, on every interface unless told) included. Started
+    # without workers, which are then asked for: their start is waited for a
+    # bounded time (a worker that dies as it starts is started again by its
+    # nanny without end).
+    try:
+        cluster = LocalCluster(n_workers=0, threads_per_worker=threads_per_worker or 1,
+                               processes=True, host=_LOOPBACK,
+                               dashboard_address=_LOOPBACK + ":0",
+                               worker_dashboard_address=_LOOPBACK + ":0",
+                               scheduler_kwargs={"dashboard": False})
+    except OSError as e:
+        raise RunFailed(kit.ExitStatus.INPUT, _LOCAL, "cannot be started: %s"
+                        % (e.strerror or e)) from None
+    c = Client(cluster)
+    started = _Cluster(c, _LOCAL, [c, cluster])
+    try:
+        cluster.scale(n)
+        c.wait_for_workers(n, timeout=start_timeout)
+    except TimeoutError:
+        started.close()
+        raise RunFailed(kit.ExitStatus.INPUT, _LOCAL,
+                        "its workers did not start within %g s" % start_timeout) from None
+    return started
+
+
+def _scheduler(address: str, start_timeout: float) -> _Cluster:
+    from distributed import Client
+
+    try:
+        c = Client(address, timeout=start_timeout)
+    except ValueError as e:  # Dask: "missing port number in address 'garbage'"
+        raise RunFailed(kit.ExitStatus.USAGE, address,
+                        "not a scheduler's address (tcp://HOST:PORT): %s" % e) from None
+    except (OSError, TimeoutError) as e:
+        raise RunFailed(kit.ExitStatus.INPUT, address, str(e.strerror or e)) from None
+    cluster = _Cluster(c, address, [c])
+    try:
+        c.wait_for_workers(1, timeout=start_timeout)
+    except TimeoutError:
+        cluster.close()
+        raise RunFailed(kit.ExitStatus.INPUT, address, "no worker joined the scheduler within "
+                        "%g s" % start_timeout) from None
+    return cluster
+
+
+def _connect(cluster: Any, workers: Optional[int], threads_per_worker: Optional[int],
+             start_timeout: float) -> _Cluster:
+    from distributed import Client
+
+    if isinstance(cluster, Client):
+        got = _Cluster(cluster, str(cluster.scheduler.address))
+    elif isinstance(cluster, str):
+        got = _scheduler(cluster, start_timeout)
+    else:
+        got = _local_cluster(workers, threads_per_worker, start_timeout)
+    _check_workers(got)
+    return got
+
+
+def _check_workers(cluster: _Cluster) -> None:
+    """RunFailed when a worker cannot import the kpz package (it would fail
+    every task given to it)."""
+    got = cluster.client.run(exec, "import kpz.distributed", on_error="return")
+    failed = sorted((w, e) for w, e in got.items() if isinstance(e, BaseException))
+    if failed:
+        cluster.close()
+        worker, e = failed[0]
+        raise RunFailed(kit.ExitStatus.INPUT, cluster.where,
+                        "%d of %d workers cannot import the kpz package (%s: %s, on %s): "
+                        "install it where the workers run, for their Python (see "
+                        "docs/DISTRIBUTED.md)"
+                        % (len(failed), len(got), type(e).__name__, e, worker))
+
+
+# ---------------------------------------------------------------------------
+# Batches
+
+
+def _batches(jobs: List[Job], size: int) -> List[List[Job]]:
+    """Cuts jobs into batches of about `size`, inputs sharing an output name
+    kept together in input order."""
+    groups: Dict[str, List[Job]] = {}
+    for job in jobs:
+        groups.setdefault(job[2], []).append(job)  # dicts keep the first input's order
+    batches: List[List[Job]] = []
+    current: List[Job] = []
+    for group in groups.values():
+        current.extend(group)
+        if len(current) >= size:
+            batches.append(current)
+            current = []
+    if current:
+        batches.append(current)
+    return batches
+
+
+def _batch_failed(batch: List[Job], out: Output, exc: BaseException) -> List[Result]:
+    """The Results of a batch whose task failed as a whole (a worker that
+    cannot import kpz, or an error of the task's own): each input fails in
+    words."""
+    if isinstance(exc, ImportError):
+        words = "the worker cannot import the kpz package (%s)" % exc
+    else:
+        words = "the worker's task failed: %s: %s" % (type(exc).__name__, exc)
+    return [Result(i, source, out.shown(name)).fail(kit.ExitStatus.INPUT, source, words)
+            for i, source, name in batch]
+
+
+# ---------------------------------------------------------------------------
+# The run
+
+
+def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "preview",
+            upright: bool = False, cluster: Any = None, workers: Optional[int] = None,
+            threads_per_worker: Optional[int] = None, recursive: bool = False,
+            extensions: Sequence[str] = (), batch_size: Optional[int] = None,
+            skip_existing: bool = False, sync: bool = False,
+            start_timeout: float = START_TIMEOUT,
+            on_result: Optional[Callable[[Result], None]] = None,
+            progress: Any = None) -> Summary:
+    """Writes the preview (kind="preview") or thumbnail (kind="thumbnail") of
+    every file in `sources` into the directory `out` (local path or fsspec
+    URL), named as `kpz preview -o OUT` names them, on a Dask cluster.
+
+    cluster: a distributed.Client, or a scheduler's address
+    ("tcp://host:8786"), or None: a LocalCluster of `workers` processes
+    (default: the number of processors) of `threads_per_worker` threads
+    (default 1) on 127.0.0.1, closed at the end. A LocalCluster is refused
+    (RuntimeError) when extract() is called from the top level of a script
+    without `if __name__ == "__main__":`.
+    sources: files, directories (their files ending in `extensions`, default
+    .kpz; `recursive` enters subdirectories), local globs, or fsspec URLs.
+    Paths must name the same files on every worker.
+    upright: turn each picture the right way up, as `kpz preview --upright`.
+    batch_size: files per task (default DEFAULT_BATCH_SIZE, less for short runs).
+    skip_existing: inputs whose output is already in `out`, whole, are not
+    read again; an output present but not whole is written again.
+    sync: flush each local output to the disk before it is reported written.
+    start_timeout: seconds to wait for the workers to start (or, with an
+    address, for one to be there).
+    on_result: called on the client with every Result, in input order.
+    progress: a stream for the progress bar (drawn when it is a terminal and
+    the run is long), or None.
+
+    Returns the Summary; it counts every input once. Errors of single files are
+    in their Results, never raised. A run that cannot start raises RunFailed
+    (str(e) is kpz's line, e.status its exit status): an output that cannot be
+    made, a cluster that cannot be reached or started, workers that cannot
+    import kpz. A run whose workers died too often raises Dask's KilledWorker.
+    """
+    if kind not in KINDS:
+        raise ValueError("kind is 'preview' or 'thumbnail', not %r" % (kind,))
+    if isinstance(sources, (str, os.PathLike)):
+        sources = [os.fspath(sources)]
+    suffix, noun = KINDS[kind]
+    summary = Summary(noun)
+    output = Output(out)
+    output.make()
+    entries = expand_sources(list(sources), recursive, extensions)
+    names = [kit.default_path(source, suffix, True) for source, _ in entries]
+    whole, broken = output.present(names) if skip_existing else (set(), set())
+
+    ready: Dict[int, Result] = {}
+    jobs: List[Job] = []
+    for i, ((source, error), name) in enumerate(zip(entries, names)):
+        if error:
+            ready[i] = Result(i, source, "").fail(kit.ExitStatus.INPUT, source, error)
+        elif name in whole:
+            ready[i] = Result(i, source, output.shown(name), note=SKIPPED_NOTE)
+        else:
+            jobs.append((i, source, name))
+
+    total = len(entries)
+    delivered = 0
+    bar = Progress(total, progress)
+
+    def deliver() -> None:
+        nonlocal delivered
+        while delivered in ready:
+            r = ready.pop(delivered)
+            bar.clear()
+            summary._add(r)
+            if on_result is not None:
+                on_result(r)
+            delivered += 1
+        bar.update(delivered)
+
+    deliver()
+    if jobs:
+        _run(jobs, ready, deliver, output, broken, kind, upright, sync, batch_size,
+             _connect(cluster, workers, threads_per_worker, start_timeout))
+    deliver()
+    bar.clear()
+    return summary
+
+
+def _run(jobs: List[Job], ready: Dict[int, Result], deliver: Callable[[], None], output: Output,
+         broken: set, kind: str, upright: bool, sync: bool, batch_size: Optional[int],
+         cluster: _Cluster) -> None:
+    """Sends the jobs to the cluster in batches and puts each Result in
+    `ready` as its batch ends (deliver() hands them on in input order)."""
+    from distributed import KilledWorker, as_completed
+
+    try:
+        c = cluster.client
+        if batch_size is None:
+            threads = sum(c.nthreads().values()) or 1
+            # At least four tasks per worker thread, so that a slow or
+            # lost worker is not waited for at the end.
+            batch_size = max(1, min(DEFAULT_BATCH_SIZE, len(jobs) // (4 * threads)))
+        batches = _batches(jobs, max(1, int(batch_size)))
+        # One message to the scheduler for all the tasks (client.map).
+        futures = c.map(run_batch, batches, kind=kind, upright=upright, out=output.out,
+                        sync=sync, pure=False,
+                        key=["kpz-%s-%d-%s" % (kind, n, os.urandom(4).hex())
+                             for n in range(len(batches))])
+        batch_of = {f.key: b for f, b in zip(futures, batches)}
+        rewritten = {i for i, _, name in jobs if name in broken}
+        for future in as_completed(futures):
+            if future.status == "error":
+                exc = future.exception()
+                if isinstance(exc, KilledWorker):
+                    raise exc  # the run stops; the caller says so
+                results = _batch_failed(batch_of[future.key], output, exc)
+            else:
+                results = future.result()
+            for r in results:
+                r.rewritten = r.index in rewritten
+                ready[r.index] = r
+            del future
+            deliver()
+    finally:
+        cluster.close()

@@ -1,0 +1,148 @@
+"""The task a worker runs: one batch of inputs, each read (a local path with
+the kit, a remote one with two range reads) and its picture written to the
+output directory, whole or not at all. The task's Results carry the tool's
+lines and words."""
+
+import errno
+import os
+from typing import Any, Dict, List, Optional, Sequence, Tuple
+
+import kpz
+from kpz._kpz import kit
+
+from ._inputs import is_url
+from ._outputs import KINDS, Output
+from ._results import Result
+
+_INPUT = kit.ExitStatus.INPUT
+_OUTPUT = kit.ExitStatus.OUTPUT
+_ALREADY_WRITTEN = "output already written by an earlier input"
+
+
+class RangeReader:
+    """A binary file object over one fsspec file whose every read is one range
+    read (fs.cat_file(path, start, end)): kpz reads the head, then the
+    picture's range, so a file costs two range reads, never the whole file.
+    (fsspec's own file objects read ahead in blocks of megabytes.) The first
+    read at the file's start is kept as `head` (where --upright reads the
+    orientation)."""
+
+    def __init__(self, fs: Any, path: str, size: Optional[int] = None) -> None:
+        self._fs = fs
+        self._path = path
+        self._size = size
+        self._pos = 0
+        self.name = path
+        self.head = b""
+
+    def _the_size(self) -> int:
+        if self._size is None:
+            self._size = int(self._fs.info(self._path)["size"])
+        return self._size
+
+    def seekable(self) -> bool:
+        return True
+
+    def readable(self) -> bool:
+        return True
+
+    def seek(self, offset: int, whence: int = 0) -> int:
+        if whence == 0:
+            self._pos = offset
+        elif whence == 1:
+            self._pos += offset
+        else:
+            self._pos = self._the_size() + offset
+        return self._pos
+
+    def tell(self) -> int:
+        return self._pos
+
+    def read(self, n: int = -1) -> bytes:
+        size = self._the_size()
+        start = min(self._pos, size)
+        end = size if n is None or n < 0 else min(size, start + n)
+        if end <= start:
+            return b""
+        data = self._fs.cat_file(self._path, start=start, end=end)
+        self._pos = start + len(data)
+        if start == 0 and not self.head:
+            self.head = data
+        return data
+
+
+# Errors of remote file systems often come without errno (fsspec's HTTP
+# back end raises FileNotFoundError(url)): given the errno of their class,
+# they read in kpz's words ("file not found").
+_ERRNO_OF = [(FileNotFoundError, errno.ENOENT), (PermissionError, errno.EACCES),
+             (IsADirectoryError, errno.EISDIR), (TimeoutError, errno.ETIMEDOUT),
+             (ConnectionError, errno.ECONNRESET)]
+
+
+def _words_of(source: str, exc: BaseException) -> str:
+    if isinstance(exc, OSError) and exc.errno is None:
+        code = next((n for cls, n in _ERRNO_OF if isinstance(exc, cls)), errno.EIO)
+        exc = type(exc)(code, os.strerror(code), source)
+    return kpz.error_words(exc)
+
+
+def _picture(source: str, kind: str, upright: bool) -> Tuple[Optional[bytes], str, str]:
+    """(picture, note, words): the picture of `source` as kpz writes it and
+    the summary's note of its turn, or None and why not in kpz's words."""
+    if not is_url(source):
+        status, data, note, words = kit.extract(source, kind, upright)
+        return (None, "", words) if status else (data, note, "")
+    get = kpz.screennail if kind == "preview" else kpz.thumbnail
+    import fsspec
+
+    try:
+        reader = RangeReader(*fsspec.core.url_to_fs(source))  # file systems are cached by fsspec
+        stored = get(reader)
+    except (kpz.KpzError, OSError) as e:
+        return None, "", _words_of(source, e)
+    except (ValueError, ImportError) as e:  # a remote file system's own errors
+        return None, "", "cannot read: %s" % (str(e) or type(e).__name__)
+    if not upright:
+        return stored, "", ""
+    status, data, note, words = kit.upright(reader.head, stored, KINDS[kind][1])
+    return (None, "", words) if status else (data, note, "")
+
+
+def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, out: str,
+              sync: bool = False) -> List[Result]:
+    """Runs one batch on a worker: items are (index, source, output name);
+    inputs sharing an output name are in one batch, in input order, and the
+    first of them that is written owns the name (as in kpz)."""
+    output = Output(out)
+    owners: Dict[str, str] = {}
+    results = []
+    for index, source, name in items:
+        shown = output.shown(name)
+        r = Result(index, source, shown)
+        results.append(r)
+        if output.local and not upright and not is_url(source) and name not in owners:
+            # A local file to a local directory: copied file to file by the
+            # kit, exactly as kpz writes it (no bytes through Python).
+            status, written, why, named = kit.copy_picture(source, output.path(name), kind, sync)
+            if status:
+                r.fail(kit.ExitStatus(status), named, why)
+                continue
+            owners[name] = source
+            r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(shown), written)
+            continue
+        data, note, why = _picture(source, kind, upright)
+        if data is None:
+            r.fail(_INPUT, source, why)  # an input that cannot be read reports its own error
+            continue
+        if name in owners:
+            r.fail(_OUTPUT, source, "not written: %s is already written by %s"
+                   % (kit.shown_name(shown), kit.shown_name(owners[name])), _ALREADY_WRITTEN)
+            continue
+        why = output.write(name, data, sync)
+        if why:
+            r.fail(_OUTPUT, shown, why)
+            continue
+        owners[name] = source
+        r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(shown), len(data))
+        r.note = note
+    return results
