@@ -12,7 +12,7 @@ import subprocess
 import sys
 import time
 from pathlib import Path
-from typing import List, Optional
+from typing import List, Optional, Sequence
 
 LOOPBACK = "127.0.0.1"
 
@@ -90,15 +90,19 @@ class DaskCluster:
         if workers:
             self.wait_for_workers(workers, 60)
 
-    def add_worker(self, name: str) -> subprocess.Popen:
+    def add_worker(self, name: str, extra: Sequence[str] = (),
+                   env: Optional[dict] = None) -> subprocess.Popen:
+        """Starts one more worker (`extra` arguments, `env` instead of the
+        cluster's environment); wait_for_workers() waits for it."""
         local = self.root / f"worker-{name}"
         local.mkdir()
         w = subprocess.Popen(
             dask_command("worker") + [self.address, "--host", LOOPBACK, "--nworkers", "1",
                                       "--nthreads", "1", "--no-dashboard", "--no-nanny",
-                                      "--local-directory", str(local), "--name", name],
-            stdout=self._log(f"worker-{name}.log"), stderr=subprocess.STDOUT, env=self.env,
-            cwd=self.root)
+                                      "--local-directory", str(local), "--name", name,
+                                      *extra],
+            stdout=self._log(f"worker-{name}.log"), stderr=subprocess.STDOUT,
+            env=self.env if env is None else env, cwd=self.root)
         self.workers.append(w)
         return w
 

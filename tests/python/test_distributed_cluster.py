@@ -7,9 +7,9 @@ import os
 import re
 import shutil
 import signal
+import socket
 import subprocess
 import sys
-import time
 from pathlib import Path
 
 import pytest
@@ -19,6 +19,7 @@ from kpz._kpz import kit
 from distributed_support import DaskCluster, python_env, run_cli, same_tree
 
 BAD = ["not_tiff", "no_preview", "preview_past_end"]
+KILL_AFTER = 100
 
 
 def make_inputs(fixtures, where: Path) -> Path:
@@ -120,8 +121,10 @@ def test_local_cluster(fixtures, tool, tmp_path):
 
 
 def test_worker_killed_mid_run(fixtures, tool, tmp_path):
-    # Many inputs (links to the 64 files under distinct names), small batches,
-    # so that the run is still going when a worker dies.
+    # Many inputs (links to the 64 files under distinct names), small
+    # batches. One of the two workers (kill_point_preload.py) says when it
+    # has written KILL_AFTER outputs and then waits in its task: it is killed
+    # there, with a batch written but not reported, the run still going.
     many = [Path(p) for p in fixtures["many"]]
     inputs = tmp_path / "in"
     inputs.mkdir()
@@ -130,28 +133,37 @@ def test_worker_killed_mid_run(fixtures, tool, tmp_path):
         os.symlink(many[i % len(many)], inputs / f"f{i:05d}.kpz")
     ref = tmp_path / "ref"
     assert tool_run(tool, "preview", fixtures["dir"], ref).returncode == 1  # bad files there too
-    cluster = DaskCluster(tmp_path / "dask", 2, python_env())
+    listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    listener.bind(str(tmp_path / "kill.sock"))
+    listener.listen(1)
+    listener.settimeout(120)
+    env = python_env()
+    cluster = DaskCluster(tmp_path / "dask", 1, env)
     try:
+        victim_env = dict(env, KPZ_TEST_KILL_AFTER=str(KILL_AFTER),
+                          KPZ_TEST_KILL_SOCKET=str(tmp_path / "kill.sock"))
+        victim = cluster.add_worker(
+            "victim", ["--preload", str(Path(__file__).with_name("kill_point_preload.py"))],
+            victim_env)
+        cluster.wait_for_workers(2, 60)
         out = tmp_path / "out"
         run = subprocess.Popen(
             [sys.executable, "-m", "kpz.distributed",
              "preview", str(inputs), "-o", str(out), "--scheduler", cluster.address,
              "--batch-size", "10"],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=python_env())
-        victim = cluster.workers[0]
-        seen = 0
-        deadline = time.monotonic() + 60
-        while time.monotonic() < deadline and run.poll() is None:
-            seen = len(os.listdir(out)) if out.is_dir() else 0
-            if seen >= 100:
-                os.kill(victim.pid, signal.SIGKILL)
-                break
-            time.sleep(0.01)
-        assert 100 <= seen < total, "the worker was not killed in the middle of the run"
+        conn, _ = listener.accept()  # bounded by the listener's timeout
+        with conn:
+            conn.settimeout(30)
+            pid, written = (int(n) for n in conn.makefile().readline().split())
+        assert pid == victim.pid and KILL_AFTER <= written < total
+        assert run.poll() is None  # the victim's batch holds the run open
+        os.kill(victim.pid, signal.SIGKILL)
         assert victim.wait(timeout=10) == -signal.SIGKILL
         stdout, stderr = run.communicate(timeout=120)
     finally:
         cluster.close()
+        listener.close()
     assert run.returncode == 0, stderr
     assert f"kpz: {total} files: {total} done, 0 failed\n" in stderr
     wrote = re.findall(r"^wrote (\S+) \(\d+ bytes\)$", stdout, re.M)
