@@ -10,7 +10,7 @@ import argparse
 import sys
 from typing import List, Optional
 
-from kpz import distributed
+from kpz import distributed, remote
 from kpz._kpz import kit
 
 EPILOG = """\
@@ -89,7 +89,29 @@ def main(argv: Optional[List[str]] = None) -> int:
                         metavar="SECONDS",
                         help="how long to wait for the workers to start, or with --scheduler "
                              "for one to be there (default: %g)" % distributed.START_TIMEOUT)
+    web = parser.add_argument_group(
+        "http(s):// inputs and outputs (read two ranges per file, many files at once per worker)")
+    web.add_argument("--max-in-flight", type=int, metavar="N",
+                     help="files read at once per worker (default: %d)"
+                          % remote.Settings.max_in_flight)
+    web.add_argument("--tries", type=int, metavar="N",
+                     help="attempts per range before a transient failure (HTTP 429, 5xx, a "
+                          "reset, a timeout) is final (default: %d)" % remote.Settings.tries)
+    web.add_argument("--connect-timeout", type=float, metavar="SECONDS",
+                     help="to connect (default: %g)" % remote.Settings.connect_timeout)
+    web.add_argument("--read-timeout", type=float, metavar="SECONDS",
+                     help="to wait for any bytes of an answer (default: %g)"
+                          % remote.Settings.read_timeout)
+    web.add_argument("--ca-file", metavar="PEM",
+                     help="the CAs to trust for https://, instead of the system's")
     args = parser.parse_args(argv)
+    given = {name: getattr(args, name) for name in
+             ("max_in_flight", "tries", "connect_timeout", "read_timeout", "ca_file")
+             if getattr(args, name) is not None}
+    try:
+        settings = remote.Settings(**given)
+    except ValueError as e:  # its words: "kpz: tries is a whole number of at least 1, not 0"
+        parser.error(str(e).replace("kpz: ", "--", 1).replace("_", "-"))
     if not args.start_timeout > 0:
         parser.error("--start-timeout takes a number of seconds above 0")
     if args.batch_size is not None and args.batch_size < 1:
@@ -114,7 +136,8 @@ def main(argv: Optional[List[str]] = None) -> int:
             args.sources, args.output, kind=args.kind, upright=args.upright,
             cluster=args.scheduler, recursive=args.recursive, extensions=extensions,
             batch_size=args.batch_size, skip_existing=args.skip_existing, sync=args.sync,
-            workers=args.workers, start_timeout=args.start_timeout, on_result=show,
+            workers=args.workers, start_timeout=args.start_timeout, remote=settings,
+            on_result=show,
             progress=sys.stderr)
     except distributed.RunFailed as e:
         sys.stderr.write("%s\n" % e)

@@ -2,11 +2,13 @@
 address, or a LocalCluster on 127.0.0.1), the inputs cut into batches, one
 task per batch, and the Results delivered in input order."""
 
+import dataclasses
 import os
 import sys
 from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple, Union
 
 from kpz._kpz import kit
+from kpz.remote import Settings
 
 from ._inputs import expand_sources
 from ._outputs import KINDS, Output
@@ -247,7 +249,8 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
             threads_per_worker: Optional[int] = None, recursive: bool = False,
             extensions: Sequence[str] = (), batch_size: Optional[int] = None,
             skip_existing: bool = False, sync: bool = False,
-            start_timeout: float = START_TIMEOUT,
+            start_timeout: float = START_TIMEOUT, max_in_flight: Optional[int] = None,
+            remote: Optional[Settings] = None,
             on_result: Optional[Callable[[Result], None]] = None,
             progress: Any = None) -> Summary:
     """Writes the preview (kind="preview") or thumbnail (kind="thumbnail") of
@@ -270,6 +273,10 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     sync: flush each local output to the disk before it is reported written.
     start_timeout: seconds to wait for the workers to start (or, with an
     address, for one to be there).
+    remote: how the workers read http(s):// inputs and write http(s)://
+    outputs (kpz.remote.Settings: timeouts, tries, redirects, a CA file ...;
+    default Settings()); max_in_flight, when given, replaces its
+    max_in_flight: the files read at once per worker.
     on_result: called on the client with every Result, in input order.
     progress: a stream for the progress bar (drawn when it is a terminal and
     the run is long), or None.
@@ -284,9 +291,12 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
         raise ValueError("kind is 'preview' or 'thumbnail', not %r" % (kind,))
     if isinstance(sources, (str, os.PathLike)):
         sources = [os.fspath(sources)]
+    settings = remote if remote is not None else Settings()
+    if max_in_flight is not None:
+        settings = dataclasses.replace(settings, max_in_flight=max_in_flight)
     suffix, noun = KINDS[kind]
     summary = Summary(noun)
-    output = Output(out)
+    output = Output(out, settings)
     output.make()
     entries = expand_sources(list(sources), recursive, extensions)
     names = [kit.default_path(source, suffix, True) for source, _ in entries]
@@ -319,7 +329,7 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
 
     deliver()
     if jobs:
-        _run(jobs, ready, deliver, output, broken, kind, upright, sync, batch_size,
+        _run(jobs, ready, deliver, output, broken, kind, upright, sync, batch_size, settings,
              _connect(cluster, workers, threads_per_worker, start_timeout))
     deliver()
     bar.clear()
@@ -328,7 +338,7 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
 
 def _run(jobs: List[Job], ready: Dict[int, Result], deliver: Callable[[], None], output: Output,
          broken: set, kind: str, upright: bool, sync: bool, batch_size: Optional[int],
-         cluster: _Cluster) -> None:
+         settings: Settings, cluster: _Cluster) -> None:
     """Sends the jobs to the cluster in batches and puts each Result in
     `ready` as its batch ends (deliver() hands them on in input order)."""
     from distributed import KilledWorker, as_completed
@@ -343,7 +353,7 @@ def _run(jobs: List[Job], ready: Dict[int, Result], deliver: Callable[[], None],
         batches = _batches(jobs, max(1, int(batch_size)))
         # One message to the scheduler for all the tasks (client.map).
         futures = c.map(run_batch, batches, kind=kind, upright=upright, out=output.out,
-                        sync=sync, pure=False,
+                        sync=sync, remote=settings, pure=False,
                         key=["kpz-%s-%d-%s" % (kind, n, os.urandom(4).hex())
                              for n in range(len(batches))])
         batch_of = {f.key: b for f, b in zip(futures, batches)}

@@ -4,6 +4,8 @@ through their file system. Runs on the client."""
 
 import glob
 import os
+import posixpath
+import urllib.parse
 from typing import List, Sequence, Tuple
 
 from kpz._kpz import kit
@@ -24,6 +26,17 @@ def protocol_of(fs) -> str:
     return fs.protocol if isinstance(fs.protocol, str) else fs.protocol[0]
 
 
+def _normal(url: str) -> str:
+    """`url` with its path's '.' and '..' resolved, as a server resolves them."""
+    parts = urllib.parse.urlsplit(url)
+    if not parts.path:
+        return url
+    path = posixpath.normpath(parts.path)
+    if parts.path.endswith("/") and not path.endswith("/"):
+        path += "/"
+    return urllib.parse.urlunsplit(parts._replace(path=path))
+
+
 def _remote_inputs(url: str, recursive: bool, normalised: List[str]) -> List[Tuple[str, str]]:
     """(url, error) pairs for one fsspec URL: a glob, a directory (ending in
     '/', or any directory of a store that has them) or one file."""
@@ -39,19 +52,33 @@ def _remote_inputs(url: str, recursive: bool, normalised: List[str]) -> List[Tup
     def url_of(p: str) -> str:
         return p if "://" in p else "%s://%s" % (protocol, p)
 
-    def wanted(found: List[str]) -> List[Tuple[str, str]]:
-        return [(url_of(p), "") for p in found
-                if kit.extension_matches(p.rstrip("/").rsplit("/", 1)[-1], normalised)]
+    def wanted(found: List[str], folder: str, what: str) -> List[Tuple[str, str]]:
+        """The files found with a wanted extension, inside `folder` only (a
+        listing that names '../x.kpz' or another host does not take the run
+        there); none at all is the URL's failure, as a local glob's."""
+        inside = [u for u in (_normal(url_of(p)) for p in found) if u.startswith(folder)]
+        files = [(p, "") for p in inside
+                 if kit.extension_matches(p.rstrip("/").rsplit("/", 1)[-1], normalised)]
+        if files:
+            return files
+        wanted_ext = " ".join(kit.shown_name(e) for e in normalised)
+        return [(url, "%s no file ending in %s" % (what, wanted_ext))]
 
     try:
-        if any(c in path for c in _GLOB_CHARS):
-            return wanted(sorted(fs.glob(path)))
+        first = min((path.find(c) for c in _GLOB_CHARS if c in path), default=-1)
+        if first >= 0:
+            folder = _normal(url_of(path[:path.rfind("/", 0, first) + 1]))
+            return wanted(sorted(fs.glob(path)), folder, "the glob matches")
         if url.endswith("/") or (not web and fs.isdir(path)):
+            folder = _normal(url_of(path.rstrip("/") + "/"))
             if recursive:
-                return wanted(sorted(fs.find(path)))
+                return wanted(sorted(fs.find(path)), folder, "the directory holds")
             return wanted(sorted(e["name"] for e in fs.ls(path, detail=True)
-                                 if e.get("type") != "directory"))
-    except OSError as e:
+                                 if e.get("type") != "directory"), folder,
+                          "the directory holds")
+    except FileNotFoundError as e:  # fsspec's HTTP file system: the URL alone, no errno
+        return [(url, "cannot read the directory: %s" % (e.strerror or "not found"))]
+    except OSError as e:  # fsspec's and aiohttp's errors of the listing
         return [(url, "cannot read the directory: %s" % (e.strerror or e))]
     return [(url, "")]
 

@@ -3,9 +3,12 @@ the kit, a remote one with two range reads) and its picture written to the
 output directory, whole or not at all. The task's Results carry the tool's
 lines and words."""
 
+import asyncio
 import errno
 import os
-from typing import Any, Dict, List, Optional, Sequence, Tuple
+import queue
+from collections import Counter
+from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple
 
 import kpz
 from kpz._kpz import kit
@@ -108,18 +111,91 @@ def _picture(source: str, kind: str, upright: bool) -> Tuple[Optional[bytes], st
     return (None, "", words) if status else (data, note, "")
 
 
+def is_web(source: str) -> bool:
+    """True for an http(s):// input, read through kpz.remote."""
+    return source.startswith(("http://", "https://"))
+
+
+def _from_web(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool,
+              settings: Any) -> Iterator[Tuple[int, Any]]:
+    """Reads the pictures of the http(s):// `items`, up to the settings'
+    max_in_flight at once over the worker's connection pool, and yields
+    (index, kpz.remote.Result) to the task's thread as each comes. The
+    queue between them holds one result: the reads wait for the writes, so
+    no more than max_in_flight pictures (and the one handed over) are held."""
+    from kpz import remote
+
+    from . import _pool
+
+    urls = [source for _, source, _ in items]
+    done = object()
+    got: "queue.Queue[Any]" = queue.Queue(maxsize=1)
+
+    async def read_all(reader: "remote.Reader") -> None:
+        loop = asyncio.get_running_loop()
+        try:
+            async for r in remote.read_many(urls, kind, upright=upright, reader=reader):
+                await loop.run_in_executor(None, got.put, (items[r.index][0], r))
+        finally:
+            await loop.run_in_executor(None, got.put, done)
+
+    reading = _pool.submit(settings, read_all)
+    while True:
+        item = got.get()
+        if item is done:
+            break
+        yield item
+    reading.result()  # an error of the reading itself, raised in the task
+
+
 def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, out: str,
-              sync: bool = False) -> List[Result]:
+              sync: bool = False, remote: Any = None) -> List[Result]:
     """Runs one batch on a worker: items are (index, source, output name);
     inputs sharing an output name are in one batch, in input order, and the
-    first of them that is written owns the name (as in kpz)."""
-    output = Output(out)
+    first of them that is written owns the name (as in kpz). http(s):// inputs
+    are read through kpz.remote with the Settings `remote` (default
+    Settings()), many at once; the others one after another."""
+    if remote is None:
+        from kpz.remote import Settings
+
+        remote = Settings()
+    output = Output(out, remote)
+    results = {index: Result(index, source, output.shown(name)) for index, source, name in items}
     owners: Dict[str, str] = {}
-    results = []
+    shared = {name for name, count in Counter(name for _, _, name in items).items() if count > 1}
+
+    def put(index: int, source: str, name: str, data: bytes, note: str) -> None:
+        r = results[index]
+        if name in owners:
+            r.fail(_OUTPUT, source, "not written: %s is already written by %s"
+                   % (kit.shown_name(r.output), kit.shown_name(owners[name])), _ALREADY_WRITTEN)
+            return
+        why = output.write(name, data, sync)
+        if why:
+            r.fail(_OUTPUT, r.output, why)
+            return
+        owners[name] = source
+        r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(r.output), len(data))
+        r.note = note
+
+    # Files of the web whose output name is theirs alone: read many at once,
+    # each written as it comes, holding no more than the reads in flight.
+    web = [item for item in items if is_web(item[1]) and item[2] not in shared]
+    if web:
+        name_of = {index: (source, name) for index, source, name in web}
+        for index, got in _from_web(web, kind, upright, remote):
+            source, name = name_of[index]
+            if got.ok:
+                put(index, source, name, got.data, got.note)
+            else:
+                results[index].fail(kit.ExitStatus(got.status or int(_INPUT)), source, got.words)
+            del got
+
+    # The others in input order.
     for index, source, name in items:
-        shown = output.shown(name)
-        r = Result(index, source, shown)
-        results.append(r)
+        if is_web(source) and name not in shared:
+            continue
+        r = results[index]
         if output.local and not upright and not is_url(source) and name not in owners:
             # A local file to a local directory: copied file to file by the
             # kit, exactly as kpz writes it (no bytes through Python).
@@ -128,21 +204,15 @@ def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, o
                 r.fail(kit.ExitStatus(status), named, why)
                 continue
             owners[name] = source
-            r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(shown), written)
+            r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(r.output), written)
             continue
-        data, note, why = _picture(source, kind, upright)
+        if is_web(source):
+            got = [g for _, g in _from_web([(index, source, name)], kind, upright, remote)][0]
+            data, note, why = (got.data, got.note, "") if got.ok else (None, "", got.words)
+        else:
+            data, note, why = _picture(source, kind, upright)
         if data is None:
             r.fail(_INPUT, source, why)  # an input that cannot be read reports its own error
             continue
-        if name in owners:
-            r.fail(_OUTPUT, source, "not written: %s is already written by %s"
-                   % (kit.shown_name(shown), kit.shown_name(owners[name])), _ALREADY_WRITTEN)
-            continue
-        why = output.write(name, data, sync)
-        if why:
-            r.fail(_OUTPUT, shown, why)
-            continue
-        owners[name] = source
-        r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(shown), len(data))
-        r.note = note
-    return results
+        put(index, source, name, data, note)
+    return [results[index] for index, _, _ in items]
