@@ -70,3 +70,38 @@ def test_local_workers_that_die_as_they_start_told_in_one_line(fixtures, tmp_pat
     ours = [line for line in got.stderr.splitlines() if line.startswith("kpz:")]
     assert ours == ["kpz: the local cluster: its workers did not start within 5 s"]
     assert "No module named 'kpz_test_no_such_module'" in got.stderr  # Dask's own log says why
+
+
+def test_a_file_that_kills_its_workers_fails_alone(fixtures, tool, tmp_path):
+    # A LocalCluster whose workers (restarted by their nannies) die when a
+    # task reaches the file named "killer": its batch dies as often as Dask
+    # allows (1 here), then every file is tried alone. The run goes on: the
+    # others written and reported once each, the killer failed in words.
+    inputs = tmp_path / "in"
+    inputs.mkdir()
+    many = fixtures["many"]
+    names = [f"f{i:02d}.kpz" for i in range(12)]
+    names.insert(5, "killer.kpz")
+    for n, name in enumerate(names):
+        os.symlink(many[n % len(many)], inputs / name)
+    env = python_env()
+    env["DASK_DISTRIBUTED__WORKER__PRELOAD"] = \
+        '["%s"]' % os.path.join(os.path.dirname(__file__), "killer_preload.py")
+    env["DASK_DISTRIBUTED__SCHEDULER__ALLOWED_FAILURES"] = "1"
+    out = tmp_path / "out"
+    got = subprocess.run([sys.executable, "-m", "kpz.distributed", "preview", str(inputs), "-o",
+                          str(out), "--workers", "1", "--batch-size", "20"],
+                         capture_output=True, text=True, timeout=240, env=env,
+                         start_new_session=True)
+    assert got.returncode == 1, got.stderr
+    wrote = sorted(line.split()[1] for line in got.stdout.splitlines())
+    assert wrote == sorted(str(out / n.replace(".kpz", ".preview.jpg"))
+                           for n in names if n != "killer.kpz")
+    ours = [line for line in got.stderr.splitlines() if line.startswith("kpz:")]
+    assert ours == [
+        f"kpz: {inputs / 'killer.kpz'}: the workers reading it died, as often as Dask allows "
+        "(distributed.scheduler.allowed-failures); not written",
+        f"kpz: {len(names)} files: {len(names) - 1} done, 1 failed",
+        "kpz:   1 the workers reading it died, as often as Dask allows "
+        "(distributed.scheduler.allowed-failures); not written"]
+    assert not (out / "killer.preview.jpg").exists()

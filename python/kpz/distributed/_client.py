@@ -228,6 +228,17 @@ def _batches(jobs: List[Job], size: int) -> List[List[Job]]:
     return batches
 
 
+# The words for a file whose own task killed its workers as often as Dask
+# allows (distributed.scheduler.allowed-failures).
+_KILLED = ("the workers reading it died, as often as Dask allows "
+           "(distributed.scheduler.allowed-failures); not written")
+
+
+def _splittable(batch: List[Job]) -> bool:
+    """True when `batch` holds inputs of more than one output name."""
+    return len({name for _, _, name in batch}) > 1
+
+
 def _batch_failed(batch: List[Job], out: Output, exc: BaseException) -> List[Result]:
     """The Results of a batch whose task failed as a whole (a worker that
     cannot import kpz, or an error of the task's own): each input fails in
@@ -285,7 +296,10 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     in their Results, never raised. A run that cannot start raises RunFailed
     (str(e) is kpz's line, e.status its exit status): an output that cannot be
     made, a cluster that cannot be reached or started, workers that cannot
-    import kpz. A run whose workers died too often raises Dask's KilledWorker.
+    import kpz. A batch whose workers died as often as Dask allows
+    (distributed.scheduler.allowed-failures) is split into one task per file:
+    the files that kill no worker are written and reported, a file whose own
+    task kills its workers fails in words; the run goes on.
     """
     if kind not in KINDS:
         raise ValueError("kind is 'preview' or 'thumbnail', not %r" % (kind,))
@@ -352,20 +366,37 @@ def _run(jobs: List[Job], ready: Dict[int, Result], deliver: Callable[[], None],
             batch_size = max(1, min(DEFAULT_BATCH_SIZE, len(jobs) // (4 * threads)))
         batches = _batches(jobs, max(1, int(batch_size)))
         # One message to the scheduler for all the tasks (client.map).
-        futures = c.map(run_batch, batches, kind=kind, upright=upright, out=output.out,
-                        sync=sync, remote=settings, pure=False,
-                        key=["kpz-%s-%d-%s" % (kind, n, os.urandom(4).hex())
-                             for n in range(len(batches))])
-        batch_of = {f.key: b for f, b in zip(futures, batches)}
+        batch_of: Dict[str, List[Job]] = {}
+
+        def submit(parts: List[List[Job]]) -> List[Any]:
+            """One task per batch, sent in one message (client.map)."""
+            keys = ["kpz-%s-%d-%s" % (kind, n, os.urandom(4).hex()) for n in range(len(parts))]
+            futures = c.map(run_batch, parts, kind=kind, upright=upright, out=output.out,
+                            sync=sync, remote=settings, pure=False, key=keys)
+            batch_of.update(zip(keys, parts))
+            return futures
+
         rewritten = {i for i, _, name in jobs if name in broken}
-        for future in as_completed(futures):
-            if future.status == "error":
-                exc = future.exception()
-                if isinstance(exc, KilledWorker):
-                    raise exc  # the run stops; the caller says so
-                results = _batch_failed(batch_of[future.key], output, exc)
-            else:
+        running = as_completed(submit(batches))
+        for future in running:
+            batch = batch_of.pop(future.key)
+            if future.status != "error":
                 results = future.result()
+            elif isinstance(future.exception(), KilledWorker) and _splittable(batch):
+                # The workers running this batch died as often as Dask
+                # allows: each of its files (each group sharing an output
+                # name) is tried in a task of its own, so that the files that
+                # kill no worker are written and reported, and the one that
+                # does fails alone.
+                for part in submit(_batches(batch, 1)):
+                    running.add(part)
+                del future
+                continue
+            elif isinstance(future.exception(), KilledWorker):
+                results = [Result(i, source, output.shown(name)).fail(
+                    kit.ExitStatus.INPUT, source, _KILLED) for i, source, name in batch]
+            else:
+                results = _batch_failed(batch, output, future.exception())
             for r in results:
                 r.rewritten = r.index in rewritten
                 ready[r.index] = r
