@@ -6,6 +6,7 @@ and a listing's entries kept inside the listed folder. Servers of the tests'
 own on 127.0.0.1 (remote_support.py), a scheduler and one worker started
 with Debian's commands."""
 
+import subprocess
 from pathlib import Path
 
 import pytest
@@ -95,3 +96,24 @@ def test_the_command_sets_the_reads(cluster, fixtures, tmp_path):
     bad = run_cli(["preview", server.url(name), "-o", str(tmp_path / "out"), "--tries", "0"],
                   timeout=60)
     assert bad.returncode == 2 and "--tries is a whole number of at least 1, not 0" in bad.stderr
+
+
+def test_upright_over_http_says_what_kpz_says(cluster, fixtures, tool, tmp_path):
+    names = [f"orient{n}_{part}" for n in range(1, 9) for part in ("whole", "partial")]
+    local = tmp_path / "in"
+    local.mkdir()
+    files = {}
+    for name in names:
+        data = Path(fixtures["byname"][name]["path"]).read_bytes()
+        (local / f"{name}.kpz").write_bytes(data)
+        files[f"/raw/{name}.kpz"] = data
+    want = subprocess.run([tool, "preview", "--upright", str(local), "-o", str(tmp_path / "ref")],
+                          capture_output=True, text=True, timeout=120)
+    assert "re-encoded at quality 95" in want.stderr
+    with FaultyServer(files) as server:
+        summary = kpz.distributed.extract([server.url(p) for p in sorted(files)],
+                                          str(tmp_path / "out"), upright=True,
+                                          cluster=cluster.address, remote=FAST)
+    assert summary.render() == want.stderr
+    for p in (tmp_path / "ref").iterdir():
+        assert (tmp_path / "out" / p.name).read_bytes() == p.read_bytes(), p.name
