@@ -196,3 +196,36 @@ def test_fsspec_output_whole_under_its_name(fixtures, tmp_path):
     for p in fixtures["many"]:
         assert fs.cat_file(f"/kpz-test/out/{Path(p).stem}.preview.jpg") == kpz.screennail(p)
     fs.rm("/kpz-test", recursive=True)
+
+
+def test_fsspec_output_skip_existing_checks_whole_objects(fixtures, tmp_path):
+    # --skip-existing on an fsspec target: an object counts as present when
+    # its size and its first 3 and last 2 bytes say it is a whole JPEG.
+    import fsspec
+    from distributed import Client, LocalCluster
+
+    names = [f"orient{n}_whole" for n in range(1, 5)]
+    inputs = tmp_path / "in"
+    inputs.mkdir()
+    for name in names:
+        shutil.copy(fixtures["byname"][name]["path"], inputs / f"{name}.kpz")
+    fs = fsspec.filesystem("memory")
+    root = "/kpz-skip/out"
+    with LocalCluster(n_workers=1, threads_per_worker=1, processes=False,
+                      dashboard_address=None, scheduler_kwargs={"dashboard": False}) as lc, \
+            Client(lc) as client:
+        first = kpz.distributed.extract([str(inputs)], "memory://" + root, cluster=client)
+        assert first.done == len(names)
+        fs.pipe_file(f"{root}/{names[0]}.preview.jpg", b"")
+        fs.pipe_file(f"{root}/{names[1]}.preview.jpg", b"\xff\xd8\xff\xe0 cut short")
+        again = kpz.distributed.extract([str(inputs)], "memory://" + root, cluster=client,
+                                        skip_existing=True)
+    lines = again.render()
+    assert "kpz:   2 previews already present, not written again (--skip-existing)\n" in lines
+    assert "kpz:   2 previews written again, as the file present was not a whole JPEG " \
+        "(--skip-existing)\n" in lines
+    assert sorted(r.index for r in again.results if r.out) == [0, 1]
+    for name in names:
+        assert fs.cat_file(f"{root}/{name}.preview.jpg") == \
+            kpz.screennail(str(inputs / f"{name}.kpz"))
+    fs.rm("/kpz-skip", recursive=True)
