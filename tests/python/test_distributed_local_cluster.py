@@ -9,6 +9,8 @@ import subprocess
 import sys
 import textwrap
 
+import pytest
+
 import kpz.distributed
 from distributed_support import listening_sockets, python_env
 
@@ -68,16 +70,19 @@ def test_a_script_without_the_main_guard_is_refused_in_words(fixtures, tmp_path)
     assert not (tmp_path / "out").exists() or not any((tmp_path / "out").iterdir())
 
 
-def test_a_script_with_the_main_guard_runs(fixtures, tmp_path):
+@pytest.mark.parametrize("guard", ['__name__ == "__main__"',
+                                   '"__main__" == __name__ and len(sys.argv) > 0'])
+def test_a_script_with_the_main_guard_runs(fixtures, tmp_path, guard):
     script = tmp_path / "guarded.py"
     script.write_text(textwrap.dedent(f"""\
+        import sys
         import kpz.distributed
 
         def main():
             summary = kpz.distributed.extract([{str(fixtures["many"][0])!r}], "out", workers=1)
             print("done", summary.done)
 
-        if __name__ == "__main__":
+        if {guard}:
             main()
         """))
     status, out, err = _run_script(script, tmp_path)

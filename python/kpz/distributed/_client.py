@@ -37,17 +37,20 @@ Job = Tuple[int, str, str]  # (index of the input, source, output name)
 # The main module's guard
 
 
-def _is_main_guard(node: Any) -> bool:
-    """True for the test of `if __name__ == "__main__":` (either order)."""
+def _is_main_guard(test: Any) -> bool:
+    """True for the test of `if __name__ == "__main__":` (either order, also
+    as part of a larger test: `if __name__ == "__main__" and args:`)."""
     import ast
 
-    if not (isinstance(node, ast.Compare) and len(node.ops) == 1 and
-            isinstance(node.ops[0], ast.Eq)):
-        return False
-    sides = [node.left, node.comparators[0]]
-    names = [s.id for s in sides if isinstance(s, ast.Name)]
-    texts = [s.value for s in sides if isinstance(s, ast.Constant)]
-    return names == ["__name__"] and texts == ["__main__"]
+    for node in ast.walk(test):
+        if isinstance(node, ast.Compare) and len(node.ops) == 1 and \
+                isinstance(node.ops[0], ast.Eq):
+            sides = [node.left, node.comparators[0]]
+            names = [s.id for s in sides if isinstance(s, ast.Name)]
+            texts = [s.value for s in sides if isinstance(s, ast.Constant)]
+            if names == ["__name__"] and texts == ["__main__"]:
+                return True
+    return False
 
 
 def _unguarded_line() -> Optional[Tuple[str, int]]:
@@ -76,7 +79,7 @@ def _unguarded_line() -> Optional[Tuple[str, int]]:
         return None
     for node in ast.walk(tree):
         if isinstance(node, ast.If) and _is_main_guard(node.test) and \
-                node.lineno <= line <= (node.end_lineno or node.lineno):
+                node.body[0].lineno <= line <= (node.body[-1].end_lineno or line):
             return None
     return path, line
 
