@@ -28,8 +28,10 @@ bytes, every output ends present once, and every input is counted once in
 the summary (the client takes each batch's result once).
 
 The parts: _inputs (the inputs' expansion), _outputs (the output directory),
-_task (what a worker runs), _client (the cluster, the batches, extract()),
-_progress (the bar), _results (Result, Summary, RunFailed).
+_task (what a worker runs), _pool (a worker's connections for http(s)),
+_client (the cluster, the batches, extract()), _guard (no cluster started
+from a script's unguarded top level), _progress (the bar), _results
+(Result, Summary, RunFailed).
 """
 
 from ._client import DEFAULT_BATCH_SIZE, START_TIMEOUT, extract
