@@ -305,25 +305,35 @@ def _run(jobs: List[Job], ready: Dict[int, Result], deliver: Callable[[], None],
 
         rewritten = {i for i, _, name in jobs if name in broken}
         running = as_completed(submit(batches))
+        # The files of batches whose workers died as often as Dask allows,
+        # each (each group sharing an output name) to be tried in a task of
+        # its own, one such task at a time: a worker that dies takes with it
+        # the tasks queued on it, which Dask counts against them too, so the
+        # file that kills is alone when it does.
+        alone: List[List[Job]] = []
+        alone_key: List[str] = []  # the one running, if any
+
+        def next_alone() -> None:
+            if alone and not alone_key:
+                future = submit([alone.pop(0)])[0]
+                alone_key.append(future.key)
+                running.add(future)
+
         for future in running:
             batch = batch_of.pop(future.key)
+            if alone_key and future.key == alone_key[0]:
+                alone_key.clear()
             if future.status != "error":
                 results = future.result()
             elif isinstance(future.exception(), KilledWorker) and _splittable(batch):
-                # The workers running this batch died as often as Dask
-                # allows: each of its files (each group sharing an output
-                # name) is tried in a task of its own, so that the files that
-                # kill no worker are written and reported, and the one that
-                # does fails alone.
-                for part in submit(_batches(batch, 1)):
-                    running.add(part)
-                del future
-                continue
+                alone.extend(_batches(batch, 1))
+                results = []
             elif isinstance(future.exception(), KilledWorker):
                 results = [Result(i, source, output.shown(name)).fail(
                     kit.ExitStatus.INPUT, source, _KILLED) for i, source, name in batch]
             else:
                 results = _batch_failed(batch, output, future.exception())
+            next_alone()
             for r in results:
                 r.rewritten = r.index in rewritten
                 ready[r.index] = r
