@@ -61,7 +61,7 @@ def time_dask(client, sources, out, batch_size=None):
 
     empty(out)
     t = time.perf_counter()
-    s = kpz.distributed.extract(sources, str(out), client=client, batch_size=batch_size)
+    s = kpz.distributed.extract(sources, str(out), cluster=client, batch_size=batch_size)
     dt = time.perf_counter() - t
     if s.failed:
         raise RuntimeError("kpz.distributed failed: " + s.render())

@@ -100,6 +100,9 @@ class _Kit:
     def copy_picture(input: str, output: str, kind: str,
                      sync: bool = ...) -> Tuple[int, int, str, str]: ...
     @staticmethod
+    def extract(input: str, kind: str,
+                upright: bool = ...) -> Tuple[int, bytes, str, str]: ...
+    @staticmethod
     def expand_inputs(args: List[str], recursive: bool = ...,
                       extensions: List[str] = ...) -> List[Tuple[str, str]]: ...
     @staticmethod

@@ -135,6 +135,8 @@ class Result:
         a refused or broken connection, a reply not as asked), not the
         file's (not a KPZ file, damaged, a picture over max_picture) nor
         the output's.
+    note: with upright, the summary's remark about the turn, as kpz counts
+        it ("re-encoded at quality 95: ..."; "" for a lossless turn or none).
     """
 
     url: str
@@ -148,6 +150,7 @@ class Result:
     received: int = 0
     http_status: Optional[int] = None
     storage_failed: bool = False
+    note: str = ""
 
 
 class _Failed(Exception):
@@ -243,7 +246,8 @@ class Reader:
                     raise _Failed("the server tells no file size (Content-Range without a "
                                   "length)", False)
                 found = kit.locate(head, size, kind, upright=upright)
-                del head
+                if not found.turns:
+                    del head  # the turn reads the orientation from it again
                 if not found.ok:
                     r.words, r.status = found.words, found.status
                     return r
@@ -255,13 +259,14 @@ class Reader:
                 data, _ = await self._range(r, found.offset, found.length, head=False,
                                             size=size)
                 if found.turns:
-                    try:
-                        # A decode and an encode: off the event loop, which
-                        # other files' reads share.
-                        data = await asyncio.get_running_loop().run_in_executor(
-                            None, kit.turn, found, data)
-                    except ValueError as e:
-                        r.words, r.status = str(e), int(kit.ExitStatus.INPUT)
+                    # The turn as kpz makes it, with the summary's note: a
+                    # decode and an encode, off the event loop that other
+                    # files' reads share.
+                    status, data, r.note, words = await asyncio.get_running_loop(
+                    ).run_in_executor(None, kit.upright, head, data, kind)
+                    del head
+                    if status:
+                        r.words, r.status = words, int(kit.ExitStatus.INPUT)
                         return r
             except _Failed as e:
                 r.words, r.status = e.words, int(kit.ExitStatus.INPUT)
@@ -269,6 +274,30 @@ class Reader:
                 return r
         r.ok, r.data = True, data
         return r
+
+    async def put(self, url: str, data: bytes) -> str:
+        """Sends `data` to `url` in one PUT: "" when the server took it (a
+        2xx answer), else why not in words ("HTTP 405 Not Allowed",
+        "connection refused", "timed out"). Not retried: a PUT that failed
+        half way may have been taken."""
+        import aiohttp
+
+        if self._session is None:
+            raise RuntimeError("kpz: use the Reader as 'async with Reader(...) as reader'")
+        try:
+            async with self._session.put(url, data=data, allow_redirects=False) as resp:
+                if 200 <= resp.status < 300:
+                    return ""
+                return ("HTTP %d %s" % (resp.status, resp.reason or "")).strip()
+        except asyncio.TimeoutError:
+            return "timed out"
+        except aiohttp.ClientConnectorError as e:
+            return "connection refused" if isinstance(e.os_error, ConnectionRefusedError) \
+                else "cannot connect (%s)" % (e.os_error.strerror or e.os_error,)
+        except aiohttp.InvalidURL:
+            return "not a URL that can be written to"
+        except (aiohttp.ClientError, ConnectionError) as e:
+            return "the connection failed (%s)" % (str(e) or type(e).__name__)
 
     async def _range(self, r: Result, start: int, length: int, *, head: bool,
                      size: Optional[int] = None) -> Tuple[bytes, Optional[int]]:

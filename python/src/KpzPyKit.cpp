@@ -10,6 +10,7 @@
 //   kit.shown_name("evil\nname")                         # "'evil\\nname'"
 //   kit.make_output_directory("out")                      # None, or kpz's words
 //   kit.output_is_whole("out/x.preview.jpg")              # --skip-existing
+//   kit.extract("x.kpz", "preview", True)                 # (0, jpeg, note, "")
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
@@ -302,6 +303,37 @@ void KpzPyRegisterKit(py::module_& m) {
       "Returns (status, bytes written, words, file): status 0 done, else kpz's exit status "
       "(1 input, 2 the output would replace the input, 3 output), with the words kpz prints "
       "after 'kpz: FILE: ' and the FILE it names.");
+
+  m.def(
+      "extract",
+      [](const std::string& input, const std::string& kind, bool upright) {
+        if (kind != "preview" && kind != "thumbnail") {
+          throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
+        }
+        KpzExtraction::Options options;
+        options.kind = kind == "preview" ? KpzExtraction::Kind::Preview
+                                         : KpzExtraction::Kind::Thumbnail;
+        options.upright = upright;
+        KpzExtraction::Outcome o;
+        {
+          py::gil_scoped_release unlocked;
+          KpzSource source;
+          o = KpzExtraction::Open(input, &source);
+          if (o.ok()) {
+            o = KpzExtraction::Extract(source, options, /*wantBytes=*/true);
+          }
+        }
+        const std::vector<UINT8>& b = o.bytes;
+        return py::make_tuple(KpzExitCode(o.status),
+                              py::bytes(reinterpret_cast<const char*>(b.data()), b.size()),
+                              o.note, o.words);
+      },
+      py::arg("input"), py::arg("kind"), py::arg("upright") = false,
+      "The preview or thumbnail (`kind`) of the local file `input` in memory, turned the right "
+      "way up with `upright`, by the kit's one extraction. Returns (status, jpeg, note, words): "
+      "status 0 with the picture and the summary's note for its turn ('re-encoded at quality "
+      "95: ...', '' for a lossless turn or none), else kpz's exit status (1) and the words kpz "
+      "prints after 'kpz: FILE: '.");
 
   m.def(
       "expand_inputs",

@@ -12,7 +12,7 @@ import subprocess
 import sys
 import time
 from pathlib import Path
-from typing import List, Optional
+from typing import List, Optional, Sequence
 
 LOOPBACK = "127.0.0.1"
 
@@ -87,17 +87,22 @@ class DaskCluster:
         wait_for_port(self.port, self.scheduler, 60, "dask scheduler")
         for i in range(workers):
             self.add_worker(f"w{i}")
-        self.wait_for_workers(workers, 60)
+        if workers:
+            self.wait_for_workers(workers, 60)
 
-    def add_worker(self, name: str) -> subprocess.Popen:
+    def add_worker(self, name: str, extra: Sequence[str] = (),
+                   env: Optional[dict] = None) -> subprocess.Popen:
+        """Starts one more worker (`extra` arguments, `env` instead of the
+        cluster's environment); wait_for_workers() waits for it."""
         local = self.root / f"worker-{name}"
         local.mkdir()
         w = subprocess.Popen(
             dask_command("worker") + [self.address, "--host", LOOPBACK, "--nworkers", "1",
                                       "--nthreads", "1", "--no-dashboard", "--no-nanny",
-                                      "--local-directory", str(local), "--name", name],
-            stdout=self._log(f"worker-{name}.log"), stderr=subprocess.STDOUT, env=self.env,
-            cwd=self.root)
+                                      "--local-directory", str(local), "--name", name,
+                                      *extra],
+            stdout=self._log(f"worker-{name}.log"), stderr=subprocess.STDOUT,
+            env=self.env if env is None else env, cwd=self.root)
         self.workers.append(w)
         return w
 
@@ -201,3 +206,69 @@ def same_tree(a: Path, b: Path) -> None:
     assert names_a == names_b
     for name in names_a:
         assert (a / name).read_bytes() == (b / name).read_bytes(), name
+
+
+def _children_of() -> dict:
+    """{ppid: [pid, ...]} of every process now running (from /proc/*/stat)."""
+    kids: dict = {}
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit():
+            continue
+        try:
+            with open(f"/proc/{entry}/stat", encoding="utf-8", errors="replace") as f:
+                ppid = int(f.read().rsplit(")", 1)[1].split()[1])
+        except (OSError, IndexError, ValueError):
+            continue  # a process that ended meanwhile
+        kids.setdefault(ppid, []).append(int(entry))
+    return kids
+
+
+def process_tree(root: int) -> List[int]:
+    """`root` and all its descendants."""
+    kids = _children_of()
+    out, todo = [], [root]
+    while todo:
+        pid = todo.pop()
+        out.append(pid)
+        todo.extend(kids.get(pid, []))
+    return out
+
+
+def _socket_address(field: str, v6: bool):
+    hex_ip, hex_port = field.split(":")
+    raw = bytes.fromhex(hex_ip)
+    # /proc shows each 32-bit word of the address in the host's byte order.
+    raw = b"".join(raw[i:i + 4][::-1] for i in range(0, len(raw), 4))
+    return socket.inet_ntop(socket.AF_INET6 if v6 else socket.AF_INET, raw), int(hex_port, 16)
+
+
+def listening_sockets(root: int) -> List[tuple]:
+    """(pid, address, port) of every TCP socket in the LISTEN state held by
+    `root` or one of its descendants: the sockets of the network namespace
+    (/proc/<pid>/net/tcp and tcp6) matched to the processes' descriptors by
+    inode."""
+    owner = {}
+    for pid in process_tree(root):
+        try:
+            fds = os.listdir(f"/proc/{pid}/fd")
+        except OSError:
+            continue
+        for fd in fds:
+            try:
+                target = os.readlink(f"/proc/{pid}/fd/{fd}")
+            except OSError:
+                continue
+            if target.startswith("socket:["):
+                owner[target[len("socket:["):-1]] = pid
+    found = []
+    for table, v6 in (("tcp", False), ("tcp6", True)):
+        try:
+            with open(f"/proc/{root}/net/{table}", encoding="ascii") as f:
+                lines = f.read().splitlines()[1:]
+        except FileNotFoundError:
+            continue  # no IPv6 in this kernel
+        for line in lines:
+            fields = line.split()
+            if fields[3] == "0A" and fields[9] in owner:  # 0A: TCP_LISTEN
+                found.append((owner[fields[9]],) + _socket_address(fields[1], v6))
+    return found

@@ -7,17 +7,19 @@ import os
 import re
 import shutil
 import signal
+import socket
 import subprocess
 import sys
-import time
 from pathlib import Path
 
 import pytest
 
 import kpz.distributed
+from kpz._kpz import kit
 from distributed_support import DaskCluster, python_env, run_cli, same_tree
 
 BAD = ["not_tiff", "no_preview", "preview_past_end"]
+KILL_AFTER = 100
 
 
 def make_inputs(fixtures, where: Path) -> Path:
@@ -79,21 +81,30 @@ def test_thumbnails_upright_and_skip_existing(cluster, fixtures, tool, tmp_path)
     assert first.returncode == want.returncode
     same_tree(out, tmp_path / "ref")
 
-    # A run that stopped half-way: half of the outputs are missing.
+    # A run that stopped half-way: half of the outputs are missing. Of those
+    # left, the ones that are whole JPEGs are kept; the test files' own
+    # pictures that are not (a few bytes after SOI) are written again.
     names = sorted(p.name for p in out.iterdir())
     removed = names[::2]
     for name in removed:
         (out / name).unlink()
-    kept = {name: (out / name).stat().st_mtime_ns for name in names if name not in removed}
+    kept = {name: (out / name).stat().st_mtime_ns for name in names
+            if name not in removed and kit.output_is_whole(str(out / name))}
+    again_names = sorted(set(names) - set(kept))
     again = run_cli(["thumbnail", "--upright", "--skip-existing", str(inputs), "-o", str(out),
                      "--scheduler", cluster.address])
     written = sorted(os.path.basename(m) for m in
                      re.findall(r"^wrote (\S+) \(\d+ bytes\)$", again.stdout, re.M))
-    assert written == removed
+    assert written == again_names
     for name, mtime in kept.items():
         assert (out / name).stat().st_mtime_ns == mtime, name
-    assert f"kpz:   {len(kept)} thumbnails already present, not written again (--skip-existing)" \
-        in again.stderr
+    rewritten = len(again_names) - len(removed)
+    if kept:
+        assert f"kpz:   {len(kept)} thumbnails already present, not written again " \
+            "(--skip-existing)" in again.stderr
+    if rewritten:
+        assert f"kpz:   {rewritten} thumbnails written again, as the file present was not a " \
+            "whole JPEG (--skip-existing)" in again.stderr
     same_tree(out, tmp_path / "ref")
 
 
@@ -110,8 +121,10 @@ def test_local_cluster(fixtures, tool, tmp_path):
 
 
 def test_worker_killed_mid_run(fixtures, tool, tmp_path):
-    # Many inputs (links to the 64 files under distinct names), small batches,
-    # so that the run is still going when a worker dies.
+    # Many inputs (links to the 64 files under distinct names), small
+    # batches. One of the two workers (kill_point_preload.py) says when it
+    # has written KILL_AFTER outputs and then waits in its task: it is killed
+    # there, with a batch written but not reported, the run still going.
     many = [Path(p) for p in fixtures["many"]]
     inputs = tmp_path / "in"
     inputs.mkdir()
@@ -120,28 +133,37 @@ def test_worker_killed_mid_run(fixtures, tool, tmp_path):
         os.symlink(many[i % len(many)], inputs / f"f{i:05d}.kpz")
     ref = tmp_path / "ref"
     assert tool_run(tool, "preview", fixtures["dir"], ref).returncode == 1  # bad files there too
-    cluster = DaskCluster(tmp_path / "dask", 2, python_env())
+    listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    listener.bind(str(tmp_path / "kill.sock"))
+    listener.listen(1)
+    listener.settimeout(120)
+    env = python_env()
+    cluster = DaskCluster(tmp_path / "dask", 1, env)
     try:
+        victim_env = dict(env, KPZ_TEST_KILL_AFTER=str(KILL_AFTER),
+                          KPZ_TEST_KILL_SOCKET=str(tmp_path / "kill.sock"))
+        victim = cluster.add_worker(
+            "victim", ["--preload", str(Path(__file__).with_name("kill_point_preload.py"))],
+            victim_env)
+        cluster.wait_for_workers(2, 60)
         out = tmp_path / "out"
         run = subprocess.Popen(
             [sys.executable, "-m", "kpz.distributed",
              "preview", str(inputs), "-o", str(out), "--scheduler", cluster.address,
              "--batch-size", "10"],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=python_env())
-        victim = cluster.workers[0]
-        seen = 0
-        deadline = time.monotonic() + 60
-        while time.monotonic() < deadline and run.poll() is None:
-            seen = len(os.listdir(out)) if out.is_dir() else 0
-            if seen >= 100:
-                os.kill(victim.pid, signal.SIGKILL)
-                break
-            time.sleep(0.01)
-        assert 100 <= seen < total, "the worker was not killed in the middle of the run"
+        conn, _ = listener.accept()  # bounded by the listener's timeout
+        with conn:
+            conn.settimeout(30)
+            pid, written = (int(n) for n in conn.makefile().readline().split())
+        assert pid == victim.pid and KILL_AFTER <= written < total
+        assert run.poll() is None  # the victim's batch holds the run open
+        os.kill(victim.pid, signal.SIGKILL)
         assert victim.wait(timeout=10) == -signal.SIGKILL
         stdout, stderr = run.communicate(timeout=120)
     finally:
         cluster.close()
+        listener.close()
     assert run.returncode == 0, stderr
     assert f"kpz: {total} files: {total} done, 0 failed\n" in stderr
     wrote = re.findall(r"^wrote (\S+) \(\d+ bytes\)$", stdout, re.M)
@@ -166,7 +188,7 @@ def test_fsspec_output_whole_under_its_name(fixtures, tmp_path):
     with LocalCluster(n_workers=1, threads_per_worker=2, processes=False,
                       dashboard_address=None, scheduler_kwargs={"dashboard": False}) as lc, \
             Client(lc) as client:
-        summary = kpz.distributed.extract([str(inputs)], "memory://kpz-test/out", client=client)
+        summary = kpz.distributed.extract([str(inputs)], "memory://kpz-test/out", cluster=client)
     assert (summary.files, summary.done, summary.failed) == (67, 64, 3)
     fs = fsspec.filesystem("memory")
     names = sorted(p.rsplit("/", 1)[-1] for p in fs.ls("/kpz-test/out", detail=False))
@@ -174,3 +196,36 @@ def test_fsspec_output_whole_under_its_name(fixtures, tmp_path):
     for p in fixtures["many"]:
         assert fs.cat_file(f"/kpz-test/out/{Path(p).stem}.preview.jpg") == kpz.screennail(p)
     fs.rm("/kpz-test", recursive=True)
+
+
+def test_fsspec_output_skip_existing_checks_whole_objects(fixtures, tmp_path):
+    # --skip-existing on an fsspec target: an object counts as present when
+    # its size and its first 3 and last 2 bytes say it is a whole JPEG.
+    import fsspec
+    from distributed import Client, LocalCluster
+
+    names = [f"orient{n}_whole" for n in range(1, 5)]
+    inputs = tmp_path / "in"
+    inputs.mkdir()
+    for name in names:
+        shutil.copy(fixtures["byname"][name]["path"], inputs / f"{name}.kpz")
+    fs = fsspec.filesystem("memory")
+    root = "/kpz-skip/out"
+    with LocalCluster(n_workers=1, threads_per_worker=1, processes=False,
+                      dashboard_address=None, scheduler_kwargs={"dashboard": False}) as lc, \
+            Client(lc) as client:
+        first = kpz.distributed.extract([str(inputs)], "memory://" + root, cluster=client)
+        assert first.done == len(names)
+        fs.pipe_file(f"{root}/{names[0]}.preview.jpg", b"")
+        fs.pipe_file(f"{root}/{names[1]}.preview.jpg", b"\xff\xd8\xff\xe0 cut short")
+        again = kpz.distributed.extract([str(inputs)], "memory://" + root, cluster=client,
+                                        skip_existing=True)
+    lines = again.render()
+    assert "kpz:   2 previews already present, not written again (--skip-existing)\n" in lines
+    assert "kpz:   2 previews written again, as the file present was not a whole JPEG " \
+        "(--skip-existing)\n" in lines
+    assert sorted(r.index for r in again.results if r.out) == [0, 1]
+    for name in names:
+        assert fs.cat_file(f"{root}/{name}.preview.jpg") == \
+            kpz.screennail(str(inputs / f"{name}.kpz"))
+    fs.rm("/kpz-skip", recursive=True)

@@ -11,7 +11,7 @@ import pytest
 
 import kpz
 import kpz.distributed
-from distributed_support import Nginx
+from distributed_support import Nginx, run_cli
 
 SLACK = 4096
 BAD = ["not_tiff", "no_preview", "preview_past_end", "truncated"]
@@ -68,7 +68,8 @@ def test_http_two_range_reads_same_bytes_as_kpz(served, tool, tmp_path):
         except kpz.KpzError:
             preview = 0
         assert total <= 65536 + preview + SLACK, (p.name, total, preview)
-        assert requests <= 3, (p.name, requests)  # size, head, preview
+        assert requests <= 2, (p.name, requests)  # the head, the picture; no HEAD
+    assert {line.split()[0] for line in server.access_log.read_text().splitlines()} == {"GET"}
     # A file larger than its head and preview was not read whole.
     large = docroot / "large.kpz"
     assert sent["/large.kpz"][0] < large.stat().st_size
@@ -82,6 +83,28 @@ def test_http_explicit_urls_to_http_bad_url(served, tmp_path):
                                       str(out), workers=1)
     assert (summary.files, summary.done, summary.failed) == (2, 1, 1)
     assert summary.exit_status == 1
-    assert "kpz:   1 file not found\n" in summary.render()
+    assert "kpz:   1 HTTP 404 Not Found\n" in summary.render()
     assert (out / name.replace(".kpz", ".preview.jpg")).read_bytes() == \
         kpz.screennail(str(docroot / name))
+
+
+def test_http_glob_that_matches_nothing_fails_in_words(served, tmp_path):
+    server, _ = served
+    got = run_cli(["preview", server.url + "/none*.kpz", server.url + "/none/", "-o",
+                   str(tmp_path / "out"), "--workers", "1"], timeout=120)
+    assert (got.returncode, got.stdout) == (1, "")
+    assert got.stderr == (f"kpz: {server.url}/none*.kpz: the glob matches no file ending in .kpz\n"
+                          f"kpz: {server.url}/none/: cannot read the directory: not found\n"
+                          "kpz: 2 files: 0 done, 2 failed\n"
+                          "kpz:   1 cannot read the directory: not found\n"
+                          "kpz:   1 the glob matches no file ending in .kpz\n")
+
+
+def test_http_output_that_cannot_be_written_says_why(served, tmp_path):
+    server, docroot = served
+    name = sorted(p.name for p in docroot.iterdir() if p.name.startswith("many"))[0]
+    got = run_cli(["preview", str(docroot / name), "-o", server.url + "/put/", "--workers", "1"],
+                  timeout=120)
+    shown = server.url + "/put/" + name.replace(".kpz", ".preview.jpg")
+    assert (got.returncode, got.stdout) == (3, "")
+    assert got.stderr == f"kpz: {shown}: cannot write the file: HTTP 405 Not Allowed\n"

@@ -3,10 +3,13 @@ checkout with Debian's pip (no build isolation, no index), installed into a
 fresh venv that sees Debian's packages, imported and tested from outside the
 source tree."""
 
+import json
 import os
 import shutil
+import signal
 import subprocess
 import sys
+import time
 from pathlib import Path
 
 import pytest
@@ -33,7 +36,11 @@ def _run(args, cwd, timeout, extra_env=None):
     return proc
 
 
-def test_wheel_builds_installs_and_passes_the_tests_outside_the_tree(tmp_path):
+@pytest.fixture(scope="module")
+def venv(tmp_path_factory):
+    """The wheel built from a copy of the checkout and installed into a fresh
+    venv that sees Debian's packages, as README.md's "Python" section says."""
+    tmp_path = tmp_path_factory.mktemp("wheel")
     checkout = tmp_path / "checkout"
     shutil.copytree(SOURCE, checkout,
                     ignore=shutil.ignore_patterns(".git", "build", "build-*", "*.egg-info",
@@ -52,10 +59,13 @@ def test_wheel_builds_installs_and_passes_the_tests_outside_the_tree(tmp_path):
 
     venv = tmp_path / "venv"
     _run([PYTHON, "-m", "venv", "--system-site-packages", str(venv)], cwd=tmp_path, timeout=300)
-    vpython = str(venv / "bin" / "python")
-    _run([vpython, "-m", "pip", "install", "--no-deps", str(built[0])], cwd=tmp_path,
+    _run([str(venv / "bin" / "pip"), "install", "--no-deps", str(built[0])], cwd=tmp_path,
          timeout=300)
+    return venv
 
+
+def test_wheel_builds_installs_and_passes_the_tests_outside_the_tree(venv, tmp_path):
+    vpython = str(venv / "bin" / "python")
     outside = tmp_path / "elsewhere"
     outside.mkdir()
     where = _run([vpython, "-c", "import kpz, sys; print(kpz.__file__); "
@@ -76,7 +86,81 @@ def test_wheel_builds_installs_and_passes_the_tests_outside_the_tree(tmp_path):
                     ignore=shutil.ignore_patterns("test_wheel.py", "*.cpp", "CMakeLists.txt",
                                                   "__pycache__"))
     _run([vpython, "-m", "pytest", "-q", "-p", "no:cacheprovider", str(tests)], cwd=outside,
-         timeout=600)
+         timeout=900)
+
+
+# The distributed commands of README.md, run from the venv as written there
+# (HOST 127.0.0.1; the scheduler on a port of its choosing, told to the
+# others through --scheduler-file, where README.md uses its default port).
+README_COMMANDS = [
+    "venv/bin/python -m kpz.distributed preview -r DIR -o OUT",
+    "venv/bin/python -m distributed.cli.dask_scheduler --host HOST",
+    "venv/bin/python -m distributed.cli.dask_worker tcp://HOST:8786",
+    "venv/bin/python -m kpz.distributed preview -r DIR -o OUT --scheduler tcp://HOST:8786",
+]
+
+
+def _stop(proc):
+    if proc.poll() is None:
+        os.kill(proc.pid, signal.SIGTERM)
+        try:
+            proc.wait(timeout=30)
+        except subprocess.TimeoutExpired:
+            os.kill(proc.pid, signal.SIGKILL)
+            proc.wait(timeout=30)
+
+
+def test_the_readme_s_distributed_commands_run_from_the_venv(venv, tmp_path):
+    readme = (SOURCE / "README.md").read_text(encoding="utf-8")
+    for command in README_COMMANDS:
+        assert command in readme, command
+    vpython = str(venv / "bin" / "python")
+    shoots = tmp_path / "DIR" / "day1"
+    shoots.mkdir(parents=True)
+    shutil.copy(SOURCE / "samples" / "sample.kpz", shoots / "a.kpz")
+    want = (tmp_path / "want.jpg")
+    _run([vpython, "-c", "import kpz, sys; open(sys.argv[2], 'wb').write(kpz.screennail("
+          "sys.argv[1]))", str(shoots / "a.kpz"), str(want)], cwd=tmp_path, timeout=60)
+
+    # On this machine: a LocalCluster.
+    local = _run([vpython, "-m", "kpz.distributed", "preview", "-r", "DIR", "-o", "OUT",
+                  "--workers", "1"], cwd=tmp_path, timeout=180)
+    assert local.stdout == "wrote OUT/a.preview.jpg (%d bytes)\n" % want.stat().st_size
+    assert (tmp_path / "OUT" / "a.preview.jpg").read_bytes() == want.read_bytes()
+
+    # A scheduler and a worker, each started from the venv's interpreter.
+    address_file = tmp_path / "scheduler.json"
+    env = _clean_env()
+    logs = [open(tmp_path / name, "wb") for name in ("scheduler.log", "worker.log")]
+    procs = []
+    try:
+        procs.append(subprocess.Popen(
+            [vpython, "-m", "distributed.cli.dask_scheduler", "--host", "127.0.0.1", "--port",
+             "0", "--no-dashboard", "--scheduler-file", str(address_file)],
+            cwd=tmp_path, env=env, stdout=logs[0], stderr=subprocess.STDOUT))
+        procs.append(subprocess.Popen(
+            [vpython, "-m", "distributed.cli.dask_worker", "--scheduler-file", str(address_file),
+             "--host", "127.0.0.1", "--nthreads", "1", "--no-dashboard",
+             "--local-directory", str(tmp_path / "worker")],
+            cwd=tmp_path, env=env, stdout=logs[1], stderr=subprocess.STDOUT))
+        # The worker waits for the file; the client waits for the worker
+        # (--start-timeout), all bounded.
+        deadline = time.monotonic() + 120
+        while not address_file.exists() or not address_file.read_text().strip():
+            assert time.monotonic() < deadline, "the scheduler wrote no address"
+            assert procs[0].poll() is None, "the scheduler ended"
+            time.sleep(0.1)
+        address = json.loads(address_file.read_text())["address"]
+        remote = _run([vpython, "-m", "kpz.distributed", "preview", "-r", "DIR", "-o", "OUT2",
+                       "--scheduler", address, "--start-timeout", "120"], cwd=tmp_path,
+                      timeout=240)
+    finally:
+        for proc in reversed(procs):
+            _stop(proc)
+        for f in logs:
+            f.close()
+    assert remote.stdout == "wrote OUT2/a.preview.jpg (%d bytes)\n" % want.stat().st_size
+    assert (tmp_path / "OUT2" / "a.preview.jpg").read_bytes() == want.read_bytes()
 
     # Plain pytest, nothing named: what needs the tool or the fixture writer
     # (neither is on PATH nor beside the copied tests) is skipped with words

@@ -10,7 +10,7 @@ import argparse
 import sys
 from typing import List, Optional
 
-from kpz import distributed
+from kpz import distributed, remote
 from kpz._kpz import kit
 
 EPILOG = """\
@@ -26,8 +26,11 @@ x.preview.jpg (preview) or x.thumb.jpg (thumbnail) for every input x.kpz.
 When several inputs would give the same name, the first of them in input
 order that is written owns it; a later one fails ('already written by').
 An existing file of that name is replaced, unless --skip-existing is given:
-then inputs whose output is already in OUT are not read again (a run that
-was stopped can be resumed so). Every output is written whole or not at all:
+then inputs whose output is already in OUT, whole, are not read again (a run
+that was stopped can be resumed so). Whole: a regular file (links followed)
+that begins with a JPEG's start marker (FF D8 FF) and ends with its end
+marker (FF D9); an empty, cut or foreign file, a folder or a dangling link
+under the name is written again, and the summary counts those. Every output is written whole or not at all:
 locally a temporary file renamed when complete; on an object store one PUT;
 elsewhere a temporary name moved into place by the store's own move.
 
@@ -38,14 +41,18 @@ kpz's summary on standard error. A progress bar is shown on standard error
 when it is a terminal and the run is long (over 50 files or over 1 s).
 
 Without --scheduler a LocalCluster of --workers processes (default: the
-number of processors) is started on 127.0.0.1 and stopped at the end. The
-workers must be able to import the kpz package (PYTHONPATH or installed).
+number of processors) is started on 127.0.0.1 (every server of it listens
+there only) and stopped at the end. The workers must be able to import the
+kpz package (PYTHONPATH or installed): workers that cannot, or that do not
+start within --start-timeout seconds, are told in one line, exit status 1.
 
 Exit status: 0 all done; 1 a file cannot be read, is not a KPZ raw file,
-holds no such picture, or the picture is cut off; 2 wrong usage; 3 an output
-cannot be written. The highest applies. A cluster that cannot be reached or
-started, or a run stopped because the workers of one batch died too often:
-one line saying so, exit status 1.
+holds no such picture, or the picture is cut off; 2 wrong usage (also an
+OUT URL of no known kind, a scheduler address that is not one); 3 an output
+cannot be written (also OUT that cannot be made, or whose file system is
+not installed). The highest applies. A cluster that cannot be reached or
+started: one line saying so, exit status 1. A file whose reading kills the
+workers (as often as Dask allows) fails in words; the others are done.
 """
 
 
@@ -78,7 +85,35 @@ def main(argv: Optional[List[str]] = None) -> int:
     parser.add_argument("--batch-size", type=int, metavar="N",
                         help="files per task (default: %d, fewer when the run is short)"
                              % distributed.DEFAULT_BATCH_SIZE)
+    parser.add_argument("--start-timeout", type=float, default=distributed.START_TIMEOUT,
+                        metavar="SECONDS",
+                        help="how long to wait for the workers to start, or with --scheduler "
+                             "for one to be there (default: %g)" % distributed.START_TIMEOUT)
+    web = parser.add_argument_group(
+        "http(s):// inputs and outputs (read two ranges per file, many files at once per worker)")
+    web.add_argument("--max-in-flight", type=int, metavar="N",
+                     help="files read at once per worker (default: %d)"
+                          % remote.Settings.max_in_flight)
+    web.add_argument("--tries", type=int, metavar="N",
+                     help="attempts per range before a transient failure (HTTP 429, 5xx, a "
+                          "reset, a timeout) is final (default: %d)" % remote.Settings.tries)
+    web.add_argument("--connect-timeout", type=float, metavar="SECONDS",
+                     help="to connect (default: %g)" % remote.Settings.connect_timeout)
+    web.add_argument("--read-timeout", type=float, metavar="SECONDS",
+                     help="to wait for any bytes of an answer (default: %g)"
+                          % remote.Settings.read_timeout)
+    web.add_argument("--ca-file", metavar="PEM",
+                     help="the CAs to trust for https://, instead of the system's")
     args = parser.parse_args(argv)
+    given = {name: getattr(args, name) for name in
+             ("max_in_flight", "tries", "connect_timeout", "read_timeout", "ca_file")
+             if getattr(args, name) is not None}
+    try:
+        settings = remote.Settings(**given)
+    except ValueError as e:  # its words: "kpz: tries is a whole number of at least 1, not 0"
+        parser.error(str(e).replace("kpz: ", "--", 1).replace("_", "-"))
+    if not args.start_timeout > 0:
+        parser.error("--start-timeout takes a number of seconds above 0")
     if args.batch_size is not None and args.batch_size < 1:
         parser.error("--batch-size takes a number of files, at least 1")
     if args.workers is not None and (args.workers < 1 or args.scheduler):
@@ -93,31 +128,26 @@ def main(argv: Optional[List[str]] = None) -> int:
             sys.stderr.write(r.err)
             sys.stderr.flush()
 
+    where = args.scheduler or "the local cluster"
     try:
         summary = distributed.extract(
             args.sources, args.output, kind=args.kind, upright=args.upright,
-            scheduler=args.scheduler, recursive=args.recursive, extensions=extensions,
+            cluster=args.scheduler, recursive=args.recursive, extensions=extensions,
             batch_size=args.batch_size, skip_existing=args.skip_existing, sync=args.sync,
-            workers=args.workers, on_result=show, progress=sys.stderr)
-    except OSError as e:
-        where = args.scheduler or "the local cluster"
-        sys.stderr.write("kpz: %s: %s\n" % (where, e.strerror or e))
-        return distributed.EXIT_INPUT
-    except Exception as e:
-        from distributed import KilledWorker
-
-        if not isinstance(e, KilledWorker):
-            raise
-        where = args.scheduler or "the local cluster"
-        sys.stderr.write("kpz: %s: the run stopped: the workers running one batch died too "
-                         "many times; outputs written so far are kept (rerun with "
-                         "--skip-existing)\n" % where)
-        return distributed.EXIT_INPUT
+            workers=args.workers, start_timeout=args.start_timeout, remote=settings,
+            on_result=show,
+            progress=sys.stderr)
+    except distributed.RunFailed as e:
+        sys.stderr.write("%s\n" % e)
+        return int(e.status)
+    except OSError as e:  # the cluster lost during the run
+        sys.stderr.write("kpz: %s: %s\n" % (kit.shown_name(where), e.strerror or e))
+        return int(kit.ExitStatus.INPUT)
     if summary.files == 0:
-        wanted = " ".join(kit.normalise_extensions(extensions))
+        wanted = " ".join(kit.shown_name(e) for e in kit.normalise_extensions(extensions))
         sys.stderr.write("kpz: no files to work on: the directories named hold no file ending "
                          "in %s\n" % wanted)
-        return distributed.EXIT_INPUT
+        return int(kit.ExitStatus.INPUT)
     if summary.files > 1:
         sys.stderr.write(summary.render())
     return summary.exit_status

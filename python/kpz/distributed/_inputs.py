@@ -1,0 +1,114 @@
+"""The inputs of a run, as kpz expands its arguments: local files,
+directories and globs through the kit's own expansion, fsspec URLs listed
+through their file system. Runs on the client."""
+
+import glob
+import os
+import posixpath
+import urllib.parse
+from typing import List, Sequence, Tuple
+
+from kpz._kpz import kit
+
+_GLOB_CHARS = "*?["
+
+
+def is_url(s: str) -> bool:
+    """True for an fsspec URL other than file://."""
+    return "://" in s and not s.startswith("file://")
+
+
+def local_path(s: str) -> str:
+    return s[len("file://"):] if s.startswith("file://") else s
+
+
+def protocol_of(fs) -> str:
+    return fs.protocol if isinstance(fs.protocol, str) else fs.protocol[0]
+
+
+def _normal(url: str) -> str:
+    """`url` with its path's '.' and '..' resolved, as a server resolves them."""
+    parts = urllib.parse.urlsplit(url)
+    if not parts.path:
+        return url
+    path = posixpath.normpath(parts.path)
+    if parts.path.endswith("/") and not path.endswith("/"):
+        path += "/"
+    return urllib.parse.urlunsplit(parts._replace(path=path))
+
+
+def _remote_inputs(url: str, recursive: bool, normalised: List[str]) -> List[Tuple[str, str]]:
+    """(url, error) pairs for one fsspec URL: a glob, a directory (ending in
+    '/', or any directory of a store that has them) or one file."""
+    import fsspec
+
+    try:
+        fs, path = fsspec.core.url_to_fs(url)
+    except (ImportError, ValueError) as e:  # no such protocol, or its back end is missing
+        return [(url, "cannot read: %s" % e)]
+    protocol = protocol_of(fs)
+    web = protocol in ("http", "https")
+
+    def url_of(p: str) -> str:
+        return p if "://" in p else "%s://%s" % (protocol, p)
+
+    def wanted(found: List[str], folder: str, what: str) -> List[Tuple[str, str]]:
+        """The files found with a wanted extension, inside `folder` only (a
+        listing that names '../x.kpz' or another host does not take the run
+        there); none at all is the URL's failure, as a local glob's."""
+        inside = [u for u in (_normal(url_of(p)) for p in found) if u.startswith(folder)]
+        files = [(p, "") for p in inside
+                 if kit.extension_matches(p.rstrip("/").rsplit("/", 1)[-1], normalised)]
+        if files:
+            return files
+        wanted_ext = " ".join(kit.shown_name(e) for e in normalised)
+        return [(url, "%s no file ending in %s" % (what, wanted_ext))]
+
+    try:
+        first = min((path.find(c) for c in _GLOB_CHARS if c in path), default=-1)
+        if first >= 0:
+            folder = _normal(url_of(path[:path.rfind("/", 0, first) + 1]))
+            return wanted(sorted(fs.glob(path)), folder, "the glob matches")
+        if url.endswith("/") or (not web and fs.isdir(path)):
+            folder = _normal(url_of(path.rstrip("/") + "/"))
+            if recursive:
+                return wanted(sorted(fs.find(path)), folder, "the directory holds")
+            return wanted(sorted(e["name"] for e in fs.ls(path, detail=True)
+                                 if e.get("type") != "directory"), folder,
+                          "the directory holds")
+    except FileNotFoundError as e:  # fsspec's HTTP file system: the URL alone, no errno
+        return [(url, "cannot read the directory: %s" % (e.strerror or "not found"))]
+    except OSError as e:  # fsspec's and aiohttp's errors of the listing
+        return [(url, "cannot read the directory: %s" % (e.strerror or e))]
+    return [(url, "")]
+
+
+def expand_sources(sources: Sequence[str], recursive: bool = False,
+                   extensions: Sequence[str] = ()) -> List[Tuple[str, str]]:
+    """The files named by `sources`, as kpz expands its arguments (directories
+    give their files with the wanted extensions, -r enters subdirectories),
+    local globs expanded, and fsspec URLs listed through their file system:
+    (source, error) pairs in argument order."""
+    normalised = kit.normalise_extensions(list(extensions))
+    out: List[Tuple[str, str]] = []
+    local: List[str] = []
+
+    def flush() -> None:
+        if local:
+            out.extend(kit.expand_inputs(local, recursive, list(extensions)))
+            local.clear()
+
+    for s in sources:
+        s = os.fspath(s)
+        if is_url(s):
+            flush()
+            out.extend(_remote_inputs(s, recursive, normalised))
+        else:
+            s = local_path(s)
+            if any(c in s for c in _GLOB_CHARS) and not os.path.exists(s):
+                matches = sorted(glob.glob(s))
+                local.extend(matches if matches else [s])
+            else:
+                local.append(s)
+    flush()
+    return out

@@ -1,0 +1,47 @@
+"""kpz's progress bar on standard error, drawn by the client."""
+
+import os
+import time
+from typing import Any, Callable
+
+from kpz._kpz import kit
+
+
+class Progress:
+    """The bar for a run of `total` files on `stream`, drawn when the stream
+    is a terminal and the run is long (kit.progress_is_long), redrawn at most
+    every kit.PROGRESS_REDRAW_MS. `clock` gives seconds (a test gives its own)."""
+
+    def __init__(self, total: int, stream: Any,
+                 clock: Callable[[], float] = time.monotonic) -> None:
+        self._total = total
+        self._stream = stream
+        self._clock = clock
+        self._enabled = stream is not None and hasattr(stream, "isatty") and stream.isatty()
+        self._start = clock()
+        self._last = None
+        self.shown = False
+
+    def update(self, done: int) -> None:
+        if not self._enabled:
+            return
+        now = self._clock()
+        if not kit.progress_is_long(self._total, int((now - self._start) * 1000)):
+            return
+        if done < self._total and self._last is not None and \
+                (now - self._last) * 1000 < kit.PROGRESS_REDRAW_MS:
+            return
+        self._last = now
+        try:
+            width = os.get_terminal_size(self._stream.fileno()).columns
+        except (OSError, ValueError, AttributeError):  # not a terminal after all, or no fileno
+            width = 80
+        self._stream.write("\r" + kit.progress_text(done, self._total, width))
+        self._stream.flush()
+        self.shown = True
+
+    def clear(self) -> None:
+        if self.shown:
+            self._stream.write("\r\x1b[K")
+            self._stream.flush()
+            self.shown = False
