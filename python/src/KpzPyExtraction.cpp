@@ -1,12 +1,12 @@
-// KpzPyExtraction.cpp - the kit's extraction for Python readers that fetch
-// ranges themselves (kpz._kpz.kit.locate, kpz._kpz.kit.turn), and the exit
-// statuses every front end shares (kpz._kpz.kit.ExitStatus).
+// KpzPyExtraction.cpp - the kit's head-only extraction for Python readers
+// that fetch ranges themselves (kpz._kpz.kit.locate), and the exit statuses
+// every front end shares (kpz._kpz.kit.ExitStatus).
 //
 //   from kpz._kpz import kit
 //   got = kit.locate(head, file_size, "preview", upright=False)
 //   if not got.ok: print("kpz: %s: %s" % (url, got.words)); exit(got.status)
 //   picture = fetch(url, got.offset, got.length)         # the caller's read
-//   if got.turns: picture = kit.turn(got, picture)        # raises ValueError(words)
+//   if got.turns: status, picture, note, words = kit.upright(head, picture, kind)
 #include <pybind11/pybind11.h>
 
 #include <cstddef>
@@ -82,7 +82,7 @@ void KpzPyRegisterExtraction(py::module_& kit) {
       .def_property_readonly("offset", [](const Located& l) { return l.outcome.range.offset; })
       .def_property_readonly("length", [](const Located& l) { return l.outcome.range.length; })
       .def_property_readonly("turns", [](const Located& l) { return l.outcome.turns; },
-                             "With upright: the file asks for a turn (kit.turn does it).")
+                             "With upright: the file asks for a turn (kit.upright does it).")
       .def_property_readonly("remark", [](const Located& l) { return l.outcome.remark; },
                              "With upright and no turn: why not, in words.");
 
@@ -107,26 +107,4 @@ void KpzPyRegisterExtraction(py::module_& kit) {
       "`head` (its first 64 KiB, or the whole of a shorter file), and with `upright` whether "
       "it must be turned; nothing is read. The result's `ok`, `words` and `status` are what kpz "
       "says of the same file.");
-
-  kit.def(
-      "turn",
-      [](const Located& l, const py::bytes& jpeg) -> py::bytes {
-        if (!l.outcome.ok() || !l.outcome.turns) {
-          throw py::value_error("kpz: kit.turn needs a located picture that asks for a turn");
-        }
-        const char* data = PyBytes_AS_STRING(jpeg.ptr());
-        const std::size_t size = static_cast<std::size_t>(PyBytes_GET_SIZE(jpeg.ptr()));
-        KpzExtraction::Outcome o = l.outcome;
-        {
-          py::gil_scoped_release unlocked;
-          KpzExtraction::Turn(reinterpret_cast<const UINT8*>(data), size, l.options, &o);
-        }
-        if (!o.ok()) {
-          throw py::value_error(o.words);
-        }
-        return py::bytes(reinterpret_cast<const char*>(o.bytes.data()), o.bytes.size());
-      },
-      py::arg("located"), py::arg("jpeg"),
-      "The picture `jpeg` (the bytes at located.offset) turned as its file asks. Raises "
-      "ValueError with kpz's words when it cannot be turned.");
 }
