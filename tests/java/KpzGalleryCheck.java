@@ -114,6 +114,9 @@ public final class KpzGalleryCheck {
     private KpzGalleryCheck() {}
 
     public static void main(String[] args) throws Exception {
+        if (args.length == 3 && args[0].equals("--grid")) {
+            System.exit(childOneCell(args[1], args[2].equals("preview")));
+        }
         if (args.length >= 2 && args[0].equals("--stress")) {
             System.exit(childStress(Arrays.copyOfRange(args, 1, args.length)));
         }
@@ -652,6 +655,22 @@ public final class KpzGalleryCheck {
             return 0;
         }
         System.out.println("ok " + good.get() + " " + rss[0] + " " + rss[1]);
+        return 0;
+    }
+
+    // One file as a gallery shows it, for measuring what is read (strace):
+    // `--grid <path> thumbnail` makes the grid's calls (getInfo, getThumbnail),
+    // `--grid <path> preview` the full view's (getInfo, readPreview).
+    private static int childOneCell(String path, boolean preview) throws Exception {
+        KaviKPZInterface kpz = new KaviKPZInterface();
+        KpzInfo info = kpz.getInfo(path);
+        int bytes;
+        if (preview) {
+            bytes = kpz.readPreview(path, ByteBuffer.allocateDirect((int) info.getPreviewLength()));
+        } else {
+            bytes = kpz.getThumbnail(path).length;
+        }
+        System.out.println(info + ": " + bytes + " bytes of the picture");
         return 0;
     }
 
