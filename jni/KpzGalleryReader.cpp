@@ -48,7 +48,8 @@ std::uint64_t readAt(int fd, UINT8* out, std::uint64_t size, std::uint64_t offse
     }
     const std::uint64_t left = size - done;
     const std::size_t want = left > 0x40000000u ? 0x40000000u : static_cast<std::size_t>(left);
-    const ssize_t got = pread(fd, out + done, want, static_cast<off_t>(at));
+    const ssize_t got =
+        pread(fd, out + static_cast<std::size_t>(done), want, static_cast<off_t>(at));
     if (got < 0) {
       if (errno == EINTR) {
         continue;
@@ -283,7 +284,7 @@ const UINT8* KpzGalleryReader::InHead(const Picture& picture) const {
       picture.m_length > m_headRead - picture.m_offset) {
     return nullptr;
   }
-  return m_head.get() + picture.m_offset;
+  return m_head.get() + static_cast<std::size_t>(picture.m_offset);  // within the head
 }
 
 bool KpzGalleryReader::Read(const Picture& picture, UINT8* out, Failure* why) {
