@@ -3,7 +3,8 @@
 # fuzz preset and the seed corpus first when needed.
 #
 # Usage: scripts/fuzz.sh TARGET [SECONDS] [libFuzzer options ...]
-#   TARGET   RawBufferFuzzer | RawFileFuzzer | ScreennailEntryFuzzer | UtilFuzzer
+#   TARGET   RawBufferFuzzer | RawFileFuzzer | ScreennailEntryFuzzer | UtilFuzzer |
+#            GalleryReaderFuzzer
 #   SECONDS  total time; 0 runs until stopped (Ctrl-C). Default 3600.
 #
 #   scripts/fuzz.sh RawBufferFuzzer 28800 -jobs=4 -workers=2   # 8 hours, 4 jobs on 2 cores
@@ -34,7 +35,7 @@ if [ $# -gt 0 ] && [[ "$1" =~ ^[0-9]+$ ]]; then
 fi
 
 case "$target" in
-  RawBufferFuzzer|RawFileFuzzer|ScreennailEntryFuzzer) seeds=raw ;;
+  RawBufferFuzzer|RawFileFuzzer|ScreennailEntryFuzzer|GalleryReaderFuzzer) seeds=raw ;;
   UtilFuzzer) seeds=util ;;
   *) echo "fuzz.sh: unknown target '$target'" >&2; exit 2 ;;
 esac

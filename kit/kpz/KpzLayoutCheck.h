@@ -1,27 +1,18 @@
 // KpzLayoutCheck.h - why the library's parse of a file's head fails, in
 // words that are true for that file.
 //
-// Part of the kit (kit/kpz), beside the library's
-// raw facade (jni/raw/DtRaw). The library parses only the first 64 KiB of a
-// file (the head, zero-filled after the end of a shorter file) and reports a
-// directory it cannot read there with the same result code (-307) whether
-// the file has only one directory, a directory beyond the first 64 KiB or a
-// pointer past its end. This class walks the head the way the parse does
-// (the TIFF header, IFD0, IFD1, the Exif and interoperability directories,
-// the camera model, the maker note and, for the model "DSLR-M372", the Km
-// maker note; the same target tags, the same memory-channel rules of
-// clamped seeks and short reads, the same order of giving up) and names the
-// first thing that stops it, using the file's real size to tell "past the
-// end of the file" from "beyond the first 64 KiB".
+// Part of the kit (kit/kpz), beside the library's raw facade (jni/raw/DtRaw).
+// A thin face of the library's own check, jni/raw/DtRawLayoutCheck, which
+// walks the head the way the parse does and names the first thing that
+// stops it; the walk and its words live there once, so that the JNI methods
+// and the kit's front ends describe a file alike. This class gives the kit
+// its types (scoped enums, std::string words) over it.
 //
-// Contract:
+// Contract (DtRawLayoutCheck's):
 //  - `head` holds exactly kHeadSize bytes (KpzSource::Head(): the file's
 //    first bytes, zeros after its end); `fileSize` is the file's real size.
-//  - Inspect never reads outside the head: every read is checked in the
-//    subtraction form against the bytes left, every loop is bounded (at most
-//    65,535 entries per directory, six directories), no count is trusted.
-//    It allocates nothing, holds nothing and never fails: any bytes give a
-//    Finding.
+//  - Inspect never reads outside the head, allocates nothing and never
+//    fails: any bytes give a Finding.
 //  - Finding::code is the result code the library's parse gives over the
 //    same head (0 when it parses); the reason is meaningful only when the
 //    code is not 0. A caller that got a different code from the library (the

@@ -20,6 +20,7 @@
 #include "kpz/KpzCopy.h"
 #include "kpz/KpzShownName.h"
 #include "kpz/KpzSource.h"
+#include "raw/DtRawErrorText.h"
 
 namespace {
 
@@ -265,6 +266,17 @@ KpzOutputFile::Status KpzOutputFile::Put(const std::string& path, const KpzSourc
   return writeFile(path, &source, sync, fill, error);
 }
 
+namespace {
+
+// The library's words for a picture whose file ended before its last byte.
+std::string pictureEnded(const char* what) {
+  char words[DtRawErrorText::WORDS_SIZE];
+  DtRawErrorText::PastEnd(what, words, sizeof words);
+  return words;
+}
+
+}  // namespace
+
 KpzOutputFile::Status KpzOutputFile::Copy(const std::string& path, const KpzSource& source,
                                           std::uint64_t offset, std::uint64_t length,
                                           const char* what, bool sync, std::string* error) {
@@ -274,7 +286,7 @@ KpzOutputFile::Status KpzOutputFile::Copy(const std::string& path, const KpzSour
       case KpzCopy::Failure::None:
         return Status::Done;
       case KpzCopy::Failure::InputEnded:
-        *why = std::string(what) + " extends past the end of the file";
+        *why = pictureEnded(what);
         return Status::InputFailed;
       case KpzCopy::Failure::Input:
         *why = r.err == EIO ? std::string("input/output error while reading the ") + what

@@ -7,6 +7,7 @@
 #include "kpz/KpzSource.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawErrorText.h"
 #include "raw/DtRawScreennailInfo.h"
 #include "raw/DtRawThumbnailInfo.h"
 
@@ -15,6 +16,13 @@ namespace {
 // True when `length` bytes at `offset` lie inside a file of `size` bytes.
 bool insideFile(std::uint64_t size, std::uint64_t offset, std::uint64_t length) {
   return offset <= size && length <= size - offset;
+}
+
+// The library's words, for one picture (`what`: "preview" or "thumbnail").
+std::string words(UINT (*say)(const char*, char*, UINT), const char* what) {
+  char text[DtRawErrorText::WORDS_SIZE];
+  say(what, text, sizeof text);
+  return text;
 }
 
 }  // namespace
@@ -53,30 +61,31 @@ bool KpzPictureReader::Find(KpzSource& source, Kind kind, Picture* picture, std:
   raw.Finalize();
   if (infoRet == DtRawErrNoData) {
     why = {Failure::NoPicture, infoRet};
-    *error = std::string("no ") + what + " stored in this file";
+    *error = words(DtRawErrorText::NoPicture, what);
     return false;
   }
   if (infoRet != DtRawOk) {
     why = {Failure::Location, infoRet};
-    *error = std::string("the ") + what + "'s location cannot be read (error " +
-             std::to_string(infoRet) + ")";
+    char text[DtRawErrorText::WORDS_SIZE];
+    DtRawErrorText::Location(what, infoRet, text, sizeof text);
+    *error = text;
     return false;
   }
   if (length == 0) {
     why = {Failure::NoPicture, DtRawOk};
-    *error = std::string("the ") + what + " stored in this file is empty (0 bytes)";
+    *error = words(DtRawErrorText::EmptyPicture, what);
     return false;
   }
   // As in the JNI entry: the preview's offset is a signed 32-bit number, so
   // an offset of 2 GiB or more is out of reach.
   if (kind == Kind::Preview && static_cast<INT32>(offset) < 0) {
     why = {Failure::Unusable, DtRawOk};
-    *error = "preview lies beyond the first 2 GiB of the file, out of reach";
+    *error = DtRawErrorText::PreviewOutOfReach();
     return false;
   }
   if (!insideFile(source.Size(), offset, length)) {
     why = {Failure::Unusable, DtRawOk};
-    *error = std::string(what) + " extends past the end of the file";
+    *error = words(DtRawErrorText::PastEnd, what);
     return false;
   }
   picture->offset = offset;

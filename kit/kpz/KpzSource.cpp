@@ -13,18 +13,18 @@
 #include "kpz/KpzErrorText.h"
 #include "kpz/KpzReadHint.h"
 #include "raw/DtRaw.h"
+#include "raw/DtRawErrorText.h"
 
 static_assert(KpzSource::kHeadSize == DtRaw::READ_SIZE,
               "the tool's head must be the library's file-mode copy");
 
 namespace {
 
-// The system's words for `err`, starting in lower case.
-std::string systemWords(int err) {
-  std::string words = std::strerror(err);
-  if (!words.empty() && words[0] >= 'A' && words[0] <= 'Z') {
-    words[0] = static_cast<char>(words[0] - 'A' + 'a');
-  }
+// The library's words for a read of the picture `what` that failed with
+// `err` (0: the file ended first).
+std::string pictureWords(const char* what, int err) {
+  char words[DtRawErrorText::WORDS_SIZE];
+  DtRawErrorText::PictureReadError(what, err, words, sizeof words);
   return words;
 }
 
@@ -42,24 +42,12 @@ void KpzSource::Close() {
   }
 }
 
-std::string KpzSource::NotRegularWords() {
-  return "not a regular file (a device, named pipe or socket), not read";
-}
+std::string KpzSource::NotRegularWords() { return DtRawErrorText::NotRegular(); }
 
 std::string KpzSource::ReadErrorWords(int err) {
-  switch (err) {
-    case ENOENT:
-      return "file not found";
-    case EACCES:
-    case EPERM:
-      return "the file cannot be opened for reading (permission denied)";
-    case EIO:
-      return "input/output error while reading the file";
-    case EISDIR:
-      return KpzErrorText::Directory();
-    default:
-      return "the file cannot be read (" + systemWords(err) + ")";
-  }
+  char words[DtRawErrorText::WORDS_SIZE];
+  DtRawErrorText::ReadError(err, words, sizeof words);
+  return words;
 }
 
 std::string KpzSource::LibraryPath(const char* procDir) const {
@@ -186,14 +174,12 @@ bool KpzSource::ReadAt(std::uint64_t offset, std::size_t length, UINT8* out, con
     }
     if (n < 0) {
       m_errno = errno;
-      *error = errno == EIO ? std::string("input/output error while reading the ") + what
-                            : std::string("the ") + what + " cannot be read (" +
-                                  systemWords(errno) + ")";
+      *error = pictureWords(what, m_errno);
       return false;
     }
     if (n == 0) {
       m_errno = 0;
-      *error = std::string(what) + " extends past the end of the file";
+      *error = pictureWords(what, 0);
       return false;
     }
     got += static_cast<std::size_t>(n);

@@ -500,6 +500,7 @@ public final class KaviKPZInterfaceCheck {
         if (warm <= 0 || end - warm > toleranceKiB) {
             failures.add(what + ": native memory grew by " + (end - warm) + " KiB");
         }
+        reportJniChecks(what, new String(Files.readAllBytes(errFile.toPath()), StandardCharsets.UTF_8));
         errFile.delete();
     }
 
@@ -510,6 +511,17 @@ public final class KaviKPZInterfaceCheck {
                 + " m_size=" + fx.getProperty(key + ".size")
                 + " m_horizon=" + fx.getProperty(key + ".width")
                 + " m_vertical=" + fx.getProperty(key + ".height");
+    }
+
+    // A line of a JNI check (-Xcheck:jni) in a child's standard error is a
+    // failure, and is printed for the test's own output.
+    private void reportJniChecks(String what, String stderr) {
+        for (String line : stderr.split("\n")) {
+            if (KpzGalleryCheck.JNI_CHECK_LINE.matcher(line).find()) {
+                System.out.println("JNI check in child " + what + ": " + line);
+                failures.add(what + ": JNI check: " + line);
+            }
+        }
     }
 
     private void expectEquals(String what, String expected, String actual) {
@@ -543,9 +555,15 @@ public final class KaviKPZInterfaceCheck {
     }
 
     // The same JVM, class path and library path as this one, running the child side.
+    // With -Dkpztest.childJvmFlags=<flags> (the -Xcheck:jni run) each child
+    // gets the same flags.
     private static List<String> javaCommand() {
         List<String> cmd = new ArrayList<>();
         cmd.add(ProcessHandle.current().info().command().orElse("java"));
+        String flags = System.getProperty("kpztest.childJvmFlags", "").trim();
+        if (!flags.isEmpty()) {
+            cmd.addAll(Arrays.asList(flags.split("\\s+")));
+        }
         cmd.add("-Djava.library.path=" + System.getProperty("java.library.path"));
         cmd.add("-cp");
         cmd.add(System.getProperty("java.class.path"));
@@ -579,6 +597,7 @@ public final class KaviKPZInterfaceCheck {
         run.exit = p.exitValue();
         run.stderr = new String(Files.readAllBytes(errFile.toPath()), StandardCharsets.UTF_8);
         errFile.delete();
+        reportJniChecks(String.join(" ", args), run.stderr);
         return run;
     }
 

@@ -12,6 +12,13 @@
 // when the read succeeds, <name>.expected (a file holding the exact bytes).
 // stress.count and stress.<i>.* describe the files of the concurrency run,
 // which lie in a deep directory so that their paths are about 2.7 KB long.
+//
+// The gallery calls (tests/java/KpzGalleryCheck.java) are checked against
+// the kpz tool on every file here: besides the files above, gallery.<name>.path
+// names files of every orientation, with thumbnails in and beyond the head,
+// with a large preview (gallery.large: 1.5 MB, the size of a camera's), and
+// files that are damaged or no KPZ files at all. What they must answer is
+// not written down: the check asks `kpz` itself.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -130,6 +137,126 @@ bool AddM372(Writer& w, const std::string& key, const std::string& subdir,
   return w.Add(key, subdir, name, recipe, {ScreennailOffset(recipe), n, 640, 480, n}, true);
 }
 
+
+// A file for the gallery calls: its path under gallery.<name>.path.
+bool AddGalleryFile(Writer& w, const std::filesystem::path& dir, const std::string& name,
+                    const Bytes& bytes) {
+  const std::string path = (dir / (name + ".kpz")).string();
+  if (!kpztest::WriteFileBytes(path, bytes)) {
+    std::fprintf(stderr, "kpz_java_fixtures: cannot write %s\n", path.c_str());
+    return false;
+  }
+  w.Line("gallery." + name + ".path=" + path);
+  return true;
+}
+
+bool AddGalleryRecipe(Writer& w, const std::filesystem::path& dir, const std::string& name,
+                      const KpzSpec& recipe) {
+  return AddGalleryFile(w, dir, name, kpztest::BuildKpz(recipe));
+}
+
+// Files of every kind a gallery meets: good ones turned every way, and the
+// failures kpz names (no picture, a picture past the end, damaged, not KPZ).
+bool AddGallery(Writer& w, const std::filesystem::path& dir) {
+  std::error_code ec;
+  std::filesystem::create_directories(dir, ec);
+  if (ec) {
+    return false;
+  }
+  bool ok = true;
+  // Every orientation, both byte orders, both branches of the model.
+  for (std::uint16_t orientation = 1; orientation <= 8 && ok; ++orientation) {
+    KpzSpec recipe;
+    recipe.order = orientation % 2 == 0 ? DtNlBigEndian : DtNlLittleEndian;
+    recipe.m372 = orientation == 7;
+    recipe.orientation = orientation;
+    recipe.screennail = kpztest::FakeJpeg(20000 + orientation * 1111u, 0x70);
+    recipe.thumbnail = kpztest::FakeJpeg(3000 + orientation * 7u, 0x71);
+    recipe.scnHeightWidth = std::make_pair(std::uint32_t{1080}, std::uint32_t{1616});
+    recipe.dateTimeOriginal = "2011:0" + std::to_string(orientation) + ":02 03:04:05";
+    ok = AddGalleryRecipe(w, dir, "orient" + std::to_string(orientation), recipe);
+  }
+  {  // A camera's sizes: a 1.5 MB preview, an 8 KB thumbnail, turned 90 degrees.
+    KpzSpec recipe;
+    recipe.orientation = 6;
+    recipe.screennail = kpztest::FakeJpeg(1536 * 1024, 0x72);
+    recipe.thumbnail = kpztest::FakeJpeg(8 * 1024, 0x73);
+    recipe.scnHeightWidth = std::make_pair(std::uint32_t{1080}, std::uint32_t{1616});
+    recipe.minTotalSize = 24u * 1024 * 1024;  // the raw data after it
+    ok = ok && AddGalleryRecipe(w, dir, "large", recipe);
+  }
+  {  // No orientation recorded, an orientation out of range, no model, no date.
+    KpzSpec recipe;
+    recipe.orientation.reset();
+    recipe.dateTimeOriginal.reset();
+    ok = ok && AddGalleryRecipe(w, dir, "noorient", recipe);
+    recipe.orientation = 9;
+    ok = ok && AddGalleryRecipe(w, dir, "orient9", recipe);
+  }
+  {  // The thumbnail beyond the head: read from the file, not the head.
+    KpzSpec recipe;
+    recipe.thumbnailOffset = 0x10000 + 4000;
+    recipe.thumbnail = kpztest::FakeJpeg(5000, 0x74);
+    ok = ok && AddGalleryRecipe(w, dir, "farthumb", recipe);
+  }
+  {  // The thumbnail straddling the end of the head.
+    KpzSpec recipe;
+    recipe.thumbnailOffset = 0x10000 - 1000;
+    recipe.thumbnail = kpztest::FakeJpeg(3000, 0x75);
+    ok = ok && AddGalleryRecipe(w, dir, "edgethumb", recipe);
+  }
+  {  // No thumbnail recorded; an empty one; one claiming more than the file holds.
+    KpzSpec recipe;
+    recipe.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegOffset); };
+    ok = ok && AddGalleryRecipe(w, dir, "nothumb", recipe);
+    KpzSpec empty;
+    empty.thumbnailLengthTag = 0;
+    ok = ok && AddGalleryRecipe(w, dir, "emptythumb", empty);
+    KpzSpec past;
+    past.thumbnailLengthTag = 0xFFFFFFF0u;
+    ok = ok && AddGalleryRecipe(w, dir, "thumbpast", past);
+  }
+  {  // No preview recorded; a preview claiming more than the file holds.
+    KpzSpec recipe;
+    recipe.ifd0ScreennailTags = false;
+    ok = ok && AddGalleryRecipe(w, dir, "nopreview", recipe);
+    KpzSpec past;
+    past.screennailLengthTag = 0x7FFFFFF0u;
+    ok = ok && AddGalleryRecipe(w, dir, "previewpast", past);
+  }
+  {  // Cut short within IFD1 (told as IFD1 running past the end of the file);
+     // IFD1 and the Exif directory past the end; cut within the header.
+    KpzSpec recipe;
+    KpzLayout where;
+    Bytes bytes = kpztest::BuildKpz(recipe, &where);
+    bytes.resize(where.ifd1 + 4);  // within IFD1
+    ok = ok && AddGalleryFile(w, dir, "cut", bytes);
+    KpzSpec ifd1;
+    ifd1.ifd1Pointer = 0x00F00000u;
+    ok = ok && AddGalleryRecipe(w, dir, "ifd1past", ifd1);
+    KpzSpec exif;
+    exif.exifPointer = 0x00F00000u;
+    ok = ok && AddGalleryRecipe(w, dir, "exifpast", exif);
+    Bytes header = kpztest::BuildKpz(recipe);
+    header.resize(5);
+    ok = ok && AddGalleryFile(w, dir, "header", header);
+  }
+  {  // Not KPZ files: text, nothing, a TIFF of one directory, no maker note, no model.
+    ok = ok && AddGalleryFile(w, dir, "text", kpztest::AsciiBytes("just some text\n", false));
+    ok = ok && AddGalleryFile(w, dir, "empty", Bytes());
+    KpzSpec tiff;
+    tiff.hasIfd1 = false;
+    ok = ok && AddGalleryRecipe(w, dir, "onedir", tiff);
+    KpzSpec plain;
+    plain.hasMakerNote = false;
+    ok = ok && AddGalleryRecipe(w, dir, "nomakernote", plain);
+    KpzSpec nameless;
+    nameless.model.reset();
+    ok = ok && AddGalleryRecipe(w, dir, "nomodel", nameless);
+  }
+  return ok;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -195,6 +322,7 @@ int main(int argc, char** argv) {
     ok = (i % 4 == 3) ? AddM372(w, key, deep, name, order, size, seed)
                       : AddPlain(w, key, deep, name, order, size, seed);
   }
+  ok = ok && AddGallery(w, dir / "gallery");
   ok = ok && w.Finish();
   return ok ? 0 : 1;
 }
