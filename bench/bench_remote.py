@@ -20,6 +20,11 @@ is the geometric mean of the pairs' rate ratios. Every preview kpz.remote
 returned in the first pair is compared byte for byte with the file's
 bytes at the manifest's offset.
 
+kpz.distributed is paired with the same floor at the same RTTs: extract()
+on a standing LocalCluster of 2 worker processes of one thread each (started
+once, untimed), writing every preview into a local directory (emptied
+between runs, untimed), its workers reading through kpz.remote.
+
 The proxy (tests/python/remote_support.py) runs in a process of its own,
 delivering each chunk RTT/2 after it arrived in each direction; nginx
 serves hard links of the corpus on 127.0.0.1.
@@ -167,6 +172,36 @@ def pairs(urls, files, limit, rounds, env, check=False):
             "identical": identical}
 
 
+def distributed_pairs(client, urls, files, rounds, work: Path, env):
+    """`rounds` pairs of (kpz.distributed, floor), alternating which goes first."""
+    import kpz.distributed
+
+    spec = {"urls": urls, "limit": 64,
+            "offsets": [f["offset"] for f in files], "sizes": [f["size"] for f in files]}
+    out = work / "out-distributed"
+    dist_runs, floor_runs = [], []
+    for r in range(rounds):
+        order = ("kpz", "floor") if r % 2 == 0 else ("floor", "kpz")
+        for who in order:
+            if who == "floor":
+                floor_runs.append(run(FLOOR, spec, env))
+                continue
+            shutil.rmtree(out, ignore_errors=True)
+            t = time.perf_counter()
+            summary = kpz.distributed.extract(urls, str(out), cluster=client)
+            seconds = time.perf_counter() - t
+            if summary.failed:
+                raise RuntimeError(f"kpz.distributed failed {summary.failed} files")
+            dist_runs.append({"seconds": seconds})
+    shutil.rmtree(out, ignore_errors=True)
+    n = len(urls)
+    ratios = [(n / d["seconds"]) / (n / f["seconds"]) for d, f in zip(dist_runs, floor_runs)]
+    return {"files": n, "rounds": rounds,
+            "kpz_files_per_s": statistics.median(n / d["seconds"] for d in dist_runs),
+            "floor_files_per_s": statistics.median(n / f["seconds"] for f in floor_runs),
+            "ratio": geomean(ratios), "ratios": ratios}
+
+
 def plot(out: Path, name: str, xlabel: str, rows, logx=False):
     gp = shutil.which("gnuplot")
     if not gp:
@@ -198,6 +233,8 @@ def main():
     ap.add_argument("--rtts", default="0,10,50,100", help="ms; the curve against RTT")
     ap.add_argument("--limits", default="1,8,64,256", help="in-flight limits at --limit-rtt")
     ap.add_argument("--limit-rtt", type=float, default=50.0)
+    ap.add_argument("--distributed-rounds", type=int, default=3,
+                    help="pairs of kpz.distributed and the floor at each paired RTT (0: none)")
     args = ap.parse_args()
 
     tests_dir = Path(args.tests_dir).resolve()
@@ -218,7 +255,7 @@ def main():
     report = {"files": len(files),
               "mean_file_size": sum(f["file_size"] for f in files) / len(files),
               "mean_preview": sum(f["size"] for f in files) / len(files),
-              "paired": [], "rtt_curve": [], "limit_curve": []}
+              "paired": [], "rtt_curve": [], "limit_curve": [], "distributed": []}
     try:
         def through(rtt_ms, limit, rounds, check=False):
             proxy = Proxy(tests_dir, server.port, rtt_ms / 1000.0)
@@ -240,6 +277,29 @@ def main():
             report["rtt_curve"].append(through(rtt, 64, 1))
         for limit in (int(x) for x in args.limits.split(",")):
             report["limit_curve"].append(through(args.limit_rtt, limit, 1))
+        if args.distributed_rounds > 0:
+            sys.path.insert(0, str(Path(__file__).resolve().parent))
+            from bench_distributed import local_cluster
+
+            cluster, client, _ = local_cluster(2)
+            try:
+                for rtt in (float(x) for x in args.paired_rtts.split(",")):
+                    proxy = Proxy(tests_dir, server.port, rtt / 1000.0)
+                    try:
+                        urls = [f"http://127.0.0.1:{proxy.port}/{os.path.basename(f['path'])}"
+                                for f in files]
+                        got = distributed_pairs(client, urls, files, args.distributed_rounds,
+                                                work, env)
+                    finally:
+                        proxy.close()
+                    got["rtt_ms"] = rtt
+                    print(f"rtt {rtt:g} ms: kpz.distributed {got['kpz_files_per_s']:.1f} "
+                          f"files/s, floor {got['floor_files_per_s']:.1f}, "
+                          f"ratio {got['ratio']:.2f}", file=sys.stderr)
+                    report["distributed"].append(got)
+            finally:
+                client.close()
+                cluster.close()
     finally:
         server.close()
         shutil.rmtree(work, ignore_errors=True)
@@ -272,6 +332,14 @@ def main():
           "|---|---|---|"]
     for r in report["limit_curve"]:
         L.append(f"| {r['limit']} | {r['kpz_files_per_s']:.1f} | {r['floor_files_per_s']:.1f} |")
+    if report["distributed"]:
+        L += ["", "kpz.distributed (a LocalCluster of 2 worker processes of one thread, standing; "
+              "previews written to a local directory) against the same floor:", "",
+              "| added RTT | kpz.distributed files/s | floor files/s | ratio (geomean of pairs) "
+              "| pairs |", "|---|---|---|---|---|"]
+        for r in report["distributed"]:
+            L.append(f"| {r['rtt_ms']:g} ms | {r['kpz_files_per_s']:.1f} "
+                     f"| {r['floor_files_per_s']:.1f} | {r['ratio']:.2f}x | {r['rounds']} |")
     if has_rtt_plot or has_limit_plot:
         L += ["", "Plots: remote-rtt.png, remote-inflight.png"]
     (out / "remote.md").write_text("\n".join(L) + "\n")

@@ -39,7 +39,8 @@
 #   scripts/bench.sh --remote              # only kpz.remote against the floor (one asyncio process,
 #                                          # two ranged GETs per file, 64 in flight) from nginx through
 #                                          # a latency proxy: paired at an added RTT of 0 and 50 ms,
-#                                          # files/s against RTT and against the in-flight limit
+#                                          # files/s against RTT and against the in-flight limit, and
+#                                          # kpz.distributed (2 workers) against the same floor
 #                                          # (bench/bench_remote.py); 240 files of ~14 MB with 1.5 MB
 #                                          # previews; --quick narrows it
 #   scripts/bench.sh --cold                # only the cold page cache: bytes read from the disk and
@@ -270,9 +271,9 @@ fi
 if [ "$remote_only" -eq 1 ]; then
   rcorpus="$work/remote"
   mkdir -p "$rcorpus"
-  r_files=240; r_rounds=4; r_rtts="0,10,50,100"; r_limits="1,8,64,256"
+  r_files=240; r_rounds=4; r_rtts="0,10,50,100"; r_limits="1,8,64,256"; r_drounds=3
   if [ "$quick" -eq 1 ]; then
-    r_files=24; r_rounds=2; r_rtts="0,50"; r_limits="8,64"
+    r_files=24; r_rounds=2; r_rtts="0,50"; r_limits="8,64"; r_drounds=1
   fi
   gen="$("$bin/kpz_bench_run" corpus --out "$rcorpus" --files "$r_files" --sparse)"
   log "$gen"
@@ -280,7 +281,7 @@ if [ "$remote_only" -eq 1 ]; then
   PYTHONPATH="$build/python" /usr/bin/python3 "$root/bench/bench_remote.py" \
     --manifest "$rcorpus/manifest.tsv" --tests-dir "$root/tests/python" \
     --work "$work/remote-work" --out "$out" --files "$r_files" --rounds "$r_rounds" \
-    --rtts "$r_rtts" --limits "$r_limits" | tee "$out/table.md"
+    --rtts "$r_rtts" --limits "$r_limits" --distributed-rounds "$r_drounds" | tee "$out/table.md"
   fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
   exit 0
 fi

@@ -17,7 +17,10 @@ from typing import List, Optional, Sequence
 LOOPBACK = "127.0.0.1"
 
 
-def free_port() -> int:
+def candidate_port() -> int:
+    """A port that was free a moment ago. Only for a server that cannot be
+    given port 0 (nginx): its caller must tell its own server from another
+    that took the port meanwhile, and try again on a clash."""
     with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
         s.bind((LOOPBACK, 0))
         return s.getsockname()[1]
@@ -66,8 +69,8 @@ class DaskCluster:
         self.root = root
         root.mkdir(parents=True, exist_ok=True)
         self.env = env
-        self.port = free_port()
-        self.address = f"tcp://{LOOPBACK}:{self.port}"
+        self.port = 0        # the scheduler's, once it has one (it binds port 0)
+        self.address = ""
         self.scheduler: Optional[subprocess.Popen] = None
         self.workers: List[subprocess.Popen] = []
         self._logs = []
@@ -79,11 +82,17 @@ class DaskCluster:
         return f
 
     def _start(self, workers: int) -> None:
+        # Port 0: the system picks a free one, and the scheduler says which
+        # in its scheduler file.
+        info = self.root / "scheduler.json"
         self.scheduler = subprocess.Popen(
-            dask_command("scheduler") + ["--host", LOOPBACK, "--port", str(self.port),
+            dask_command("scheduler") + ["--host", LOOPBACK, "--port", "0",
+                                         "--scheduler-file", str(info),
                                          "--no-dashboard", "--no-show"],
             stdout=self._log("scheduler.log"), stderr=subprocess.STDOUT, env=self.env,
             cwd=self.root)
+        self.address = _scheduler_address(info, self.scheduler, 60)
+        self.port = int(self.address.rsplit(":", 1)[1])
         wait_for_port(self.port, self.scheduler, 60, "dask scheduler")
         for i in range(workers):
             self.add_worker(f"w{i}")
@@ -121,6 +130,24 @@ class DaskCluster:
             f.close()
 
 
+def _scheduler_address(info: Path, proc: subprocess.Popen, seconds: float) -> str:
+    """The address a scheduler wrote into its scheduler file `info`."""
+    import json
+
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        if proc.poll() is not None:
+            raise RuntimeError(f"dask scheduler ended early with status {proc.returncode}")
+        try:
+            address = json.loads(info.read_text(encoding="utf-8"))["address"]
+            if address:
+                return address
+        except (OSError, ValueError, KeyError):
+            pass  # not written yet, or written in part
+        time.sleep(0.1)
+    raise RuntimeError(f"dask scheduler wrote no address into {info} within {seconds} s")
+
+
 class Nginx:
     """nginx serving `docroot` on 127.0.0.1, everything of its own under
     `prefix`; its access log says, per request, the URI, the status and
@@ -128,10 +155,23 @@ class Nginx:
 
     def __init__(self, prefix: Path, docroot: Path) -> None:
         self.prefix = prefix
-        self.port = free_port()
         self.access_log = prefix / "access.log"
         for d in ("logs", "body", "proxy", "fastcgi", "uwsgi", "scgi"):
             (prefix / d).mkdir(parents=True, exist_ok=True)
+        # nginx cannot bind port 0 and say which port it got: it is given a
+        # port that was free, answers a nonce of this instance's at
+        # /.kpz-nonce (so that another server that took the port meanwhile
+        # is never mistaken for it), and is started again on another port
+        # when the port was taken.
+        self.nonce = os.urandom(8).hex()
+        for attempt in range(5):
+            self.port = candidate_port()
+            if self._start(prefix, docroot):
+                return
+        raise RuntimeError("nginx could not bind a port on 127.0.0.1 in 5 tries")
+
+    def _start(self, prefix: Path, docroot: Path) -> bool:
+        """True when this nginx serves on self.port; False when the port was taken."""
         conf = prefix / "nginx.conf"
         conf.write_text(f"""
 daemon off;
@@ -139,7 +179,7 @@ master_process off;
 worker_processes 1;
 pid {prefix}/nginx.pid;
 error_log {prefix}/error.log warn;
-events {{ worker_connections 256; }}
+events {{ worker_connections 1024; }}
 http {{
     client_body_temp_path {prefix}/body;
     proxy_temp_path {prefix}/proxy;
@@ -154,12 +194,35 @@ http {{
         listen {LOOPBACK}:{self.port};
         root {docroot};
         autoindex on;
+        location = /.kpz-nonce {{ access_log off; return 200 "{self.nonce}"; }}
     }}
 }}
 """)
-        self.proc = subprocess.Popen(["nginx", "-p", str(prefix), "-c", str(conf)],
-                                     stdout=subprocess.DEVNULL, stderr=open(prefix / "stderr.log", "wb"))
-        wait_for_port(self.port, self.proc, 30, "nginx")
+        with open(prefix / "stderr.log", "wb") as err:
+            self.proc = subprocess.Popen(["nginx", "-p", str(prefix), "-c", str(conf)],
+                                         stdout=subprocess.DEVNULL, stderr=err)
+        import urllib.request
+
+        direct = urllib.request.build_opener(urllib.request.ProxyHandler({}))  # no proxy
+        deadline = time.monotonic() + 30
+        while time.monotonic() < deadline:
+            if self.proc.poll() is not None:
+                text = "".join(f.read_text(errors="replace")
+                               for f in (prefix / "stderr.log", prefix / "error.log")
+                               if f.exists())
+                if "Address already in use" in text:
+                    return False
+                raise RuntimeError(f"nginx ended early with status {self.proc.returncode}: "
+                                   f"{text[-500:]}")
+            try:
+                with direct.open(f"{self.url}/.kpz-nonce", timeout=2) as r:
+                    if r.read().decode() == self.nonce:
+                        return True
+            except OSError:
+                pass  # not listening yet, or another server's answer
+            time.sleep(0.1)
+        stop(self.proc, signal.SIGQUIT)
+        raise RuntimeError(f"nginx did not answer on {LOOPBACK}:{self.port} within 30 s")
 
     @property
     def url(self) -> str:

@@ -117,3 +117,16 @@ def test_upright_over_http_says_what_kpz_says(cluster, fixtures, tool, tmp_path)
     assert summary.render() == want.stderr
     for p in (tmp_path / "ref").iterdir():
         assert (tmp_path / "out" / p.name).read_bytes() == p.read_bytes(), p.name
+
+
+def test_a_url_s_query_is_no_glob():
+    # '?' begins a URL's query (a signed URL's): the URL is one file, read
+    # as given, even with '*' or '[' in its query.
+    from kpz.distributed._inputs import expand_sources
+
+    for url in ("http://127.0.0.1:9/a.kpz?sig=1", "https://127.0.0.1:9/a.kpz?x=*&y=[1]"):
+        assert expand_sources([url]) == [(url, "")]
+    # A '*' before the query is still a pattern: it is listed (and here the
+    # server is not there, which is told in words, not raised).
+    [(url, why)] = expand_sources(["http://127.0.0.1:9/d/*.kpz?sig=1"])
+    assert why.startswith("cannot read the directory: "), why

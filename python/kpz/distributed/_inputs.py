@@ -65,9 +65,19 @@ def _remote_inputs(url: str, recursive: bool, normalised: List[str]) -> List[Tup
         return [(url, "%s no file ending in %s" % (what, wanted_ext))]
 
     try:
-        first = min((path.find(c) for c in _GLOB_CHARS if c in path), default=-1)
+        chars, scope = _GLOB_CHARS, path
+        if web:
+            # In a URL, '?' begins the query (a signed URL's, say): it is no
+            # glob character, and nothing after it is a pattern.
+            chars, scope = tuple(c for c in _GLOB_CHARS if c != "?"), path.split("?", 1)[0]
+        first = min((scope.find(c) for c in chars if c in scope), default=-1)
         if first >= 0:
             folder = _normal(url_of(path[:path.rfind("/", 0, first) + 1]))
+            if web:
+                # fsspec's glob over HTTP takes a listing that cannot be
+                # read (a server down, a 404) for an empty one: the folder
+                # is read first, so that its failure is told as such.
+                fs.ls(path[:path.rfind("/", 0, first) + 1], detail=False)
             return wanted(sorted(fs.glob(path)), folder, "the glob matches")
         if url.endswith("/") or (not web and fs.isdir(path)):
             folder = _normal(url_of(path.rstrip("/") + "/"))
