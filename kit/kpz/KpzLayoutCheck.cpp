@@ -3,8 +3,6 @@
 
 #include "kpz/KpzLayoutCheck.h"
 
-#include <cstring>
-
 #include "kpz/KpzSource.h"
 #include "raw/DtRawLayoutCheck.h"
 
@@ -45,68 +43,8 @@ std::string KpzLayoutCheck::Words(const Finding& f) {
   return words;
 }
 
-namespace {
-
-DtRawLayoutCheck::Place toLibrary(const KpzLayoutCheck::Place& p) {
-  DtRawLayoutCheck::Place q;
-  q.m_part = static_cast<DtRawLayoutCheck::Part>(p.part);
-  q.m_tag = p.tag;
-  q.m_entry = p.entry;
-  q.m_pos = p.pos;
-  q.m_size = p.size;
-  q.m_hasData = p.hasData;
-  std::memcpy(q.m_data, p.data, sizeof q.m_data);
-  return q;
-}
-
-}  // namespace
-
-static_assert(KpzLayoutCheck::Places::kMax == DtRawLayoutCheck::Places::MAX_PLACES,
-              "the kit keeps as many places as the library");
-
-bool KpzLayoutCheck::Place::PastEnd(std::uint64_t fileSize) const {
-  return toLibrary(*this).PastEnd(fileSize);
-}
-
-const KpzLayoutCheck::Place* KpzLayoutCheck::Places::Get(Part part, UINT16 tag) const {
-  for (std::size_t i = 0; i < count && i < kMax; ++i) {
-    if (at[i].part == part && at[i].tag == tag) {
-      return &at[i];
-    }
-  }
-  return nullptr;
-}
-
-bool KpzLayoutCheck::Places::Cut(Part part) const {
-  DtRawLayoutCheck::Places lib;
-  lib.m_count = static_cast<UINT>(count < kMax ? count : kMax);
-  for (std::size_t i = 0; i < lib.m_count; ++i) {
-    lib.m_at[i] = toLibrary(at[i]);
-  }
-  lib.m_fileSize = fileSize;
-  std::memcpy(lib.m_read, read, sizeof lib.m_read);
-  std::memcpy(lib.m_cut, cut, sizeof lib.m_cut);
-  return lib.Cut(static_cast<DtRawLayoutCheck::Part>(part));
-}
-
 KpzLayoutCheck::Places KpzLayoutCheck::Locate(const UINT8* head, std::uint64_t fileSize) {
-  DtRawLayoutCheck::Places lib;
-  DtRawLayoutCheck::Locate(head, fileSize, &lib);
   Places places;
-  places.count = lib.m_count;
-  for (std::size_t i = 0; i < places.count; ++i) {
-    const DtRawLayoutCheck::Place& q = lib.m_at[i];
-    Place& p = places.at[i];
-    p.part = static_cast<Part>(q.m_part);
-    p.tag = q.m_tag;
-    p.entry = q.m_entry;
-    p.pos = q.m_pos;
-    p.size = q.m_size;
-    p.hasData = q.m_hasData;
-    std::memcpy(p.data, q.m_data, sizeof p.data);
-  }
-  places.fileSize = lib.m_fileSize;
-  std::memcpy(places.read, lib.m_read, sizeof places.read);
-  std::memcpy(places.cut, lib.m_cut, sizeof places.cut);
+  DtRawLayoutCheck::Locate(head, fileSize, &places);
   return places;
 }

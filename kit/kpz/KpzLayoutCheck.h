@@ -29,6 +29,7 @@
 #include <cstdint>
 #include <string>
 
+#include "raw/DtRawLayoutCheck.h"
 #include "util/DtNlTypes.h"
 
 class KpzLayoutCheck {
@@ -86,38 +87,11 @@ class KpzLayoutCheck {
   // meet next ("only one directory", "no maker note", ...) is not the cause.
   static Finding Inspect(const UINT8* head, std::uint64_t fileSize);
 
-  // One kept entry (a target tag) as the walk found it.
-  struct Place {
-    Part part = Part::None;
-    UINT16 tag = 0;
-    std::uint32_t entry = 0;  // where its 12-byte entry starts
-    std::uint32_t pos = 0;    // where its value lies: the entry's field, or the offset held
-    std::uint32_t size = 0;   // the value's bytes as the library counts them (32-bit)
-    bool hasData = false;     // data holds the value (1 to 32 bytes, read from the head)
-    UINT8 data[32] = {};
-
-    // True when a byte of the entry or of the value lies at or past
-    // `fileSize`: the library read zeros there, not the file.
-    bool PastEnd(std::uint64_t fileSize) const;
-  };
-
-  // The target tags of every directory the walk read whole (at most 40).
-  struct Places {
-    static constexpr std::size_t kMax = 40;
-    Place at[kMax];
-    std::size_t count = 0;
-    // The entry of `tag` in `part`, or null when the walk kept none.
-    const Place* Get(Part part, UINT16 tag) const;
-    // True when `part` runs past the end of the file (its entries there
-    // were read as zeros), or was not reached because the part holding its
-    // pointer does, or when the entry holding its offset is cut: an entry
-    // missing there (or found where a cut offset led) may well be cut off.
-    bool Cut(Part part) const;
-
-    std::uint64_t fileSize = 0;
-    bool read[8] = {};  // by Part: the directory was read whole
-    bool cut[8] = {};   // by Part: it runs past the end of the file
-  };
+  // Where the walk found each target tag, as the library records it
+  // (DtRawLayoutCheck::Place: part, tag, entry, value's place and size, the
+  // value's bytes when short; PastEnd(fileSize); Places::Get and ::Cut).
+  using Place = DtRawLayoutCheck::Place;
+  using Places = DtRawLayoutCheck::Places;
 
   // The walk of Inspect, keeping where each target tag lies. Never fails;
   // a directory the walk could not read contributes nothing.

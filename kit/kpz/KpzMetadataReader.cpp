@@ -5,7 +5,6 @@
 
 #include <initializer_list>
 #include <utility>
-
 #include <vector>
 
 #include "kpz/KpzErrorText.h"
@@ -119,13 +118,13 @@ void readAll(DtRaw& raw, KpzMetadata* md) {
   keep(&md->thumbnail, raw.GetThumbnailInfo(&thumbnail), thumbnail);
 }
 
-using Part = KpzLayoutCheck::Part;
+using Part = DtRawLayoutCheck::Part;
 
 // A value one of whose places lies past the end of the file: not recorded
 // there, whatever the library made of the zeros it read.
 template <typename T>
-void cutOff(KpzMetadata::Value<T>* v, const KpzLayoutCheck::Places& places,
-            std::uint64_t fileSize, std::initializer_list<std::pair<Part, UINT16>> tags) {
+void cutOff(KpzMetadata::Value<T>* v, const KpzLayoutCheck::Places& places, std::uint64_t fileSize,
+            std::initializer_list<std::pair<Part, UINT16>> tags) {
   for (const auto& t : tags) {
     const KpzLayoutCheck::Place* p = places.Get(t.first, t.second);
     if (p != nullptr ? p->PastEnd(fileSize) : places.Cut(t.first)) {
@@ -147,37 +146,43 @@ void markPastEnd(const UINT8* head, std::uint64_t fileSize, KpzMetadata* md) {
   }
   const KpzLayoutCheck::Places places = KpzLayoutCheck::Locate(head, fileSize);
   const std::uint64_t n = fileSize;
-  cutOff(&md->make, places, n, {{Part::Ifd0, 0x010F}});
-  cutOff(&md->model, places, n, {{Part::Ifd0, 0x0110}});
-  cutOff(&md->dateTimeOriginal, places, n, {{Part::Exif, 0x9003}});
-  cutOff(&md->exposureTime, places, n, {{Part::Exif, 0x829A}});
-  cutOff(&md->fNumber, places, n, {{Part::Exif, 0x829D}});
-  cutOff(&md->focalLength, places, n, {{Part::Exif, 0x920A}});
-  cutOff(&md->focalLength35mm, places, n, {{Part::Exif, 0xA405}});
-  cutOff(&md->isoSpeed, places, n, {{Part::Exif, 0x8827}});
-  cutOff(&md->exposureBias, places, n, {{Part::Exif, 0x9204}});
-  cutOff(&md->exposureProgram, places, n, {{Part::Exif, 0x8822}});
-  cutOff(&md->flash, places, n, {{Part::Exif, 0x9209}});
-  cutOff(&md->rotation, places, n, {{Part::Ifd0, 0x0112}});
-  cutOff(&md->rawImageWidth, places, n, {{Part::Exif, 0xA002}});
-  cutOff(&md->rawImageHeight, places, n, {{Part::Exif, 0xA003}});
-  cutOff(&md->colorSpace, places, n, {{Part::Exif, 0xA001}});
-  cutOff(&md->customRendered, places, n, {{Part::Exif, 0xA401}});
-  cutOff(&md->exifVersion, places, n, {{Part::Exif, 0x9000}});
-  cutOff(&md->iobVersion, places, n, {{Part::Iob, 0x0002}});
-  cutOff(&md->iobIndex, places, n, {{Part::Iob, 0x0001}});
+  cutOff(&md->make, places, n, {{DtRawLayoutCheck::PartIfd0, 0x010F}});
+  cutOff(&md->model, places, n, {{DtRawLayoutCheck::PartIfd0, 0x0110}});
+  cutOff(&md->dateTimeOriginal, places, n, {{DtRawLayoutCheck::PartExif, 0x9003}});
+  cutOff(&md->exposureTime, places, n, {{DtRawLayoutCheck::PartExif, 0x829A}});
+  cutOff(&md->fNumber, places, n, {{DtRawLayoutCheck::PartExif, 0x829D}});
+  cutOff(&md->focalLength, places, n, {{DtRawLayoutCheck::PartExif, 0x920A}});
+  cutOff(&md->focalLength35mm, places, n, {{DtRawLayoutCheck::PartExif, 0xA405}});
+  cutOff(&md->isoSpeed, places, n, {{DtRawLayoutCheck::PartExif, 0x8827}});
+  cutOff(&md->exposureBias, places, n, {{DtRawLayoutCheck::PartExif, 0x9204}});
+  cutOff(&md->exposureProgram, places, n, {{DtRawLayoutCheck::PartExif, 0x8822}});
+  cutOff(&md->flash, places, n, {{DtRawLayoutCheck::PartExif, 0x9209}});
+  cutOff(&md->rotation, places, n, {{DtRawLayoutCheck::PartIfd0, 0x0112}});
+  cutOff(&md->rawImageWidth, places, n, {{DtRawLayoutCheck::PartExif, 0xA002}});
+  cutOff(&md->rawImageHeight, places, n, {{DtRawLayoutCheck::PartExif, 0xA003}});
+  cutOff(&md->colorSpace, places, n, {{DtRawLayoutCheck::PartExif, 0xA001}});
+  cutOff(&md->customRendered, places, n, {{DtRawLayoutCheck::PartExif, 0xA401}});
+  cutOff(&md->exifVersion, places, n, {{DtRawLayoutCheck::PartExif, 0x9000}});
+  cutOff(&md->iobVersion, places, n, {{DtRawLayoutCheck::PartIob, 0x0002}});
+  cutOff(&md->iobIndex, places, n, {{DtRawLayoutCheck::PartIob, 0x0001}});
   // The preview's offset and length (the Km maker note's when it has them,
   // IFD0's otherwise) and its pixel size in the maker note: a record not
   // whole in the file is not given.
-  if (places.Get(Part::KmMakerNote, 0x0088) != nullptr) {
+  if (places.Get(DtRawLayoutCheck::PartKmMakerNote, 0x0088) != nullptr) {
     cutOff(&md->screennail, places, n,
-           {{Part::KmMakerNote, 0x0088}, {Part::KmMakerNote, 0x0089}, {Part::MakerNote, 0xB02C}});
+           {{DtRawLayoutCheck::PartKmMakerNote, 0x0088},
+            {DtRawLayoutCheck::PartKmMakerNote, 0x0089},
+            {DtRawLayoutCheck::PartMakerNote, 0xB02C}});
   } else {
     cutOff(&md->screennail, places, n,
-           {{Part::Ifd0, 0x0201}, {Part::Ifd0, 0x0202}, {Part::MakerNote, 0xB02C}});
+           {{DtRawLayoutCheck::PartIfd0, 0x0201},
+            {DtRawLayoutCheck::PartIfd0, 0x0202},
+            {DtRawLayoutCheck::PartMakerNote, 0xB02C}});
   }
   cutOff(&md->thumbnail, places, n,
-         {{Part::Ifd1, 0x0201}, {Part::Ifd1, 0x0202}, {Part::Ifd1, 0x0103}});
+         {{DtRawLayoutCheck::PartIfd1, 0x0201},
+          {DtRawLayoutCheck::PartIfd1, 0x0202},
+          {DtRawLayoutCheck::PartIfd1, 0x0103}});
 }
 
 }  // namespace
@@ -201,8 +206,7 @@ bool KpzMetadataReader::Read(const std::string& path, KpzMetadata* out) {
   return ReadOpened(source, path, out);
 }
 
-bool KpzMetadataReader::ReadOpened(KpzSource& source, const std::string& name,
-                                   KpzMetadata* out) {
+bool KpzMetadataReader::ReadOpened(KpzSource& source, const std::string& name, KpzMetadata* out) {
   *out = KpzMetadata();
   out->file = name;
   DtRaw raw;

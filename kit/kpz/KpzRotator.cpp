@@ -67,8 +67,6 @@ std::string updateError(int code) {
   }
 }
 
-using Part = KpzLayoutCheck::Part;
-
 const UINT16 kTagOrientation = 0x0112;
 const UINT16 kTagDateTime = 0x0132;
 const std::uint32_t kOrientationSize = 2;
@@ -88,27 +86,27 @@ std::string checkPlan(KpzSource& source) {
   const KpzLayoutCheck::Places places = KpzLayoutCheck::Locate(source.Head(), source.Size());
   Write plan[3] = {};
   std::size_t count = 0;
-  const KpzLayoutCheck::Place* ifd0 = places.Get(Part::Ifd0, kTagOrientation);
-  if (ifd0 == nullptr || ifd0->size != kOrientationSize) {
+  const KpzLayoutCheck::Place* ifd0 = places.Get(DtRawLayoutCheck::PartIfd0, kTagOrientation);
+  if (ifd0 == nullptr || ifd0->m_size != kOrientationSize) {
     // The library found a 2-byte orientation the walk did not: the plan
     // would not be whole.
     return "the places of the orientation in the file cannot be worked out; not changed";
   }
   plan[count++] = Write{"IFD0's orientation", ifd0};
-  const KpzLayoutCheck::Place* ifd1 = places.Get(Part::Ifd1, kTagOrientation);
-  if (ifd1 != nullptr && ifd1->size == kOrientationSize) {
+  const KpzLayoutCheck::Place* ifd1 = places.Get(DtRawLayoutCheck::PartIfd1, kTagOrientation);
+  if (ifd1 != nullptr && ifd1->m_size == kOrientationSize) {
     plan[count++] = Write{"IFD1's orientation", ifd1};
   }
-  const KpzLayoutCheck::Place* time0 = places.Get(Part::Ifd0, kTagDateTime);
-  const KpzLayoutCheck::Place* time1 = places.Get(Part::Ifd1, kTagDateTime);
-  if (time0 != nullptr && time1 != nullptr && time0->size == kDateTimeSize &&
-      time1->size == kDateTimeSize) {
+  const KpzLayoutCheck::Place* time0 = places.Get(DtRawLayoutCheck::PartIfd0, kTagDateTime);
+  const KpzLayoutCheck::Place* time1 = places.Get(DtRawLayoutCheck::PartIfd1, kTagDateTime);
+  if (time0 != nullptr && time1 != nullptr && time0->m_size == kDateTimeSize &&
+      time1->m_size == kDateTimeSize) {
     // Written when the two differ (compared as text); when either could not
     // be compared here, counted as written.
-    const bool same = time0->hasData && time1->hasData &&
-                      std::strncmp(reinterpret_cast<const char*>(time0->data),
-                                   reinterpret_cast<const char*>(time1->data),
-                                   kDateTimeSize) == 0;
+    const bool same =
+        time0->m_hasData && time1->m_hasData &&
+        std::strncmp(reinterpret_cast<const char*>(time0->m_data),
+                     reinterpret_cast<const char*>(time1->m_data), kDateTimeSize) == 0;
     if (!same) {
       plan[count++] = Write{"IFD1's date and time", time1};
     }
@@ -116,11 +114,11 @@ std::string checkPlan(KpzSource& source) {
   const std::uint64_t fileSize = source.Size();
   for (std::size_t i = 0; i < count; ++i) {
     const KpzLayoutCheck::Place& p = *plan[i].place;
-    const std::uint64_t end = std::uint64_t{p.pos} + p.size;
+    const std::uint64_t end = std::uint64_t{p.m_pos} + p.m_size;
     // The library seeks to a signed 32-bit position: 2 GiB and more fail.
-    if (p.pos > 0x7FFFFFFFu || end > fileSize) {
+    if (p.m_pos > 0x7FFFFFFFu || end > fileSize) {
       return std::string("a place the new orientation is written to (") + plan[i].what + ", " +
-             std::to_string(p.size) + " bytes at byte " + std::to_string(p.pos) +
+             std::to_string(p.m_size) + " bytes at byte " + std::to_string(p.m_pos) +
              ") lies past the end of the file (" + std::to_string(fileSize) +
              " bytes); not changed";
     }
@@ -130,8 +128,7 @@ std::string checkPlan(KpzSource& source) {
 
 }  // namespace
 
-KpzRotator::Outcome KpzRotator::Rotate(const std::string& path, const Change& change,
-                                       bool dryRun) {
+KpzRotator::Outcome KpzRotator::Rotate(const std::string& path, const Change& change, bool dryRun) {
   KpzSource source;
   std::string why;
   if (!source.Open(path, &why)) {
@@ -203,8 +200,8 @@ KpzRotator::Outcome KpzRotator::Rotate(KpzSource& source, const Change& change, 
 }
 
 std::string KpzRotator::Report(const std::string& path, const Outcome& outcome, bool dryRun) {
-  std::string line = path + ": " + KpzRotation::Words(outcome.before) + " -> " +
-                     KpzRotation::Words(outcome.after);
+  std::string line =
+      path + ": " + KpzRotation::Words(outcome.before) + " -> " + KpzRotation::Words(outcome.after);
   if (outcome.before == outcome.after) {
     line += " (unchanged)";
   } else if (dryRun) {
