@@ -8,6 +8,7 @@ import importlib.util
 import os
 import shutil
 import subprocess
+import sys
 from pathlib import Path
 
 import pytest
@@ -58,7 +59,7 @@ def test_names_shown_escaped_one_line_per_event(cluster, fixtures, tool, tmp_pat
     shutil.copy(fixtures["byname"]["not_tiff"]["path"], inputs / "bad\nline.kpz")
     want = subprocess.run([tool, "preview", str(inputs), "-o", str(tmp_path / "ref")],
                           capture_output=True, timeout=120)
-    got = subprocess.run([os.environ.get("KPZ_PYTHON", "/usr/bin/python3"), "-m",
+    got = subprocess.run([sys.executable, "-m",
                           "kpz.distributed", "preview", str(inputs), "-o", str(tmp_path / "out"),
                           "--scheduler", cluster.address], capture_output=True, timeout=120,
                          env=python_env())

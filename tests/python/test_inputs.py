@@ -11,6 +11,7 @@ from __future__ import annotations
 import os
 import shutil
 import subprocess
+import sys
 import textwrap
 from pathlib import Path
 
@@ -20,7 +21,9 @@ import kpz
 import kpz._kpz
 
 NOT_REGULAR = "not a regular file (a device, named pipe or socket), not read"
-PYTHON = os.environ.get("KPZ_PYTHON", "/usr/bin/python3")
+# The interpreter running these tests: the one that imports this kpz (a
+# venv's, for an installed wheel).
+PYTHON = sys.executable
 
 
 def _bounded(code: str, *args: str, timeout: float = 20.0) -> subprocess.CompletedProcess:

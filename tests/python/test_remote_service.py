@@ -11,9 +11,10 @@ import types
 import pytest
 
 import kpz
+from conftest import SOURCE_DIR
 from remote_support import FaultyServer
 
-DOCS = pathlib.Path(__file__).resolve().parents[2] / "docs" / "PYTHON.md"
+DOCS = SOURCE_DIR / "docs" / "PYTHON.md"
 
 
 def _service_module(store: str) -> types.ModuleType:
@@ -29,6 +30,8 @@ def _service_module(store: str) -> types.ModuleType:
 
 def test_the_documented_web_service_answers_as_the_docs_say(fixtures):
     aiohttp_test = pytest.importorskip("aiohttp.test_utils")
+    if not DOCS.exists():
+        pytest.skip(f"{DOCS} is not here (the tests were copied without the checkout's docs)")
     good = next(e for e in fixtures["files"] if e["name"] == "plain")
     with open(good["path"], "rb") as f:
         good_bytes = f.read()

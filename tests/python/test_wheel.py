@@ -88,6 +88,16 @@ def test_wheel_builds_installs_and_passes_the_tests_outside_the_tree(venv, tmp_p
     _run([vpython, "-m", "pytest", "-q", "-p", "no:cacheprovider", str(tests)], cwd=outside,
          timeout=900)
 
+    # Plain pytest, nothing named: what needs the tool or the fixture writer
+    # (neither is on PATH nor beside the copied tests) is skipped with words
+    # saying which; what needs neither runs and passes.
+    bare = {"KPZ_TOOL": "", "KPZ_PY_FIXTURE_WRITER": "", "KPZ_SOURCE_DIR": ""}
+    plain = _run([vpython, "-m", "pytest", "-q", "-rs", "-p", "no:cacheprovider",
+                  str(tests / "test_docs.py"), str(tests / "test_errors.py"),
+                  str(tests / "test_imports.py")], cwd=outside, timeout=300, extra_env=bare)
+    assert " passed" in plain.stdout, plain.stdout
+    assert "KPZ_PY_FIXTURE_WRITER is not set and none was found" in plain.stdout, plain.stdout
+
 
 # The distributed commands of README.md, run from the venv as written there
 # (HOST 127.0.0.1; the scheduler on a port of its choosing, told to the
@@ -161,16 +171,6 @@ def test_the_readme_s_distributed_commands_run_from_the_venv(venv, tmp_path):
             f.close()
     assert remote.stdout == "wrote OUT2/a.preview.jpg (%d bytes)\n" % want.stat().st_size
     assert (tmp_path / "OUT2" / "a.preview.jpg").read_bytes() == want.read_bytes()
-
-    # Plain pytest, nothing named: what needs the tool or the fixture writer
-    # (neither is on PATH nor beside the copied tests) is skipped with words
-    # saying which; what needs neither runs and passes.
-    bare = {"KPZ_TOOL": "", "KPZ_PY_FIXTURE_WRITER": "", "KPZ_SOURCE_DIR": ""}
-    plain = _run([vpython, "-m", "pytest", "-q", "-rs", "-p", "no:cacheprovider",
-                  str(tests / "test_docs.py"), str(tests / "test_errors.py"),
-                  str(tests / "test_imports.py")], cwd=outside, timeout=300, extra_env=bare)
-    assert " passed" in plain.stdout, plain.stdout
-    assert "KPZ_PY_FIXTURE_WRITER is not set and none was found" in plain.stdout, plain.stdout
 
 
 if __name__ == "__main__":
