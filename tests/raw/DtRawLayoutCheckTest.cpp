@@ -25,7 +25,9 @@ struct Head {
 
 Head HeadOf(const std::vector<std::uint8_t>& file) {
   Head h;
-  std::memcpy(h.bytes.data(), file.data(), std::min(file.size(), h.bytes.size()));
+  if (!file.empty()) {  // an empty vector's data() may be null
+    std::memcpy(h.bytes.data(), file.data(), std::min(file.size(), h.bytes.size()));
+  }
   h.fileSize = file.size();
   return h;
 }
