@@ -541,16 +541,6 @@ TEST_F(KpzToolUpright, HelpShowsUprightWithAnExample) {
   EXPECT_TRUE(Contains(Text(r.out), "--edges")) << Text(r.out);
 }
 
-}  // namespace
-
-#else
-
-TEST(KpzToolUpright, NeedsTheToolAndTheJpegLibraries) {
-  GTEST_SKIP() << "the kpz tool or TurboJPEG/libjpeg for the tests is not built";
-}
-
-#endif
-
 // ---- a picture bomb as a file's preview -----------------------------------------
 
 TEST_F(KpzToolUpright, APictureBombPreviewIsRefusedInWordsAndNothingIsWritten) {
@@ -578,3 +568,13 @@ TEST_F(KpzToolUpright, APictureBombPreviewIsRefusedInWordsAndNothingIsWritten) {
       << b.out;
   EXPECT_FALSE(std::filesystem::exists(At("bomb.jpg")));
 }
+
+}  // namespace
+
+#else
+
+TEST(KpzToolUpright, NeedsTheToolAndTheJpegLibraries) {
+  GTEST_SKIP() << "the kpz tool or TurboJPEG/libjpeg for the tests is not built";
+}
+
+#endif
