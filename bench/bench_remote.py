@@ -31,7 +31,6 @@ serves hard links of the corpus on 127.0.0.1.
 """
 
 import argparse
-import asyncio
 import json
 import os
 import shutil
@@ -49,8 +48,8 @@ FLOOR = r'''
 import asyncio, json, sys, time
 import aiohttp
 
-async def main(spec):
-    urls, offsets, sizes, limit = spec["urls"], spec["offsets"], spec["sizes"], spec["limit"]
+async def main(job):
+    urls, offsets, sizes, limit = job["urls"], job["offsets"], job["sizes"], job["limit"]
     gate = asyncio.Semaphore(limit)
     got = 0
     t = time.perf_counter()
@@ -78,17 +77,17 @@ import asyncio, json, sys, time
 import aiohttp  # imported before the clock starts, as for the floor
 import kpz.remote
 
-spec = json.load(sys.stdin)
-check = spec.get("check")
+job = json.load(sys.stdin)
+check = job.get("check")
 
 
 async def main():
     t = time.perf_counter()
     c = time.process_time()
     out = {"bytes": 0, "requests": 0, "failed": 0, "first_failure": [], "identical": True}
-    settings = kpz.remote.Settings(max_in_flight=spec["limit"])
+    settings = kpz.remote.Settings(max_in_flight=job["limit"])
     # Each picture used and dropped as it comes, as the floor drops its bodies.
-    async for r in kpz.remote.read_many(spec["urls"], settings=settings):
+    async for r in kpz.remote.read_many(job["urls"], settings=settings):
         out["bytes"] += r.received
         out["requests"] += r.requests
         if not r.ok:
@@ -128,8 +127,8 @@ class Proxy:
             self.proc.wait()
 
 
-def run(code: str, spec: dict, env: dict) -> dict:
-    p = subprocess.run([sys.executable, "-c", code], input=json.dumps(spec), text=True,
+def run(code: str, job: dict, env: dict) -> dict:
+    p = subprocess.run([sys.executable, "-c", code], input=json.dumps(job), text=True,
                        capture_output=True, env=env, timeout=3600)
     if p.returncode != 0:
         raise RuntimeError(p.stderr[-2000:])
@@ -138,18 +137,18 @@ def run(code: str, spec: dict, env: dict) -> dict:
 
 def pairs(urls, files, limit, rounds, env, check=False):
     """`rounds` pairs of (kpz.remote, floor) runs, alternating which goes first."""
-    spec = {"urls": urls, "limit": limit,
+    job = {"urls": urls, "limit": limit,
             "offsets": [f["offset"] for f in files], "sizes": [f["size"] for f in files]}
     kpz_runs, floor_runs = [], []
     identical = None
     for r in range(rounds):
-        kspec = dict(spec)
+        kjob = dict(job)
         if check and r == 0:
-            kspec["check"] = [(f["path"], f["offset"], f["size"]) for f in files]
+            kjob["check"] = [(f["path"], f["offset"], f["size"]) for f in files]
         order = ("kpz", "floor") if r % 2 == 0 else ("floor", "kpz")
         for who in order:
             if who == "kpz":
-                got = run(KPZ, kspec, env)
+                got = run(KPZ, kjob, env)
                 if got["failed"]:
                     raise RuntimeError(f"kpz.remote failed {got['failed']} files: "
                                        f"{got['first_failure']}")
@@ -157,7 +156,7 @@ def pairs(urls, files, limit, rounds, env, check=False):
                     identical = got["identical"]
                 kpz_runs.append(got)
             else:
-                floor_runs.append(run(FLOOR, spec, env))
+                floor_runs.append(run(FLOOR, job, env))
     n = len(urls)
     ratios = [(n / k["seconds"]) / (n / f["seconds"]) for k, f in zip(kpz_runs, floor_runs)]
     return {"files": n, "limit": limit, "rounds": rounds,
@@ -176,7 +175,7 @@ def distributed_pairs(client, urls, files, rounds, work: Path, env):
     """`rounds` pairs of (kpz.distributed, floor), alternating which goes first."""
     import kpz.distributed
 
-    spec = {"urls": urls, "limit": 64,
+    job = {"urls": urls, "limit": 64,
             "offsets": [f["offset"] for f in files], "sizes": [f["size"] for f in files]}
     out = work / "out-distributed"
     dist_runs, floor_runs = [], []
@@ -184,7 +183,7 @@ def distributed_pairs(client, urls, files, rounds, work: Path, env):
         order = ("kpz", "floor") if r % 2 == 0 else ("floor", "kpz")
         for who in order:
             if who == "floor":
-                floor_runs.append(run(FLOOR, spec, env))
+                floor_runs.append(run(FLOOR, job, env))
                 continue
             shutil.rmtree(out, ignore_errors=True)
             t = time.perf_counter()

@@ -171,10 +171,10 @@ def _content_range(value: Optional[str]) -> Optional[Tuple[int, int, Optional[in
     None when it cannot be read."""
     if not value:
         return None
-    unit, _, spec = value.strip().partition(" ")
+    unit, _, ranges = value.strip().partition(" ")
     if unit.lower() != "bytes":
         return None
-    span, _, total = spec.partition("/")
+    span, _, total = ranges.partition("/")
     first, _, last = span.partition("-")
     try:
         a, b = int(first), int(last)

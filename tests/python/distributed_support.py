@@ -91,7 +91,7 @@ class DaskCluster:
                                          "--no-dashboard", "--no-show"],
             stdout=self._log("scheduler.log"), stderr=subprocess.STDOUT, env=self.env,
             cwd=self.root)
-        self.address = _scheduler_address(info, self.scheduler, 60)
+        self.address = scheduler_address(info, self.scheduler, 60)
         self.port = int(self.address.rsplit(":", 1)[1])
         wait_for_port(self.port, self.scheduler, 60, "dask scheduler")
         for i in range(workers):
@@ -130,7 +130,7 @@ class DaskCluster:
             f.close()
 
 
-def _scheduler_address(info: Path, proc: subprocess.Popen, seconds: float) -> str:
+def scheduler_address(info: Path, proc: subprocess.Popen, seconds: float) -> str:
     """The address a scheduler wrote into its scheduler file `info`."""
     import json
 

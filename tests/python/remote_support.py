@@ -152,8 +152,8 @@ class FaultyServer:
         if fault == "ignore" or "range" not in headers:
             await self._send(writer, "200 OK", {"Content-Length": str(len(data))}, data, path)
             return True
-        spec = headers["range"].split("=", 1)[1]
-        first, _, last = spec.partition("-")
+        asked = headers["range"].split("=", 1)[1]
+        first, _, last = asked.partition("-")
         a = int(first)
         b = min(int(last), len(data) - 1) if last else len(data) - 1
         if a >= len(data):

@@ -3,16 +3,16 @@ checkout with Debian's pip (no build isolation, no index), installed into a
 fresh venv that sees Debian's packages, imported and tested from outside the
 source tree."""
 
-import json
 import os
 import shutil
 import signal
 import subprocess
 import sys
-import time
 from pathlib import Path
 
 import pytest
+
+from distributed_support import scheduler_address
 
 SOURCE = Path(os.environ.get("KPZ_SOURCE_DIR", Path(__file__).resolve().parents[2]))
 PYTHON = os.environ.get("KPZ_PYTHON", "/usr/bin/python3")
@@ -155,12 +155,7 @@ def test_the_readme_s_distributed_commands_run_from_the_venv(venv, tmp_path):
             cwd=tmp_path, env=env, stdout=logs[1], stderr=subprocess.STDOUT))
         # The worker waits for the file; the client waits for the worker
         # (--start-timeout), all bounded.
-        deadline = time.monotonic() + 120
-        while not address_file.exists() or not address_file.read_text().strip():
-            assert time.monotonic() < deadline, "the scheduler wrote no address"
-            assert procs[0].poll() is None, "the scheduler ended"
-            time.sleep(0.1)
-        address = json.loads(address_file.read_text())["address"]
+        address = scheduler_address(address_file, procs[0], 120)
         remote = _run([vpython, "-m", "kpz.distributed", "preview", "-r", "DIR", "-o", "OUT2",
                        "--scheduler", address, "--start-timeout", "120"], cwd=tmp_path,
                       timeout=240)
