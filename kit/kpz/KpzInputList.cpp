@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "kpz/KpzInputWalk.h"
 #include "kpz/KpzShownName.h"
 
 namespace fs = std::filesystem;
@@ -73,62 +74,13 @@ bool KpzInputList::NamesDirectory(const std::vector<std::string>& args) {
   return false;
 }
 
-void KpzInputList::addDirectory(const std::string& dir, const std::vector<std::string>& extensions,
-                                bool recursive, unsigned int depth, std::vector<Entry>* out) {
-  if (depth > kMaxDepth) {
-    out->push_back({dir, "directories nested too deep (over " + std::to_string(kMaxDepth) +
-                             " levels); not entered"});
-    return;
-  }
-  std::error_code ec;
-  fs::directory_iterator it(dir, ec);
-  if (ec) {
-    out->push_back({dir, "cannot read the directory: " + ec.message()});
-    return;
-  }
-  std::vector<fs::directory_entry> entries;
-  const fs::directory_iterator end;
-  while (it != end) {  // the iterator moves forward or fails on each pass
-    entries.push_back(*it);
-    it.increment(ec);
-    if (ec) {
-      out->push_back({dir, "cannot read the directory: " + ec.message()});
-      return;
-    }
-  }
-  std::sort(entries.begin(), entries.end(),
-            [](const fs::directory_entry& a, const fs::directory_entry& b) {
-              return a.path().filename().string() < b.path().filename().string();
-            });
-  for (const fs::directory_entry& e : entries) {
-    const std::string name = e.path().filename().string();
-    if (name.empty() || name[0] == '.') {
-      continue;
-    }
-    std::error_code typeEc;
-    if (e.is_directory(typeEc) && !e.is_symlink(typeEc)) {
-      if (recursive) {
-        addDirectory(e.path().string(), extensions, recursive, depth + 1, out);
-      }
-      continue;
-    }
-    if (e.is_regular_file(typeEc) && Matches(name, extensions)) {
-      out->push_back({e.path().string(), ""});
-    }
-  }
-}
-
 std::vector<KpzInputList::Entry> KpzInputList::Expand(const std::vector<std::string>& args,
                                                       const Options& options) {
-  const std::vector<std::string> extensions = Normalise(options.extensions);
   std::vector<Entry> out;
-  for (const std::string& a : args) {
-    std::error_code ec;
-    if (fs::is_directory(a, ec)) {
-      addDirectory(a, extensions, options.recursive, 0, &out);
-    } else {
-      out.push_back({a, ""});
-    }
+  KpzInputWalk walk(args, options);
+  Entry e;
+  while (walk.Next(&e)) {
+    out.push_back(std::move(e));
   }
   return out;
 }

@@ -17,7 +17,8 @@
 //   std::vector<KpzInputList::Entry> files = KpzInputList::Expand({"a.kpz", "shots/"}, opt);
 //   // a.kpz, shots/1.kpz, shots/2.KPZ, shots/day2/3.kpz ...
 //
-// Holds nothing; every operation is a static function.
+// Holds nothing; every operation is a static function. KpzInputWalk gives the
+// same files one at a time.
 #ifndef KPZ_TOOLS_KPZ_KPZINPUTLIST_H
 #define KPZ_TOOLS_KPZ_KPZINPUTLIST_H
 
@@ -61,10 +62,6 @@ class KpzInputList {
   // no file ending in .kpz", the extensions as Normalise makes them, each
   // shown as KpzShownName shows a name.
   static std::string NoFilesWords(const std::vector<std::string>& extensions);
-
- private:
-  static void addDirectory(const std::string& dir, const std::vector<std::string>& extensions,
-                           bool recursive, unsigned int depth, std::vector<Entry>* out);
 };
 
 #endif  // KPZ_TOOLS_KPZ_KPZINPUTLIST_H

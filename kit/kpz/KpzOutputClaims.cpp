@@ -12,6 +12,10 @@ std::string KpzOutputClaims::TakenWords(const std::string& output, const std::st
          KpzShownName::Of(owner);
 }
 
+std::string KpzOutputClaims::TakenEarlierWords(const std::string& output) {
+  return "not written: " + KpzShownName::Of(output) + " is already written by an earlier input";
+}
+
 KpzOutputClaims::KpzOutputClaims(const std::vector<std::string>& keys)
     : m_lock(), m_finished(), m_previous(keys.size(), kNone), m_state(keys.size(), kRunning) {
   std::map<std::string, std::size_t> last;

@@ -43,6 +43,11 @@ class KpzOutputClaims {
   // by <owner>", the names shown as KpzShownName shows them.
   static std::string TakenWords(const std::string& output, const std::string& owner);
 
+  // The same when the owner's name is no longer at hand (a long run keeps
+  // the names written as digests, KpzNameSet): "not written: <output> is
+  // already written by an earlier input".
+  static std::string TakenEarlierWords(const std::string& output);
+
   // keys[i] is input i's output name; an empty key takes part in no group.
   explicit KpzOutputClaims(const std::vector<std::string>& keys);
   KpzOutputClaims(const KpzOutputClaims&) = delete;

@@ -25,6 +25,8 @@
 #include "kpz/KpzExitStatus.h"
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInputList.h"
+#include "kpz/KpzInputWalk.h"
+#include "kpz/KpzNameSet.h"
 #include "kpz/KpzOutputClaims.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzRotation.h"
@@ -375,7 +377,50 @@ void KpzPyRegisterKit(py::module_& m) {
         "What kpz says after 'kpz: INPUT: ' (exit status 3) of an input whose output name "
         "`output` the earlier input `owner` wrote: 'not written: OUTPUT is already written by "
         "OWNER', both names shown as shown_name shows them.");
+  m.def("already_written_earlier_words", &KpzOutputClaims::TakenEarlierWords, py::arg("output"),
+        "The same words when the owner's name is no longer at hand: 'not written: OUTPUT is "
+        "already written by an earlier input'.");
   m.attr("ALREADY_WRITTEN_REASON") = KpzOutputClaims::kTakenReason;
+
+  py::class_<KpzInputWalk>(
+      m, "InputWalk",
+      "The files named by `args` as expand_inputs gives them, one at a time: iterating gives "
+      "(path, error) pairs, listing one directory at a time (the interpreter lock released), "
+      "so that a run over millions of files in folders holds a few thousand names.\n\n"
+      "    for path, error in kit.InputWalk(['shots/'], recursive=True): ...")
+      .def(py::init([](std::vector<std::string> args, bool recursive,
+                       const std::vector<std::string>& extensions) {
+             KpzInputList::Options options;
+             options.recursive = recursive;
+             options.extensions = extensions;
+             return std::make_unique<KpzInputWalk>(std::move(args), options);
+           }),
+           py::arg("args"), py::arg("recursive") = false,
+           py::arg("extensions") = std::vector<std::string>{})
+      .def("__iter__", [](py::object self) { return self; })
+      .def("__next__", [](KpzInputWalk& walk) {
+        KpzInputList::Entry e;
+        bool got = false;
+        {
+          py::gil_scoped_release unlocked;
+          got = walk.Next(&e);
+        }
+        if (!got) {
+          throw py::stop_iteration();
+        }
+        return std::make_pair(std::move(e.path), std::move(e.error));
+      });
+
+  py::class_<KpzNameSet>(
+      m, "NameSet",
+      "A set of names kept as 96-bit digests, 12 to 32 bytes a name whatever its length: the "
+      "output names a long run has written. Two names are taken for one only when both of "
+      "their hashes agree (about one chance in 10^15 among ten million names).")
+      .def(py::init<>())
+      .def("add", &KpzNameSet::Insert, py::arg("name"), "Adds `name`; True when it was not there.")
+      .def("__contains__", &KpzNameSet::Contains, py::arg("name"))
+      .def("__len__", &KpzNameSet::Size)
+      .def_property_readonly("nbytes", &KpzNameSet::Bytes, "The bytes its table holds.");
   m.def(
       "is_rotation_code",
       [](const py::handle& value) { return intIn(value, &KpzRotation::IsCode); },
