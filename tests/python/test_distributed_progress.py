@@ -53,3 +53,14 @@ def test_many_files_drawn_at_once_and_never_on_a_file():
     bar.update(51)
     bar.clear()
     assert plain.getvalue() == ""
+
+
+def test_inputs_still_being_found_shown_with_a_plus():
+    clock, term = Clock(), Terminal()
+    bar = Progress(0, term, clock)
+    bar.update(10, 60, more=True)
+    assert term.getvalue() == "\r" + kit.progress_text(10, 60, 79).replace("/60 files",
+                                                                            "/60+ files")
+    clock.now += 1
+    bar.update(60, 75)  # all found
+    assert term.getvalue().endswith("\r" + kit.progress_text(60, 75, 80))

@@ -27,6 +27,11 @@ output is written whole under its final name, and a rerun writes the same
 bytes, every output ends present once, and every input is counted once in
 the summary (the client takes each batch's result once).
 
+The client stays small however many files there are: directories are walked
+as the run goes, at most WINDOW_PER_THREAD batches per worker thread are on
+the cluster at once, and the Summary keeps counts, not Results (on_result
+gets each Result in input order as it comes).
+
 The parts: _inputs (the inputs' expansion), _outputs (the output directory),
 _task (what a worker runs), _pool (a worker's connections for http(s)),
 _client (the cluster, the batches, extract()), _guard (no cluster started
@@ -34,11 +39,11 @@ from a script's unguarded top level), _progress (the bar), _results
 (Result, Summary, RunFailed).
 """
 
-from ._client import DEFAULT_BATCH_SIZE, START_TIMEOUT, extract
-from ._inputs import expand_sources
+from ._client import DEFAULT_BATCH_SIZE, START_TIMEOUT, WINDOW_PER_THREAD, extract
+from ._inputs import expand_sources, iter_sources
 from ._outputs import KINDS
 from ._results import Result, RunFailed, Summary
 from ._task import RangeReader, run_batch
 
-__all__ = ["extract", "Summary", "Result", "RunFailed", "RangeReader", "expand_sources",
-           "run_batch", "DEFAULT_BATCH_SIZE", "START_TIMEOUT", "KINDS"]
+__all__ = ["extract", "Summary", "Result", "RunFailed", "RangeReader", "expand_sources", "iter_sources",
+           "run_batch", "DEFAULT_BATCH_SIZE", "START_TIMEOUT", "WINDOW_PER_THREAD", "KINDS"]

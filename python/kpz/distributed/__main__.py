@@ -144,9 +144,7 @@ def main(argv: Optional[List[str]] = None) -> int:
         sys.stderr.write("kpz: %s: %s\n" % (kit.shown_name(where), e.strerror or e))
         return int(kit.ExitStatus.INPUT)
     if summary.files == 0:
-        wanted = " ".join(kit.shown_name(e) for e in kit.normalise_extensions(extensions))
-        sys.stderr.write("kpz: no files to work on: the directories named hold no file ending "
-                         "in %s\n" % wanted)
+        sys.stderr.write("kpz: %s\n" % kit.no_files_words(extensions))
         return int(kit.ExitStatus.INPUT)
     if summary.files > 1:
         sys.stderr.write(summary.render())

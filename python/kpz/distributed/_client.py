@@ -2,15 +2,16 @@
 address, or a LocalCluster on 127.0.0.1), the inputs cut into batches, one
 task per batch, and the Results delivered in input order."""
 
+import collections
 import dataclasses
 import os
-from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple, Union
+from typing import Any, Callable, Dict, Iterator, List, Optional, Sequence, Tuple, Union
 
 from kpz._kpz import kit
 from kpz.remote import Settings
 
 from ._guard import refuse_recursive_start
-from ._inputs import expand_sources
+from ._inputs import iter_sources
 from ._outputs import KINDS, Output
 from ._progress import Progress
 from ._results import SKIPPED_NOTE, Result, RunFailed, Summary
@@ -181,6 +182,13 @@ def _batch_failed(batch: List[Job], out: Output, exc: BaseException) -> List[Res
 # ---------------------------------------------------------------------------
 # The run
 
+# Batches on the cluster at once per worker thread: one running, the next
+# ones there to start as soon as it ends, so that no thread waits for the
+# client. The scheduler holds no more tasks than that.
+WINDOW_PER_THREAD = 3
+
+_OPEN = -1  # holders[name] for a name whose inputs are in the batch being filled
+
 
 def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "preview",
             upright: bool = False, cluster: Any = None, workers: Optional[int] = None,
@@ -215,9 +223,17 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     outputs (kpz.remote.Settings: timeouts, tries, redirects, a CA file ...;
     default Settings()); max_in_flight, when given, replaces its
     max_in_flight: the files read at once per worker.
-    on_result: called on the client with every Result, in input order.
+    on_result: called on the client with every Result, in input order, as
+    soon as it and every earlier one are there (the Summary keeps counts, not
+    the Results).
     progress: a stream for the progress bar (drawn when it is a terminal and
     the run is long), or None.
+
+    The client stays small however many inputs there are: directories are
+    walked as the run goes, no more than WINDOW_PER_THREAD batches per worker
+    thread are on the cluster at once (topped up as each ends), results wait
+    for earlier ones in a buffer of at most 2 windows' inputs, and the output
+    names written are kept as 12-byte digests (kit.NameSet).
 
     Returns the Summary; it counts every input once. Errors of single files are
     in their Results, never raised. A run that cannot start raises RunFailed
@@ -235,109 +251,269 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     settings = remote if remote is not None else Settings()
     if max_in_flight is not None:
         settings = dataclasses.replace(settings, max_in_flight=max_in_flight)
-    suffix, noun = KINDS[kind]
-    summary = Summary(noun)
     output = Output(out, settings)
     output.make()
-    entries = expand_sources(list(sources), recursive, extensions)
-    names = [kit.default_path(source, suffix, True) for source, _ in entries]
-    whole, broken = output.present(names) if skip_existing else (set(), set())
-
-    ready: Dict[int, Result] = {}
-    jobs: List[Job] = []
-    for i, ((source, error), name) in enumerate(zip(entries, names)):
-        if error:
-            ready[i] = Result(i, source, "").fail(kit.ExitStatus.INPUT, source, error)
-        elif name in whole:
-            ready[i] = Result(i, source, output.shown(name), note=SKIPPED_NOTE)
-        else:
-            jobs.append((i, source, name))
-
-    total = len(entries)
-    delivered = 0
-    bar = Progress(total, progress)
-
-    def deliver() -> None:
-        nonlocal delivered
-        while delivered in ready:
-            r = ready.pop(delivered)
-            bar.clear()
-            summary._add(r)
-            if on_result is not None:
-                on_result(r)
-            delivered += 1
-        bar.update(delivered)
-
-    deliver()
-    if jobs:
-        _run(jobs, ready, deliver, output, broken, kind, upright, sync, batch_size, settings,
-             _connect(cluster, workers, threads_per_worker, start_timeout))
-    deliver()
-    bar.clear()
-    return summary
-
-
-def _run(jobs: List[Job], ready: Dict[int, Result], deliver: Callable[[], None], output: Output,
-         broken: set, kind: str, upright: bool, sync: bool, batch_size: Optional[int],
-         settings: Settings, cluster: _Cluster) -> None:
-    """Sends the jobs to the cluster in batches and puts each Result in
-    `ready` as its batch ends (deliver() hands them on in input order)."""
-    from distributed import KilledWorker, as_completed
-
+    run = _Run(kind, upright, sync, settings, output, skip_existing, batch_size, on_result,
+               Progress(0, progress),
+               lambda: _connect(cluster, workers, threads_per_worker, start_timeout))
     try:
-        c = cluster.client
-        if batch_size is None:
-            threads = sum(c.nthreads().values()) or 1
-            # At least four tasks per worker thread, so that a slow or
-            # lost worker is not waited for at the end.
-            batch_size = max(1, min(DEFAULT_BATCH_SIZE, len(jobs) // (4 * threads)))
-        batches = _batches(jobs, max(1, int(batch_size)))
-        # One message to the scheduler for all the tasks (client.map).
-        batch_of: Dict[str, List[Job]] = {}
-
-        def submit(parts: List[List[Job]]) -> List[Any]:
-            """One task per batch, sent in one message (client.map)."""
-            keys = ["kpz-%s-%d-%s" % (kind, n, os.urandom(4).hex()) for n in range(len(parts))]
-            futures = c.map(run_batch, parts, kind=kind, upright=upright, out=output.out,
-                            sync=sync, remote=settings, pure=False, key=keys)
-            batch_of.update(zip(keys, parts))
-            return futures
-
-        rewritten = {i for i, _, name in jobs if name in broken}
-        running = as_completed(submit(batches))
-        # The files of batches whose workers died as often as Dask allows,
-        # each (each group sharing an output name) to be tried in a task of
-        # its own, one such task at a time: a worker that dies takes with it
-        # the tasks queued on it, which Dask counts against them too, so the
-        # file that kills is alone when it does.
-        alone: List[List[Job]] = []
-        alone_key: List[str] = []  # the one running, if any
-
-        def next_alone() -> None:
-            if alone and not alone_key:
-                future = submit([alone.pop(0)])[0]
-                alone_key.append(future.key)
-                running.add(future)
-
-        for future in running:
-            batch = batch_of.pop(future.key)
-            if alone_key and future.key == alone_key[0]:
-                alone_key.clear()
-            if future.status != "error":
-                results = future.result()
-            elif isinstance(future.exception(), KilledWorker) and _splittable(batch):
-                alone.extend(_batches(batch, 1))
-                results = []
-            elif isinstance(future.exception(), KilledWorker):
-                results = [Result(i, source, output.shown(name)).fail(
-                    kit.ExitStatus.INPUT, source, _KILLED) for i, source, name in batch]
-            else:
-                results = _batch_failed(batch, output, future.exception())
-            next_alone()
-            for r in results:
-                r.rewritten = r.index in rewritten
-                ready[r.index] = r
-            del future
-            deliver()
+        run.go(iter_sources(list(sources), recursive, extensions))
     finally:
-        cluster.close()
+        run.close()
+    return run.summary
+
+
+class _Run:
+    """One run on the client: the inputs read as they are found, each either
+    told at once (an error of its own, an output already written or present)
+    or put in the batch being filled; batches sent to the cluster within the
+    window; Results handed on in input order.
+
+    Inputs sharing an output name: the first in input order that is written
+    owns it. Inputs of one name in the same batch are settled by the task
+    (run_batch), in input order. An input whose name is held by a batch
+    already cut (queued or on the cluster) waits for that batch's end: then
+    it fails when the name was written, else it goes into the batch being
+    filled, with the others that waited for it."""
+
+    def __init__(self, kind: str, upright: bool, sync: bool, settings: Settings, output: Output,
+                 skip_existing: bool, batch_size: Optional[int],
+                 on_result: Optional[Callable[[Result], None]], bar: Progress,
+                 connect: Callable[[], _Cluster]) -> None:
+        self.kind, self.upright, self.sync, self.settings = kind, upright, sync, settings
+        self.output = output
+        self.suffix = KINDS[kind][0]
+        self.summary = Summary(KINDS[kind][1])
+        self.skip_existing = skip_existing
+        self.size = None if batch_size is None else max(1, int(batch_size))
+        self.on_result = on_result
+        self.bar = bar
+        self._connect = connect
+        self.cluster: Optional[_Cluster] = None
+        self.threads = 1
+        self.window = 2
+        self.span = 8 * DEFAULT_BATCH_SIZE  # inputs read but not yet handed on, at most
+        self.found = 0           # inputs read
+        self.delivered = 0       # inputs handed on
+        self.exhausted = False
+        self.ready: Dict[int, Result] = {}
+        self.rewritten: set = set()         # indices whose broken output is written again
+        self.written = kit.NameSet()        # output names written by this run
+        # The inputs that wrote the names written lately (at most `span` of
+        # them), so that a later input of the same name is told who wrote it,
+        # as kpz tells it; past those, "an earlier input".
+        self.writers: "collections.OrderedDict[str, str]" = collections.OrderedDict()
+        self.holders: Dict[str, int] = {}   # name -> id of the batch holding it, or _OPEN
+        self.waiting: Dict[str, List[Job]] = {}
+        self.open: List[Job] = []
+        self.batches: Dict[int, List[Job]] = {}  # id -> jobs of a batch cut and not ended
+        self.queued: "collections.deque[int]" = collections.deque()
+        self.alone: "collections.deque[List[Job]]" = collections.deque()
+        self.alone_bid: Optional[int] = None  # the batch id of the one running, if any
+        self.in_flight: Dict[str, int] = {}  # task key -> batch id
+        self.next_id = 0
+        self.running: Any = None
+
+    # -- handing on ---------------------------------------------------------
+
+    def deliver(self) -> None:
+        while self.delivered in self.ready:
+            r = self.ready.pop(self.delivered)
+            self.bar.clear()
+            self.summary._add(r)
+            if self.on_result is not None:
+                self.on_result(r)
+            self.delivered += 1
+        self.bar.update(self.delivered, self.found, not self.exhausted)
+
+    # -- reading the inputs --------------------------------------------------
+
+    def take(self, index: int, source: str, error: str) -> None:
+        """Decides what becomes of one input as it is read."""
+        if error:
+            self.ready[index] = Result(index, source, "").fail(kit.ExitStatus.INPUT, source, error)
+            return
+        name = kit.default_path(source, self.suffix, True)
+        if name in self.written:
+            self.ready[index] = self.taken(index, source, name)
+            return
+        held = self.holders.get(name)
+        if held == _OPEN:
+            self.open.append((index, source, name))
+            return
+        if held is not None:
+            self.waiting.setdefault(name, []).append((index, source, name))
+            return
+        if self.skip_existing:
+            state = self.output.state(name)
+            if state == "whole":
+                self.ready[index] = Result(index, source, self.output.shown(name),
+                                           note=SKIPPED_NOTE)
+                return
+            if state == "broken":
+                self.rewritten.add(index)
+        self.holders[name] = _OPEN
+        self.open.append((index, source, name))
+        if self.cluster is None:
+            self.start()
+
+    def taken(self, index: int, source: str, name: str) -> Result:
+        shown = self.output.shown(name)
+        owner = self.writers.get(name)
+        words = kit.already_written_earlier_words(shown) if owner is None else \
+            kit.already_written_words(shown, owner)
+        return Result(index, source, shown).fail(kit.ExitStatus.OUTPUT, source, words,
+                                                 kit.ALREADY_WRITTEN_REASON)
+
+    def start(self) -> None:
+        """Connects to the cluster (at the first input to send, so that a run
+        with nothing to send starts none) and sizes the window to it."""
+        self.cluster = self._connect()
+        from distributed import as_completed
+
+        self.threads = max(1, sum(self.cluster.client.nthreads().values()))
+        self.window = max(2, WINDOW_PER_THREAD * self.threads)
+        # Room for the batch size to be chosen (below), and for two windows.
+        self.span = 2 * max(self.window * (self.size or DEFAULT_BATCH_SIZE), self.lookahead())
+        self.running = as_completed()
+
+    def lookahead(self) -> int:
+        """Inputs to send gathered before the batch size is chosen: enough for
+        four batches of DEFAULT_BATCH_SIZE per worker thread."""
+        return 4 * self.threads * DEFAULT_BATCH_SIZE
+
+    def cut(self) -> None:
+        """Cuts the batch being filled into batches of the batch size, queued
+        to be sent. The first time, when no size was given, the size is
+        chosen: DEFAULT_BATCH_SIZE, or less when the run is too short to give
+        every worker thread four tasks."""
+        if not self.open:
+            return
+        if self.size is None:
+            if self.exhausted:
+                self.size = max(1, min(DEFAULT_BATCH_SIZE, len(self.open) // (4 * self.threads)))
+            else:
+                self.size = DEFAULT_BATCH_SIZE
+        for jobs in _batches(self.open, self.size):
+            self.queue(jobs)
+        self.open = []
+
+    def queue(self, jobs: List[Job]) -> None:
+        bid = self.next_id
+        self.next_id += 1
+        self.batches[bid] = jobs
+        for _, _, name in jobs:
+            self.holders[name] = bid
+        self.queued.append(bid)
+
+    def full(self) -> bool:
+        """True when the batch being filled is to be cut."""
+        return len(self.open) >= (self.size or self.lookahead())
+
+    # -- the cluster -----------------------------------------------------------
+
+    def send(self, bid: int) -> None:
+        c = self.cluster.client
+        key = "kpz-%s-%d-%s" % (self.kind, bid, os.urandom(4).hex())
+        future = c.submit(run_batch, self.batches[bid], kind=self.kind, upright=self.upright,
+                          out=self.output.out, sync=self.sync, remote=self.settings, pure=False,
+                          key=key)
+        self.in_flight[key] = bid
+        self.running.add(future)
+
+    def send_alone(self) -> None:
+        """The files of batches whose workers died as often as Dask allows,
+        each (each group sharing an output name) in a task of its own, one
+        such task at a time: a worker that dies takes with it the tasks
+        queued on it, which Dask counts against them too, so the file that
+        kills is alone when it does."""
+        if self.alone and self.alone_bid is None:
+            bid = self.next_id
+            self.next_id += 1
+            jobs = self.alone.popleft()
+            self.batches[bid] = jobs
+            for _, _, name in jobs:
+                self.holders[name] = bid
+            self.alone_bid = bid
+            self.send(bid)
+
+    def ended(self, future: Any) -> None:
+        """Takes the Results of one task and releases its names."""
+        from distributed import KilledWorker
+
+        bid = self.in_flight.pop(future.key)
+        batch = self.batches.pop(bid)
+        if bid == self.alone_bid:
+            self.alone_bid = None
+        if future.status != "error":
+            results = future.result()
+        elif isinstance(future.exception(), KilledWorker) and _splittable(batch):
+            self.alone.extend(_batches(batch, 1))
+            results = None
+        elif isinstance(future.exception(), KilledWorker):
+            results = [Result(i, source, self.output.shown(name)).fail(
+                kit.ExitStatus.INPUT, source, _KILLED) for i, source, name in batch]
+        else:
+            results = _batch_failed(batch, self.output, future.exception())
+        if results is None:
+            return  # its names stay held until their own tasks end
+        name_of = {i: name for i, _, name in batch}
+        for r in results:
+            r.rewritten = r.index in self.rewritten
+            self.rewritten.discard(r.index)
+            if r.status == 0 and r.out:
+                self.written.add(name_of[r.index])
+                self.writers[name_of[r.index]] = r.source
+                while len(self.writers) > self.span:
+                    self.writers.popitem(last=False)
+            self.ready[r.index] = r
+        for name in dict.fromkeys(name_of.values()):
+            if self.holders.get(name) == bid:
+                del self.holders[name]
+            behind = self.waiting.pop(name, None)
+            if not behind:
+                continue
+            if name in self.written:
+                for i, source, _ in behind:
+                    self.ready[i] = self.taken(i, source, name)
+            else:
+                self.holders[name] = _OPEN
+                self.open.extend(behind)
+
+    # -- the loop --------------------------------------------------------------
+
+    def go(self, entries: Iterator[Tuple[str, str]]) -> None:
+        while True:
+            while not self.exhausted and not self.queued and \
+                    self.found - self.delivered < self.span:
+                entry = next(entries, None)
+                if entry is None:
+                    self.exhausted = True
+                    break
+                self.take(self.found, *entry)
+                self.found += 1
+                if self.full():
+                    self.cut()
+                self.deliver()
+            if self.open and (self.exhausted or self.full() or
+                              self.found - self.delivered >= self.span):
+                self.cut()
+            if self.cluster is not None:
+                self.send_alone()
+                while self.queued and len(self.in_flight) < self.window:
+                    self.send(self.queued.popleft())
+            self.deliver()
+            if not self.in_flight:
+                if self.exhausted and not (self.open or self.queued or self.alone):
+                    break
+                continue  # more to read, cut or send: nothing to wait for
+            future = next(self.running)
+            self.ended(future)
+            del future
+            self.deliver()
+        assert not self.waiting and not self.ready, "every input handed on"
+
+    def close(self) -> None:
+        self.bar.clear()
+        if self.cluster is not None:
+            self.cluster.close()

@@ -6,7 +6,7 @@ import glob
 import os
 import posixpath
 import urllib.parse
-from typing import List, Sequence, Tuple
+from typing import Iterable, Iterator, List, Sequence, Tuple
 
 from kpz._kpz import kit
 
@@ -93,32 +93,30 @@ def _remote_inputs(url: str, recursive: bool, normalised: List[str]) -> List[Tup
     return [(url, "")]
 
 
-def expand_sources(sources: Sequence[str], recursive: bool = False,
-                   extensions: Sequence[str] = ()) -> List[Tuple[str, str]]:
+def iter_sources(sources: Iterable[str], recursive: bool = False,
+                 extensions: Sequence[str] = ()) -> Iterator[Tuple[str, str]]:
     """The files named by `sources`, as kpz expands its arguments (directories
     give their files with the wanted extensions, -r enters subdirectories),
     local globs expanded, and fsspec URLs listed through their file system:
-    (source, error) pairs in argument order."""
+    (source, error) pairs in argument order, given as they are found. A
+    local directory is walked one directory at a time (kit.InputWalk), so
+    that millions of files in folders are never listed at once; a glob's
+    matches, and a URL's listing, are held while they are given (fsspec
+    lists a directory or a glob in one piece)."""
     normalised = kit.normalise_extensions(list(extensions))
-    out: List[Tuple[str, str]] = []
-    local: List[str] = []
-
-    def flush() -> None:
-        if local:
-            out.extend(kit.expand_inputs(local, recursive, list(extensions)))
-            local.clear()
-
     for s in sources:
         s = os.fspath(s)
         if is_url(s):
-            flush()
-            out.extend(_remote_inputs(s, recursive, normalised))
-        else:
-            s = local_path(s)
-            if any(c in s for c in _GLOB_CHARS) and not os.path.exists(s):
-                matches = sorted(glob.glob(s))
-                local.extend(matches if matches else [s])
-            else:
-                local.append(s)
-    flush()
-    return out
+            yield from _remote_inputs(s, recursive, normalised)
+            continue
+        s = local_path(s)
+        names = [s]
+        if any(c in s for c in _GLOB_CHARS) and not os.path.exists(s):
+            names = sorted(glob.glob(s)) or [s]
+        yield from kit.InputWalk(names, recursive, list(extensions))
+
+
+def expand_sources(sources: Sequence[str], recursive: bool = False,
+                   extensions: Sequence[str] = ()) -> List[Tuple[str, str]]:
+    """iter_sources(), as a list."""
+    return list(iter_sources(sources, recursive, extensions))

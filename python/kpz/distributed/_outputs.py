@@ -5,7 +5,7 @@ all. Made on the client (which makes the directory and looks for outputs
 present) and on each worker (which writes)."""
 
 import os
-from typing import Any, Dict, Iterable, Optional, Set, Tuple
+from typing import Any, Dict, Optional
 
 from kpz._kpz import kit
 
@@ -28,6 +28,7 @@ class Output:
         self.out = out
         self.settings = settings  # kpz.remote.Settings of an http(s):// output's PUTs
         self.fs: Optional[Any] = None
+        self._sizes: Optional[Dict[str, Optional[int]]] = None  # a remote listing, once read
         self.root = local_path(out)
         if is_url(out):
             import fsspec
@@ -76,29 +77,29 @@ class Output:
                                 "cannot make the output directory: %s"
                                 % (e.strerror or e)) from None
 
-    def present(self, names: Iterable[str]) -> Tuple[Set[str], Set[str]]:
-        """Of the output `names`, (those present and whole, those present
-        under the name but not whole). Whole: locally kit.output_is_whole (a
+    def state(self, name: str) -> str:
+        """What is under the output `name` now: "whole", "broken" (present
+        but not whole) or "absent". Whole: locally kit.output_is_whole (a
         regular file, links followed, that begins with a JPEG's SOI and a
-        marker and ends with EOI); remotely the same checks on the object's
-        first 3 and last 2 bytes and its size (kit.jpeg_ends_whole)."""
-        sizes = self._listing()
-        whole: Set[str] = set()
-        broken: Set[str] = set()
-        for name in names:
-            if name not in sizes:
-                continue
-            if self._is_whole(name, sizes[name]):
-                whole.add(name)
-            else:
-                broken.add(name)
-        return whole, broken
+        marker and ends with EOI), one look at the one file, so that a run
+        over a million outputs present starts at once; remotely the same
+        checks on the object's first 3 and last 2 bytes and its size
+        (kit.jpeg_ends_whole), the directory listed once, at the first
+        question, and its names and sizes held for the run."""
+        if self.fs is None:
+            path = self.path(name)
+            if kit.output_is_whole(path):
+                return "whole"
+            return "broken" if os.path.lexists(path) else "absent"
+        if self._sizes is None:
+            self._sizes = self._listing()
+        if name not in self._sizes:
+            return "absent"
+        return "whole" if self._is_whole(name, self._sizes[name]) else "broken"
 
     def _listing(self) -> Dict[str, Optional[int]]:
-        """{name: size or None} of what is in the directory now (one listing)."""
+        """{name: size or None} of what is in the remote directory now (one listing)."""
         try:
-            if self.fs is None:
-                return {name: None for name in os.listdir(self.root)}
             return {e["name"].rstrip("/").rsplit("/", 1)[-1]: e.get("size")
                     for e in self.fs.ls(self.root, detail=True)}
         except FileNotFoundError:

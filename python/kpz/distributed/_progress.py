@@ -2,7 +2,7 @@
 
 import os
 import time
-from typing import Any, Callable
+from typing import Any, Callable, Optional
 
 from kpz._kpz import kit
 
@@ -10,7 +10,9 @@ from kpz._kpz import kit
 class Progress:
     """The bar for a run of `total` files on `stream`, drawn when the stream
     is a terminal and the run is long (kit.progress_is_long), redrawn at most
-    every kit.PROGRESS_REDRAW_MS. `clock` gives seconds (a test gives its own)."""
+    every kit.PROGRESS_REDRAW_MS. `clock` gives seconds (a test gives its own).
+    A run whose inputs are still being found gives update() the number found
+    so far and more=True: the bar shows that number with a '+' after it."""
 
     def __init__(self, total: int, stream: Any,
                  clock: Callable[[], float] = time.monotonic) -> None:
@@ -22,7 +24,9 @@ class Progress:
         self._last = None
         self.shown = False
 
-    def update(self, done: int) -> None:
+    def update(self, done: int, total: Optional[int] = None, more: bool = False) -> None:
+        if total is not None:
+            self._total = total
         if not self._enabled:
             return
         now = self._clock()
@@ -36,7 +40,10 @@ class Progress:
             width = os.get_terminal_size(self._stream.fileno()).columns
         except (OSError, ValueError, AttributeError):  # not a terminal after all, or no fileno
             width = 80
-        self._stream.write("\r" + kit.progress_text(done, self._total, width))
+        text = kit.progress_text(done, self._total, width - (1 if more else 0))
+        if more:  # "250/1000+ files": 1000 found so far
+            text = text.replace("/%d files" % self._total, "/%d+ files" % self._total, 1)
+        self._stream.write("\r" + text)
         self._stream.flush()
         self.shown = True
 

@@ -2,7 +2,7 @@
 them all, and RunFailed for a run that cannot start (an output that cannot
 be made, a cluster that cannot be reached or whose workers cannot work)."""
 
-from typing import List, Optional
+from typing import Optional
 
 from kpz._kpz import kit
 
@@ -52,15 +52,16 @@ class Result:
 
 
 class Summary:
-    """A run's end: counts and the tool's summary lines (render())."""
+    """A run's end: counts and the tool's summary lines (render()). It keeps
+    the counts and the tallies of reasons and notes, as kpz's summary does,
+    never the Results themselves (a run of millions of files would hold them
+    all): extract()'s on_result gets each Result as it comes."""
 
     def __init__(self, noun: str) -> None:
         self._summary = kit.Summary()
         self._noun = noun
-        self.results: List[Result] = []
 
     def _add(self, r: Result) -> None:
-        self.results.append(r)
         self._summary.add(r.status, r.reason)
         if r.status == 0:
             self._summary.add_note(self._noun, r.note)  # an empty note is not counted

@@ -83,6 +83,13 @@ TEST(KpzOutputClaims, ALaterInputWaitsForAnEarlierOneStillRunning) {
   }
 }
 
+TEST(KpzOutputClaims, WordsNameTheOwnerOrAnEarlierInput) {
+  EXPECT_EQ(KpzOutputClaims::TakenWords("out/x.preview.jpg", "b/x.kpz"),
+            "not written: out/x.preview.jpg is already written by b/x.kpz");
+  EXPECT_EQ(KpzOutputClaims::TakenEarlierWords("out/x.preview.jpg"),
+            "not written: out/x.preview.jpg is already written by an earlier input");
+}
+
 }  // namespace
 
 #else
