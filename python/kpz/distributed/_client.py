@@ -312,6 +312,7 @@ class _Run:
         self.alone_bid: Optional[int] = None  # the batch id of the one running, if any
         self.in_flight: Dict[str, int] = {}  # task key -> batch id
         self.next_id = 0
+        self.ended_count = 0     # tasks ended
         self.running: Any = None
 
     # -- handing on ---------------------------------------------------------
@@ -371,11 +372,17 @@ class _Run:
         self.cluster = self._connect()
         from distributed import as_completed
 
+        self.size_window()
+        self.running = as_completed()
+
+    def size_window(self) -> None:
+        """The window for the worker threads there now (workers join and
+        leave a running scheduler: asked again every window's worth of ended
+        batches)."""
         self.threads = max(1, sum(self.cluster.client.nthreads().values()))
         self.window = max(2, WINDOW_PER_THREAD * self.threads)
-        # Room for the batch size to be chosen (below), and for two windows.
+        # Room for the batch size to be chosen (cut()), and for two windows.
         self.span = 2 * max(self.window * (self.size or DEFAULT_BATCH_SIZE), self.lookahead())
-        self.running = as_completed()
 
     def lookahead(self) -> int:
         """Inputs to send gathered before the batch size is chosen: enough for
@@ -443,6 +450,9 @@ class _Run:
 
         bid = self.in_flight.pop(future.key)
         batch = self.batches.pop(bid)
+        self.ended_count += 1
+        if self.ended_count % self.window == 0:
+            self.size_window()
         if bid == self.alone_bid:
             self.alone_bid = None
         if future.status != "error":
