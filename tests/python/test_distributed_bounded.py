@@ -133,3 +133,55 @@ def test_inputs_sharing_a_name_in_batches_of_their_own(cluster, fixtures, tool, 
     assert got.stdout == want.stdout.replace(str(tmp_path / "ref"), str(tmp_path / "out"))
     assert got.stderr == want.stderr.replace(str(tmp_path / "ref"), str(tmp_path / "out"))
     same_tree(tmp_path / "out", tmp_path / "ref")
+
+
+def test_a_remote_tree_is_walked_one_directory_at_a_time_in_kpz_order(tmp_path):
+    """An fsspec store (the in-memory one) walked with -r: the files of
+    kpz -r's order over the same tree on disk, each directory listed when
+    it is reached, a subdirectory that cannot be listed told at its place."""
+    import fsspec
+
+    fs = fsspec.filesystem("memory")
+    root = "/kpz-walk-%d" % os.getpid()
+    names = ["b.kpz", "a/z.kpz", "a/b/y.kpz", "a/b.kpz", "a.kpz", "c/notes.txt", "d/e/f/x.KPZ"]
+    try:
+        for n in names:
+            fs.pipe_file("%s/%s" % (root, n), b"x")
+            local = tmp_path / n
+            local.parent.mkdir(parents=True, exist_ok=True)
+            local.write_bytes(b"x")
+        listed = []
+        real_ls = fs.ls
+
+        def ls(path, detail=True, **kw):
+            listed.append(path)
+            return real_ls(path, detail=detail, **kw)
+
+        fs.ls = ls
+        try:
+            walk = iter_sources(["memory://%s/" % root], recursive=True)
+            first = next(walk)
+            assert len(listed) <= 3  # the root, a/, a/b/: not the whole tree
+            got = [first] + list(walk)
+        finally:
+            del fs.ls
+        want = [(p[len(str(tmp_path)):], e) for p, e in
+                iter_sources([str(tmp_path)], recursive=True)]
+        assert [(u[len("memory://" + root):], e) for u, e in got] == want
+        assert all(e == "" for _, e in got)
+    finally:
+        fs.rm(root, recursive=True)
+
+
+def test_a_remote_tree_without_files_fails_in_words(tmp_path):
+    import fsspec
+
+    fs = fsspec.filesystem("memory")
+    root = "/kpz-walk-empty-%d" % os.getpid()
+    fs.pipe_file(root + "/sub/notes.txt", b"x")
+    try:
+        url = "memory://%s/" % root
+        assert list(iter_sources([url], recursive=True)) == [
+            (url, "the directory holds no file ending in .kpz")]
+    finally:
+        fs.rm(root, recursive=True)

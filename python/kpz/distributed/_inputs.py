@@ -3,10 +3,11 @@ directories and globs through the kit's own expansion, fsspec URLs listed
 through their file system. Runs on the client."""
 
 import glob
+import itertools
 import os
 import posixpath
 import urllib.parse
-from typing import Iterable, Iterator, List, Sequence, Tuple
+from typing import Any, Iterable, Iterator, List, Sequence, Tuple
 
 from kpz._kpz import kit
 
@@ -34,10 +35,55 @@ def _normal(url: str) -> str:
     path = posixpath.normpath(parts.path)
     if parts.path.endswith("/") and not path.endswith("/"):
         path += "/"
+    if not parts.netloc and "://" in url:
+        # A store without hosts (memory:///dir/x): urlunsplit would drop the
+        # '//' and give 'memory:/dir/x', which fsspec takes for a local path.
+        rest = urllib.parse.urlunsplit(parts._replace(scheme="", path=path))
+        return "%s://%s" % (parts.scheme, rest)
     return urllib.parse.urlunsplit(parts._replace(path=path))
 
 
-def _remote_inputs(url: str, recursive: bool, normalised: List[str]) -> List[Tuple[str, str]]:
+def _walked(fs: Any, path: str, folder: str, url_of: Any, normalised: List[str],
+            url: str) -> Iterator[Tuple[str, str]]:
+    """The files under the remote directory `path`, listed one directory at a
+    time as they are given (the order of kpz -r: each directory's entries in
+    name order, subdirectories entered where they fall), inside `folder`
+    only, each directory once (a web server's links may loop). A
+    subdirectory that cannot be listed is told at its place; the top one's
+    failure is raised at the first entry, and a walk that finds no file
+    fails as a listing that holds none. Gives at least one entry."""
+    seen = {folder}
+    found = 0
+
+    def level(p: str) -> Iterator[Tuple[str, str]]:
+        nonlocal found
+        entries = sorted(fs.ls(p, detail=True),
+                         key=lambda e: e["name"].rstrip("/").rsplit("/", 1)[-1])
+        for e in entries:
+            u = _normal(url_of(e["name"]))
+            if not u.startswith(folder):
+                continue
+            if e.get("type") == "directory":
+                d = u.rstrip("/") + "/"
+                if d in seen:
+                    continue
+                seen.add(d)
+                try:
+                    yield from level(e["name"])
+                except OSError as err:
+                    yield d, "cannot read the directory: %s" % (err.strerror or err)
+            elif kit.extension_matches(u.rsplit("/", 1)[-1], normalised):
+                found += 1
+                yield u, ""
+
+    yield from level(path)
+    if not found:
+        wanted_ext = " ".join(kit.shown_name(e) for e in normalised)
+        yield url, "the directory holds no file ending in %s" % wanted_ext
+
+
+def _remote_inputs(url: str, recursive: bool,
+                   normalised: List[str]) -> Iterable[Tuple[str, str]]:
     """(url, error) pairs for one fsspec URL: a glob, a directory (ending in
     '/', or any directory of a store that has them) or one file."""
     import fsspec
@@ -82,7 +128,10 @@ def _remote_inputs(url: str, recursive: bool, normalised: List[str]) -> List[Tup
         if url.endswith("/") or (not web and fs.isdir(path)):
             folder = _normal(url_of(path.rstrip("/") + "/"))
             if recursive:
-                return wanted(sorted(fs.find(path)), folder, "the directory holds")
+                walk = _walked(fs, path, folder, url_of, normalised, url)
+                # The first entry read here: the top directory's failure is
+                # told as the listing's (below).
+                return itertools.chain([next(walk)], walk)
             return wanted(sorted(e["name"] for e in fs.ls(path, detail=True)
                                  if e.get("type") != "directory"), folder,
                           "the directory holds")
