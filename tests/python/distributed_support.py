@@ -335,3 +335,43 @@ def listening_sockets(root: int) -> List[tuple]:
             if fields[3] == "0A" and fields[9] in owner:  # 0A: TCP_LISTEN
                 found.append((owner[fields[9]],) + _socket_address(fields[1], v6))
     return found
+
+
+# Runs a command as a grandchild and prints its peak resident memory (KiB)
+# and exit status. A child's ru_maxrss counts the memory of the process that
+# forked it (Linux copies the high-water mark through fork and exec), so the
+# command is forked from this small launcher, not from the test's process.
+_PEAK_LAUNCHER = """
+import os, sys
+fd = int(sys.argv[1])
+pid = os.fork()
+if pid == 0:
+    os.close(fd)
+    os.execvp(sys.argv[2], sys.argv[2:])
+_, status, usage = os.wait4(pid, 0)
+os.write(fd, b"%d %d" % (usage.ru_maxrss, os.waitstatus_to_exitcode(status)))
+"""
+
+
+def run_measured(cmd: List[str], env: dict, timeout: float = 600,
+                 stdout=subprocess.DEVNULL) -> tuple:
+    """(exit status, peak resident KiB, standard error) of `cmd`."""
+    r, w = os.pipe()
+    try:
+        proc = subprocess.Popen(["/usr/bin/python3", "-c", _PEAK_LAUNCHER, str(w), *cmd],
+                                env=env, stdout=stdout, stderr=subprocess.PIPE, pass_fds=(w,))
+        os.close(w)
+        w = -1
+        try:
+            _, err = proc.communicate(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            proc.kill()
+            proc.communicate()
+            raise
+        got = os.read(r, 64).split()
+    finally:
+        os.close(r)
+        if w >= 0:
+            os.close(w)
+    assert proc.returncode == 0 and len(got) == 2, (proc.returncode, got, err[-2000:])
+    return int(got[1]), int(got[0]), err.decode(errors="replace")

@@ -14,7 +14,7 @@ import pytest
 
 import kpz.distributed
 from kpz.distributed._inputs import iter_sources
-from distributed_support import DaskCluster, python_env, same_tree
+from distributed_support import DaskCluster, python_env, run_measured, same_tree
 
 THREADS = 2  # the cluster's: two workers of one thread each
 
@@ -69,20 +69,12 @@ def test_the_scheduler_never_holds_more_tasks_than_the_window(cluster, fixtures,
 
 
 def _run_measured(cluster, inputs: Path, out: Path) -> int:
-    """The client's peak resident memory in KiB, from wait4's rusage."""
-    proc = subprocess.Popen([sys.executable, "-m", "kpz.distributed", "thumbnail", "-r",
-                             str(inputs), "-o", str(out), "--scheduler", cluster.address],
-                            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
-                            env=python_env())
-    err = b""
-    try:
-        err = proc.stderr.read()  # the summary: a few lines
-        _, status, usage = os.wait4(proc.pid, 0)
-    finally:
-        proc.stderr.close()
-        proc.returncode = 0  # waited for by wait4 above: Popen must not wait again
-    assert os.waitstatus_to_exitcode(status) == 0, err[-2000:]
-    return usage.ru_maxrss
+    """The client's peak resident memory in KiB, as a process of its own."""
+    status, peak, err = run_measured([sys.executable, "-m", "kpz.distributed", "thumbnail", "-r",
+                                      str(inputs), "-o", str(out), "--scheduler",
+                                      cluster.address], python_env())
+    assert status == 0, err[-2000:]
+    return peak
 
 
 def test_the_clients_memory_does_not_grow_with_the_inputs(cluster, fixtures, tmp_path):

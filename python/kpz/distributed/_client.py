@@ -373,7 +373,9 @@ class _Run:
         from distributed import as_completed
 
         self.size_window()
-        self.running = as_completed()
+        # The results are fetched as the tasks end, on the client's own
+        # thread of communication, not asked for one by one.
+        self.running = as_completed(with_results=True, raise_errors=False)
 
     def size_window(self) -> None:
         """The window for the worker threads there now (workers join and
@@ -419,14 +421,17 @@ class _Run:
 
     # -- the cluster -----------------------------------------------------------
 
-    def send(self, bid: int) -> None:
+    def send(self, bids: List[int]) -> None:
+        """One task per batch, all sent in one message (client.map): the
+        client's cost per message (building the graph, and Dask noting the
+        calling code for its dashboard) is paid once for them all."""
         c = self.cluster.client
-        key = "kpz-%s-%d-%s" % (self.kind, bid, os.urandom(4).hex())
-        future = c.submit(run_batch, self.batches[bid], kind=self.kind, upright=self.upright,
-                          out=self.output.out, sync=self.sync, remote=self.settings, pure=False,
-                          key=key)
-        self.in_flight[key] = bid
-        self.running.add(future)
+        keys = ["kpz-%s-%d-%s" % (self.kind, bid, os.urandom(4).hex()) for bid in bids]
+        futures = c.map(run_batch, [self.batches[bid] for bid in bids], kind=self.kind,
+                        upright=self.upright, out=self.output.out, sync=self.sync,
+                        remote=self.settings, pure=False, key=keys)
+        self.in_flight.update(zip(keys, bids))
+        self.running.update(futures)
 
     def send_alone(self) -> None:
         """The files of batches whose workers died as often as Dask allows,
@@ -442,10 +447,11 @@ class _Run:
             for _, _, name in jobs:
                 self.holders[name] = bid
             self.alone_bid = bid
-            self.send(bid)
+            self.send([bid])
 
-    def ended(self, future: Any) -> None:
-        """Takes the Results of one task and releases its names."""
+    def ended(self, future: Any, value: Any) -> None:
+        """Takes the Results of one task (`value`, what it returned when it did
+        not fail) and releases its names."""
         from distributed import KilledWorker
 
         bid = self.in_flight.pop(future.key)
@@ -455,8 +461,12 @@ class _Run:
             self.size_window()
         if bid == self.alone_bid:
             self.alone_bid = None
-        if future.status != "error":
-            results = future.result()
+        if future.status == "finished":
+            results = value
+        elif future.status == "cancelled":  # the scheduler lost it: told as a failed task
+            from distributed.client import CancelledError
+
+            results = _batch_failed(batch, self.output, CancelledError(future.key))
         elif isinstance(future.exception(), KilledWorker) and _splittable(batch):
             self.alone.extend(_batches(batch, 1))
             results = None
@@ -494,7 +504,8 @@ class _Run:
 
     def go(self, entries: Iterator[Tuple[str, str]]) -> None:
         while True:
-            while not self.exhausted and not self.queued and \
+            free = self.window - len(self.in_flight)
+            while not self.exhausted and len(self.queued) < max(1, free) and \
                     self.found - self.delivered < self.span:
                 entry = next(entries, None)
                 if entry is None:
@@ -510,16 +521,21 @@ class _Run:
                 self.cut()
             if self.cluster is not None:
                 self.send_alone()
-                while self.queued and len(self.in_flight) < self.window:
-                    self.send(self.queued.popleft())
+                # Topped up a worker thread's share at a time (each message
+                # costs the client a few ms), or at once when nothing runs.
+                free = self.window - len(self.in_flight)
+                if self.queued and free > 0 and (free >= self.threads or not self.in_flight
+                                                 or self.exhausted):
+                    self.send([self.queued.popleft()
+                               for _ in range(min(free, len(self.queued)))])
             self.deliver()
             if not self.in_flight:
                 if self.exhausted and not (self.open or self.queued or self.alone):
                     break
                 continue  # more to read, cut or send: nothing to wait for
-            future = next(self.running)
-            self.ended(future)
-            del future
+            for future, value in self.running.next_batch(block=True):
+                self.ended(future, value)
+            del future, value
             self.deliver()
         assert not self.waiting and not self.ready, "every input handed on"
 
