@@ -131,14 +131,29 @@ def hosts(tmp_path):
     h.close()
 
 
-def linked(fixtures, where: Path, total: int) -> List[str]:
-    """`total` hard links of the 64 valid files under distinct names in
+# The fixture files with real JPEG pictures: their previews and thumbnails
+# are whole JPEGs (FF D8 FF ... FF D9), which --skip-existing keeps. The 64
+# "many" files have distinct previews of 2 to 65 KB, not whole JPEGs (their
+# bytes after the start marker are a pattern), and all the same thumbnail.
+REAL = [f"orient{n}_{edge}" for n in range(1, 9) for edge in ("whole", "partial")]
+
+
+def real_files(fixtures) -> List[Path]:
+    return [Path(fixtures["byname"][name]["path"]) for name in REAL]
+
+
+def valid_files(fixtures) -> List[Path]:
+    """Files whose preview and thumbnail kpz writes: the 64 "many" and the real ones."""
+    return [Path(p) for p in fixtures["many"]] + real_files(fixtures)
+
+
+def linked(files: List[Path], where: Path, total: int) -> List[str]:
+    """`total` hard links of `files`, in turn, under distinct names in
     `where`; their names, in order."""
-    many = [Path(p) for p in fixtures["many"]]
     names = []
     for i in range(total):
         name = f"f{i:05d}.kpz"
-        os.link(many[i % len(many)], where / name)
+        os.link(files[i % len(files)], where / name)
         names.append(name)
     return names
 
@@ -175,12 +190,12 @@ def wrote_lines(stdout: str) -> List[str]:
 def test_3000_files_over_http_same_as_kpz(hosts, fixtures, tool, tmp_path):
     h, raw = hosts
     total = 3000
-    linked(fixtures, raw, total)
+    linked(valid_files(fixtures), raw, total)
     ref = tmp_path / "ref"
-    want = tool_run(tool, "thumbnail", raw, ref)
+    want = tool_run(tool, "preview", raw, ref)
     out = tmp_path / "out"
     started = time.monotonic()
-    got = h.run_client(["thumbnail", f"{h.storage}/raw/*.kpz", "-o", str(out)])
+    got = h.run_client(["preview", f"{h.storage}/raw/*.kpz", "-o", str(out)])
     took = time.monotonic() - started
     assert got.returncode == 0, got.stderr + h.logs()
     assert got.stderr.endswith(f"kpz: {total} files: {total} done, 0 failed\n"), got.stderr
@@ -197,4 +212,122 @@ def test_3000_files_over_http_same_as_kpz(hosts, fixtures, tool, tmp_path):
     assert len(files) == total
     assert set().union(*files.values()) == workers  # both did work, nobody else read a file
     assert readers["/raw/"] == {h.net.address["client"]}
-    print(f"3000 thumbnails over HTTP across hosts: {took:.1f} s")
+    print(f"3000 previews over HTTP across hosts: {took:.1f} s")
+
+
+def removed_line(log: str, worker: str) -> re.Match:
+    """The scheduler's line saying it removed `worker` for want of heartbeats."""
+    found = re.search(r"^(\S+ \S+) - distributed\.scheduler - WARNING - Worker failed to "
+                      r"heartbeat within \S+ seconds\. Closing: <WorkerState '"
+                      + re.escape(worker) + r"'.*processing: (\d+)>$", log, re.M)
+    assert found, log[-3000:]
+    return found
+
+
+def test_worker_host_loses_its_link_mid_run(hosts, fixtures, tool, tmp_path):
+    # The inputs on the shared file system. Once CUT_AT outputs exist, w1's
+    # host leaves the network: its process lives on, and it may still write
+    # the outputs of the batches it holds (the file system is not cut here),
+    # but it can no longer tell the scheduler. The scheduler notices only
+    # when w1's heartbeats stop (WORKER_TTL), and gives w1's batches to w0,
+    # which writes the same outputs again.
+    h, _ = hosts
+    total, cut_at = 3000, 300
+    inputs = tmp_path / "in"
+    inputs.mkdir()
+    names = linked(valid_files(fixtures), inputs, total)
+    ref = tmp_path / "ref"
+    tool_run(tool, "preview", inputs, ref)
+    out = tmp_path / "out"
+    run = h.client(["preview", str(inputs), "-o", str(out), "--batch-size", "20"])
+    try:
+        seen = wait_for_outputs(out, cut_at, run, 120)
+        h.net.link_down("w1")
+        cut = time.time()
+        stdout, stderr = run.communicate(timeout=120)
+    finally:
+        if run.poll() is None:
+            run.kill()
+            run.wait(timeout=10)
+    assert run.returncode == 0, stderr + h.logs()
+    assert seen < total
+    assert f"kpz: {total} files: {total} done, 0 failed\n" in stderr, stderr
+    wrote = wrote_lines(stdout)
+    assert sorted(wrote) == [str(out / n.replace(".kpz", ".preview.jpg")) for n in names]
+    # Every output once, whole, under its name; no temporary file left over.
+    assert [n for n in os.listdir(out) if n.startswith(".")] == []
+    same_tree(out, ref)
+    # The scheduler removed w1 for want of heartbeats, with batches still
+    # held by it (those it gave w0 again), and w1's process is alive: its
+    # link was cut, it was not killed.
+    removed = removed_line(h.net.log_tail("scheduler.log", 10**6), h.worker_address["w1"])
+    assert int(removed.group(2)) > 0
+    assert h.workers["w1"].poll() is None
+    noticed = time.mktime(time.strptime(removed.group(1).split(",")[0], "%Y-%m-%d %H:%M:%S")) \
+        + int(removed.group(1).split(",")[1]) / 1000 - cut
+    print(f"w1 cut after {seen} outputs; the scheduler removed it {noticed:.1f} s later, "
+          f"holding {removed.group(2)} batches")
+
+
+STORAGE_DOWN = 3.0  # seconds the storage host is unreachable
+# kpz.remote's settings for the run, short so that the fault is felt within
+# those seconds: 3 tries of 1 s each, with backoffs of 0.25 s and 0.5 s at
+# most between them (in production: 4 tries, 10 s to connect, 30 s to read).
+REMOTE = ["--tries", "3", "--connect-timeout", "1", "--read-timeout", "1"]
+
+
+def test_storage_unreachable_for_seconds_mid_run(hosts, fixtures, tool, tmp_path):
+    h, raw = hosts
+    total, cut_at = 3000, 300
+    names = linked(real_files(fixtures), raw, total)
+    ref = tmp_path / "ref"
+    tool_run(tool, "thumbnail", raw, ref)
+    out = tmp_path / "out"
+    source = f"{h.storage}/raw/*.kpz"
+    run = h.client(["thumbnail", source, "-o", str(out), *REMOTE])
+    try:
+        seen = wait_for_outputs(out, cut_at, run, 120)
+        h.net.link_down("store")
+        try:
+            time.sleep(STORAGE_DOWN)  # the fault's length, chosen; both outcomes are checked
+        finally:
+            h.net.link_up("store")
+        stdout, stderr = run.communicate(timeout=180)
+    finally:
+        if run.poll() is None:
+            run.kill()
+            run.wait(timeout=10)
+    assert seen < total
+    output = {n: n.replace(".kpz", ".thumb.jpg") for n in names}
+    wrote = wrote_lines(stdout)
+    lines = stderr.splitlines()
+    summary = [i for i, line in enumerate(lines) if re.match(r"kpz: \d+ files: ", line)]
+    assert len(summary) == 1, stderr
+    each = lines[:summary[0]]
+    failed = []
+    for line in each:
+        found = re.fullmatch(re.escape(f"kpz: {h.storage}/raw/") + r"(f\d{5}\.kpz): (.+)", line)
+        assert found, line
+        failed.append(found.group(1))
+    assert len(set(failed)) == len(failed)
+    assert sorted(wrote) == sorted(str(out / output[n]) for n in names if n not in failed)
+    assert sorted(os.listdir(out)) == sorted(output[n] for n in names if n not in failed)
+    assert lines[summary[0]] == f"kpz: {total} files: {total - len(failed)} done, " \
+        f"{len(failed)} failed"
+    print(f"storage cut after {seen} outputs for {STORAGE_DOWN} s: "
+          f"{len(failed)} failed, exit status {run.returncode}")
+    if not failed:
+        # The retries carried every file through.
+        assert run.returncode == 0, stderr
+    else:
+        # The files that failed failed in words; a rerun that skips the
+        # outputs present completes the set.
+        assert run.returncode == 1, stderr
+        print("\n".join(sorted(set(lines[summary[0] + 1:]))))
+        again = h.run_client(["thumbnail", source, "-o", str(out), "--skip-existing", *REMOTE])
+        assert again.returncode == 0, again.stderr + h.logs()
+        assert sorted(wrote_lines(again.stdout)) == sorted(str(out / output[n]) for n in failed)
+        assert f"kpz:   {total - len(failed)} thumbnails already present, not written again " \
+            "(--skip-existing)\n" in again.stderr, again.stderr
+        assert f"kpz: {total} files: {total} done, 0 failed\n" in again.stderr, again.stderr
+    same_tree(out, ref)
