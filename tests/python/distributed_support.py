@@ -188,8 +188,8 @@ class Nginx:
 
     def _launch(self, prefix: Path, docroot: Path) -> None:
         conf = prefix / "nginx.conf"
-        nonce = (f'        location = /.kpz-nonce {{ access_log off; return 200 "{self.nonce}"; }}\n'
-                 if self.nonce else "")
+        nonce = ("        location = /.kpz-nonce { access_log off; "
+                 f'return 200 "{self.nonce}"; }}\n' if self.nonce else "")
         conf.write_text(f"""
 daemon off;
 master_process off;
