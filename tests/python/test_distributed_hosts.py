@@ -21,7 +21,7 @@ import subprocess
 import sys
 import time
 from pathlib import Path
-from typing import List, Optional
+from typing import List, Optional, Tuple
 
 import pytest
 
@@ -41,6 +41,33 @@ STORAGE_PORT = 8080  # the storage host's own namespace: nothing else can hold i
 # each up to 10 workers), so a lost worker is removed 5 to 8 s after its
 # last heartbeat here.
 WORKER_TTL = "3s"
+
+
+class ClientRun:
+    """A client run in progress: its process and its output files."""
+
+    def __init__(self, root: Path) -> None:
+        self.stdout = open(root / "client.out", "w+")
+        self.stderr = open(root / "client.err", "w+")
+        self.proc: Optional[subprocess.Popen] = None
+
+    def errors(self) -> str:
+        self.stderr.seek(0)
+        return self.stderr.read()
+
+    def finish(self, timeout: float) -> Tuple[str, str]:
+        """Waits for the run's end (bounded); its standard output and error."""
+        self.proc.wait(timeout=timeout)
+        self.stdout.seek(0)
+        return self.stdout.read(), self.errors()
+
+    def close(self) -> None:
+        """Kills the run if it still goes (a test that failed), by its pid."""
+        if self.proc is not None and self.proc.poll() is None:
+            self.proc.kill()
+            self.proc.wait(timeout=10)
+        self.stdout.close()
+        self.stderr.close()
 
 
 class Hosts:
@@ -94,11 +121,15 @@ class Hosts:
     def storage(self) -> str:
         return self.nginx.url
 
-    def client(self, args: List[str]) -> subprocess.Popen:
-        """python3 -m kpz.distributed ARGS --scheduler <the scheduler>, on the client's host."""
-        return self.net.start("client", [sys.executable, "-m", "kpz.distributed", *args,
-                                         "--scheduler", self.address], self.env, "",
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    def client(self, args: List[str]) -> "ClientRun":
+        """python3 -m kpz.distributed ARGS --scheduler <the scheduler>, started
+        on the client's host; its output into files (never a pipe that fills
+        while the test waits for the fault's moment)."""
+        run = ClientRun(self.root)
+        run.proc = self.net.start("client", [sys.executable, "-m", "kpz.distributed", *args,
+                                             "--scheduler", self.address], self.env, "",
+                                  stdout=run.stdout, stderr=run.stderr)
+        return run
 
     def run_client(self, args: List[str], timeout: float = 180) -> subprocess.CompletedProcess:
         return self.net.run("client", [sys.executable, "-m", "kpz.distributed", *args,
@@ -165,11 +196,11 @@ def tool_run(tool, kind: str, inputs: Path, out: Path) -> subprocess.CompletedPr
     return got
 
 
-def wait_for_outputs(out: Path, n: int, run: subprocess.Popen, seconds: float) -> int:
+def wait_for_outputs(out: Path, n: int, run: ClientRun, seconds: float) -> int:
     """Until OUT holds at least `n` outputs (the run still going), polled."""
     deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
-        assert run.poll() is None, "the run ended before the fault: " + run.stderr.read()
+        assert run.proc.poll() is None, "the run ended before the fault: " + run.errors()
         try:
             count = sum(1 for e in os.scandir(out) if not e.name.startswith("."))
         except FileNotFoundError:
@@ -244,12 +275,10 @@ def test_worker_host_loses_its_link_mid_run(hosts, fixtures, tool, tmp_path):
         seen = wait_for_outputs(out, cut_at, run, 120)
         h.net.link_down("w1")
         cut = time.time()
-        stdout, stderr = run.communicate(timeout=120)
+        stdout, stderr = run.finish(120)
     finally:
-        if run.poll() is None:
-            run.kill()
-            run.wait(timeout=10)
-    assert run.returncode == 0, stderr + h.logs()
+        run.close()
+    assert run.proc.returncode == 0, stderr + h.logs()
     assert seen < total
     assert f"kpz: {total} files: {total} done, 0 failed\n" in stderr, stderr
     wrote = wrote_lines(stdout)
@@ -301,11 +330,9 @@ def test_storage_unreachable_for_seconds_mid_run(hosts, fixtures, tool, tmp_path
             time.sleep(down)  # the fault's length, chosen; both outcomes are checked
         finally:
             h.net.link_up("store")
-        stdout, stderr = run.communicate(timeout=180)
+        stdout, stderr = run.finish(180)
     finally:
-        if run.poll() is None:
-            run.kill()
-            run.wait(timeout=10)
+        run.close()
     assert seen < total
     output = {n: n.replace(".kpz", ".thumb.jpg") for n in names}
     wrote = wrote_lines(stdout)
@@ -324,14 +351,14 @@ def test_storage_unreachable_for_seconds_mid_run(hosts, fixtures, tool, tmp_path
     assert lines[summary[0]] == f"kpz: {total} files: {total - len(failed)} done, " \
         f"{len(failed)} failed"
     print(f"storage cut after {seen} outputs for {down} s: "
-          f"{len(failed)} failed, exit status {run.returncode}")
+          f"{len(failed)} failed, exit status {run.proc.returncode}")
     if not failed:
         # The retries carried every file through.
-        assert run.returncode == 0, stderr
+        assert run.proc.returncode == 0, stderr
     else:
         # The files that failed failed in words; a rerun that skips the
         # outputs present completes the set.
-        assert run.returncode == 1, stderr
+        assert run.proc.returncode == 1, stderr
         print("\n".join(sorted(set(lines[summary[0] + 1:]))))
         again = h.run_client(["thumbnail", source, "-o", str(out), "--skip-existing", *REMOTE])
         assert again.returncode == 0, again.stderr + h.logs()
