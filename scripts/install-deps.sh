@@ -19,6 +19,7 @@ packages=(
   python3-dask python3-distributed      # kpz.distributed: bulk extraction over a Dask cluster
   python3-fsspec python3-aiohttp python3-requests  # its remote sources and outputs (fsspec; its HTTP back end imports aiohttp and requests)
   nginx-light                            # its tests serve files over HTTP on 127.0.0.1 (never left running)
+  iproute2                               # its hosts test builds network namespaces (ip netns), as root
   "$@"
 )
 

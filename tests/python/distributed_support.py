@@ -149,15 +149,31 @@ def scheduler_address(info: Path, proc: subprocess.Popen, seconds: float) -> str
 
 
 class Nginx:
-    """nginx serving `docroot` on 127.0.0.1, everything of its own under
-    `prefix`; its access log says, per request, the URI, the status and
-    $body_bytes_sent."""
+    """nginx serving `docroot` on 127.0.0.1 (or on `address`), everything of
+    its own under `prefix`; its access log says, per request, the URI, the
+    status and $body_bytes_sent, and its clients log the client's address
+    and the URI.
 
-    def __init__(self, prefix: Path, docroot: Path) -> None:
+    Given a `port`, it binds that one: for an address in a network namespace
+    of the test's own (`command` = ["ip", "netns", "exec", NS]), where no
+    other server can hold the port; it is ready when its process listens
+    there (seen in /proc/<pid>/net/tcp, which shows the namespace's
+    sockets)."""
+
+    def __init__(self, prefix: Path, docroot: Path, address: str = LOOPBACK,
+                 port: Optional[int] = None, command: Sequence[str] = ()) -> None:
         self.prefix = prefix
+        self.address = address
         self.access_log = prefix / "access.log"
+        self.clients_log = prefix / "clients.log"
+        self.command = list(command)
         for d in ("logs", "body", "proxy", "fastcgi", "uwsgi", "scgi"):
             (prefix / d).mkdir(parents=True, exist_ok=True)
+        if port is not None:
+            self.port = port
+            self.nonce = ""
+            self._start_at(prefix, docroot)
+            return
         # nginx cannot bind port 0 and say which port it got: it is given a
         # port that was free, answers a nonce of this instance's at
         # /.kpz-nonce (so that another server that took the port meanwhile
@@ -170,9 +186,10 @@ class Nginx:
                 return
         raise RuntimeError("nginx could not bind a port on 127.0.0.1 in 5 tries")
 
-    def _start(self, prefix: Path, docroot: Path) -> bool:
-        """True when this nginx serves on self.port; False when the port was taken."""
+    def _launch(self, prefix: Path, docroot: Path) -> None:
         conf = prefix / "nginx.conf"
+        nonce = ("        location = /.kpz-nonce { access_log off; "
+                 f'return 200 "{self.nonce}"; }}\n' if self.nonce else "")
         conf.write_text(f"""
 daemon off;
 master_process off;
@@ -187,29 +204,52 @@ http {{
     uwsgi_temp_path {prefix}/uwsgi;
     scgi_temp_path {prefix}/scgi;
     log_format bytes '$request_method $uri $status $body_bytes_sent';
+    log_format clients '$remote_addr $uri';
     access_log {self.access_log} bytes;
+    access_log {self.clients_log} clients;
     default_type application/octet-stream;
     sendfile on;
     server {{
-        listen {LOOPBACK}:{self.port};
+        listen {self.address}:{self.port};
         root {docroot};
         autoindex on;
-        location = /.kpz-nonce {{ access_log off; return 200 "{self.nonce}"; }}
-    }}
+{nonce}    }}
 }}
 """)
         with open(prefix / "stderr.log", "wb") as err:
-            self.proc = subprocess.Popen(["nginx", "-p", str(prefix), "-c", str(conf)],
+            self.proc = subprocess.Popen(self.command + ["nginx", "-p", str(prefix), "-c",
+                                                         str(conf)],
                                          stdout=subprocess.DEVNULL, stderr=err)
+
+    def _start_at(self, prefix: Path, docroot: Path) -> None:
+        self._launch(prefix, docroot)
+        deadline = time.monotonic() + 30
+        while time.monotonic() < deadline:
+            if self.proc.poll() is not None:
+                raise RuntimeError(f"nginx ended early with status {self.proc.returncode}: "
+                                   f"{self._errors()[-500:]}")
+            if any(a == self.address and p == self.port
+                   for _, a, p in listening_sockets(self.proc.pid)):
+                return
+            time.sleep(0.05)
+        stop(self.proc, signal.SIGQUIT)
+        raise RuntimeError(f"nginx did not listen on {self.address}:{self.port} within 30 s")
+
+    def _errors(self) -> str:
+        return "".join(f.read_text(errors="replace")
+                       for f in (self.prefix / "stderr.log", self.prefix / "error.log")
+                       if f.exists())
+
+    def _start(self, prefix: Path, docroot: Path) -> bool:
+        """True when this nginx serves on self.port; False when the port was taken."""
+        self._launch(prefix, docroot)
         import urllib.request
 
         direct = urllib.request.build_opener(urllib.request.ProxyHandler({}))  # no proxy
         deadline = time.monotonic() + 30
         while time.monotonic() < deadline:
             if self.proc.poll() is not None:
-                text = "".join(f.read_text(errors="replace")
-                               for f in (prefix / "stderr.log", prefix / "error.log")
-                               if f.exists())
+                text = self._errors()
                 if "Address already in use" in text:
                     return False
                 raise RuntimeError(f"nginx ended early with status {self.proc.returncode}: "
@@ -226,7 +266,7 @@ http {{
 
     @property
     def url(self) -> str:
-        return f"http://{LOOPBACK}:{self.port}"
+        return f"http://{self.address}:{self.port}"
 
     def bytes_per_uri(self) -> dict:
         """Body bytes sent per URI, summed over the requests, and the number of requests."""
