@@ -190,6 +190,10 @@ WINDOW_PER_THREAD = 3
 _OPEN = -1  # holders[name] for a name whose inputs are in the batch being filled
 
 
+async def _one_round() -> None:
+    """Nothing, on the client's event loop (see _Run.go)."""
+
+
 def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "preview",
             upright: bool = False, cluster: Any = None, workers: Optional[int] = None,
             threads_per_worker: Optional[int] = None, recursive: bool = False,
@@ -536,6 +540,11 @@ class _Run:
             for future, value in self.running.next_batch(block=True):
                 self.ended(future, value)
             del future, value
+            # The futures just dropped are released by a callback on the
+            # client's event loop, which sends the release in turn; one
+            # round on that loop puts the release before the next batches'
+            # message, so the scheduler never holds more than the window.
+            self.cluster.client.sync(_one_round)
             self.deliver()
         assert not self.waiting and not self.ready, "every input handed on"
 
