@@ -17,6 +17,16 @@
 // A task that throws does not end the process: its exception becomes that
 // file's failure (see Run).
 //
+// When the number of tasks is not known in advance (the files are found as
+// the run goes), RunWhile takes a `more` callable instead of a count:
+// more(i) is asked, for i = 0, 1, 2 ... in turn, whether there is a task i
+// (and may make its input ready); the first false ends the run. What is held
+// at once is bounded by the window, whatever the number of tasks.
+//
+//   KpzBatch::RunWhile(jobs,
+//       [&](std::size_t i) { return walk.Next(&inputs[i % n]); },  // one call at a time
+//       task, sink, tick);
+//
 // Holds nothing between calls; every operation is a static function. The
 // callables and the clock are borrowed for the call.
 #ifndef KPZ_TOOLS_KPZ_KPZBATCH_H
@@ -43,6 +53,7 @@ class KpzBatch {
   using Task = std::function<Outcome(std::size_t index)>;
   using Sink = std::function<void(std::size_t index, Outcome& outcome)>;
   using Tick = std::function<void(std::size_t delivered)>;
+  using More = std::function<bool(std::size_t index)>;
 
   // How often `tick` is called while the calling thread waits, in ms.
   static constexpr unsigned int kTickMs = 100;
@@ -62,6 +73,23 @@ class KpzBatch {
   static unsigned int Run(std::size_t count, unsigned int jobs, const Task& task,
                           const Sink& sink, const Tick& tick,
                           const KpzClock& clock = KpzClock::Steady());
+
+  // Runs task(0), task(1) ... while more(i) says there is a task i, as Run
+  // does otherwise: outcomes to `sink` in index order on the calling thread,
+  // `tick` likewise. more(i) is called once for each i in increasing order,
+  // one call at a time (from a worker thread or the calling thread), never
+  // again after it returned false, and for an index i only once the
+  // outcome of i - Window(jobs) is in the sink's hands (the window counts
+  // from the outcomes delivered, the one being delivered included): so the
+  // inputs of the tasks fit in a ring of Window(jobs) + 1 places, the input
+  // of i being needed until sink(i) returns. A more() that throws ends the
+  // run as a false would.
+  // `jobs` worker threads are started (0 counts as 1) once more(0) and
+  // more(1) said there are two tasks; a single task runs on the calling
+  // thread. Returns the number of worker threads that ran.
+  static unsigned int RunWhile(unsigned int jobs, const More& more, const Task& task,
+                               const Sink& sink, const Tick& tick,
+                               const KpzClock& clock = KpzClock::Steady());
 
   // The words for an exception a task threw, the one being handled (call
   // only inside a catch block): "not enough memory" for std::bad_alloc,

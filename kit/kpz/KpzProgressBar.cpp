@@ -14,6 +14,26 @@ long long msBetween(KpzClock::TimePoint from, KpzClock::TimePoint to) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(to - from).count();
 }
 
+// The bar's text; with `more`, a '+' after the total (found so far).
+std::string render(std::size_t done, std::size_t total, unsigned int width, bool more) {
+  if (done > total) {
+    done = total;
+  }
+  const std::string count =
+      " " + std::to_string(done) + "/" + std::to_string(total) + (more ? "+" : "") + " files";
+  const std::string prefix = "kpz: [";
+  const std::size_t fixed = prefix.size() + 1 + count.size() + 1;  // "]" and a spare column
+  std::size_t bar = width > fixed ? width - fixed : 0;
+  if (bar > 40) {
+    bar = 40;
+  }
+  if (bar < 10) {
+    bar = 10;
+  }
+  const std::size_t filled = total == 0 ? bar : done * bar / total;
+  return prefix + std::string(filled, '#') + std::string(bar - filled, '-') + "]" + count;
+}
+
 }  // namespace
 
 KpzProgressBar::KpzProgressBar(int fd, bool enabled, const KpzClock& clock)
@@ -33,22 +53,11 @@ bool KpzProgressBar::IsLong(std::size_t total, long long elapsedMs) {
 }
 
 std::string KpzProgressBar::Render(std::size_t done, std::size_t total, unsigned int width) {
-  if (done > total) {
-    done = total;
-  }
-  const std::string count =
-      " " + std::to_string(done) + "/" + std::to_string(total) + " files";
-  const std::string prefix = "kpz: [";
-  const std::size_t fixed = prefix.size() + 1 + count.size() + 1;  // "]" and a spare column
-  std::size_t bar = width > fixed ? width - fixed : 0;
-  if (bar > 40) {
-    bar = 40;
-  }
-  if (bar < 10) {
-    bar = 10;
-  }
-  const std::size_t filled = total == 0 ? bar : done * bar / total;
-  return prefix + std::string(filled, '#') + std::string(bar - filled, '-') + "]" + count;
+  return render(done, total, width, false);
+}
+
+std::string KpzProgressBar::RenderSoFar(std::size_t done, std::size_t found, unsigned int width) {
+  return render(done, found, width, true);
 }
 
 unsigned int KpzProgressBar::width() const {
@@ -73,7 +82,7 @@ void KpzProgressBar::put(const std::string& text) const {
   }
 }
 
-void KpzProgressBar::Update(std::size_t done, std::size_t total) {
+void KpzProgressBar::Update(std::size_t done, std::size_t total, bool more) {
   if (!m_enabled) {
     return;
   }
@@ -81,10 +90,10 @@ void KpzProgressBar::Update(std::size_t done, std::size_t total) {
   if (!IsLong(total, msBetween(m_start, now))) {
     return;
   }
-  if (m_shown && done < total && msBetween(m_lastDraw, now) < kRedrawMs) {
+  if (m_shown && (more || done < total) && msBetween(m_lastDraw, now) < kRedrawMs) {
     return;
   }
-  put("\r" + Render(done, total, width()) + "\033[K");
+  put("\r" + render(done, total, width(), more) + "\033[K");
   m_shown = true;
   m_lastDraw = now;
 }

@@ -7,6 +7,9 @@
 //
 //   kpz: [##########------------------------------]  250/1000 files
 //
+// While the files are still being found, the total is the number found so
+// far, with a '+' after it ("250/1000+ files").
+//
 // It is drawn only when `enabled` (the tool enables it when its real standard
 // error is a terminal, never otherwise) and once the run is long: more than
 // kFileThreshold files, or more than kTimeThresholdMs since the bar was made.
@@ -51,9 +54,15 @@ class KpzProgressBar {
   // `done` above `total` counts as `total`.
   static std::string Render(std::size_t done, std::size_t total, unsigned int width);
 
+  // The same while the files are still being found, `found` so far: "250/1000+
+  // files", the bar as Render draws it for one column less.
+  static std::string RenderSoFar(std::size_t done, std::size_t found, unsigned int width);
+
   // Draws the bar when enabled, the run is long and the last drawing is at
-  // least kRedrawMs old (or `done` reached `total`).
-  void Update(std::size_t done, std::size_t total);
+  // least kRedrawMs old (or `done` reached `total` and all are found). With
+  // `more`, `total` is the number found so far and the bar says so
+  // ("250/1000+ files").
+  void Update(std::size_t done, std::size_t total, bool more = false);
 
   // Takes the bar off the line when it is shown.
   void Clear();

@@ -25,9 +25,9 @@ bool KpzConsole::Err(const std::string& text) {
   return m_hush.Write(text);
 }
 
-void KpzConsole::Progress(std::size_t done, std::size_t total) {
+void KpzConsole::Progress(std::size_t done, std::size_t total, bool more) {
   if (total > 1) {
-    m_bar.Update(done, total);
+    m_bar.Update(done, total, more);
   }
 }
 

@@ -38,8 +38,9 @@ class KpzConsole {
   bool Out(const std::string& text);
   // Writes `text` to the real standard error. False on failure.
   bool Err(const std::string& text);
-  // Shows `done` of `total` files on the bar (runs of one file show none).
-  void Progress(std::size_t done, std::size_t total);
+  // Shows `done` of `total` files on the bar (runs of one file show none);
+  // with `more`, `total` is the number found so far ("250/1000+ files").
+  void Progress(std::size_t done, std::size_t total, bool more = false);
   // Takes the bar away for good (before the summary).
   void EndProgress();
 

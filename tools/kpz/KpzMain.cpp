@@ -13,9 +13,12 @@
 //   kpz preview --upright a.kpz  # the preview turned the right way up
 //   kpz thumbnail shots/ -o out  # out/<name>.thumb.jpg for every shots/<name>.kpz
 //   kpz rotate a.kpz --cw        # a.kpz: normal -> rotated 90° clockwise
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -25,12 +28,14 @@
 #endif
 
 #include "kpz/KpzBatch.h"
+#include "kpz/KpzClaimWindow.h"
 #include "kpz/KpzConsole.h"
 #include "kpz/KpzExitStatus.h"
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzInfoText.h"
 #include "kpz/KpzInputList.h"
+#include "kpz/KpzInputWalk.h"
 #include "kpz/KpzMetadata.h"
 #include "kpz/KpzMetadataReader.h"
 #include "kpz/KpzOutputClaims.h"
@@ -245,16 +250,106 @@ unsigned int jobsOf(const Command& cmd) {
   return cmd.jobs == 0 ? KpzBatch::DefaultJobs() : cmd.jobs;
 }
 
-// The files to work on; an empty list has been reported.
-std::vector<KpzInputList::Entry> inputsOf(const Command& cmd, const std::vector<std::string>& args) {
-  KpzInputList::Options options;
-  options.recursive = cmd.recursive;
-  options.extensions = cmd.extensions;
-  std::vector<KpzInputList::Entry> entries = KpzInputList::Expand(args, options);
-  if (entries.empty()) {
-    std::fprintf(stderr, "kpz: %s\n", KpzInputList::NoFilesWords(cmd.extensions).c_str());
+// The files of a batch as the run finds them (KpzInputWalk), so that what
+// the tool holds does not grow with their number: input i is taken from the
+// walk when the batch asks for it (KpzBatch::RunWhile's more(i)), with
+// `ahead` more after it, and kept in a ring of Window(jobs) + 1 + `ahead`
+// places until it has been delivered.
+class InputFeed {
+ public:
+  struct Item {
+    KpzInputList::Entry entry;
+    std::string output;    // the picture commands' output name
+    bool present = false;  // this place holds a file found
+  };
+  // Told of each file found, in input order, one call at a time.
+  using OnFound = std::function<void(std::size_t index, Item& item)>;
+
+  InputFeed(const Command& cmd, std::vector<std::string> args, unsigned int jobs,
+            std::size_t ahead, OnFound found = nullptr)
+      : m_walk(std::move(args), optionsOf(cmd)),
+        m_ring(KpzBatch::Window(jobs) + 1 + ahead),
+        m_ahead(ahead),
+        m_onFound(std::move(found)) {}
+
+  // Finds the first file; false when the arguments give none, which has
+  // been reported.
+  bool Start(const Command& cmd) {
+    pull();
+    if (m_fetched == 0) {
+      std::fprintf(stderr, "kpz: %s\n", KpzInputList::NoFilesWords(cmd.extensions).c_str());
+      return false;
+    }
+    return true;
   }
-  return entries;
+
+  // KpzBatch::More: input i is there (found with the `ahead` after it).
+  bool More(std::size_t i) {
+    while (!m_ended && m_fetched < i + 1 + m_ahead) {  // each pass finds one or ends
+      pull();
+    }
+    for (std::size_t j = m_fetched; j <= i + m_ahead; ++j) {
+      m_ring[j % m_ring.size()].present = false;  // past the end
+    }
+    return i < m_fetched;
+  }
+
+  // Input i, from More(i) until it has been delivered; inputs i + 1 ..
+  // i + ahead too (present or not) while input i's task runs.
+  const Item& At(std::size_t i) const { return m_ring[i % m_ring.size()]; }
+
+  // The files found so far, and whether that is all of them (any thread).
+  std::size_t Found() const { return m_found.load(); }
+  bool Finished() const { return m_finished.load(); }
+
+ private:
+  static KpzInputList::Options optionsOf(const Command& cmd) {
+    KpzInputList::Options options;
+    options.recursive = cmd.recursive;
+    options.extensions = cmd.extensions;
+    return options;
+  }
+
+  void pull() {
+    Item& item = m_ring[m_fetched % m_ring.size()];
+    if (!m_walk.Next(&item.entry)) {
+      m_ended = true;
+      m_finished.store(true);
+      return;
+    }
+    item.present = true;
+    item.output.clear();
+    if (m_onFound) {
+      m_onFound(m_fetched, item);
+    }
+    ++m_fetched;
+    m_found.store(m_fetched);
+  }
+
+  KpzInputWalk m_walk;
+  std::vector<Item> m_ring;
+  std::size_t m_ahead;
+  OnFound m_onFound;
+  std::size_t m_fetched = 0;  // files found: inputs 0 .. m_fetched - 1
+  bool m_ended = false;
+  std::atomic<std::size_t> m_found{0};
+  std::atomic<bool> m_finished{false};
+};
+
+// What a batch runs over: whether there is an input i (KpzBatch::More), its
+// name (until it has been delivered), the number found so far and whether
+// that is all.
+struct BatchInputs {
+  KpzBatch::More more;
+  std::function<const std::string&(std::size_t)> name;
+  std::function<std::size_t()> found;
+  std::function<bool()> finished;
+};
+
+BatchInputs inputsOf(InputFeed& feed) {
+  return {[&feed](std::size_t i) { return feed.More(i); },
+          [&feed](std::size_t i) -> const std::string& { return feed.At(i).entry.path; },
+          [&feed] { return feed.Found(); }, [&feed] { return feed.Finished(); }};
 }
 
 // A failure of `file`, told on one line: "kpz: <file>: <why>", the name
@@ -267,26 +362,25 @@ KpzBatch::Outcome failure(KpzExitStatus status, const std::string& file, const s
   return o;
 }
 
-const std::string& pathOf(const std::string& file) { return file; }
-const std::string& pathOf(const KpzInputList::Entry& input) { return input.path; }
-
-// Runs `task` over the files `names`, printing the outcomes in order, the
-// progress bar and, for more than one file, the summary. A task that threw
-// (KpzBatch) is told on its file's line like any failure.
+// Runs `task` over `inputs`, printing the outcomes in order, the progress
+// bar and, for more than one file, the summary. A task that threw
+// (KpzBatch) is told on its file's line like any failure. `delivered`, when
+// given, is told of each input once its outcome is printed.
 // `noun` names the files' pictures in the summary's remarks ("preview").
-template <typename Name>
-int runBatch(KpzConsole& console, const std::vector<Name>& names, unsigned int jobs,
+int runBatch(KpzConsole& console, const BatchInputs& inputs, unsigned int jobs,
              const KpzBatch::Task& task, bool separateOutputs, bool verbose = false,
-             const std::string& noun = "file") {
-  const std::size_t count = names.size();
+             const std::string& noun = "file",
+             const std::function<void(std::size_t)>& delivered = nullptr) {
+  std::size_t count = 0;
   KpzSummary summary;
   bool printed = false;
   bool saidItsOwn = false;  // a file's own line on standard error told its remark
-  KpzBatch::Run(
-      count, jobs, task,
+  bool barSaidMore = false;  // the bar's last total was the number found so far
+  KpzBatch::RunWhile(
+      jobs, inputs.more, task,
       [&](std::size_t i, KpzBatch::Outcome& o) {
         if (o.status != 0 && o.err.empty()) {
-          o.err = failure(KpzExitStatus::Input, pathOf(names[i]), o.reason).err;
+          o.err = failure(KpzExitStatus::Input, inputs.name(i), o.reason).err;
         }
         if (!o.out.empty()) {
           console.Out(separateOutputs && printed ? "\n" + o.out : o.out);
@@ -298,8 +392,18 @@ int runBatch(KpzConsole& console, const std::vector<Name>& names, unsigned int j
         if (o.status == 0 && !o.note.empty()) {
           summary.AddNote(noun, o.note);
         }
+        count = i + 1;
+        if (delivered) {
+          delivered(i);
+        }
       },
-      [&](std::size_t done) { console.Progress(done, count); });
+      [&](std::size_t done) {
+        barSaidMore = !inputs.finished();
+        console.Progress(done, inputs.found(), barSaidMore);
+      });
+  if (barSaidMore) {
+    console.Progress(count, count);  // the end, with the total known
+  }
   console.EndProgress();
   if (count > 1) {
     console.Err(summary.Render());
@@ -313,20 +417,21 @@ int runBatch(KpzConsole& console, const std::vector<Name>& names, unsigned int j
 int runInfo(const Command& cmd) {
   const std::vector<std::string> args =
       cmd.files.empty() ? std::vector<std::string>{KpzSample::Path(KPZ_SAMPLE_PATH)} : cmd.files;
-  const std::vector<KpzInputList::Entry> inputs = inputsOf(cmd, args);
-  if (inputs.empty()) {
+  InputFeed feed(cmd, args, jobsOf(cmd), 0);
+  if (!feed.Start(cmd)) {
     return KpzExitCode(KpzExitStatus::Input);
   }
   const bool json = cmd.json;
   KpzConsole console(cmd.verbose);
-  const auto task = [&inputs, json](std::size_t i) {
+  const auto task = [&feed, json](std::size_t i) {
+    const KpzInputList::Entry& input = feed.At(i).entry;
     KpzMetadata md;
     bool ok = false;
-    if (inputs[i].error.empty()) {
-      ok = KpzMetadataReader::Read(inputs[i].path, &md);
+    if (input.error.empty()) {
+      ok = KpzMetadataReader::Read(input.path, &md);
     } else {
-      md.file = inputs[i].path;
-      md.error = inputs[i].error;
+      md.file = input.path;
+      md.error = input.error;
     }
     KpzBatch::Outcome o = ok ? KpzBatch::Outcome() : failure(KpzExitStatus::Input, md.file, md.error);
     if (json) {
@@ -337,7 +442,7 @@ int runInfo(const Command& cmd) {
     }
     return o;
   };
-  return runBatch(console, inputs, jobsOf(cmd), task, !json);
+  return runBatch(console, inputsOf(feed), jobsOf(cmd), task, !json);
 }
 
 int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
@@ -359,14 +464,44 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
                  "directory\n");
     return KpzExitCode(KpzExitStatus::Usage);
   }
-  const std::vector<KpzInputList::Entry> inputs = inputsOf(cmd, args);
-  if (inputs.empty()) {
-    return KpzExitCode(KpzExitStatus::Input);
-  }
   // -o names a directory with several inputs, and with one when it is an
   // existing directory or ends in '/', as for cp (KpzOutputFile).
   const bool toDirectory =
       !cmd.output.empty() && (many || KpzOutputFile::NamesDirectory(cmd.output));
+
+  // Deliberate: with several inputs (or a directory) -o names a directory,
+  // made when missing. When several inputs would give one output name, the
+  // first of them in input order that writes it owns it; every later one
+  // that could be read fails with "already written by", so no output is
+  // silently replaced by another input's picture, and an input that fails
+  // reports its own error and takes no name (KpzClaimWindow, which keeps
+  // the names written as digests: a run of millions of files holds a few
+  // dozen bytes per file).
+  const char* suffix = kind == KpzPictureReader::Kind::Preview ? ".preview.jpg" : ".thumb.jpg";
+  KpzClaimWindow claims;
+  const auto found = [&](std::size_t i, InputFeed::Item& item) {
+    const std::string& in = item.entry.path;
+    if (toDirectory) {
+      item.output = (std::filesystem::path(cmd.output) /
+                     KpzOutputFile::DefaultPath(in, suffix, true)).string();
+    } else if (!many) {
+      item.output = cmd.output.empty() ? KpzOutputFile::DefaultPath(in, suffix, useSample)
+                                       : cmd.output;
+    } else {
+      item.output = KpzOutputFile::DefaultPath(in, suffix, false);
+    }
+    claims.Add(i,
+               item.entry.error.empty()
+                   ? std::filesystem::path(item.output).lexically_normal().string()
+                   : std::string(),
+               in);
+  };
+  // Inputs i + 1 and i + 2 are looked at ahead (KpzPrefetch) when reading
+  // ahead, below.
+  InputFeed feed(cmd, args, jobsOf(cmd), 2, found);
+  if (!feed.Start(cmd)) {
+    return KpzExitCode(KpzExitStatus::Input);
+  }
   if (toDirectory) {
     std::string why;
     if (!KpzOutputFile::MakeDirectory(cmd.output, &why)) {
@@ -374,35 +509,6 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
       return KpzExitCode(KpzExitStatus::Output);
     }
   }
-
-  // Deliberate: with several inputs (or a directory) -o names a directory,
-  // made when missing. When several inputs would give one output name, the
-  // first of them in input order that writes it owns it; every later one
-  // that could be read fails with "already written by", so no output is
-  // silently replaced by another input's picture, and an input that fails
-  // reports its own error and takes no name (KpzOutputClaims).
-  const char* suffix = kind == KpzPictureReader::Kind::Preview ? ".preview.jpg" : ".thumb.jpg";
-  std::vector<std::string> outputs(inputs.size());
-  std::vector<std::string> keys(inputs.size());
-  for (std::size_t i = 0; i < inputs.size(); ++i) {
-    const std::string& in = inputs[i].path;
-    if (toDirectory) {
-      outputs[i] = (std::filesystem::path(cmd.output) /
-                    KpzOutputFile::DefaultPath(in, suffix, true)).string();
-    } else if (!many) {
-      outputs[i] = cmd.output.empty() ? KpzOutputFile::DefaultPath(in, suffix, useSample)
-                                      : cmd.output;
-    } else if (cmd.output.empty()) {
-      outputs[i] = KpzOutputFile::DefaultPath(in, suffix, false);
-    } else {
-      outputs[i] = (std::filesystem::path(cmd.output) /
-                    KpzOutputFile::DefaultPath(in, suffix, true)).string();
-    }
-    if (inputs[i].error.empty()) {
-      keys[i] = std::filesystem::path(outputs[i]).lexically_normal().string();
-    }
-  }
-  KpzOutputClaims claims(keys);
 
   const bool sync = cmd.sync;
 #if defined(__GLIBC__)
@@ -430,19 +536,22 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   want.upright = cmd.upright;
   want.edges = edges;
   const auto task = [&](std::size_t i) {
-    KpzOutputClaims::Turn turn(claims, i);
-    const std::string& in = inputs[i].path;
-    const std::string& out = outputs[i];
-    if (!inputs[i].error.empty()) {
-      return failure(KpzExitStatus::Input, in, inputs[i].error);
+    KpzClaimWindow::Turn turn(claims, i);
+    const InputFeed::Item& item = feed.At(i);
+    const std::string& in = item.entry.path;
+    const std::string& out = item.output;
+    if (!item.entry.error.empty()) {
+      return failure(KpzExitStatus::Input, in, item.entry.error);
     }
     KpzExtraction::Options options = want;
-    if (readAhead && i + 1 < inputs.size() && inputs[i + 1].error.empty()) {
+    const InputFeed::Item& next = feed.At(i + 1);
+    const InputFeed::Item& after = feed.At(i + 2);
+    if (readAhead && next.present && next.entry.error.empty()) {
       options.located = [&](const KpzSource& source, const KpzPictureReader::Picture& range) {
         KpzReadHint::WillNeed(source.Fd(), range.offset, range.length);  // first this one's
-        KpzPrefetch::Picture(inputs[i + 1].path, kind);  // then the next, while this one is written
-        if (i + 2 < inputs.size() && inputs[i + 2].error.empty()) {
-          KpzPrefetch::Head(inputs[i + 2].path);  // and the head that the next one will look at
+        KpzPrefetch::Picture(next.entry.path, kind);  // then the next, while this one is written
+        if (after.present && after.entry.error.empty()) {
+          KpzPrefetch::Head(after.entry.path);  // and the head that the next one will look at
         }
       };
     }
@@ -454,10 +563,12 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     if (!got.ok()) {
       return failure(got.status, in, got.words);
     }
-    const std::size_t owner = turn.WaitForEarlier();
-    if (owner != KpzOutputClaims::kNone) {
+    const KpzClaimWindow::Earlier earlier = turn.WaitForEarlier();
+    if (earlier.taken) {
       KpzBatch::Outcome o =
-          failure(KpzExitStatus::Output, in, KpzOutputClaims::TakenWords(out, inputs[owner].path));
+          failure(KpzExitStatus::Output, in,
+                  earlier.named ? KpzOutputClaims::TakenWords(out, earlier.owner)
+                                : KpzOutputClaims::TakenEarlierWords(out));
       o.reason = KpzOutputClaims::kTakenReason;
       return o;
     }
@@ -490,7 +601,8 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     o.note = got.note;
     return o;
   };
-  return runBatch(console, inputs, jobsOf(cmd), task, false, verbose, name);
+  return runBatch(console, inputsOf(feed), jobsOf(cmd), task, false, verbose, name,
+                  [&claims](std::size_t i) { claims.Release(i); });
 }
 
 int runRotate(const Command& cmd) {
@@ -529,7 +641,10 @@ int runRotate(const Command& cmd) {
     return o;
   };
   // One file after another: a file named twice is turned twice.
-  return runBatch(console, files, 1, task, false);
+  const BatchInputs inputs{[&files](std::size_t i) { return i < files.size(); },
+                           [&files](std::size_t i) -> const std::string& { return files[i]; },
+                           [&files] { return files.size(); }, [] { return true; }};
+  return runBatch(console, inputs, 1, task, false);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <set>
@@ -272,6 +273,134 @@ TEST(KpzBatch, OutcomesKeepEveryField) {
   EXPECT_EQ(got.out, "out");
   EXPECT_EQ(got.err, "err");
   EXPECT_EQ(got.reason, "why");
+}
+
+// RunWhile: the number of tasks is found as the run goes.
+
+TEST(KpzBatch, UnknownCountDeliversInOrderAndAsksForEachIndexOnceInTurn) {
+  for (const unsigned int jobs : {1u, 3u}) {
+    const std::size_t count = 1000;  // many windows
+    std::mutex asked;
+    std::vector<std::size_t> questions;
+    std::vector<std::size_t> order;
+    const unsigned int ran = KpzBatch::RunWhile(
+        jobs,
+        [&](std::size_t i) {
+          std::lock_guard<std::mutex> hold(asked);
+          questions.push_back(i);
+          return i < count;
+        },
+        [](std::size_t i) { return Named(i); },
+        [&](std::size_t i, Outcome& o) {
+          EXPECT_EQ(o.out, std::to_string(i));
+          order.push_back(i);
+        },
+        [](std::size_t) {});
+    EXPECT_EQ(ran, jobs);
+    ASSERT_EQ(order.size(), count);
+    for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(order[i], i);
+    // 0, 1, ... count: each once, in order, and none after the first "no".
+    ASSERT_EQ(questions.size(), count + 1) << jobs;
+    for (std::size_t i = 0; i <= count; ++i) EXPECT_EQ(questions[i], i);
+  }
+}
+
+TEST(KpzBatch, UnknownCountAsksOnlyWithinTheWindowOfTheDelivery) {
+  // Index i is asked about only once every outcome before i - Window(jobs)
+  // was delivered: a ring of Window(jobs) + 1 inputs is enough, each input
+  // still there while its task runs and while it is delivered.
+  const unsigned int jobs = 2;
+  const std::size_t window = KpzBatch::Window(jobs);
+  const std::size_t count = window * 5;
+  std::atomic<std::size_t> returned{0};  // sinks that returned
+  std::atomic<std::size_t> tooEarly{0};
+  std::atomic<std::size_t> overwritten{0};
+  const std::size_t places = window + 1;
+  std::unique_ptr<std::atomic<std::size_t>[]> ring(new std::atomic<std::size_t>[places]);
+  KpzBatch::RunWhile(
+      jobs,
+      [&](std::size_t i) {
+        if (i >= count) return false;
+        if (i >= window && returned.load() < i - window) ++tooEarly;
+        ring[i % places] = i;
+        return true;
+      },
+      [&](std::size_t i) {
+        if (ring[i % places].load() != i) ++overwritten;
+        return Named(i);
+      },
+      [&](std::size_t i, Outcome&) {
+        if (ring[i % places].load() != i) ++overwritten;
+        if (i % 7 == 0) std::this_thread::yield();
+        returned = i + 1;
+      },
+      [](std::size_t) {});
+  EXPECT_EQ(returned.load(), count);
+  EXPECT_EQ(tooEarly.load(), 0u);
+  EXPECT_EQ(overwritten.load(), 0u);
+}
+
+TEST(KpzBatch, UnknownCountOfNoneOrOneStartsNoThread) {
+  std::size_t sunk = 0;
+  EXPECT_EQ(KpzBatch::RunWhile(
+                4, [](std::size_t) { return false; },
+                [](std::size_t i) { return Named(i); }, [&](std::size_t, Outcome&) { ++sunk; },
+                [](std::size_t) {}),
+            0u);
+  EXPECT_EQ(sunk, 0u);
+  const std::thread::id caller = std::this_thread::get_id();
+  std::thread::id ranOn;
+  std::vector<std::size_t> ticks;
+  EXPECT_EQ(KpzBatch::RunWhile(
+                4, [](std::size_t i) { return i < 1; },
+                [&](std::size_t i) {
+                  ranOn = std::this_thread::get_id();
+                  return Named(i);
+                },
+                [&](std::size_t, Outcome&) { ++sunk; },
+                [&](std::size_t done) { ticks.push_back(done); }),
+            0u);
+  EXPECT_EQ(sunk, 1u);
+  EXPECT_EQ(ranOn, caller);
+  EXPECT_EQ(ticks, std::vector<std::size_t>{1});
+}
+
+TEST(KpzBatch, AnUnknownCountEndsWhereTheQuestionThrows) {
+  std::vector<std::size_t> order;
+  KpzBatch::RunWhile(
+      2,
+      [](std::size_t i) -> bool {
+        if (i == 100) throw std::runtime_error("directory gone");
+        return true;
+      },
+      [](std::size_t i) { return Named(i); },
+      [&](std::size_t i, Outcome&) { order.push_back(i); }, [](std::size_t) {});
+  ASSERT_EQ(order.size(), 100u);
+  EXPECT_EQ(order.back(), 99u);
+}
+
+TEST(KpzBatch, UnknownCountTicksWhileWaitingForTheLastTask) {
+  // The delivery waits for task 1 (held until two ticks came); the ticks
+  // come on the test's clock, each telling what was delivered.
+  KpzManualClock clock;
+  Events ticked;
+  std::vector<std::size_t> ticks;
+  bool released = false;
+  KpzBatch::RunWhile(
+      2, [](std::size_t i) { return i < 2; },
+      [&](std::size_t i) {
+        if (i == 1) released = ticked.WaitFor(2);
+        return Named(i);
+      },
+      [](std::size_t, Outcome&) {},
+      [&](std::size_t done) {
+        ticks.push_back(done);
+        ticked.Set(ticks.size());
+      },
+      clock);
+  EXPECT_TRUE(released);
+  ASSERT_GE(ticks.size(), 3u);
+  EXPECT_EQ(ticks.back(), 2u);
 }
 
 TEST(KpzBatch, WindowIsFourTasksPerJobAndAtLeastSixtyFour) {

@@ -134,6 +134,23 @@ TEST(KpzProgressBar, ManyFilesDrawAtOnceThenAtMostEveryTenthOfASecond) {
   EXPECT_EQ(p.Drain(), "");
 }
 
+TEST(KpzProgressBar, FilesStillBeingFoundShowTheirNumberSoFarWithAPlus) {
+  EXPECT_EQ(KpzProgressBar::RenderSoFar(250, 1000, 80),
+            "kpz: [##########------------------------------] 250/1000+ files");
+  // The bar as Render draws it one column narrower, the '+' in that column.
+  std::string plain = KpzProgressBar::Render(3, 40, 40);
+  EXPECT_EQ(KpzProgressBar::RenderSoFar(3, 40, 41), plain.insert(plain.size() - 6, "+"));
+  Pipe p;
+  KpzManualClock clock;
+  KpzProgressBar bar(p.WriteEnd(), true, clock);
+  bar.Update(60, 60, true);  // all found so far delivered, but more may come
+  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::RenderSoFar(60, 60, 80) + "\033[K");
+  bar.Update(60, 70, true);  // too soon, and not the end
+  EXPECT_EQ(p.Drain(), "");
+  bar.Update(70, 70);  // the end, every file found: always drawn
+  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(70, 70, 80) + "\033[K");
+}
+
 TEST(KpzProgressBar, ClearTakesTheShownBarAwayOnce) {
   Pipe p;
   KpzManualClock clock;
