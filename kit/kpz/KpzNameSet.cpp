@@ -49,44 +49,56 @@ KpzNameSet::Digest KpzNameSet::digestOf(std::string_view name) {
   return d;
 }
 
-std::size_t KpzNameSet::find(const Digest& d) const {
-  const std::size_t mask = m_high.size() - 1;
+std::size_t KpzNameSet::Part::find(const Digest& d) const {
+  const std::size_t mask = high.size() - 1;
   std::size_t i = static_cast<std::size_t>(d.high) & mask;
-  while (m_high[i] != 0 && (m_high[i] != d.high || m_low[i] != d.low)) {
+  while (high[i] != 0 && (high[i] != d.high || low[i] != d.low)) {
     i = (i + 1) & mask;  // the table is never full: an empty slot ends the search
   }
   return i;
 }
 
-void KpzNameSet::grow() {
-  std::vector<std::uint64_t> high(m_high.empty() ? 1024 : m_high.size() * 2, 0);
-  std::vector<std::uint32_t> low(high.size(), 0);
-  m_high.swap(high);
-  m_low.swap(low);
-  for (std::size_t i = 0; i < high.size(); ++i) {
-    if (high[i] != 0) {
-      const std::size_t at = find({high[i], low[i]});
-      m_high[at] = high[i];
-      m_low[at] = low[i];
+void KpzNameSet::Part::grow() {
+  std::vector<std::uint64_t> oldHigh(high.empty() ? 16 : high.size() * 2, 0);
+  std::vector<std::uint32_t> oldLow(oldHigh.size(), 0);
+  high.swap(oldHigh);
+  low.swap(oldLow);
+  for (std::size_t i = 0; i < oldHigh.size(); ++i) {
+    if (oldHigh[i] != 0) {
+      const std::size_t at = find({oldHigh[i], oldLow[i]});
+      high[at] = oldHigh[i];
+      low[at] = oldLow[i];
     }
   }
 }
 
 bool KpzNameSet::Insert(std::string_view name) {
-  if ((m_size + 1) * 4 > m_high.size() * 3) {
-    grow();
-  }
   const Digest d = digestOf(name);
-  const std::size_t at = find(d);
-  if (m_high[at] != 0) {
+  Part& part = m_parts[d.high >> 58];
+  if ((part.size + 1) * 4 > part.high.size() * 3) {
+    part.grow();
+  }
+  const std::size_t at = part.find(d);
+  if (part.high[at] != 0) {
     return false;
   }
-  m_high[at] = d.high;
-  m_low[at] = d.low;
+  part.high[at] = d.high;
+  part.low[at] = d.low;
+  ++part.size;
   ++m_size;
   return true;
 }
 
 bool KpzNameSet::Contains(std::string_view name) const {
-  return !m_high.empty() && m_high[find(digestOf(name))] != 0;
+  const Digest d = digestOf(name);
+  const Part& part = partOf(d);
+  return !part.high.empty() && part.high[part.find(d)] != 0;
+}
+
+std::size_t KpzNameSet::Bytes() const {
+  std::size_t bytes = 0;
+  for (const Part& part : m_parts) {
+    bytes += part.high.capacity() * 8 + part.low.capacity() * 4;
+  }
+  return bytes;
 }
