@@ -4,10 +4,12 @@ scripts/bench.sh --scale; writes scale.md, scale.json and
 perf-client-memory.png into --out.
 
 Inputs: hard links (the same inodes: the disk holds the few files once) of a
-few generated files with 1 KiB thumbnails (kpz_bench_run corpus), in folders
-of 1,000 as a camera's card holds them (000/ 001/ ...), each name once in the
-whole tree (K0000000.kpz ...), so that `-r TREE` walks them and every input
-has an output of its own. A tree is built once in --work and reused while it
+few generated files with 1 KiB thumbnails (kpz_bench_run corpus; each tree
+links copies of its own, at most 50,000 links each, as ext4 allows 65,000
+links to a file: 20 files for 10^6 inputs), in folders of 1,000 as a
+camera's card holds them (000/ 001/ ...), each name once in the whole tree
+(K0000000.kpz ...), so that `-r TREE` walks them and every input has an
+output of its own. A tree is built once in --work and reused while it
 holds the right count.
 
 The cluster: Debian's `dask scheduler` and 2 `dask worker` processes of one
@@ -46,6 +48,7 @@ from pathlib import Path
 
 PYTHON = "/usr/bin/python3"
 PER_FOLDER = 1000
+LINKS_PER_FILE = 50000  # below ext4's limit of 65,000 links to one file
 SUFFIX = ".thumb.jpg"
 KIB = 1024
 MIB = 1024 * 1024
@@ -82,10 +85,13 @@ def make_sources(bench_run, where: Path, files, thumbnail_bytes):
 
 
 def tree(work: Path, sources, count):
-    """work/tree-COUNT: `count` hard links of `sources` in folders of 1,000,
-    built once; work/tree-COUNT.count says it is complete. Returns the tree
+    """work/tree-COUNT: `count` hard links in folders of 1,000, built once;
+    work/tree-COUNT.count says it is complete. A file takes at most 65,000
+    links on ext4: the links point at copies of `sources` of the tree's own
+    (work/tree-COUNT.src), at most LINKS_PER_FILE each. Returns the tree
     and the seconds spent building it (0 when reused)."""
     root = work / ("tree-%d" % count)
+    copies_dir = work / ("tree-%d.src" % count)
     mark = work / ("tree-%d.count" % count)
     if mark.exists() and mark.read_text().strip() == str(count) and root.is_dir():
         return root, 0.0
@@ -93,13 +99,19 @@ def tree(work: Path, sources, count):
     t = time.perf_counter()
     mark.unlink(missing_ok=True)
     shutil.rmtree(root, ignore_errors=True)
-    root.mkdir(parents=True)
+    shutil.rmtree(copies_dir, ignore_errors=True)
+    copies_dir.mkdir(parents=True)
+    copies = []
+    for j in range(max(len(sources), -(-count // LINKS_PER_FILE))):
+        copies.append(copies_dir / ("s%04d.kpz" % j))
+        shutil.copyfile(sources[j % len(sources)], copies[-1])
+    root.mkdir()
     folder = None
     for i in range(count):
         if i % PER_FOLDER == 0:
             folder = root / ("%03d" % (i // PER_FOLDER))
             folder.mkdir()
-        os.link(sources[i % len(sources)], folder / input_name(i))
+        os.link(copies[i % len(copies)], folder / input_name(i))
     mark.write_text("%d\n" % count)
     return root, time.perf_counter() - t
 
