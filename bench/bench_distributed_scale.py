@@ -435,10 +435,12 @@ def render(r):
     m = r["machine"]
     L.append("kpz.distributed's client (`%s -m kpz.distributed thumbnail -r TREE -o OUT "
              "--scheduler ADDR`, the package from %s) against the number of inputs: hard "
-             "links of %d generated files (%d-byte thumbnails) in folders of %d; a fresh "
+             "links to copies of %d generated files (%d-byte thumbnails; at most %s links "
+             "to one file) in folders of %s; a fresh "
              "scheduler and %d workers of one thread (Debian's dask, 127.0.0.1) for each "
              "run. %s, %d cores, load %s at the start, %s at the end."
-             % (PYTHON, r["pythonpath"], r["sources"], r["thumbnail_bytes"], PER_FOLDER,
+             % (PYTHON, r["pythonpath"], r["sources"], r["thumbnail_bytes"],
+                "{:,}".format(LINKS_PER_FILE), "{:,}".format(PER_FOLDER),
                 r["workers"], m["date"], m["nproc"], m["load_start"], m["load_end"]))
     L.append("")
     if r.get("memory"):
@@ -479,6 +481,10 @@ def render(r):
                 "%.2f" % x["first_wrote_s"] if x["first_wrote_s"] is not None else "-",
                 x["wall_s"], x["lines"], mib(x["maxrss_kib"]), x["status"]))
         L.append("")
+        L.append("First task: when a poll of the scheduler's task count first found one (the "
+                 "time of its reply, so up to one poll late); it can come after the first "
+                 "'wrote' line when a batch ends within a poll.")
+        L.append("")
     k = r.get("kill")
     if k:
         c = k["check"]
@@ -490,19 +496,26 @@ def render(r):
                          k["final_status"]))
         L.append("")
         L.append("| run | outputs present at start | killed | written in the run | "
-                 "wall time (s) | client peak RSS (MiB) | first 'wrote' line (s) |")
-        L.append("|---:|---:|---|---:|---:|---:|---:|")
+                 "wall time (s) | client peak RSS (MiB) | first task (s) | first 'wrote' "
+                 "line (s) | max scheduler tasks |")
+        L.append("|---:|---:|---|---:|---:|---:|---:|---:|---:|")
         for i, x in enumerate(k["runs"]):
-            L.append("| {} | {:,} | {} | {:,} | {:.1f} | {:.1f} | {} |".format(
+            L.append("| {} | {:,} | {} | {:,} | {:.1f} | {:.1f} | {} | {} | {:,} |".format(
                 i + 1, x["present_at_start"], "yes" if x["killed"] else "no", x["lines"],
                 x["wall_s"], mib(x["maxrss_kib"]),
-                "%.2f" % x["first_wrote_s"] if x["first_wrote_s"] is not None else "-"))
+                "%.2f" % x["first_task_s"] if x["first_task_s"] is not None else "-",
+                "%.2f" % x["first_wrote_s"] if x["first_wrote_s"] is not None else "-",
+                x["max_tasks"]))
         L.append("")
         L.append("Final check: {:,} names for {:,} inputs, {} missing, {} unexpected, {} "
                  "temporary (.NAME.*), {} not a whole JPEG: {}.".format(
                      c["names"], c["expected"], c["missing"], c["extra"], c["temporary"],
                      c["not_whole"], "every output present once and whole" if c["ok"]
                      else "FAILED (%s)" % ", ".join(c["examples"])))
+        L.append("")
+        L.append("A kill at an output count: when the outputs present at the run's start and "
+                 "its 'wrote' lines reach it; the workers finish the batches they hold, so "
+                 "the next run finds a few more. First task: polled every 0.2 s here.")
         L.append("")
     for note in r.get("notes", []):
         L.append(note)
@@ -554,9 +567,18 @@ def main():
     ap.add_argument("--run-timeout", type=float, default=7200.0,
                     help="seconds before a client run is killed as stuck")
     ap.add_argument("--docs-png", help="also copy the plot here (docs/perf-client-memory.png)")
+    ap.add_argument("--render-only", action="store_true",
+                    help="only write scale.md and the plot again from OUT/scale.json")
     args = ap.parse_args()
     modes = set(args.modes.split(","))
     out = Path(args.out).resolve()
+    if args.render_only:
+        r = json.loads((out / "scale.json").read_text())
+        r["plots"] = plot(r, out, args.docs_png)
+        text = render(r)
+        (out / "scale.md").write_text(text)
+        print(text)
+        return 0
     work = Path(args.work).resolve() if args.work else out / "work"
     outputs = Path(args.outputs).resolve() if args.outputs else work
     for d in (out, work, outputs):
