@@ -466,6 +466,20 @@ def render(r):
                  "from a second client; wall time is the client process's, from its start "
                  "(connection and the directory walk included) to its exit.")
         L.append("")
+        before = {x["inputs"]: x for x in (r.get("before") or {}).get("memory") or []}
+        if before:
+            L.append("Against the earlier run (%s):" % r["before"]["label"])
+            L.append("")
+            L.append("| inputs | client peak RSS before (MiB) | now (MiB) | now / before | "
+                     "max scheduler tasks before | now |")
+            L.append("|---:|---:|---:|---:|---:|---:|")
+            for x in r["memory"]:
+                b = before.get(x["inputs"])
+                if b:
+                    L.append("| {:,} | {:.1f} | {:.1f} | {:.2f} | {:,} | {:,} |".format(
+                        x["inputs"], mib(b["maxrss_kib"]), mib(x["maxrss_kib"]),
+                        x["maxrss_kib"] / b["maxrss_kib"], b["max_tasks"], x["max_tasks"]))
+            L.append("")
     s = r.get("skip")
     if s:
         L.append("Resume: `--skip-existing` over an output directory holding {:,} outputs, "
@@ -526,21 +540,36 @@ def plot(r, out: Path, docs_png):
     rows = r.get("memory") or []
     if not rows or shutil.which("gnuplot") is None:
         return []
-    dat = out / "client-memory.dat"
-    dat.write_text("".join("%d %.3f\n" % (x["inputs"], mib(x["maxrss_kib"])) for x in rows))
+    series = []
+    before = (r.get("before") or {}).get("memory") or []
+    if before:
+        series.append(("client-memory-before.dat", before, "before (%s)" % r["before"]["label"]))
+    series.append(("client-memory.dat", rows, "client peak RSS" if not before else "now"))
+    parts = []
+    for name, data, title in series:
+        dat = out / name
+        dat.write_text("".join("%d %.3f\n" % (x["inputs"], mib(x["maxrss_kib"])) for x in data))
+        parts.append("'%s' using 1:2 with linespoints pointtype 7 title '%s'" % (dat, title))
     png = out / "perf-client-memory.png"
     script = ['set terminal pngcairo size 720,440 font ",10"', "set grid", "set key top left",
               "set output '%s'" % png,
               "set title \"kpz.distributed's client: peak memory against inputs\"",
               "set logscale x", "set format x '10^{%L}'", "set yrange [0:*]",
               "set xlabel 'inputs'", "set ylabel 'client peak RSS (MiB)'",
-              "plot '%s' using 1:2 with linespoints pointtype 7 title 'client peak RSS'" % dat]
+              "plot " + ", ".join(parts)]
     subprocess.run(["gnuplot"], input="\n".join(script) + "\n", text=True, check=True)
     made = [str(png)]
     if docs_png:
         shutil.copyfile(png, docs_png)
         made.append(str(docs_png))
     return made
+
+
+def with_before(r, path, label):
+    """Adds the memory rows of an earlier run (its scale.json) to `r`."""
+    earlier = json.loads(Path(path).read_text())
+    r["before"] = {"label": label or earlier.get("pythonpath", path),
+                   "memory": earlier.get("memory") or []}
 
 
 def main():
@@ -567,6 +596,9 @@ def main():
     ap.add_argument("--run-timeout", type=float, default=7200.0,
                     help="seconds before a client run is killed as stuck")
     ap.add_argument("--docs-png", help="also copy the plot here (docs/perf-client-memory.png)")
+    ap.add_argument("--before", metavar="JSON",
+                    help="an earlier run's scale.json: its memory rows in the table and the plot")
+    ap.add_argument("--before-label", help="what the earlier run measured (default: its path)")
     ap.add_argument("--render-only", action="store_true",
                     help="only write scale.md and the plot again from OUT/scale.json")
     args = ap.parse_args()
@@ -574,6 +606,8 @@ def main():
     out = Path(args.out).resolve()
     if args.render_only:
         r = json.loads((out / "scale.json").read_text())
+        if args.before:
+            with_before(r, args.before, args.before_label)
         r["plots"] = plot(r, out, args.docs_png)
         text = render(r)
         (out / "scale.md").write_text(text)
@@ -624,6 +658,8 @@ def main():
         r["kill"] = bench_kill(args, env, sources, work, outputs)
         r["kill_s"] = time.perf_counter() - t
     r["machine"]["load_end"] = "%.2f %.2f %.2f" % os.getloadavg()
+    if args.before:
+        with_before(r, args.before, args.before_label)
     r["plots"] = plot(r, out, args.docs_png)
     (out / "scale.json").write_text(json.dumps(r, indent=1))
     text = render(r)

@@ -45,7 +45,8 @@
 #                                          # 10^5, the killed run at 10^5; the trees are kept in
 #                                          # OUT/work; --pythonpath DIR measures the kpz package in
 #                                          # DIR instead of this build's; --docs also writes
-#                                          # docs/perf-client-memory.png
+#                                          # docs/perf-client-memory.png; --scale-before JSON adds an
+#                                          # earlier run's scale.json to the table and the plot
 #   scripts/bench.sh --remote              # only kpz.remote against the floor (one asyncio process,
 #                                          # two ranged GETs per file, 64 in flight) from nginx through
 #                                          # a latency proxy: paired at an added RTT of 0 and 50 ms,
@@ -82,6 +83,7 @@ remote_only=0
 scale_only=0
 scale_docs=0
 pythonpath_arg=""
+scale_before_arg=""
 cold=0
 readahead_arg=""
 peer_files_arg=""
@@ -101,6 +103,7 @@ while [ $# -gt 0 ]; do
     --scale) scale_only=1 ;;
     --docs) scale_docs=1 ;;
     --pythonpath) pythonpath_arg="$2"; shift ;;
+    --scale-before) scale_before_arg="$2"; shift ;;
     --cold) cold=1 ;;
     --readahead-kb) readahead_arg="$2"; shift ;;
     --peer-files) peer_files_arg="$2"; shift ;;
@@ -294,6 +297,7 @@ if [ "$scale_only" -eq 1 ]; then
   [ "$quick" -eq 1 ] && { s_counts="10000,100000"; s_kill=100000; }
   s_docs=()
   [ "$scale_docs" -eq 1 ] && s_docs=(--docs-png "$root/docs/perf-client-memory.png")
+  [ -n "$scale_before_arg" ] && s_docs+=(--before "$scale_before_arg")
   fact load.before_scale "$(load1)"
   /usr/bin/python3 "$root/bench/bench_distributed_scale.py" \
     --pythonpath "${pythonpath_arg:-$build/python}" --bench-run "$bin/kpz_bench_run" \
