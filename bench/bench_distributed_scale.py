@@ -20,8 +20,9 @@ holds, run as a child process:
 
     /usr/bin/python3 -m kpz.distributed thumbnail -r TREE -o OUT --scheduler ADDR
 
-Its peak resident memory is the child's ru_maxrss (os.wait4), its wall time
-from its start to its exit; its standard output (the 'wrote' lines) is
+Its peak resident memory is its ru_maxrss (os.wait4 in a small launcher
+process that forks it: a child forked from the harness would start from the
+harness's resident size), its wall time from its start to its exit; its standard output (the 'wrote' lines) is
 counted, not kept. A second distributed.Client asks the scheduler for its
 task count every 0.2 s during the run; the maximum is reported.
 
@@ -210,12 +211,41 @@ class Poller(threading.Thread):
         self.join(30)
 
 
+# Starts the client and reports its rusage. A child's ru_maxrss starts from the
+# resident size of the process it was forked from (the kernel carries the old
+# memory's high-water mark across exec), so the client is forked from this
+# small process, started afresh for each run, and not from the harness, whose
+# size (the task-count client, the listings of 10^6 names) it would inherit.
+# argv: a descriptor, then the client's command line. On the descriptor, one
+# JSON line when the client has started ({"pid", "t0"}), one when it has
+# ended ({"status", "maxrss_kib", "cpu_s", "t1"}); t0 and t1 on
+# CLOCK_MONOTONIC, as the harness's perf_counter.
+LAUNCHER = r"""
+import json, os, sys, time
+report = os.fdopen(int(sys.argv[1]), "w")
+cmd = sys.argv[2:]
+t0 = time.perf_counter()
+pid = os.fork()
+if pid == 0:
+    report.close()
+    try:
+        os.execv(cmd[0], cmd)
+    finally:
+        os._exit(127)
+report.write(json.dumps({"pid": pid, "t0": t0}) + "\n")
+report.flush()
+_, status, ru = os.wait4(pid, 0)
+report.write(json.dumps({"status": os.waitstatus_to_exitcode(status), "t1": time.perf_counter(),
+                         "maxrss_kib": ru.ru_maxrss, "cpu_s": ru.ru_utime + ru.ru_stime}) + "\n")
+"""
+
+
 def run_client(tree_dir, out, cluster, env, work: Path, skip=False, kill_at_lines=None,
-               interval=0.2, timeout=7200.0, ignore_tasks_before=0):
-    """One run of the client's command line as a child process. Returns what
-    it gave: exit status (-9 when killed), peak RSS KiB, CPU, wall time,
-    'wrote' lines counted, the scheduler's maximum task count and the times
-    to the first task and the first 'wrote' line."""
+               interval=0.2, timeout=7200.0):
+    """One run of the client's command line, a grandchild of the harness
+    (LAUNCHER). Returns what it gave: exit status (-9 when killed), peak RSS
+    KiB, CPU, wall time, 'wrote' lines counted, the scheduler's maximum task
+    count and the times to the first task and the first 'wrote' line."""
     cmd = [PYTHON, "-m", "kpz.distributed", "thumbnail", "-r", str(tree_dir), "-o", str(out),
            "--scheduler", cluster.address]
     if skip:
@@ -227,21 +257,30 @@ def run_client(tree_dir, out, cluster, env, work: Path, skip=False, kill_at_line
     done = False
     killed = [False]
     timed_out = [False]
+    report_r, report_w = os.pipe()
     with open(err_path, "wb") as err:
-        t0 = time.perf_counter()
-        proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=err, env=env, cwd=work)
+        launcher = subprocess.Popen([PYTHON, "-I", "-S", "-c", LAUNCHER, str(report_w)] + cmd,
+                                    stdout=subprocess.PIPE, stderr=err, env=env, cwd=work,
+                                    pass_fds=(report_w,))
+    os.close(report_w)
+    report = os.fdopen(report_r)
+    started = json.loads(report.readline() or "{}")
+    if "pid" not in started:
+        launcher.wait(60)
+        raise RuntimeError("the client did not start: %s" % err_path.read_text()[-500:])
+    pid, t0 = started["pid"], started["t0"]
     poller = Poller(cluster, t0, interval)
     poller.start()
 
     def kill():
         with lock:
             if not done and not killed[0]:
-                os.kill(proc.pid, signal.SIGKILL)
+                os.kill(pid, signal.SIGKILL)
                 killed[0] = True
 
     def read():
         nonlocal lines, first_line_s
-        fd = proc.stdout.fileno()
+        fd = launcher.stdout.fileno()
         while True:
             chunk = os.read(fd, 1 << 16)
             if not chunk:
@@ -254,25 +293,29 @@ def run_client(tree_dir, out, cluster, env, work: Path, skip=False, kill_at_line
 
     reader = threading.Thread(target=read, daemon=True)
     reader.start()
+
     def stuck():
         timed_out[0] = True
         kill()
 
     timer = threading.Timer(timeout, stuck)
     timer.start()
-    _, status, usage = os.wait4(proc.pid, 0)
-    wall = time.perf_counter() - t0
+    ended = json.loads(report.readline() or "{}")  # the launcher has reaped the client
     with lock:
         done = True
     timer.cancel()
-    proc.returncode = os.waitstatus_to_exitcode(status)  # reaped here, not by Popen
+    report.close()
+    launcher.wait(60)
     reader.join(60)
-    proc.stdout.close()
+    launcher.stdout.close()
     poller.stop()
+    if "status" not in ended:
+        raise RuntimeError("the launcher ended with status %s without the client's end"
+                           % launcher.returncode)
     tail = err_path.read_text(errors="replace").strip().splitlines()[-3:]
-    return {"status": proc.returncode, "killed": killed[0] and not timed_out[0],
-            "timed_out": timed_out[0], "maxrss_kib": usage.ru_maxrss,
-            "cpu_s": usage.ru_utime + usage.ru_stime, "wall_s": wall, "lines": lines,
+    return {"status": ended["status"], "killed": killed[0] and not timed_out[0],
+            "timed_out": timed_out[0], "maxrss_kib": ended["maxrss_kib"],
+            "cpu_s": ended["cpu_s"], "wall_s": ended["t1"] - t0, "lines": lines,
             "max_tasks": poller.max_tasks, "task_samples": poller.samples,
             "task_poll_errors": poller.errors, "first_task_s": poller.first_task_s,
             "first_wrote_s": first_line_s, "stderr_tail": tail}
