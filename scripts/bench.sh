@@ -36,6 +36,17 @@
 #                                          # over HTTP from nginx, and its growth with the number of
 #                                          # files and the batch size (bench/bench_distributed.py);
 #                                          # 1,000 files of ~14 MB with 1.5 MB previews; --quick narrows it
+#   scripts/bench.sh --scale               # only kpz.distributed's client at 10^4, 10^5 and 10^6
+#                                          # inputs (hard links in folders of 1,000): its peak
+#                                          # memory, the scheduler's task count, wall time; resuming
+#                                          # with --skip-existing over 10^5 outputs, and a 10^6-input
+#                                          # run killed at random points and restarted until done
+#                                          # (bench/bench_distributed_scale.py); --quick: 10^4 and
+#                                          # 10^5, the killed run at 10^5; the trees are kept in
+#                                          # OUT/work; --pythonpath DIR measures the kpz package in
+#                                          # DIR instead of this build's; --docs also writes
+#                                          # docs/perf-client-memory.png; --scale-before JSON adds an
+#                                          # earlier run's scale.json to the table and the plot
 #   scripts/bench.sh --remote              # only kpz.remote against the floor (one asyncio process,
 #                                          # two ranged GETs per file, 64 in flight) from nginx through
 #                                          # a latency proxy: paired at an added RTT of 0 and 50 ms,
@@ -69,6 +80,10 @@ upright=0
 python_only=0
 distributed_only=0
 remote_only=0
+scale_only=0
+scale_docs=0
+pythonpath_arg=""
+scale_before_arg=""
 cold=0
 readahead_arg=""
 peer_files_arg=""
@@ -85,6 +100,10 @@ while [ $# -gt 0 ]; do
     --python) python_only=1 ;;
     --distributed) distributed_only=1 ;;
     --remote) remote_only=1 ;;
+    --scale) scale_only=1 ;;
+    --docs) scale_docs=1 ;;
+    --pythonpath) pythonpath_arg="$2"; shift ;;
+    --scale-before) scale_before_arg="$2"; shift ;;
     --cold) cold=1 ;;
     --readahead-kb) readahead_arg="$2"; shift ;;
     --peer-files) peer_files_arg="$2"; shift ;;
@@ -140,6 +159,7 @@ targets="kpz_bench kpz_bench_run"
 [ "$python_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$distributed_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$remote_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
+[ "$scale_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$cold" -eq 1 ] && targets="kpz_bench_run"
 # Every option that matters is set here, so that a build directory
 # configured otherwise earlier (say without the tool) is brought back in line.
@@ -260,6 +280,29 @@ if [ "$distributed_only" -eq 1 ]; then
     --work "$work/distributed-work" --out "$out" --rounds "$d_rounds" --http-files "$d_http" \
     --counts "$d_counts" --batch-files "$d_batch_files" --batch-sizes "$d_batches" \
     | tee "$out/table.md"
+  fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
+  exit 0
+fi
+
+# ---- --scale: kpz.distributed's client against the number of inputs -----------
+# Hard links of 4 small generated files (1 KiB thumbnails) in folders of
+# 1,000; the trees are built once and kept in $out/work (10^6 links take a
+# while), as are the outputs of each run while it lasts (one 4 KiB block
+# each: about 4 GB at 10^6). A scheduler and 2 workers of one thread each
+# (Debian's dask) on 127.0.0.1; the client's command line as a child process.
+# bench/bench_distributed_scale.py writes scale.md, scale.json and
+# perf-client-memory.png.
+if [ "$scale_only" -eq 1 ]; then
+  s_counts="10000,100000,1000000"; s_kill=1000000
+  [ "$quick" -eq 1 ] && { s_counts="10000,100000"; s_kill=100000; }
+  s_docs=()
+  [ "$scale_docs" -eq 1 ] && s_docs=(--docs-png "$root/docs/perf-client-memory.png")
+  [ -n "$scale_before_arg" ] && s_docs+=(--before "$scale_before_arg")
+  fact load.before_scale "$(load1)"
+  /usr/bin/python3 "$root/bench/bench_distributed_scale.py" \
+    --pythonpath "${pythonpath_arg:-$build/python}" --bench-run "$bin/kpz_bench_run" \
+    --tests-dir "$root/tests/python" --work "$out/work" --out "$out" \
+    --counts "$s_counts" --kill-inputs "$s_kill" "${s_docs[@]}" | tee "$out/table.md"
   fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
   exit 0
 fi
