@@ -236,9 +236,9 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     The client stays small however many inputs there are: directories are
     walked as the run goes, no more than WINDOW_PER_THREAD batches per worker
     thread are on the cluster at once (topped up as each ends), results wait
-    for earlier ones in a buffer of at most 512 inputs per worker thread
-    (twice the larger of the window's inputs and the look-ahead of 4 batches
-    per thread that chooses the batch size), and the output
+    for earlier ones in a buffer of at most twice the larger of the window's
+    inputs and 256 per worker thread (512 inputs per thread with the
+    default batch size), and the output
     names written are kept as 12-byte digests (kit.NameSet).
 
     Returns the Summary; it counts every input once. Errors of single files are
