@@ -41,6 +41,7 @@ STORAGE_PORT = 8080  # the storage host's own namespace: nothing else can hold i
 # each up to 10 workers), so a lost worker is removed 5 to 8 s after its
 # last heartbeat here.
 WORKER_TTL = "3s"
+WORKER_TCP_TIMEOUT = "600s"
 
 
 class ClientRun:
@@ -95,13 +96,18 @@ class Hosts:
             "--host", net.address["sched"], "--port", "0", "--scheduler-file", str(info),
             "--no-dashboard", "--no-show"], sched_env, "scheduler.log")
         self.address = scheduler_address(info, scheduler, 60)
+        # A worker whose link is cut closes itself once its connection to the
+        # scheduler has been silent for distributed.comm.timeouts.tcp (30 s
+        # by default): set far beyond any run here, so that a cut worker is
+        # alive at the end however slow the machine.
+        worker_env = dict(self.env, DASK_DISTRIBUTED__COMM__TIMEOUTS__TCP=WORKER_TCP_TIMEOUT)
         for name in WORKERS:
             local = self.root / f"worker-{name}"
             local.mkdir()
             self.workers[name] = net.start(name, dask_command("worker") + [
                 self.address, "--host", net.address[name], "--nworkers", "1", "--nthreads", "1",
                 "--no-dashboard", "--no-nanny", "--local-directory", str(local),
-                "--name", name], self.env, f"worker-{name}.log")
+                "--name", name], worker_env, f"worker-{name}.log")
         self.nginx = Nginx(self.root / "nginx", docroot, net.address["store"], STORAGE_PORT,
                            net.command("store", []))
         # The workers, as the scheduler knows them, seen from the client's host.
@@ -290,8 +296,8 @@ def test_worker_host_loses_its_link_mid_run(hosts, fixtures, tool, tmp_path):
     # held by it (those it gave w0 again), and w1's process is alive: its
     # link was cut, it was not killed. (Left so, w1 closes itself when its
     # connection to the scheduler has been silent for Dask's
-    # distributed.comm.timeouts.tcp, 30 s: measured 30.7 s after the cut,
-    # while the run ends 6 to 8 s after it.)
+    # distributed.comm.timeouts.tcp: 30 s by default, measured 30.7 s after
+    # the cut; WORKER_TCP_TIMEOUT here.)
     removed = removed_line(h.net.log_tail("scheduler.log", 10**6), h.worker_address["w1"])
     assert int(removed.group(2)) > 0
     assert h.workers["w1"].poll() is None, f"w1 ended, status {h.workers['w1'].returncode}"
