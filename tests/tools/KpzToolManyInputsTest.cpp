@@ -50,7 +50,7 @@ bool MakeTree(const std::string& root, std::size_t count) {
   fs::create_directories(root + "/000");
   if (!kpztest::WriteFileBytes(first, Good(1))) return false;
   for (std::size_t i = 1; i < count; ++i) {
-    char folder[16];
+    char folder[24];  // room for any size_t
     std::snprintf(folder, sizeof folder, "%03zu", i / 1000);
     const std::string dir = root + "/" + folder;
     if (i % 1000 == 0) fs::create_directories(dir);
