@@ -177,3 +177,34 @@ def test_a_remote_tree_without_files_fails_in_words(tmp_path):
             (url, "the directory holds no file ending in .kpz")]
     finally:
         fs.rm(root, recursive=True)
+
+
+def test_what_an_ended_task_gave_is_read_from_its_value_not_its_state():
+    """A task's future may be computed again after it ended (its worker died
+    holding the result) and show another state by the time the client looks:
+    the outcome is read from what came with it, and only a value of no known
+    kind is asked of the future again."""
+    from kpz.distributed._client import _outcome
+
+    class Future:
+        def __init__(self, result=None, error=None):
+            self.asked = 0
+            self._result, self._error = result, error
+
+        def result(self):
+            self.asked += 1
+            if self._error is not None:
+                raise self._error
+            return self._result
+
+    results = [object()]
+    f = Future(error=AssertionError("not to be asked"))
+    assert _outcome(f, results) == (results, None) and f.asked == 0
+    boom = ValueError("boom")
+    assert _outcome(f, (ValueError, boom, None)) == (None, boom) and f.asked == 0
+    cancelled = RuntimeError("cancelled")
+    assert _outcome(f, cancelled) == (None, cancelled) and f.asked == 0
+    again = Future(result=results)
+    assert _outcome(again, None) == (results, None) and again.asked == 1
+    lost = OSError("lost")
+    assert _outcome(Future(error=lost), None) == (None, lost)

@@ -190,6 +190,25 @@ WINDOW_PER_THREAD = 3
 _OPEN = -1  # holders[name] for a name whose inputs are in the batch being filled
 
 
+def _outcome(future: Any, value: Any) -> Tuple[Any, Optional[BaseException]]:
+    """(the task's Results, None) or (None, why it failed), from what
+    as_completed gave with it: the task's return value (a list), the
+    exception of a task that failed (as Dask gives it, (type, exception,
+    traceback)), or CancelledError. Anything else (a task whose result was
+    lost with its worker as it ended, and is being computed again) is asked
+    of the future itself, which waits for Dask's second run."""
+    if isinstance(value, list):
+        return value, None
+    if isinstance(value, tuple) and len(value) == 3 and isinstance(value[1], BaseException):
+        return None, value[1]
+    if isinstance(value, BaseException):
+        return None, value
+    try:
+        return future.result(), None
+    except Exception as e:  # noqa: BLE001 - whatever Dask raises is the batch's failure
+        return None, e
+
+
 async def _one_round() -> None:
     """Nothing, on the client's event loop (see _Run.go)."""
 
@@ -467,20 +486,17 @@ class _Run:
             self.size_window()
         if bid == self.alone_bid:
             self.alone_bid = None
-        if future.status == "finished":
-            results = value
-        elif future.status == "cancelled":  # the scheduler lost it: told as a failed task
-            from distributed.client import CancelledError
-
-            results = _batch_failed(batch, self.output, CancelledError(future.key))
-        elif isinstance(future.exception(), KilledWorker) and _splittable(batch):
+        got, exc = _outcome(future, value)
+        if exc is None:
+            results = got
+        elif isinstance(exc, KilledWorker) and _splittable(batch):
             self.alone.extend(_batches(batch, 1))
             results = None
-        elif isinstance(future.exception(), KilledWorker):
+        elif isinstance(exc, KilledWorker):
             results = [Result(i, source, self.output.shown(name)).fail(
                 kit.ExitStatus.INPUT, source, _KILLED) for i, source, name in batch]
         else:
-            results = _batch_failed(batch, self.output, future.exception())
+            results = _batch_failed(batch, self.output, exc)
         if results is None:
             return  # its names stay held until their own tasks end
         name_of = {i: name for i, _, name in batch}
