@@ -158,6 +158,14 @@ unsigned int runOn(Shared& shared, std::size_t wanted, const KpzBatch::Task& tas
   return static_cast<unsigned int>(workers.size());
 }
 
+// Task i on the calling thread, delivered at once.
+void runHere(const KpzBatch::Task& task, const KpzBatch::Sink& sink, const KpzBatch::Tick& tick,
+             std::size_t i) {
+  KpzBatch::Outcome outcome = guarded(task, i);
+  sink(i, outcome);
+  tick(i + 1);
+}
+
 }  // namespace
 
 std::size_t KpzBatch::Window(unsigned int jobs) {
@@ -190,9 +198,7 @@ unsigned int KpzBatch::Run(std::size_t count, unsigned int jobs, const Task& tas
   const std::size_t wanted = jobs == 0 ? 1 : (jobs < count ? jobs : count);
   if (count == 1) {
     // Nothing to overlap and nothing to wait for: no thread is started.
-    Outcome outcome = guarded(task, 0);
-    sink(0, outcome);
-    tick(1);
+    runHere(task, sink, tick, 0);
     return 0;
   }
   Shared shared;
@@ -204,9 +210,7 @@ unsigned int KpzBatch::Run(std::size_t count, unsigned int jobs, const Task& tas
   const unsigned int ran = runOn(shared, wanted, task, sink, tick, clock);
   if (ran == 0) {
     for (std::size_t i = 0; i < count; ++i) {
-      Outcome outcome = guarded(task, i);
-      sink(i, outcome);
-      tick(i + 1);
+      runHere(task, sink, tick, i);
     }
   }
   return ran;
@@ -222,9 +226,7 @@ unsigned int KpzBatch::RunWhile(unsigned int jobs, const More& more, const Task&
   }
   if (known < 2) {
     if (known == 1) {
-      Outcome outcome = guarded(task, 0);
-      sink(0, outcome);
-      tick(1);
+      runHere(task, sink, tick, 0);
     }
     return 0;
   }
@@ -237,9 +239,7 @@ unsigned int KpzBatch::RunWhile(unsigned int jobs, const More& more, const Task&
   if (ran == 0) {
     // No worker thread: one task after another here, each asked about in turn.
     for (std::size_t i = 0; i < known || ask(more, i); ++i) {
-      Outcome outcome = guarded(task, i);
-      sink(i, outcome);
-      tick(i + 1);
+      runHere(task, sink, tick, i);
     }
   }
   return ran;
