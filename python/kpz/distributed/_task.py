@@ -19,7 +19,6 @@ from ._results import Result
 
 _INPUT = kit.ExitStatus.INPUT
 _OUTPUT = kit.ExitStatus.OUTPUT
-_ALREADY_WRITTEN = "output already written by an earlier input"
 
 
 class RangeReader:
@@ -167,8 +166,8 @@ def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, o
     def put(index: int, source: str, name: str, data: bytes, note: str) -> None:
         r = results[index]
         if name in owners:
-            r.fail(_OUTPUT, source, "not written: %s is already written by %s"
-                   % (kit.shown_name(r.output), kit.shown_name(owners[name])), _ALREADY_WRITTEN)
+            r.fail(_OUTPUT, source, kit.already_written_words(r.output, owners[name]),
+                   kit.ALREADY_WRITTEN_REASON)
             return
         why = output.write(name, data, sync)
         if why:
