@@ -182,3 +182,36 @@ def test_a_workers_batch_with_hostile_urls_reads_the_others(fixtures, tmp_path):
     assert good.status == 0
     assert (tmp_path / "out" / "a.preview.jpg").read_bytes() == kpz.screennail(path)
     assert sorted(p.name for p in (tmp_path / "out").iterdir()) == ["a.preview.jpg"]
+
+
+def test_a_file_system_that_raises_anything_fails_that_file_alone(fixtures, tmp_path):
+    # A remote file system of the test's own (fsspec's registry) that raises
+    # an error no file system should, its message full of bytes: that file
+    # fails in words without them; the batch goes on.
+    import fsspec
+    from fsspec.spec import AbstractFileSystem
+
+    from kpz.distributed import run_batch
+
+    secret = "II*\x00secret-bytes"
+
+    class Hostile(AbstractFileSystem):
+        protocol = "kpzhostile"
+
+        def info(self, path, **kwargs):
+            return {"name": path, "size": 100000, "type": "file"}
+
+        def cat_file(self, path, start=None, end=None, **kwargs):
+            raise RuntimeError("boom " + secret * 1000)
+
+    fsspec.register_implementation("kpzhostile", Hostile, clobber=True)
+    plain = fixtures["byname"]["plain"]["path"]
+    (tmp_path / "out").mkdir()
+    hostile, good = run_batch([(0, "kpzhostile://h/a.kpz", "a.preview.jpg"),
+                               (1, plain, "plain.preview.jpg")],
+                              "preview", False, str(tmp_path / "out"))
+    assert hostile.status == 1
+    assert hostile.reason == "cannot read: an unforeseen failure (RuntimeError)"
+    assert "secret" not in hostile.err
+    assert good.status == 0
+    assert (tmp_path / "out" / "plain.preview.jpg").read_bytes() == kpz.screennail(plain)

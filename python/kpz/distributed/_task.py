@@ -103,7 +103,12 @@ def _picture(source: str, kind: str, upright: bool) -> Tuple[Optional[bytes], st
     except (kpz.KpzError, OSError) as e:
         return None, "", _words_of(source, e)
     except (ValueError, ImportError) as e:  # a remote file system's own errors
-        return None, "", "cannot read: %s" % (str(e) or type(e).__name__)
+        text = str(e)
+        return None, "", "cannot read: %s" % (
+            (text if len(text) <= 200 else text[:200] + "...") or type(e).__name__)
+    except Exception as e:  # noqa: BLE001 - any other is this file's failure, not the batch's
+        # Its type only: a message may hold the file's bytes.
+        return None, "", "cannot read: an unforeseen failure (%s)" % type(e).__name__
     if not upright:
         return stored, "", ""
     status, data, note, words = kit.upright(reader.head, stored, KINDS[kind][1])
