@@ -338,7 +338,8 @@ class Reader:
                 data = await asyncio.wait_for(self._picture(r, kind, upright), s.file_timeout)
             except asyncio.TimeoutError:
                 r.words, r.status = ("timed out: the file was not read within %g s "
-                                     "(file_timeout)" % s.file_timeout,
+                                     "(file_timeout)" % s.file_timeout
+                                     if s.file_timeout is not None else "timed out",
                                      int(kit.ExitStatus.INPUT))
                 r.storage_failed = True
                 return r
