@@ -215,3 +215,12 @@ def test_a_file_system_that_raises_anything_fails_that_file_alone(fixtures, tmp_
     assert "secret" not in hostile.err
     assert good.status == 0
     assert (tmp_path / "out" / "plain.preview.jpg").read_bytes() == kpz.screennail(plain)
+
+
+def test_file_timeout_is_an_option_of_the_command(fixtures, tmp_path):
+    got = run_cli(["preview", fixtures["byname"]["plain"]["path"], "-o", str(tmp_path / "out"),
+                   "--file-timeout", "0"], timeout=120)
+    assert (got.returncode, got.stdout) == (2, "")
+    assert "--file-timeout is a number of seconds above 0" in got.stderr
+    helped = run_cli(["--help"], timeout=120)
+    assert "--file-timeout SECONDS" in helped.stdout
