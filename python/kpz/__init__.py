@@ -95,6 +95,7 @@ __all__ = [
     "OrientationError",
     "OrientationWriteError",
     "HEAD_SIZE",
+    "THUMBNAIL_MAX_SIZE",
     "__version__",
 ]
 
@@ -104,6 +105,12 @@ __version__: str = _kpz.__version__
 
 #: Bytes of a file's head that kpz parses (64 KiB).
 HEAD_SIZE: int = _kpz.HEAD_SIZE
+
+#: The largest thumbnail kpz reads, in bytes (256 KiB): a thumbnail is a
+#: small picture (a few KB; in a JPEG file the Exif segment holding it cannot
+#: exceed 64 KiB). A file claiming a larger one raises BadPreviewError before
+#: anything is read or allocated for it, as ``kpz thumbnail`` refuses it.
+THUMBNAIL_MAX_SIZE: int = _kpz.THUMBNAIL_MAX_SIZE
 
 class BinaryReader(Protocol):
     """A binary file object kpz can read: ``read(n)`` returning bytes (or any
@@ -146,7 +153,9 @@ screennail = preview
 def thumbnail(source: Source, *, upright: bool = False) -> bytes:
     """The thumbnail JPEG (IFD1) of a KPZ raw file, as bytes: the same bytes
     as ``kpz thumbnail`` (``--upright`` with ``upright=True``). Raises as
-    :func:`screennail` does."""
+    :func:`screennail` does; a thumbnail longer than
+    :data:`THUMBNAIL_MAX_SIZE` raises BadPreviewError before any of it is
+    read."""
     return _kpz.thumbnail(source, upright=upright)
 
 

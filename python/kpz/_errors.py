@@ -81,8 +81,9 @@ class NoPreviewError(KpzError):
 
 class BadPreviewError(KpzError):
     """The picture is recorded but cannot be used: it extends past the end of
-    the file or lies beyond its first 2 GiB, or (with ``upright=True``) its
-    JPEG cannot be turned. ``code`` is None.
+    the file or lies beyond its first 2 GiB, a thumbnail is longer than
+    ``kpz.THUMBNAIL_MAX_SIZE``, or (with ``upright=True``) its JPEG cannot be
+    turned. ``code`` is None.
     """
 
 

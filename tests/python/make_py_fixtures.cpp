@@ -240,6 +240,13 @@ int main(int argc, char** argv) {
     ok &= w.Add("thumbnail_past_end", kpztest::BuildKpz(r), "ok", "BadPreviewError", 1);
   }
   {
+    // A thumbnail claiming 600 MB; the file is small (so the claim runs past
+    // its end) until a test grows it, sparse, to hold the claim.
+    KpzSpec r;
+    r.thumbnailLengthTag = 600u * 1024 * 1024;
+    ok &= w.Add("thumbnail_claims_600mb", kpztest::BuildKpz(r), "ok", "BadPreviewError", 1);
+  }
+  {
     KpzSpec r;
     r.hasIfd1 = false;
     ok &= w.Add("no_ifd1", kpztest::BuildKpz(r), "NotKpzError", "NotKpzError", 1);
