@@ -184,14 +184,22 @@ def read_info(source: Source) -> "Info":
 def error_words(exc: BaseException) -> str:
     """The ``kpz`` tool's words for an exception kpz raised (what ``kpz``
     prints after ``kpz: FILE:``): ``words`` where it carries them, the kit's
-    words for an OSError's errno otherwise, else ``str(exc)``."""
+    words for an OSError's errno otherwise, else ``str(exc)`` without the
+    ``"kpz: "`` that kpz's own TypeError and ValueError messages begin with
+    ("the file object is in text mode: open it in binary mode ('rb')"), so
+    that every phrase reads alike after ``kpz: FILE:``."""
     words = getattr(exc, "words", None)
     if isinstance(words, str):
         return words
     err = getattr(exc, "errno", None) if isinstance(exc, OSError) else None
     if isinstance(err, int) and not isinstance(err, bool):
         return _kpz.read_error_words(err)
-    return str(exc)
+    text = str(exc)
+    return text[len(_OWN_PREFIX):] if text.startswith(_OWN_PREFIX) else text
+
+
+# What kpz's own TypeError and ValueError messages begin with.
+_OWN_PREFIX = "kpz: "
 
 
 def orientation_words(code: int) -> str:
