@@ -554,9 +554,13 @@ class RawFile:
         is that of the reads).
         Returns True when the file was changed, False when it already had
         that code. Needs a path (TypeError otherwise); ValueError for an int
-        outside 0..7, TypeError for a code that is no int; OrientationError when the file records no orientation,
-        OrientationWriteError when it cannot be changed; the OSError subclass
-        when it cannot be read. The metadata is read again afterwards.
+        outside 0..7, TypeError for a code that is no int; OrientationError
+        when the file records no orientation, OrientationWriteError when it
+        cannot be changed (read-only, a failed write, or a place it would
+        write or copy that is not the file's own: past its end, over its
+        TIFF header or a directory entry; then nothing is written); the
+        OSError subclass when it cannot be read. The metadata is read again
+        afterwards.
         """
         if self._path is None:
             raise TypeError("kpz: set_orientation writes into a file and needs its path")

@@ -94,4 +94,5 @@ class OrientationError(KpzError):
 
 class OrientationWriteError(OrientationError):
     """A new orientation cannot be written because the file cannot be changed
-    (read-only, a failed write)."""
+    (read-only, a failed write, or a place the change would write or copy
+    that is not the file's own, in which case nothing is written)."""
