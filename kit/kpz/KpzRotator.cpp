@@ -125,8 +125,8 @@ std::string reachWords(std::uint32_t pos, std::uint32_t size, std::uint64_t file
   if (size > fileSize || pos > fileSize - size) {
     return "lies past the end of the file (" + std::to_string(fileSize) + " bytes)";
   }
-  if (pos > kLastReachable || size > kLastReachable - pos + 1) {
-    return "lies 2 GiB or more into the file, out of reach of a change in place";
+  if (pos > kLastReachable) {
+    return "lies 2 GiB or more into the file, beyond the reach of a change in place";
   }
   if (pos < kTiffHeaderSize) {
     return "overlaps the file's " + std::to_string(kTiffHeaderSize) + "-byte TIFF header";

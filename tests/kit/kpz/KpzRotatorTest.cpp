@@ -538,6 +538,47 @@ TEST_F(KpzRotatorTest, AnIfd0DateTimeAtANegativeOffsetIsNotCopiedOverTheThumbnai
   }
 }
 
+TEST_F(KpzRotatorTest, PlacesAtTwoGiBInsideALargerFileAreRefusedAsOutOfReach) {
+  // A sparse file of 2 GiB and more: IFD0's date and time (copied) or IFD1's
+  // (written) at 2 GiB lie inside it, but the library takes the offset with
+  // its sign. Nothing is written; the file's own bytes stay as they were.
+  const std::uint64_t size = 0x80000100u;
+  for (const bool copied : {true, false}) {
+    KpzSpec recipe;
+    recipe.thumbnailDateTime = "2001:01:01 00:00:00";
+    const auto far = [](kpztest::Ifd& ifd) {
+      ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, 0x80000000u);
+    };
+    if (copied) {
+      recipe.editIfd0 = far;
+    } else {
+      recipe.editIfd1 = far;
+    }
+    Make(recipe);
+    ASSERT_TRUE(kpztest::ExtendFileSparse(path, size));
+    ASSERT_TRUE(kpztest::SetFileTimes(path, kAccess, kModified));
+    const KpzRotator::Outcome out = Rotate(Code(3));
+    EXPECT_FALSE(out.ok);
+    EXPECT_FALSE(out.written);
+    EXPECT_EQ(out.result, -305);
+    EXPECT_EQ(out.error,
+              std::string(copied ? "the date and time to be copied to the thumbnail's (IFD0's"
+                                 : "a place the new orientation is written to (IFD1's") +
+                  " date and time, 20 bytes at byte 2147483648) lies 2 GiB or more into the "
+                  "file, beyond the reach of a change in place; not changed");
+    struct stat st;
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    EXPECT_EQ(static_cast<std::uint64_t>(st.st_size), size);
+    EXPECT_EQ(st.st_mtime, kModified);
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    Bytes start(image.size());
+    EXPECT_EQ(std::fread(start.data(), 1, start.size(), f), start.size());
+    std::fclose(f);
+    EXPECT_EQ(start, image);
+  }
+}
+
 TEST_F(KpzRotatorTest, AnIfd0DateTimeOverTheTiffHeaderIsNotCopied) {
   for (const std::uint32_t offset : {0u, 7u}) {
     Make(WithIfd0DateTimeAt(offset));
