@@ -104,6 +104,7 @@ public final class KpzGalleryCheck {
         KINDS.put("gallery.nothumb/thumbnail", KpzException.Kind.NO_THUMBNAIL);
         KINDS.put("gallery.emptythumb/thumbnail", KpzException.Kind.NO_THUMBNAIL);
         KINDS.put("gallery.thumbpast/thumbnail", damaged);
+        KINDS.put("gallery.hugethumb/thumbnail", damaged);
     }
 
     private final List<String> failures = new ArrayList<>();
@@ -149,6 +150,7 @@ public final class KpzGalleryCheck {
             files++;
         }
         checkEveryKindWasMet(keys);
+        checkHugeThumbnail(fx.getProperty("gallery.hugethumb.path"));
         checkBadDescriptors(fx.getProperty("gallery.orient6.path"));
         checkNamedPipeAndMissingFile();
         checkArguments(fx.getProperty("gallery.orient6.path"));
@@ -366,6 +368,25 @@ public final class KpzGalleryCheck {
             expect(what + " kind", kind, e.getKind());
         }
         expect(what + " errno", 0, e.getErrno());
+    }
+
+    // A thumbnail claiming 600 MB inside a sparse file that holds it: refused
+    // as too large in words, whatever kpz answers, by path and descriptor
+    // (once, one call allocated the 600 MB natively and again as a byte[]).
+    private void checkHugeThumbnail(String path) throws Exception {
+        String words = "the thumbnail stored in this file is too large (629145600 bytes; a "
+                + "thumbnail is at most 262144)";
+        for (boolean viaFd : new boolean[] {false, true}) {
+            String what = "hugethumb getThumbnail" + (viaFd ? " (descriptor)" : " (path)");
+            try {
+                byte[] got = through(what, path, viaFd,
+                        fd -> fd < 0 ? kpz.getThumbnail(path) : kpz.getThumbnail(fd));
+                failures.add(what + ": gave " + got.length + " bytes, not a refusal");
+            } catch (KpzException e) {
+                expect(what + " kind", KpzException.Kind.DAMAGED, e.getKind());
+                expect(what + " words", words, e.getMessage());
+            }
+        }
     }
 
     // Every failing file listed must be among the fixtures (a list that
