@@ -403,16 +403,12 @@ public final class KpzGalleryCheck {
     // ---- descriptors and paths the tool cannot be given -----------------
 
     private void checkBadDescriptors(String path) throws Exception {
-        // Closed: opened, its number taken, closed again.
-        RandomAccessFile file = new RandomAccessFile(path, "r");
-        int fd = descriptorOf(path);
-        file.close();
-        if (linkOf(fd) != null) {
-            failures.add("closed descriptor: " + fd + " was opened again at once");
-        } else {
-            expectUnreadable("closed descriptor " + fd, fd, EBADF,
-                    "the file cannot be read (bad file descriptor)");
-        }
+        // Closed: a number no descriptor of this process can have (the soft
+        // limit of open files). A number opened and closed again is no good
+        // here: the JVM's own threads may open a file on it at any moment.
+        int closed = openFilesLimit();
+        expectUnreadable("closed descriptor " + closed, closed, EBADF,
+                "the file cannot be read (bad file descriptor)");
         expectUnreadable("descriptor -1", -1, EBADF, "the file cannot be read (bad file descriptor)");
         // A pipe: the one to a child's standard input.
         Process child = new ProcessBuilder("sleep", "60").start();
@@ -436,6 +432,19 @@ public final class KpzGalleryCheck {
             child.destroyForcibly();
             child.waitFor(10, TimeUnit.SECONDS);
         }
+    }
+
+    // The soft limit of open files ("Max open files" in /proc/self/limits):
+    // every descriptor of this process is below it.
+    private static int openFilesLimit() throws Exception {
+        for (String line : Files.readAllLines(Paths.get("/proc/self/limits"))) {
+            if (line.startsWith("Max open files")) {
+                String[] words = line.substring("Max open files".length()).trim().split("\\s+");
+                long soft = Long.parseLong(words[0]);
+                return (int) Math.min(soft, Integer.MAX_VALUE);
+            }
+        }
+        throw new IllegalStateException("no 'Max open files' line in /proc/self/limits");
     }
 
     private void expectUnreadable(String what, int fd, int errno, String words) {
