@@ -183,9 +183,9 @@ def test_the_recipe_listens_only_on_the_addresses_it_names(network, sample, tmp_
     net = network
     sched, worker = net.address["sched"], net.address["w0"]
     root = net.root  # the processes' working directory
-    (root / "DIR" / "day1").mkdir(parents=True)
-    shutil.copy(sample, root / "DIR" / "day1" / "a.kpz")
-    values = {"HOST": sched, "ADDR": worker, "DIR": "DIR", "OUT": "OUT"}
+    (root / "shoots" / "day1").mkdir(parents=True)
+    shutil.copy(sample, root / "shoots" / "day1" / "a.kpz")
+    values = {"HOST": sched, "ADDR": worker, "DIR": "shoots", "OUT": "previews"}
     env = dict(python_env(), TMPDIR=str(tmp_path))  # Dask's worker space under the test's
 
     commands = _recipe(DOCS[0])
@@ -205,8 +205,8 @@ def test_the_recipe_listens_only_on_the_addresses_it_names(network, sample, tmp_
     done = net.run("client", _substituted(run, values), env, 240)
     want = kpz.screennail(str(sample))
     assert done.returncode == 0, done.stderr + net.log_tail("worker.log")
-    assert done.stdout == "wrote OUT/a.preview.jpg (%d bytes)\n" % len(want), done.stdout
-    assert (root / "OUT" / "a.preview.jpg").read_bytes() == want
+    assert done.stdout == "wrote previews/a.preview.jpg (%d bytes)\n" % len(want), done.stdout
+    assert (root / "previews" / "a.preview.jpg").read_bytes() == want
 
     # The servers are alive, and every socket they listen on is bound to the
     # address of their own host.
