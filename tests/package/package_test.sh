@@ -170,8 +170,9 @@ case "$mode" in
   install)
     prefix=$work/prefix
     step "cmake --install --prefix $prefix"
+    libdir=$(configured_libdir)
     install_into "$prefix"
-    check_layout "$prefix" "$(configured_libdir)"
+    check_layout "$prefix" "$libdir"
     step "consumer with find_package(KpzInterface)"
     build_cmake_consumer "$src/tests/package/consumer" "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix"
     run_consumer "$work/consumer/kpz_consumer"
