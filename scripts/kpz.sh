@@ -5,7 +5,7 @@
 # without tests and without the JNI entry), or in $KPZ_BUILD_DIR when set; the
 # build's output goes to <build dir>/kpz-build.log and is shown only when the
 # build fails, so that standard output carries only what the tool writes. The
-# first build (a minute or two) is announced in one line on standard error.
+# first build (a few minutes) is announced in one line on standard error.
 #
 #   scripts/kpz.sh preview                  # bundled sample -> ./sample.preview.jpg
 #   scripts/kpz.sh thumbnail a.kpz -o -     # thumbnail of a.kpz on standard output
@@ -27,7 +27,7 @@ fi
 mkdir -p "$build"
 log="$build/kpz-build.log"
 if [ ! -x "$build/bin/kpz" ]; then
-  echo "kpz.sh: building the kpz tool into $build, once: a minute or two on 2 cores (log: $log)" >&2
+  echo "kpz.sh: building the kpz tool into $build, once: a few minutes on 2 cores (log: $log)" >&2
 fi
 if [ ! -f "$build/CMakeCache.txt" ]; then
   if ! cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release \
