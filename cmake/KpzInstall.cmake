@@ -1,17 +1,18 @@
 # Install rules and the CMake and pkg-config packages of libKpzInterface.
 #
-#   cmake --install build/default --prefix /opt/kpz
+#   cmake --install build/release --prefix /opt/kpz
 #
-# installs, under the prefix (each file in the component named after it):
-#   lib/libKpzInterface.so.1.0.0, .so.1   the library                 runtime
-#     (lib/<multiarch>/ with the prefix /usr on Debian; on Android the
-#      single unversioned libKpzInterface.so)
+# installs, under the prefix (each file in the component named after it;
+# LIBDIR is KPZ_INSTALL_LIBDIR: lib/<multiarch> on Debian, lib/x86_64-linux-gnu
+# there on x86-64, whatever the prefix; else GNUInstallDirs' lib or lib64):
+#   LIBDIR/libKpzInterface.so.1.0.0, .so.1 the library                 runtime
+#     (on Android the single unversioned libKpzInterface.so)
 #   share/java/kpzinterface.jar            the Java class              runtime
-#   lib/libKpzInterface.so                 the name the linker takes   development
+#   LIBDIR/libKpzInterface.so              the name the linker takes   development
 #   include/KpzInterface/{util,util/io,raw,raw/parser}/*.h            development
-#   lib/cmake/KpzInterface/                KpzInterfaceConfig.cmake,   development
+#   LIBDIR/cmake/KpzInterface/             KpzInterfaceConfig.cmake,   development
 #                                          its version file, the exported target
-#   lib/pkgconfig/kpzinterface.pc                                      development
+#   LIBDIR/pkgconfig/kpzinterface.pc                                   development
 #   bin/kpz, share/man/man1/kpz.1.gz,      the command-line tool       tool
 #   share/doc/kpz/KPZ-JSON.md, share/kpz/sample.kpz
 #
@@ -28,11 +29,11 @@
 include_guard(GLOBAL)
 include(CMakePackageConfigHelpers)
 
-set(KPZ_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/KpzInterface)
+set(KPZ_INSTALL_CMAKEDIR ${KPZ_INSTALL_LIBDIR}/cmake/KpzInterface)
 
 # --- the library ---------------------------------------------------------------
 install(TARGETS KpzInterface EXPORT KpzInterfaceTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  LIBRARY DESTINATION ${KPZ_INSTALL_LIBDIR}
     COMPONENT runtime
     NAMELINK_COMPONENT development
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
@@ -70,7 +71,7 @@ install(FILES
 # --- the pkg-config file ------------------------------------------------------------
 # prefix is found from the .pc file's own directory (${pcfiledir}), so that the
 # file stays true wherever the tree is installed or unpacked.
-set(KPZ_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(KPZ_PC_DIR ${KPZ_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH KPZ_PC_TO_PREFIX "/root/${KPZ_PC_DIR}" "/root")
 string(REGEX REPLACE "/$" "" KPZ_PC_TO_PREFIX "${KPZ_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kpzinterface.pc.in

@@ -7,11 +7,14 @@
 #   kpz                  tool         the command-line tool, its manual page,
 #                                     the JSON key reference and the sample
 #
-#   cmake --build build/default && (cd build/default && cpack -G DEB)
-#   # -> build/default/packages/{libkpzinterface1,libkpzinterface-dev,kpz}_1.0.0-1_amd64.deb
+#   cmake --preset release && cmake --build --preset release
+#   (cd build/release && cpack -G DEB)
+#   # -> build/release/packages/{libkpzinterface1,libkpzinterface-dev,kpz}_1.0.0-1_amd64.deb
 #
-# The packages install under /usr. Their dependencies on other packages are
-# worked out by dpkg-shlibdeps (Debian's dpkg-dev) from the libraries each
+# The packages install under /usr, the library and its CMake and pkg-config
+# packages in the multiarch directory /usr/lib/<triplet> (KPZ_INSTALL_LIBDIR,
+# /usr/lib/x86_64-linux-gnu on x86-64). Their dependencies on other packages
+# are worked out by dpkg-shlibdeps (Debian's dpkg-dev) from the libraries each
 # binary needs: libc6 and libstdc++6 for the library, and android-liblog for
 # its JNI entry's log. The -dev package depends on the library package of the
 # same version; kpz links the library's code in and needs only what its own

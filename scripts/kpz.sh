@@ -4,7 +4,8 @@
 # needs root). The tool is built in its own directory, build/kpz (Release,
 # without tests and without the JNI entry), or in $KPZ_BUILD_DIR when set; the
 # build's output goes to <build dir>/kpz-build.log and is shown only when the
-# build fails, so that standard output carries only what the tool writes.
+# build fails, so that standard output carries only what the tool writes. The
+# first build (a few minutes) is announced in one line on standard error.
 #
 #   scripts/kpz.sh preview                  # bundled sample -> ./sample.preview.jpg
 #   scripts/kpz.sh thumbnail a.kpz -o -     # thumbnail of a.kpz on standard output
@@ -25,6 +26,9 @@ fi
 
 mkdir -p "$build"
 log="$build/kpz-build.log"
+if [ ! -x "$build/bin/kpz" ]; then
+  echo "kpz.sh: building the kpz tool into $build, once: a few minutes on 2 cores (log: $log)" >&2
+fi
 if [ ! -f "$build/CMakeCache.txt" ]; then
   if ! cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release \
       -DKPZ_BUILD_TESTS=OFF -DKPZ_BUILD_JNI=OFF -DKPZ_BUILD_TOOLS=ON -DKPZ_BUILD_PYTHON=OFF \

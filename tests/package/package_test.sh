@@ -12,14 +12,18 @@
 #                consumer (tests/package/consumer) with find_package; moves
 #                the whole prefix and builds the consumer again from there.
 #   pkg-config   installs likewise and builds the consumer with
-#                `pkg-config --cflags --libs kpzinterface` alone.
+#                `pkg-config --cflags --libs kpzinterface` alone, then by
+#                README.md's lines for a prefix outside the system's (read
+#                out of README.md, only the prefix replaced): the program
+#                must find the library at run time by its rpath.
 #   subdir       builds the consumer with the library's sources added as a
 #                subdirectory (tests/package/subdir).
 #   debian       makes the Debian packages with CPack, lists them with
 #                dpkg-deb, checks each package's dependencies against the
 #                libraries its binaries need, unpacks all three into a
 #                temporary root and builds the consumer against that root
-#                through CMake and pkg-config.
+#                through CMake and pkg-config. The library and its packages
+#                must lie in the multiarch directory, usr/lib/<triplet>.
 #
 # The consumer must print the preview size and the model name that the build
 # tree's own kpz reads from the bundled sample. Every check that fails says
@@ -92,6 +96,23 @@ install_into() {
     { cat "$work/install.log" >&2; fail "cmake --install failed"; }
 }
 
+# Debian's multiarch triplet of this machine (x86_64-linux-gnu).
+multiarch() {
+  dpkg-architecture -qDEB_HOST_MULTIARCH 2>/dev/null || c++ -print-multiarch
+}
+
+# The library directory the build tree installs into, relative to the prefix
+# (KPZ_INSTALL_LIBDIR): on Debian the multiarch one under every prefix.
+configured_libdir() {
+  local dir
+  dir=$(sed -n 's/^KPZ_INSTALL_LIBDIR:[A-Z]*=//p' "$build/CMakeCache.txt")
+  [ -n "$dir" ] || fail "no KPZ_INSTALL_LIBDIR in $build/CMakeCache.txt"
+  if [ -f /etc/debian_version ] && [ "$dir" != "lib/$(multiarch)" ]; then
+    fail "KPZ_INSTALL_LIBDIR is '$dir' on Debian, not the multiarch lib/$(multiarch)"
+  fi
+  echo "$dir"
+}
+
 # The library directory under a prefix (lib, or lib/<multiarch>).
 libdir_of() {
   local dir
@@ -100,10 +121,16 @@ libdir_of() {
   echo "$dir"
 }
 
+# check_layout PREFIX LIBDIR: what lies under PREFIX, the library and its
+# CMake and pkg-config packages in PREFIX/LIBDIR and nowhere else.
 check_layout() {
-  local prefix=$1 lib
+  local prefix=$1 want=$2 lib
   lib=$(libdir_of "$prefix")
   step "layout of $prefix"
+  [ "$lib" = "$prefix/$want" ] || fail "the library lies in ${lib#"$prefix"/}, not in $want"
+  [ "$(find "$prefix" -name 'libKpzInterface.so*' | grep -vc "^$prefix/$want/")" = 0 ] ||
+    fail "a libKpzInterface.so* outside $want: $(find "$prefix" -name 'libKpzInterface.so*')"
+  echo "ok: the library in $want"
   local real
   real=$(readlink -f "$lib/libKpzInterface.so")
   [ -L "$lib/libKpzInterface.so" ] && [ -L "$lib/libKpzInterface.so.1" ] ||
@@ -143,8 +170,9 @@ case "$mode" in
   install)
     prefix=$work/prefix
     step "cmake --install --prefix $prefix"
+    libdir=$(configured_libdir)
     install_into "$prefix"
-    check_layout "$prefix"
+    check_layout "$prefix" "$libdir"
     step "consumer with find_package(KpzInterface)"
     build_cmake_consumer "$src/tests/package/consumer" "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix"
     run_consumer "$work/consumer/kpz_consumer"
@@ -172,6 +200,33 @@ case "$mode" in
     step "consumer with pkg-config"
     build_pkgconfig_consumer "$work/kpz_consumer" PKG_CONFIG_PATH="$lib/pkgconfig"
     run_consumer "$work/kpz_consumer"
+    step "README.md's lines for a program built against a prefix outside the system's"
+    # The shell block that builds app.cpp with pkg-config and an rpath, run
+    # as written in a directory holding app.cpp (the consumer) and a.kpz,
+    # /opt/kpz replaced by this prefix; no LD_LIBRARY_PATH.
+    block=$(awk '/^```sh$/ {inb=1; b=""; next}
+                 /^```$/ {if (inb && b ~ /-Wl,-rpath,\$\(pkg-config --variable=libdir kpzinterface\)/) {printf "%s", b; exit}
+                          inb=0; next}
+                 inb {b = b $0 "\n"}' "$src/README.md")
+    [ -n "$block" ] || fail "README.md has no shell block building app.cpp with pkg-config and an rpath"
+    grep -q '/opt/kpz' <<<"$block" || fail "README.md's pkg-config block names no /opt/kpz: $block"
+    printf '%s\n' "$block" | sed 's/^/  /'
+    mkdir -p "$work/readme"
+    cp "$src/tests/package/consumer/kpz_consumer.cpp" "$work/readme/app.cpp"
+    cp "$sample" "$work/readme/a.kpz"
+    out=$(cd "$work/readme" && env -u LD_LIBRARY_PATH -u PKG_CONFIG_PATH \
+            bash -euo pipefail -c "${block//\/opt\/kpz/$prefix}" 2>"$work/readme.err") ||
+      fail "README.md's pkg-config lines failed: $(cat "$work/readme.err")"
+    [ "$out" = "$expected" ] || fail "README.md's ./app printed
+$out
+instead of
+$expected"
+    echo "$out"
+    # Its rpath (pkg-config's libdir, as the .pc file spells it) is the
+    # prefix's library directory.
+    rpath=$(readelf -d "$work/readme/app" | sed -n 's/.*(R[UN]*PATH).*\[\(.*\)\]/\1/p')
+    [ -n "$rpath" ] && [ "$(readlink -f "$rpath")" = "$(readlink -f "$lib")" ] ||
+      fail "README.md's app carries the rpath '$rpath', not $lib"
     ;;
   subdir)
     step "consumer with add_subdirectory($src)"
@@ -231,7 +286,7 @@ case "$mode" in
           ;;
       esac
     done
-    check_layout "$root/usr"
+    check_layout "$root/usr" "lib/$(multiarch)"
     step "consumer against the unpacked packages: find_package"
     build_cmake_consumer "$src/tests/package/consumer" "$work/consumer" -DCMAKE_PREFIX_PATH="$root/usr"
     run_consumer "$work/consumer/kpz_consumer"
