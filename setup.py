@@ -21,13 +21,12 @@ ROOT = Path(__file__).resolve().parent
 
 
 def project_version() -> str:
-    """The version of CMakeLists.txt's project(), the one version of the
-    library, the kpz tool and this package."""
-    text = (ROOT / "CMakeLists.txt").read_text(encoding="utf-8")
-    found = re.search(r"^project\(\s*KpzInterface\s+VERSION\s+([0-9][0-9.]*)", text, re.MULTILINE)
-    if not found:
-        raise RuntimeError("kpz: no project(KpzInterface VERSION ...) in CMakeLists.txt")
-    return found.group(1)
+    """The file VERSION: the one version of the library, the kpz tool, the
+    jar and this package (CMakeLists.txt's project() reads it too)."""
+    text = (ROOT / "VERSION").read_text(encoding="utf-8").strip()
+    if not re.fullmatch(r"[0-9]+\.[0-9]+\.[0-9]+", text):
+        raise RuntimeError(f"kpz: VERSION holds {text!r}, not MAJOR.MINOR.PATCH")
+    return text
 
 
 class CMakeExtension(Extension):

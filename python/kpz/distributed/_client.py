@@ -8,6 +8,7 @@ import errno
 import os
 from typing import Any, Callable, Dict, Iterator, List, Optional, Sequence, Tuple, Union
 
+from kpz._deprecation import renamed_keywords
 from kpz._kpz import kit
 from kpz.remote import Settings, output_name
 
@@ -247,6 +248,9 @@ async def _one_round() -> None:
     """Nothing, on the client's event loop (see _Run.go)."""
 
 
+# 1.0.0's client= (a distributed.Client) and scheduler= (an address) are both
+# cluster= now; client= won when both were given, and still does.
+@renamed_keywords(since="1.1.0", removed_in="2.0.0", client="cluster", scheduler="cluster")
 def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "preview",
             upright: bool = False, cluster: Any = None, workers: Optional[int] = None,
             threads_per_worker: Optional[int] = None, recursive: bool = False,
@@ -261,7 +265,8 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     URL), named as `kpz preview -o OUT` names them, on a Dask cluster.
 
     cluster: a distributed.Client, or a scheduler's address
-    ("tcp://host:8786"), or None: a LocalCluster of `workers` processes
+    ("tcp://host:8786"), or None (client= and scheduler=, its names in kpz
+    1.0.0, still work until 2.0.0, with a DeprecationWarning): a LocalCluster of `workers` processes
     (default: the number of processors) of `threads_per_worker` threads
     (default 1) on 127.0.0.1, closed at the end. A LocalCluster is refused
     (RuntimeError) when extract() is called from the top level of a script
