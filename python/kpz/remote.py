@@ -54,6 +54,7 @@ import random
 import ssl
 from typing import AsyncIterator, Iterable, List, Optional, Sequence, Tuple
 
+from kpz import _s3
 from kpz._kpz import HEAD_SIZE, kit
 
 __all__ = ["Settings", "Result", "Reader", "read_many", "fetch", "fetch_async"]
@@ -79,6 +80,9 @@ class Settings:
     other_hosts: follow redirects to another scheme, host or port.
     ca_file: a PEM file of the CAs to trust for https://, instead of the
         system's store.
+    s3: where s3:// URLs are and how they are signed (kpz._s3.Options:
+        endpoint, region, profile, unsigned); None: from the environment
+        and the profile, as the AWS command line finds them.
     """
 
     max_in_flight: int = 64
@@ -91,6 +95,7 @@ class Settings:
     max_redirects: int = 5
     other_hosts: bool = False
     ca_file: Optional[str] = None
+    s3: Optional[_s3.Options] = None
 
     def __post_init__(self) -> None:
         if not isinstance(self.max_in_flight, int) or self.max_in_flight < 1:
@@ -198,11 +203,15 @@ class Reader:
     backoff's jitter (a test gives a seeded one)."""
 
     def __init__(self, settings: Optional[Settings] = None, *, rng: Optional[random.Random] = None,
-                 **fields) -> None:
+                 store: Optional[_s3.Store] = None, **fields) -> None:
         if settings is not None and fields:
             raise TypeError("kpz: give Settings or its fields, not both")
         self.settings = settings if settings is not None else Settings(**fields)
         self._rng = rng if rng is not None else random.Random()
+        # s3://: the store (made at the first s3:// URL unless given), or why
+        # it cannot be used.
+        self._store: Optional[_s3.Store] = store
+        self._store_failed: Optional[_s3.StoreError] = None
         self._session = None
         self._files = None
 
@@ -220,7 +229,8 @@ class Reader:
         # No compression: a range of a compressed body is not the file's.
         self._session = aiohttp.ClientSession(connector=connector, timeout=timeout,
                                               auto_decompress=False,
-                                              headers={"Accept-Encoding": "identity"})
+                                              headers={"Accept-Encoding": "identity"},
+                                              request_class=_s3.request_class(self.store))
         self._files = asyncio.Semaphore(s.max_in_flight)
         return self
 
@@ -228,6 +238,20 @@ class Reader:
         if self._session is not None:
             await self._session.close()
             self._session = None
+
+    def store(self) -> _s3.Store:
+        """The store of s3:// URLs (kpz._s3.Store), resolved at the first
+        call from Settings.s3 and the environment; StoreError (one line) when
+        it cannot be used: no credentials, a profile that is not there."""
+        if self._store is None:
+            if self._store_failed is None:
+                try:
+                    self._store = _s3.Store(self.settings.s3)
+                except _s3.StoreError as e:
+                    self._store_failed = e
+            if self._store is None:
+                raise self._store_failed
+        return self._store
 
     async def read(self, url: str, kind: str = "preview", *, upright: bool = False,
                    index: int = 0) -> Result:
@@ -272,6 +296,9 @@ class Reader:
                 r.words, r.status = e.words, int(kit.ExitStatus.INPUT)
                 r.http_status, r.storage_failed = e.http_status, e.storage
                 return r
+            except _s3.StoreError as e:
+                r.words, r.status, r.storage_failed = str(e), int(kit.ExitStatus.INPUT), True
+                return r
         r.ok, r.data = True, data
         return r
 
@@ -284,6 +311,11 @@ class Reader:
 
         if self._session is None:
             raise RuntimeError("kpz: use the Reader as 'async with Reader(...) as reader'")
+        if _s3.is_s3(url):  # s3://: signed, retried (a PUT is whole or absent), its words
+            try:
+                return await _s3.put(self, self.store(), url, data)
+            except _s3.StoreError as e:
+                return str(e)
         try:
             async with self._session.put(url, data=data, allow_redirects=False) as resp:
                 if 200 <= resp.status < 300:
@@ -350,12 +382,19 @@ class Reader:
         from yarl import URL
 
         s = self.settings
-        url = first = URL(r.url)
+        # s3://: the store's URL, its request signed when sent, no redirects.
+        s3 = self.store() if _s3.is_s3(r.url) else None
+        url = first = URL(r.url) if s3 is None else self._s3_url(s3, r.url)
         for _ in range(s.max_redirects + 1):
             r.requests += 1
             headers = {"Range": "bytes=%d-%d" % (start, start + length - 1)}
+            if s3 is not None:
+                headers.update(_s3.headers(s3, str(url)))
             try:
                 async with self._session.get(url, headers=headers, allow_redirects=False) as resp:
+                    if s3 is not None and resp.status not in (200, 206):
+                        words, transient = await _s3.read_error(resp)
+                        raise _Failed(words, transient, resp.status)
                     if resp.status in _REDIRECTS:
                         target = resp.headers.get("Location")
                         if not target:
@@ -391,6 +430,16 @@ class Reader:
             except aiohttp.ClientResponseError as e:
                 raise _Failed("a reply that cannot be read (%s)" % (e.message,), True) from None
         raise _Failed("too many redirects (more than %d)" % s.max_redirects, False)
+
+    @staticmethod
+    def _s3_url(store: _s3.Store, url: str):
+        from yarl import URL
+
+        try:
+            bucket, key = _s3.split(url)
+        except ValueError as e:
+            raise _Failed(str(e), False) from None
+        return URL(store.url(bucket, key), encoded=True)
 
     async def _body(self, r: Result, resp, start: int, length: int,
                     head: bool) -> Tuple[bytes, Optional[int]]:
