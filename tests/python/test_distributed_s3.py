@@ -122,3 +122,63 @@ def test_store_errors_in_its_words_on_the_command_line(store, tmp_path):
                         "does not exist.")
     assert lines[1] == ("kpz: s3://nobucket/raw/: cannot read the directory: NoSuchBucket "
                         "(HTTP 404): The specified bucket does not exist")
+
+
+def _doc_commands(doc: Path):
+    """The commands of the doc's sh blocks about s3:// (comments dropped)
+    and the variables its export lines set."""
+    import re
+
+    commands, exported = [], set()
+    for block in re.findall(r"```sh\n(.*?)```", doc.read_text(encoding="utf-8"), re.S):
+        if "s3://photos" not in block:
+            continue
+        for line in block.splitlines():
+            line = line.split(" # ")[0].strip()
+            if line.startswith("export "):
+                exported |= {a.split("=", 1)[0] for a in line.split()[1:]}
+            elif line:
+                commands.append(line)
+    return commands, exported
+
+
+@pytest.mark.parametrize("doc", ["PYTHON.md", "DISTRIBUTED.md"])
+def test_the_s3_snippets_of_the_docs_run_as_written(doc, store, tmp_path):
+    """Each command as written, with the doc's variables set to this store
+    (its port is the one s3rver reported)."""
+    import shlex
+
+    commands, exported = _doc_commands(Path(os.environ["KPZ_SOURCE_DIR"]) / "docs" / doc)
+    assert commands and exported == {"AWS_ACCESS_KEY_ID", "AWS_SECRET_ACCESS_KEY",
+                                     "AWS_ENDPOINT_URL"}
+    for command in commands:
+        args = shlex.split(command)
+        assert args[0] == "python3", command
+        got = subprocess.run([sys.executable, *args[1:]], cwd=tmp_path, capture_output=True,
+                             text=True, timeout=180, env=python_env())
+        assert got.returncode == 0, (command, got.stderr)
+    if doc == "PYTHON.md":
+        assert sorted(p.name for p in (tmp_path / "previews").iterdir()) == [
+            "f%03d.preview.jpg" % i for i in range(10)]
+    assert {k for k in objects("photos", "previews/")} >= {
+        "previews/f%03d.preview.jpg" % i for i in range(10)}
+
+
+def test_python_m_kpz_on_local_files_as_kpz_says_it(fixtures, tool, tmp_path):
+    """Lines, summary, names and exit status of kpz preview with several
+    files, a damaged one among them."""
+    src = tmp_path / "src"
+    src.mkdir()
+    for i, p in enumerate(fixtures["many"][:5]):
+        (src / ("f%d.kpz" % i)).write_bytes(Path(p).read_bytes())
+    (src / "bad.kpz").write_bytes(b"II*\0 not a raw file at all")
+    want = subprocess.run([tool, "preview", str(src), "-o", str(tmp_path / "a")],
+                          capture_output=True, text=True, timeout=60)
+    got = _run("kpz", ["preview", str(src), "-o", str(tmp_path / "b")])
+    assert (got.returncode, got.stderr.replace(str(tmp_path / "b"), "OUT")) == \
+        (want.returncode, want.stderr.replace(str(tmp_path / "a"), "OUT"))
+    assert got.stdout.replace(str(tmp_path / "b"), "OUT") == \
+        want.stdout.replace(str(tmp_path / "a"), "OUT")
+    assert want.returncode == 1 and "bad.kpz" in want.stderr
+    for p in (tmp_path / "a").iterdir():
+        assert (tmp_path / "b" / p.name).read_bytes() == p.read_bytes()

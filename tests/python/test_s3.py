@@ -298,3 +298,14 @@ def test_faults_of_the_store_retried_or_told_every_good_output_once(s3env, photo
         else:
             assert r.ok and r.data == w.data, r.words
     assert not got[-1].ok and got[-1].words.startswith("not a KPZ raw file")
+
+
+def test_no_sign_request_sends_no_signature(env):
+    from multidict import CIMultiDict
+
+    store = _s3.Store(_s3.Options(endpoint_url="http://127.0.0.1:9", sign=False))
+    url = store.url("public", "a.kpz")
+    headers = CIMultiDict(_s3.headers(store, url))
+    store.sign("GET", url, headers, _s3.EMPTY_SHA256)
+    assert "Authorization" not in headers and "X-Amz-Date" not in headers
+    assert headers["Host"] == "127.0.0.1:9"
