@@ -197,6 +197,7 @@ def photos(s3, fixtures):
                  for i, p in enumerate(fixtures["many"][:12])}
         files["raw/sub/deep.kpz"] = Path(fixtures["many"][0]).read_bytes()
         files["raw/notes.txt"] = b"not a raw file"
+        files["raw/empty.kpz"] = b""
         upload("photos", files)
         yield files
     finally:
@@ -216,7 +217,7 @@ def s3env(s3, env):
 def test_reads_are_byte_identical_to_kpz_preview(s3env, photos, fixtures, tool, tmp_path):
     import subprocess
 
-    keys = sorted(k for k in photos if k.endswith(".kpz") and "/sub/" not in k)
+    keys = sorted(k for k in photos if k.endswith(".kpz") and "/sub/" not in k and photos[k])
     got = kpz.remote.fetch(["s3://photos/" + k for k in keys], settings=FAST)
     for key in keys:
         (tmp_path / Path(key).name).write_bytes(photos[key])
@@ -281,7 +282,7 @@ def test_listing_of_2500_keys_comes_in_pages(s3env, tmp_path):
 
 
 def test_faults_of_the_store_retried_or_told_every_good_output_once(s3env, photos, env):
-    keys = sorted(k for k in photos if k.endswith(".kpz") and "/sub/" not in k)
+    keys = sorted(k for k in photos if k.endswith(".kpz") and "/sub/" not in k and photos[k])
     with FaultProxy(s3env.endpoint, slowdown_every=5, reset={"photos/" + keys[1]},
                     stall={"photos/" + keys[2]},
                     error={"photos/" + keys[3]: (403, "AccessDenied", "Access Denied")}) as proxy:
@@ -309,3 +310,18 @@ def test_no_sign_request_sends_no_signature(env):
     store.sign("GET", url, headers, _s3.EMPTY_SHA256)
     assert "Authorization" not in headers and "X-Amz-Date" not in headers
     assert headers["Host"] == "127.0.0.1:9"
+
+
+def test_an_empty_object_is_told_as_kpz_tells_an_empty_file(s3env, photos, run_tool, env,
+                                                             tmp_path):
+    """A store answers a range of an empty object 416 InvalidRange (s3rver
+    answers it wrongly, a 206 of bytes 0--1: the store's answer from the
+    fault proxy)."""
+    (tmp_path / "empty.kpz").write_bytes(b"")
+    want = run_tool("preview", str(tmp_path / "empty.kpz"), "-o", str(tmp_path / "x.jpg"),
+                    path=str(tmp_path / "empty.kpz"))
+    with FaultProxy(s3env.endpoint, error={"photos/raw/empty.kpz": (
+            416, "InvalidRange", "The requested range is not satisfiable")}) as proxy:
+        env({"AWS_ENDPOINT_URL": proxy.endpoint})
+        got = kpz.remote.fetch(["s3://photos/raw/empty.kpz"], settings=FAST)[0]
+    assert (got.ok, got.words, got.status) == (False, want.words(), want.status)
