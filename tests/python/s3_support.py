@@ -14,7 +14,8 @@ example.
 FaultProxy forwards every request to a target (headers as they came, so the
 signature still holds) and misbehaves on cue for object reads (GETs with a
 Range): every `slowdown_every`-th such request is answered 503 SlowDown
-with the store's error document; the keys in `reset` have their first read
+with the store's error document, and every `put_slowdown_every`-th object
+write; the keys in `reset` have their first read
 cut half way through the body (the connection closed); the keys in `stall`
 have their first read never answered (until the proxy stops). `error` maps a
 key to (status, code, message) answered for every request to it."""
@@ -98,11 +99,14 @@ def error_document(code: str, message: str) -> bytes:
 
 
 class FaultProxy:
-    def __init__(self, target: str, *, slowdown_every: int = 0, reset: Set[str] = frozenset(),
+    def __init__(self, target: str, *, slowdown_every: int = 0, put_slowdown_every: int = 0,
+                 reset: Set[str] = frozenset(),
                  stall: Set[str] = frozenset(),
                  error: Optional[Dict[str, Tuple[int, str, str]]] = None) -> None:
         self.target = target
         self.slowdown_every = slowdown_every
+        self.put_slowdown_every = put_slowdown_every
+        self.puts = 0           # object writes seen
         self.reset = set(reset)
         self.stall = set(stall)
         self.error = dict(error or {})
@@ -154,6 +158,14 @@ class FaultProxy:
             return web.Response(status=status, body=error_document(code, message),
                                 content_type="application/xml")
         read = request.method == "GET" and "Range" in request.headers
+        if request.method == "PUT" and "/" in key:
+            self.puts += 1
+            if self.put_slowdown_every and self.puts % self.put_slowdown_every == 0:
+                self.slowdowns += 1
+                await request.read()
+                return web.Response(status=503, body=error_document(
+                    "SlowDown", "Please reduce your request rate."),
+                    content_type="application/xml")
         if read:
             self.reads += 1
             if self.slowdown_every and self.reads % self.slowdown_every == 0:

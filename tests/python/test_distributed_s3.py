@@ -14,7 +14,7 @@ from pathlib import Path
 import pytest
 
 from distributed_support import DaskCluster, python_env
-from s3_support import S3rver, get_object, objects, upload
+from s3_support import FaultProxy, S3rver, get_object, objects, upload
 
 
 @pytest.fixture(scope="module")
@@ -182,3 +182,29 @@ def test_python_m_kpz_on_local_files_as_kpz_says_it(fixtures, tool, tmp_path):
     assert want.returncode == 1 and "bad.kpz" in want.stderr
     for p in (tmp_path / "a").iterdir():
         assert (tmp_path / "b" / p.name).read_bytes() == p.read_bytes()
+
+
+@pytest.mark.parametrize("module", ["kpz.distributed", "kpz"])
+def test_faults_of_the_store_every_good_output_once_every_bad_one_in_words(
+        module, store, cluster, tool, tmp_path):
+    """Through the fault proxy (--endpoint-url): SlowDown for every 4th read
+    and every 3rd write, one read cut mid-body, one stalled, one object
+    AccessDenied; outputs to the bucket."""
+    want = _wanted(store, tool, tmp_path)
+    prefix = "faults-%s/" % module.replace(".", "-")
+    with FaultProxy(store.endpoint, slowdown_every=4, put_slowdown_every=3,
+                    reset={"photos/raw/f001.kpz"}, stall={"photos/raw/f002.kpz"},
+                    error={"photos/raw/f003.kpz": (403, "AccessDenied", "Access Denied")}) as proxy:
+        extra = ["--scheduler", cluster.address] if module == "kpz.distributed" else []
+        got = _run(module, ["preview", "s3://photos/raw/", "-o", "s3://out/" + prefix,
+                            "--endpoint-url", proxy.endpoint, "--read-timeout", "3", *extra])
+        assert proxy.slowdowns >= 4 and proxy.resets == 1 and proxy.stalls == 1
+    assert got.returncode == 1, got.stderr
+    assert got.stderr.splitlines()[0] == ("kpz: s3://photos/raw/f003.kpz: AccessDenied "
+                                          "(HTTP 403): Access Denied")
+    listed = objects("out", prefix)
+    good = {n: d for n, d in want.items() if n != "f003.preview.jpg"}
+    assert listed == {prefix + n: len(d) for n, d in good.items()}
+    for name, data in good.items():
+        assert get_object("out", prefix + name) == data
+    assert len(got.stdout.splitlines()) == len(good)
