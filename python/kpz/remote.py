@@ -42,6 +42,11 @@ Faults of real storage are handled so (defaults in :class:`Settings`):
   holding at most 64 KiB and its picture; a picture larger than
   ``max_picture`` bytes is refused in words.
 - ``https://`` uses the system's CA store, or ``ca_file``.
+- ``s3://bucket/key`` is read the same way from the store that
+  ``Settings.s3`` or the environment names (``AWS_ENDPOINT_URL``, the
+  profile ...), each request signed as it is sent (kpz._s3); the store's
+  errors in its words (``NoSuchKey (HTTP 404): ...``), SlowDown and 5xx
+  retried.
 
 Nothing partial is ever written under a final name: outputs are written
 whole or not at all (a temporary file renamed when complete).
@@ -306,7 +311,9 @@ class Reader:
         """Sends `data` to `url` in one PUT: "" when the server took it (a
         2xx answer), else why not in words ("HTTP 405 Not Allowed",
         "connection refused", "timed out"). Not retried: a PUT that failed
-        half way may have been taken."""
+        half way may have been taken. An s3:// URL is written by the
+        store's client (signed, Content-Type image/jpeg) and retried when it
+        may pass: the store makes a PUT whole or absent."""
         import aiohttp
 
         if self._session is None:

@@ -46,7 +46,7 @@ class Output:
             except ValueError as e:  # fsspec: "Protocol not known: bogus"
                 raise RunFailed(kit.ExitStatus.USAGE, out,
                                 "not a URL that can be written to (%s)" % e) from None
-            except ImportError as e:  # fsspec: "Install s3fs to access S3"
+            except ImportError as e:  # fsspec: "Please install gcsfs to access Google Storage"
                 raise RunFailed(kit.ExitStatus.OUTPUT, out,
                                 "cannot write there: its file system is not installed (%s)"
                                 % e) from None
