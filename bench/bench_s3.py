@@ -148,10 +148,8 @@ def main():
     tests_dir = Path(args.tests_dir).resolve()
     sys.path.insert(0, str(tests_dir))
     sys.path.insert(0, str(Path(__file__).resolve().parent))
-    from remote_support import LatencyProxy  # noqa: F401 - the program below is its file
     from s3_support import KEY, SECRET, S3rver, upload
 
-    import kpz
     from kpz._kpz import HEAD_SIZE, kit
 
     work = Path(args.work)
@@ -181,8 +179,6 @@ def main():
         upload("bench", objects)
         sys.path.insert(0, str(Path(__file__).resolve().parent))
         from bench_distributed import local_cluster
-
-        import kpz.distributed
 
         cluster, client, _ = local_cluster(2)
         workers = list(client.run(os.getpid).values())

@@ -70,7 +70,8 @@ def test_endpoint_region_and_addressing_from_the_environment(env, tmp_path):
     assert _s3.Store().url("photos", "raw/a b.kpz") == \
         "https://photos.s3.us-east-1.amazonaws.com/raw/a%20b.kpz"
     config = tmp_path / "config"
-    config.write_text("[profile other]\nregion = eu-west-3\nendpoint_url = https://minio.lan:9000\n")
+    config.write_text("[profile other]\nregion = eu-west-3\n"
+                      "endpoint_url = https://minio.lan:9000\n")
     env({"AWS_CONFIG_FILE": str(config), "AWS_PROFILE": "other"})
     store = _s3.Store()
     assert (store.region, store.url("photos", "x")) == ("eu-west-3",
