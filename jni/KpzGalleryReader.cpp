@@ -273,6 +273,13 @@ bool KpzGalleryReader::Locate(PictureKind kind, Picture* picture, Failure* why) 
     DtRawErrorText::PastEnd(what, why->m_words, sizeof why->m_words);
     return false;
   }
+  // A thumbnail is small: a larger one is refused before anything is
+  // allocated or read for it.
+  if (kind == PictureThumbnail && length > DtRawErrorText::THUMBNAIL_MAX_SIZE) {
+    why->m_kind = KindDamaged;
+    DtRawErrorText::ThumbnailTooLarge(length, why->m_words, sizeof why->m_words);
+    return false;
+  }
   picture->m_kind = kind;
   picture->m_offset = offset;
   picture->m_length = length;

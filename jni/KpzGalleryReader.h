@@ -14,9 +14,11 @@
 // reads the head once (the first 64 KiB, zeros after a shorter file's end)
 // and parses it with DtRaw::InitializeBuf; every later answer comes from that
 // parse. A picture is located on the kpz tool's terms (at least one byte,
-// wholly inside the file, a preview's offset below 2 GiB), so nothing is ever
-// allocated or read for a size the file does not hold; a thumbnail that lies
-// in the head is copied from it without another read.
+// wholly inside the file, a preview's offset below 2 GiB, a thumbnail of at
+// most DtRawErrorText::THUMBNAIL_MAX_SIZE bytes), so nothing is ever
+// allocated or read for a size the file does not hold, nor for a huge
+// thumbnail; a thumbnail that lies in the head is copied from it without
+// another read.
 //
 //   KpzGalleryReader reader;
 //   KpzGalleryReader::Failure why;
@@ -82,7 +84,8 @@ class KpzGalleryReader {
     UINT16 m_previewWidth = 0;           // pixels; 0 when not recorded or no usable preview
     UINT16 m_previewHeight = 0;
     UINT32 m_previewLength = 0;    // bytes; 0 when there is no usable preview
-    UINT32 m_thumbnailLength = 0;  // bytes; 0 when there is no usable thumbnail
+    UINT32 m_thumbnailLength = 0;  // bytes; 0 when there is no usable thumbnail (none,
+                                   // empty, outside the file or too large)
     bool m_hasModel = false;
     char m_model[MODEL_SIZE] = {};  // zero-terminated, as the file records it
     bool m_hasDateTime = false;
@@ -111,7 +114,8 @@ class KpzGalleryReader {
   // Locates the picture of `kind` on the kpz tool's terms. False with *why
   // set: KindNoPreview / KindNoThumbnail when none is recorded or it is
   // empty, KindDamaged when it does not lie inside the file, lies beyond
-  // 2 GiB (a preview) or its location cannot be read. Only after a
+  // 2 GiB (a preview), is larger than DtRawErrorText::THUMBNAIL_MAX_SIZE (a
+  // thumbnail) or its location cannot be read. Only after a
   // successful Open.
   bool Locate(PictureKind kind, Picture* picture, Failure* why);
 

@@ -172,6 +172,11 @@ UINT DtRawErrorText::PastEnd(const char* what, char* out, UINT size) {
   return put(out, size, "%s extends past the end of the file", what);
 }
 
+UINT DtRawErrorText::ThumbnailTooLarge(UINT32 length, char* out, UINT size) {
+  return put(out, size, "the thumbnail stored in this file is too large (%u bytes; a thumbnail is "
+             "at most %u)", static_cast<unsigned>(length), static_cast<unsigned>(THUMBNAIL_MAX_SIZE));
+}
+
 UINT DtRawErrorText::Location(const char* what, int code, char* out, UINT size) {
   return put(out, size, "the %s's location cannot be read (error %d)", what, code);
 }

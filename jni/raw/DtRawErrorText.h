@@ -83,6 +83,21 @@ class DtRawErrorText {
   // lie wholly inside the file.
   static UINT PastEnd(const char* what, char* out, UINT size);
 
+  // The largest thumbnail handed out, in bytes: 256 KiB. A thumbnail is a
+  // small picture for a grid cell (160x120 by convention, a few KB as
+  // JPEG); in a JPEG file the Exif segment that carries it cannot exceed
+  // 64 KiB, its length being a 16-bit number. Four times that leaves room
+  // for any camera's thumbnail while a hostile file claiming hundreds of
+  // megabytes (inside a sparse file of that size) makes no front end
+  // allocate or read more than this. Every front end refuses a larger one
+  // with ThumbnailTooLarge's words before allocating anything for it.
+  static constexpr UINT32 THUMBNAIL_MAX_SIZE = 256 * 1024;
+
+  // "the thumbnail stored in this file is too large (<length> bytes; a
+  // thumbnail is at most 262144)": a thumbnail of more than
+  // THUMBNAIL_MAX_SIZE bytes.
+  static UINT ThumbnailTooLarge(UINT32 length, char* out, UINT size);
+
   // "the <what>'s location cannot be read (error <code>)".
   static UINT Location(const char* what, int code, char* out, UINT size);
 

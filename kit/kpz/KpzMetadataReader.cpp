@@ -120,30 +120,40 @@ void readAll(DtRaw& raw, KpzMetadata* md) {
 
 using Part = DtRawLayoutCheck::Part;
 
-// A value one of whose places lies past the end of the file: not recorded
-// there, whatever the library made of the zeros it read.
+// True when the library read the value of `p` from somewhere else than
+// where its entry puts it: a value held outside its entry at an offset of
+// 2 GiB or more, which the library takes with its sign, so that its read of
+// the head clamps it to byte 0 and answers the file's first bytes.
+bool readFromTheStart(const KpzLayoutCheck::Place& p) {
+  return p.m_size > 4 && p.m_hasData && p.m_pos > 0x7FFFFFFFu;
+}
+
+// A value one of whose places lies past the end of the file, or was read
+// from the file's start instead of its place: not recorded there, whatever
+// the library made of the bytes it read. `pastEnd` says which.
 template <typename T>
 void cutOff(KpzMetadata::Value<T>* v, const KpzLayoutCheck::Places& places, std::uint64_t fileSize,
             std::initializer_list<std::pair<Part, UINT16>> tags) {
   for (const auto& t : tags) {
     const KpzLayoutCheck::Place* p = places.Get(t.first, t.second);
-    if (p != nullptr ? p->PastEnd(fileSize) : places.Cut(t.first)) {
+    const bool pastEnd = p != nullptr ? p->PastEnd(fileSize) : places.Cut(t.first);
+    if (pastEnd || (p != nullptr && readFromTheStart(*p))) {
       v->result = DtRawErrNoData;
       v->value = T{};
-      v->pastEnd = true;
+      v->pastEnd = pastEnd;
       return;
     }
   }
 }
 
 // Marks every value of *md that lies past the end of a file of `fileSize`
-// bytes whose head is `head` (zeros after the end).
+// bytes whose head is `head` (zeros after the end), or at an offset the
+// library's read clamps to the file's start.
 void markPastEnd(const UINT8* head, std::uint64_t fileSize, KpzMetadata* md) {
-  if (fileSize >= KpzSource::kHeadSize) {
-    // Every place the parse reads lies in the head, hence in the file;
-    // nominal places beyond the head are not read from it.
-    return;
-  }
+  // In a file at least as long as the head, every place the parse reads
+  // lies in the head, hence in the file (nominal places beyond the head
+  // are not read from it), but for values at 2 GiB or more: those are
+  // looked for in every file.
   const KpzLayoutCheck::Places places = KpzLayoutCheck::Locate(head, fileSize);
   const std::uint64_t n = fileSize;
   cutOff(&md->make, places, n, {{DtRawLayoutCheck::PartIfd0, 0x010F}});

@@ -88,6 +88,15 @@ bool KpzPictureReader::Find(KpzSource& source, Kind kind, Picture* picture, std:
     *error = words(DtRawErrorText::PastEnd, what);
     return false;
   }
+  // A thumbnail is small: a larger one is refused before anything is
+  // allocated or read for it (the bound and its words are the library's).
+  if (kind == Kind::Thumbnail && length > DtRawErrorText::THUMBNAIL_MAX_SIZE) {
+    why = {Failure::Unusable, DtRawOk};
+    char text[DtRawErrorText::WORDS_SIZE];
+    DtRawErrorText::ThumbnailTooLarge(length, text, sizeof text);
+    *error = text;
+    return false;
+  }
   picture->offset = offset;
   picture->length = length;
   return true;

@@ -47,7 +47,8 @@ class KpzPictureReader {
     None,
     NotKpz,     // the head does not parse as a KPZ file; `code` is the parse's result
     NoPicture,  // no such picture is recorded (`code` -100), or it is empty (`code` 0)
-    Unusable,   // it extends past the end of the file or lies beyond 2 GiB (`code` 0)
+    Unusable,   // it extends past the end of the file, lies beyond 2 GiB (a preview) or
+                // is larger than DtRawErrorText::THUMBNAIL_MAX_SIZE (a thumbnail) (`code` 0)
     Location    // its location cannot be read; `code` is the getter's result
   };
   struct Problem {
@@ -62,7 +63,8 @@ class KpzPictureReader {
   };
 
   // Locates the picture of `kind` in the opened `source`. True when it holds
-  // at least one byte and lies wholly inside the file. False otherwise, with
+  // at least one byte, lies wholly inside the file and, for a thumbnail, is
+  // at most DtRawErrorText::THUMBNAIL_MAX_SIZE bytes long. False otherwise, with
   // *error set to a short lower-case phrase such as "no preview stored in
   // this file", "preview extends past the end of the file" or, when the head
   // cannot be parsed, KpzErrorText::Parse's words.

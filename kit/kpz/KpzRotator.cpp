@@ -72,16 +72,79 @@ const UINT16 kTagDateTime = 0x0132;
 const std::uint32_t kOrientationSize = 2;
 const std::uint32_t kDateTimeSize = 20;
 
+// The TIFF header's bytes at the start of the file (byte order, 42, IFD0's
+// offset): no value written or copied may lie among them.
+const std::uint32_t kTiffHeaderSize = 8;
+// A directory entry: tag, type, count, then the value or its offset.
+const std::uint32_t kEntrySize = 12;
+// The library seeks to a value's position as a signed 32-bit number: from
+// 2 GiB on it is negative, and the read of the head clamps it to byte 0.
+const std::uint32_t kLastReachable = 0x7FFFFFFFu;
+
 // One place the write-back changes.
 struct Write {
   const char* what;
   const KpzLayoutCheck::Place* place;
 };
 
-// Every place DtRaw::Update will write for a new orientation, worked out
-// from the head as the library parsed it (SetRotationInfo's and
-// syncDateTime's rules), each checked against the file before anything is
-// written. Empty words when all lie inside the file.
+bool overlaps(std::uint64_t aPos, std::uint64_t aSize, std::uint64_t bPos, std::uint64_t bSize) {
+  return aPos < bPos + bSize && bPos < aPos + aSize;
+}
+
+std::string partWords(DtRawLayoutCheck::Part part) {
+  switch (part) {
+    case DtRawLayoutCheck::PartIfd0:
+      return "IFD0's";
+    case DtRawLayoutCheck::PartIfd1:
+      return "IFD1's";
+    case DtRawLayoutCheck::PartExif:
+      return "the Exif directory's";
+    case DtRawLayoutCheck::PartIob:
+      return "the interoperability directory's";
+    case DtRawLayoutCheck::PartMakerNote:
+      return "the maker note's";
+    case DtRawLayoutCheck::PartKmMakerNote:
+      return "the Km maker note's";
+    case DtRawLayoutCheck::PartNone:
+    default:
+      return "a directory's";
+  }
+}
+
+// "(<what>, <n> bytes at byte <pos>)"
+std::string placeWords(const char* what, const KpzLayoutCheck::Place& p) {
+  return std::string("(") + what + ", " + std::to_string(p.m_size) + " bytes at byte " +
+         std::to_string(p.m_pos) + ")";
+}
+
+// Why the `size` bytes at `pos` cannot be used in place ("lies past the end
+// of the file ...", "overlaps the file's 8-byte TIFF header"); "" when they
+// lie inside the file, after its header and within the library's reach.
+std::string reachWords(std::uint32_t pos, std::uint32_t size, std::uint64_t fileSize) {
+  // Subtraction form, in 64 bits: neither pos + size nor fileSize - size wraps.
+  if (size > fileSize || pos > fileSize - size) {
+    return "lies past the end of the file (" + std::to_string(fileSize) + " bytes)";
+  }
+  if (pos > kLastReachable) {
+    return "lies 2 GiB or more into the file, beyond the reach of a change in place";
+  }
+  if (pos < kTiffHeaderSize) {
+    return "overlaps the file's " + std::to_string(kTiffHeaderSize) + "-byte TIFF header";
+  }
+  return std::string();
+}
+
+// Every place DtRaw::Update will write for a new orientation, and the bytes
+// it copies there, worked out from the head as the library parsed it
+// (SetRotationInfo's and syncDateTime's rules) and checked before anything
+// is written: each lies inside the file, after its TIFF header and below
+// 2 GiB; the date and time copied into IFD1's was read from the file
+// itself; no written value overlaps a directory entry other than its own,
+// nor the bytes it is copied from. Empty words when all holds.
+//
+// The library itself seeks to a value's offset with its sign and clamps a
+// read of the head to its start (a negative offset reads byte 0 on), so
+// these checks are made here, before it is asked to write.
 std::string checkPlan(KpzSource& source) {
   const KpzLayoutCheck::Places places = KpzLayoutCheck::Locate(source.Head(), source.Size());
   Write plan[3] = {};
@@ -99,6 +162,7 @@ std::string checkPlan(KpzSource& source) {
   }
   const KpzLayoutCheck::Place* time0 = places.Get(DtRawLayoutCheck::PartIfd0, kTagDateTime);
   const KpzLayoutCheck::Place* time1 = places.Get(DtRawLayoutCheck::PartIfd1, kTagDateTime);
+  const KpzLayoutCheck::Place* copied = nullptr;
   if (time0 != nullptr && time1 != nullptr && time0->m_size == kDateTimeSize &&
       time1->m_size == kDateTimeSize) {
     // Written when the two differ (compared as text); when either could not
@@ -109,18 +173,57 @@ std::string checkPlan(KpzSource& source) {
                      reinterpret_cast<const char*>(time1->m_data), kDateTimeSize) == 0;
     if (!same) {
       plan[count++] = Write{"IFD1's date and time", time1};
+      copied = time0;
     }
   }
   const std::uint64_t fileSize = source.Size();
+  if (copied != nullptr) {
+    // The bytes copied are IFD0's value as the library read it from the
+    // head: they must be the file's own, where the entry says they are.
+    std::string why = reachWords(copied->m_pos, copied->m_size, fileSize);
+    if (why.empty() && (copied->m_pos > KpzLayoutCheck::kHeadSize ||
+                        copied->m_size > KpzLayoutCheck::kHeadSize - copied->m_pos)) {
+      why = "lies beyond the first 64 KiB, which is all that is read";
+    }
+    if (!why.empty()) {
+      return "the date and time to be copied to the thumbnail's " +
+             placeWords("IFD0's date and time", *copied) + " " + why + "; not changed";
+    }
+  }
   for (std::size_t i = 0; i < count; ++i) {
     const KpzLayoutCheck::Place& p = *plan[i].place;
-    const std::uint64_t end = std::uint64_t{p.m_pos} + p.m_size;
-    // The library seeks to a signed 32-bit position: 2 GiB and more fail.
-    if (p.m_pos > 0x7FFFFFFFu || end > fileSize) {
-      return std::string("a place the new orientation is written to (") + plan[i].what + ", " +
-             std::to_string(p.m_size) + " bytes at byte " + std::to_string(p.m_pos) +
-             ") lies past the end of the file (" + std::to_string(fileSize) +
-             " bytes); not changed";
+    const std::string head =
+        "a place the new orientation is written to " + placeWords(plan[i].what, p) + " ";
+    const std::string why = reachWords(p.m_pos, p.m_size, fileSize);
+    if (!why.empty()) {
+      return head + why + "; not changed";
+    }
+    // A value written over the bytes it is copied from.
+    if (copied != nullptr && &p != copied &&
+        overlaps(p.m_pos, p.m_size, copied->m_pos, copied->m_size)) {
+      return head + "overlaps the date and time copied to it (" +
+             std::to_string(copied->m_size) + " bytes at byte " +
+             std::to_string(copied->m_pos) + "); not changed";
+    }
+    // A value written over an entry: first the entries written, then every
+    // other entry kept. A value held in its own entry's field is inside it.
+    const KpzLayoutCheck::Place* hit = nullptr;
+    for (std::size_t j = 0; j < count && hit == nullptr; ++j) {
+      const KpzLayoutCheck::Place& q = *plan[j].place;
+      if (&q != &p && overlaps(p.m_pos, p.m_size, q.m_entry, kEntrySize)) {
+        hit = &q;
+      }
+    }
+    for (UINT j = 0; j < places.m_count && hit == nullptr; ++j) {
+      const KpzLayoutCheck::Place& q = places.m_at[j];
+      if (&q != &p && overlaps(p.m_pos, p.m_size, q.m_entry, kEntrySize)) {
+        hit = &q;
+      }
+    }
+    if (hit != nullptr) {
+      return head + "overlaps " + partWords(hit->m_part) + " entry of tag " +
+             std::to_string(hit->m_tag) + " (" + std::to_string(kEntrySize) + " bytes at byte " +
+             std::to_string(hit->m_entry) + "); not changed";
     }
   }
   return std::string();

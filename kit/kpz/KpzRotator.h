@@ -58,10 +58,17 @@ class KpzRotator {
   // The file is opened once (KpzSource::Open: a directory, device, pipe or
   // socket is refused in its words without waiting) and the library works
   // on that very file. Every place the change writes (IFD0's and IFD1's
-  // orientation, IFD1's date and time) is checked against the file's size
-  // before the first byte is written: a place past the end refuses the
-  // change with nothing written (result -305). After a write the whole
-  // modification time is set back, nanoseconds included.
+  // orientation, IFD1's date and time) and the bytes it copies (IFD0's
+  // date and time, into IFD1's) are checked before the first byte is
+  // written: each must lie inside the file, after its 8-byte TIFF header
+  // and below 2 GiB, the copied bytes within the first 64 KiB that were
+  // read, and no written value may overlap another's entry or the bytes it
+  // is copied from. Otherwise the change is refused with nothing written
+  // (result -305) and the words name the place. The library seeks to an
+  // offset with its sign and its read of the head clamps a negative one to
+  // byte 0, as it is meant to; the refusal is made here, before it is
+  // asked to write. After a write the whole modification time is set
+  // back, nanoseconds included.
   static Outcome Rotate(const std::string& path, const Change& change, bool dryRun);
 
   // The same on a file already opened by KpzSource::Open (its name is not

@@ -95,6 +95,7 @@ __all__ = [
     "OrientationError",
     "OrientationWriteError",
     "HEAD_SIZE",
+    "THUMBNAIL_MAX_SIZE",
     "__version__",
 ]
 
@@ -104,6 +105,12 @@ __version__: str = _kpz.__version__
 
 #: Bytes of a file's head that kpz parses (64 KiB).
 HEAD_SIZE: int = _kpz.HEAD_SIZE
+
+#: The largest thumbnail kpz reads, in bytes (256 KiB): a thumbnail is a
+#: small picture (a few KB; in a JPEG file the Exif segment holding it cannot
+#: exceed 64 KiB). A file claiming a larger one raises BadPreviewError before
+#: anything is read or allocated for it, as ``kpz thumbnail`` refuses it.
+THUMBNAIL_MAX_SIZE: int = _kpz.THUMBNAIL_MAX_SIZE
 
 class BinaryReader(Protocol):
     """A binary file object kpz can read: ``read(n)`` returning bytes (or any
@@ -146,7 +153,9 @@ screennail = preview
 def thumbnail(source: Source, *, upright: bool = False) -> bytes:
     """The thumbnail JPEG (IFD1) of a KPZ raw file, as bytes: the same bytes
     as ``kpz thumbnail`` (``--upright`` with ``upright=True``). Raises as
-    :func:`screennail` does."""
+    :func:`screennail` does; a thumbnail longer than
+    :data:`THUMBNAIL_MAX_SIZE` raises BadPreviewError before any of it is
+    read."""
     return _kpz.thumbnail(source, upright=upright)
 
 
@@ -175,14 +184,22 @@ def read_info(source: Source) -> "Info":
 def error_words(exc: BaseException) -> str:
     """The ``kpz`` tool's words for an exception kpz raised (what ``kpz``
     prints after ``kpz: FILE:``): ``words`` where it carries them, the kit's
-    words for an OSError's errno otherwise, else ``str(exc)``."""
+    words for an OSError's errno otherwise, else ``str(exc)`` without the
+    ``"kpz: "`` that kpz's own TypeError and ValueError messages begin with
+    ("the file object is in text mode: open it in binary mode ('rb')"), so
+    that every phrase reads alike after ``kpz: FILE:``."""
     words = getattr(exc, "words", None)
     if isinstance(words, str):
         return words
     err = getattr(exc, "errno", None) if isinstance(exc, OSError) else None
     if isinstance(err, int) and not isinstance(err, bool):
         return _kpz.read_error_words(err)
-    return str(exc)
+    text = str(exc)
+    return text[len(_OWN_PREFIX):] if text.startswith(_OWN_PREFIX) else text
+
+
+# What kpz's own TypeError and ValueError messages begin with.
+_OWN_PREFIX = "kpz: "
 
 
 def orientation_words(code: int) -> str:
@@ -537,9 +554,13 @@ class RawFile:
         is that of the reads).
         Returns True when the file was changed, False when it already had
         that code. Needs a path (TypeError otherwise); ValueError for an int
-        outside 0..7, TypeError for a code that is no int; OrientationError when the file records no orientation,
-        OrientationWriteError when it cannot be changed; the OSError subclass
-        when it cannot be read. The metadata is read again afterwards.
+        outside 0..7, TypeError for a code that is no int; OrientationError
+        when the file records no orientation, OrientationWriteError when it
+        cannot be changed (read-only, a failed write, or a place it would
+        write or copy that is not the file's own: past its end, over its
+        TIFF header or a directory entry; then nothing is written); the
+        OSError subclass when it cannot be read. The metadata is read again
+        afterwards.
         """
         if self._path is None:
             raise TypeError("kpz: set_orientation writes into a file and needs its path")

@@ -81,8 +81,9 @@ class NoPreviewError(KpzError):
 
 class BadPreviewError(KpzError):
     """The picture is recorded but cannot be used: it extends past the end of
-    the file or lies beyond its first 2 GiB, or (with ``upright=True``) its
-    JPEG cannot be turned. ``code`` is None.
+    the file or lies beyond its first 2 GiB, a thumbnail is longer than
+    ``kpz.THUMBNAIL_MAX_SIZE``, or (with ``upright=True``) its JPEG cannot be
+    turned. ``code`` is None.
     """
 
 
@@ -93,4 +94,5 @@ class OrientationError(KpzError):
 
 class OrientationWriteError(OrientationError):
     """A new orientation cannot be written because the file cannot be changed
-    (read-only, a failed write)."""
+    (read-only, a failed write, or a place the change would write or copy
+    that is not the file's own, in which case nothing is written)."""

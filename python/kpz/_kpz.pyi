@@ -7,6 +7,7 @@ from typing import Any, Dict, List, Optional, Tuple, Type, Union
 from kpz import Source
 
 HEAD_SIZE: int
+THUMBNAIL_MAX_SIZE: int
 __version__: str
 
 def screennail(source: Source, *, upright: bool = ...) -> bytes: ...

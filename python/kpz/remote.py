@@ -34,10 +34,17 @@ Faults of real storage are handled so (defaults in :class:`Settings`):
   serve byte ranges``); a whole file no larger than the head is taken.
 - A body longer than the range asked fails; a shorter one is asked again
   for the rest, within the same number of tries.
-- A connect timeout and a read timeout bound a stalled server; one slow
+- A connect timeout and a read timeout bound a stalled server, and a
+  deadline bounds each file's whole time (``file_timeout``, 300 s: a server
+  that dribbles bytes fails the file in words and frees its slot); one slow
   file never holds back the others (each file has its own tries).
 - Redirects are followed ``max_redirects`` times, to the same scheme, host
-  and port only unless ``other_hosts`` is set.
+  and port only unless ``other_hosts`` is set, and never to a scheme other
+  than http:// and https:// (``file:///etc/passwd`` is refused in words).
+- Any URL a user or a server can give (another scheme, a port out of range,
+  a NUL, absurd lengths or headers) ends as that file's result in words,
+  never as an exception out of the batch; the words never carry the file's
+  bytes, and what a server says in them (a reason phrase) is cut short.
 - Memory is bounded: at most ``max_in_flight`` files are in progress, each
   holding at most 64 KiB and its picture; a picture larger than
   ``max_picture`` bytes is refused in words.
@@ -49,24 +56,39 @@ Faults of real storage are handled so (defaults in :class:`Settings`):
   retried.
 
 Nothing partial is ever written under a final name: outputs are written
-whole or not at all (a temporary file renamed when complete).
+whole or not at all (a temporary file renamed when complete). Output names
+come from :func:`output_name`, as kpz.distributed names them.
 """
 
 import asyncio
 import dataclasses
 import os
 import random
+import re
 import ssl
+import urllib.parse
 from typing import AsyncIterator, Iterable, List, Optional, Sequence, Tuple
 
 from kpz import _s3
 from kpz._kpz import HEAD_SIZE, kit
 
-__all__ = ["Settings", "Result", "Reader", "read_many", "fetch", "fetch_async"]
+__all__ = ["Settings", "Result", "Reader", "read_many", "fetch", "fetch_async",
+           "output_name"]
 
 # Statuses that say "try again later"; every other 4xx is the file's own.
 _TRANSIENT = frozenset({408, 425, 429, 500, 502, 503, 504})
 _REDIRECTS = frozenset({301, 302, 303, 307, 308})
+
+# The schemes read, each by its method of Reader that gets one range
+# (other schemes fail in words).
+_GETTERS = {"http": "_get", "https": "_get", "s3": "_get_s3"}
+
+# The largest file size a server may tell (a signed 64-bit count of bytes).
+_MOST_SIZE = 2 ** 63 - 1
+
+# What a server says (a reason phrase, a Location) goes into words cut to
+# this many characters.
+_TOLD_MOST = 80
 
 
 @dataclasses.dataclass(frozen=True)
@@ -78,6 +100,10 @@ class Settings:
     tries: attempts per range before a transient failure is final (>= 1).
     connect_timeout, read_timeout: seconds to connect, and to wait for any
         bytes of an answer (headers or body) before the attempt times out.
+    file_timeout: seconds a file may take in all (its ranges, retries and
+        waits between them), counted from when it gets its slot; then it
+        fails in words. None: no such deadline. The default, 300 s, reads a
+        64 MiB picture over a link of 2 Mbit/s.
     backoff, backoff_max: the first wait before a retry in seconds, doubled
         each time up to backoff_max, each wait drawn between half and all of it.
     max_picture: the largest picture read, in bytes; larger ones are refused.
@@ -94,6 +120,7 @@ class Settings:
     tries: int = 4
     connect_timeout: float = 10.0
     read_timeout: float = 30.0
+    file_timeout: Optional[float] = 300.0
     backoff: float = 0.25
     backoff_max: float = 8.0
     max_picture: int = 64 * 1024 * 1024
@@ -112,6 +139,11 @@ class Settings:
             value = getattr(self, name)
             if not isinstance(value, (int, float)) or not value > 0:
                 raise ValueError("kpz: %s is a number of seconds above 0, not %r" % (name, value))
+        if self.file_timeout is not None and (
+                isinstance(self.file_timeout, bool) or
+                not isinstance(self.file_timeout, (int, float)) or not self.file_timeout > 0):
+            raise ValueError("kpz: file_timeout is a number of seconds above 0, or None, not %r"
+                             % (self.file_timeout,))
         for name in ("backoff", "backoff_max"):
             value = getattr(self, name)
             if not isinstance(value, (int, float)) or value < 0:
@@ -141,10 +173,13 @@ class Result:
     http_status: the HTTP status of the answer a failure came from (404,
         503, ...); None when it came from no answer (a timeout, a refused
         connection) or from the file's bytes (not a KPZ file, damaged).
-    storage_failed: the failure is the storage's (an HTTP error, a timeout,
-        a refused or broken connection, a reply not as asked), not the
-        file's (not a KPZ file, damaged, a picture over max_picture) nor
-        the output's.
+    storage_failed: the storage failed to give the file's bytes (HTTP 5xx,
+        408, 429, a timeout, a refused or broken connection, a reply not as
+        asked for, a redirect not followed): trying again later may pass.
+        False for a failure of the file itself (missing: HTTP 404 or 410;
+        refused to us: 401 or 403; any other 4xx; not a KPZ file, damaged,
+        a picture over max_picture; a URL that cannot be read) and of the
+        output.
     note: with upright, the summary's remark about the turn, as kpz counts
         it ("re-encoded at quality 95: ..."; "" for a lossless turn or none).
     """
@@ -176,28 +211,84 @@ class _Failed(Exception):
         self.storage = storage
 
 
+_SCHEME = re.compile(r"([A-Za-z][A-Za-z0-9+.-]*):", re.ASCII)
+_CONTENT_RANGE = re.compile(r"bytes[ ]+([0-9]+)-([0-9]+)/([0-9]+|[*])", re.ASCII | re.IGNORECASE)
+
+
 def _content_range(value: Optional[str]) -> Optional[Tuple[int, int, Optional[int]]]:
     """(first, last, total) of a Content-Range "bytes a-b/n" (n may be "*");
-    None when it cannot be read."""
-    if not value:
+    None when it cannot be read or cannot be true (a size over 2^63 - 1)."""
+    if not value or len(value) > 64:
         return None
-    unit, _, ranges = value.strip().partition(" ")
-    if unit.lower() != "bytes":
+    m = _CONTENT_RANGE.fullmatch(value.strip())
+    if m is None:
         return None
-    span, _, total = ranges.partition("/")
-    first, _, last = span.partition("-")
-    try:
-        a, b = int(first), int(last)
-        n = None if total.strip() == "*" else int(total)
-    except ValueError:
-        return None
-    if a < 0 or b < a or (n is not None and b >= n):
+    a, b = int(m.group(1)), int(m.group(2))
+    n = None if m.group(3) == "*" else int(m.group(3))
+    if b < a or b > _MOST_SIZE or (n is not None and (b >= n or n > _MOST_SIZE)):
         return None
     return a, b, n
 
 
+def _told(text: Optional[str], most: int = _TOLD_MOST) -> str:
+    """What a server said (a reason phrase, a Location), as words may carry
+    it: printable ASCII (anything else as '?'), cut to `most` characters
+    ('...' ends a cut)."""
+    text = "".join(c if " " <= c <= "~" else "?" for c in (text or "")[:most + 1])
+    return text if len(text) <= most else text[:most] + "..."
+
+
+def _parsed(url: str):
+    """(the yarl URL as it will be requested, "") or (None, why it cannot
+    be read, in words) for a URL given by a user or a server."""
+    from yarl import URL
+
+    if not isinstance(url, str):
+        return None, "not a URL (a %s)" % type(url).__name__
+    named = _SCHEME.match(url)
+    if named is None:
+        return None, "not a URL: it has no scheme (http:// or https://)"
+    scheme = named.group(1).lower()
+    if scheme not in _GETTERS:
+        shown = scheme + ("://" if url[named.end():].startswith("//") else ":")
+        return None, "the scheme %s is not supported (kpz.remote reads http://, https:// " \
+            "and s3://)" % _told(shown, 24)
+    try:
+        port = urllib.parse.urlsplit(url).port
+        parsed = URL(url)
+    except ValueError as e:  # a port out of range, a broken IPv6 address
+        return None, "not a URL that can be read (%s)" % _told(str(e))
+    if not parsed.host:
+        return None, "not a URL that can be read (it names no host)"
+    if port == 0:
+        return None, "not a URL that can be read (port 0 is no server's port)"
+    return parsed, ""
+
+
 def _origin(url) -> Tuple[str, str, Optional[int]]:
     return (url.scheme, url.host or "", url.port)
+
+
+def output_name(source: str, suffix: str) -> str:
+    """The output file's name for the input `source` as kpz names it: the
+    last segment of its path with its last extension replaced by `suffix`
+    (``.../a.kpz`` -> ``a.preview.jpg``; kit.default_path). A URL's segment is
+    taken as it is written, never decoded (``%2F`` and ``%00`` stay three
+    characters), without its query or fragment (http(s)://), a control
+    character in the text (a NUL) written as %XX, and "index" for an empty
+    one, "." or "..": a name that is one file name in the output directory,
+    nothing else. kpz.remote and kpz.distributed both name outputs so."""
+    if "://" not in source:
+        return kit.default_path(source, suffix, True)
+    text = source.split("://", 1)[1]
+    if source.lower().startswith(("http://", "https://")):
+        text = text.split("#", 1)[0].split("?", 1)[0]
+    name = text.rsplit("/", 1)[-1] if "/" in text else ""
+    if name in (".", ".."):
+        name = ""  # the URL names a folder
+    name = "".join(c if " " <= c != "\x7f" and not "\ud800" <= c <= "\udfff"
+                   else "%%%02X" % (ord(c) & 0xFF) for c in name)
+    return kit.default_path(name or "index", suffix, True)
 
 
 class Reader:
@@ -262,50 +353,75 @@ class Reader:
                    index: int = 0) -> Result:
         """The picture of `kind` ("preview" or "thumbnail") of the KPZ file
         at `url`, turned as the file asks with `upright`. Never raises for
-        the file's own failures: they are in the result's words."""
+        the file's own failures, whatever the URL or the server's answers:
+        they are in the result's words."""
         if kind not in ("preview", "thumbnail"):
             raise ValueError("kpz: kind is 'preview' or 'thumbnail', not %r" % (kind,))
         if self._session is None:
             raise RuntimeError("kpz: use the Reader as 'async with Reader(...) as reader'")
         r = Result(url=url, index=index)
         async with self._files:
+            s = self.settings
             try:
-                head, size = await self._range(r, 0, HEAD_SIZE, head=True)
-                if size is None:
-                    raise _Failed("the server tells no file size (Content-Range without a "
-                                  "length)", False)
-                found = kit.locate(head, size, kind, upright=upright)
-                if not found.turns:
-                    del head  # the turn reads the orientation from it again
-                if not found.ok:
-                    r.words, r.status = found.words, found.status
-                    return r
-                if found.length > self.settings.max_picture:
-                    raise _Failed("the %s is %d bytes, more than the %d read at most "
-                                  "(max_picture)" % (kind, found.length,
-                                                     self.settings.max_picture), False,
-                                  storage=False)
-                data, _ = await self._range(r, found.offset, found.length, head=False,
-                                            size=size)
-                if found.turns:
-                    # The turn as kpz makes it, with the summary's note: a
-                    # decode and an encode, off the event loop that other
-                    # files' reads share.
-                    status, data, r.note, words = await asyncio.get_running_loop(
-                    ).run_in_executor(None, kit.upright, head, data, kind)
-                    del head
-                    if status:
-                        r.words, r.status = words, int(kit.ExitStatus.INPUT)
-                        return r
+                # The file's deadline: its ranges, retries and waits in all.
+                data = await asyncio.wait_for(self._picture(r, kind, upright), s.file_timeout)
+            except asyncio.TimeoutError:
+                r.words, r.status = ("timed out: the file was not read within %g s "
+                                     "(file_timeout)" % s.file_timeout
+                                     if s.file_timeout is not None else "timed out",
+                                     int(kit.ExitStatus.INPUT))
+                r.storage_failed = True
+                return r
             except _Failed as e:
                 r.words, r.status = e.words, int(kit.ExitStatus.INPUT)
                 r.http_status, r.storage_failed = e.http_status, e.storage
                 return r
-            except _s3.StoreError as e:
+            except _s3.StoreError as e:  # s3:// named, and the store cannot be used
                 r.words, r.status, r.storage_failed = str(e), int(kit.ExitStatus.INPUT), True
                 return r
-        r.ok, r.data = True, data
+            except Exception as e:  # noqa: BLE001 - a failure not foreseen is the file's, in words
+                # Its type only: a message may hold the file's bytes.
+                r.words, r.status = ("cannot be read: an unforeseen failure (%s)"
+                                     % type(e).__name__, int(kit.ExitStatus.INPUT))
+                return r
+        if data is not None:
+            r.ok, r.data = True, data
         return r
+
+    async def _picture(self, r: Result, kind: str, upright: bool) -> Optional[bytes]:
+        """The picture's bytes, or None with the kit's words in `r`; raises
+        _Failed."""
+        url, why = _parsed(r.url)
+        if why:
+            raise _Failed(why, False, storage=False)
+        get = getattr(self, _GETTERS[url.scheme.lower()])
+        head, size = await self._range(r, get, url, 0, HEAD_SIZE, head=True)
+        if size is None:
+            raise _Failed("the server tells no file size (Content-Range without a "
+                          "length)", False)
+        found = kit.locate(head, size, kind, upright=upright)
+        if not found.turns:
+            del head  # the turn reads the orientation from it again
+        if not found.ok:
+            r.words, r.status = found.words, found.status
+            return None
+        if found.length > self.settings.max_picture:
+            raise _Failed("the %s is %d bytes, more than the %d read at most "
+                          "(max_picture)" % (kind, found.length,
+                                             self.settings.max_picture), False,
+                          storage=False)
+        data, _ = await self._range(r, get, url, found.offset, found.length, head=False,
+                                    size=size)
+        if found.turns:
+            # The turn as kpz makes it, with the summary's note: a decode and
+            # an encode, off the event loop that other files' reads share.
+            status, data, r.note, words = await asyncio.get_running_loop(
+            ).run_in_executor(None, kit.upright, head, data, kind)
+            del head
+            if status:
+                r.words, r.status = words, int(kit.ExitStatus.INPUT)
+                return None
+        return data
 
     async def put(self, url: str, data: bytes) -> str:
         """Sends `data` to `url` in one PUT: "" when the server took it (a
@@ -323,22 +439,25 @@ class Reader:
                 return await _s3.put(self, self.store(), url, data)
             except _s3.StoreError as e:
                 return str(e)
+        target, why = _parsed(url)
+        if why:
+            return why
         try:
-            async with self._session.put(url, data=data, allow_redirects=False) as resp:
+            async with self._session.put(target, data=data, allow_redirects=False) as resp:
                 if 200 <= resp.status < 300:
                     return ""
-                return ("HTTP %d %s" % (resp.status, resp.reason or "")).strip()
+                return ("HTTP %d %s" % (resp.status, _told(resp.reason))).strip()
         except asyncio.TimeoutError:
             return "timed out"
         except aiohttp.ClientConnectorError as e:
             return "connection refused" if isinstance(e.os_error, ConnectionRefusedError) \
                 else "cannot connect (%s)" % (e.os_error.strerror or e.os_error,)
-        except aiohttp.InvalidURL:
+        except (aiohttp.InvalidURL, ValueError):
             return "not a URL that can be written to"
         except (aiohttp.ClientError, ConnectionError) as e:
-            return "the connection failed (%s)" % (str(e) or type(e).__name__)
+            return "the connection failed (%s)" % (_told(str(e)) or type(e).__name__)
 
-    async def _range(self, r: Result, start: int, length: int, *, head: bool,
+    async def _range(self, r: Result, get, url, start: int, length: int, *, head: bool,
                      size: Optional[int] = None) -> Tuple[bytes, Optional[int]]:
         """`length` bytes at `start` (for the head: up to `length`, fewer for
         a shorter file) and the file's size, retrying what may pass."""
@@ -350,7 +469,7 @@ class Reader:
         while True:
             want = length - len(got)
             try:
-                part, total_now = await self._get(r, start + len(got), want, head and not got)
+                part, total_now = await get(r, url, start + len(got), want, head and not got)
             except _Failed as e:
                 if not e.transient:
                     raise
@@ -381,17 +500,17 @@ class Reader:
         if delay > 0:
             await asyncio.sleep(delay * (0.5 + self._rng.random() / 2))
 
-    async def _get(self, r: Result, start: int, length: int,
+    async def _get(self, r: Result, first, start: int, length: int,
                    head: bool) -> Tuple[bytes, Optional[int]]:
-        """One ranged GET (with its redirects): up to `length` bytes at
-        `start` and the file's size from Content-Range."""
+        """One ranged GET of the URL `first` (with its redirects): up to
+        `length` bytes at `start` and the file's size from Content-Range."""
         import aiohttp
-        from yarl import URL
 
         s = self.settings
-        # s3://: the store's URL, its request signed when sent, no redirects.
+        # s3:// (_get_s3): the store's request, signed when sent; its errors
+        # in its words; no redirects.
         s3 = self.store() if _s3.is_s3(r.url) else None
-        url = first = URL(r.url) if s3 is None else self._s3_url(s3, r.url)
+        url = first
         for _ in range(s.max_redirects + 1):
             r.requests += 1
             headers = {"Range": "bytes=%d-%d" % (start, start + length - 1)}
@@ -406,14 +525,7 @@ class Reader:
                         words, transient = await _s3.read_error(resp)
                         raise _Failed(words, transient, resp.status)
                     if resp.status in _REDIRECTS:
-                        target = resp.headers.get("Location")
-                        if not target:
-                            raise _Failed("HTTP %d %s without a Location"
-                                          % (resp.status, resp.reason or ""), False)
-                        url = url.join(URL(target))
-                        if not s.other_hosts and _origin(url) != _origin(first):
-                            raise _Failed("redirected to another host (%s), which is not "
-                                          "followed" % (url.origin(),), False)
+                        url = self._redirect(resp, url, first)
                         continue
                     return await self._body(r, resp, start, length, head)
             except _Failed:
@@ -423,33 +535,69 @@ class Reader:
             except aiohttp.ClientConnectorCertificateError as e:
                 reason = getattr(e.certificate_error, "verify_message", "") or str(
                     e.certificate_error)
-                raise _Failed("the server's certificate cannot be trusted (%s)" % reason,
+                raise _Failed("the server's certificate cannot be trusted (%s)" % _told(reason),
                               False) from None
             except aiohttp.ClientSSLError as e:
-                raise _Failed("the secure connection failed (%s)" % (e,), False) from None
+                raise _Failed("the secure connection failed (%s)" % _told(str(e)),
+                              False) from None
             except aiohttp.ClientConnectorError as e:
                 words = "connection refused" if isinstance(e.os_error, ConnectionRefusedError) \
-                    else "cannot connect (%s)" % (e.os_error.strerror or e.os_error,)
+                    else "cannot connect (%s)" % _told(str(e.os_error.strerror or e.os_error))
                 raise _Failed(words, True) from None
             except (aiohttp.ServerDisconnectedError, aiohttp.ClientPayloadError,
                     aiohttp.ClientOSError, ConnectionError):
                 raise _Failed("the connection was closed in the middle of an answer",
                               True) from None
-            except aiohttp.InvalidURL:
-                raise _Failed("not a URL that can be read", False) from None
+            except (aiohttp.InvalidURL, ValueError):
+                raise _Failed("not a URL that can be read", False, storage=False) from None
             except aiohttp.ClientResponseError as e:
-                raise _Failed("a reply that cannot be read (%s)" % (e.message,), True) from None
+                raise _Failed("a reply that cannot be read (%s)" % _told(e.message),
+                              True) from None
+            except aiohttp.ClientError as e:
+                raise _Failed("the request failed (%s)" % type(e).__name__, True) from None
         raise _Failed("too many redirects (more than %d)" % s.max_redirects, False)
 
-    @staticmethod
-    def _s3_url(store: _s3.Store, url: str):
+    async def _get_s3(self, r: Result, first, start: int, length: int,
+                      head: bool) -> Tuple[bytes, Optional[int]]:
+        """One ranged GET of the s3:// object r.url (its key as written,
+        never decoded) from the store (kpz._s3)."""
         from yarl import URL
 
+        store = self.store()
         try:
-            bucket, key = _s3.split(url)
+            bucket, key = _s3.split(r.url)
         except ValueError as e:
-            raise _Failed(str(e), False) from None
-        return URL(store.url(bucket, key), encoded=True)
+            raise _Failed(str(e), False, storage=False) from None
+        return await self._get(r, URL(store.url(bucket, key), encoded=True), start, length,
+                               head)
+
+    def _redirect(self, resp, url, first):
+        """The URL a redirect of `url` leads to (`first`: the file's own),
+        or _Failed when it is not followed: no Location, one that is no URL,
+        a scheme other than http(s), another host unless other_hosts."""
+        from yarl import URL
+
+        target = resp.headers.get("Location")
+        if not target:
+            raise _Failed("HTTP %d %s without a Location"
+                          % (resp.status, _told(resp.reason)), False)
+        try:
+            joined = url.join(URL(target))
+        except ValueError:
+            joined = None
+        if joined is None:
+            raise _Failed("redirected to %s, which is not a URL that can be read"
+                          % _told(target), False)
+        nxt, why = _parsed(str(joined))
+        if not why and nxt.scheme.lower() not in ("http", "https"):
+            why = "a redirect is followed to http:// and https:// only"
+        if why:
+            raise _Failed("redirected to %s, which is not followed: %s" % (_told(target), why),
+                          False)
+        if not self.settings.other_hosts and _origin(nxt) != _origin(first):
+            raise _Failed("redirected to another host (%s), which is not followed"
+                          % _told(str(nxt.origin())), False)
+        return nxt
 
     async def _body(self, r: Result, resp, start: int, length: int,
                     head: bool) -> Tuple[bytes, Optional[int]]:
@@ -457,7 +605,8 @@ class Reader:
         if status == 206:
             span = _content_range(resp.headers.get("Content-Range"))
             if span is None:
-                raise _Failed("a partial reply without a readable Content-Range", False)
+                raise _Failed("a partial reply without a readable Content-Range (%s)"
+                              % _told(resp.headers.get("Content-Range"), 40), False)
             first, last, total = span
             if first != start or last > start + length - 1:
                 raise _Failed("the server sent bytes %d-%d for the range %d-%d"
@@ -467,12 +616,12 @@ class Reader:
             # Range ignored: the whole file comes. Taken only when it is no
             # more than the head asked for (a small file); never read on.
             declared = resp.content_length
-            if head and start == 0 and declared is not None and declared <= length:
+            if head and start == 0 and declared is not None and 0 <= declared <= length:
                 return await self._read(r, resp, declared), declared
             resp.close()  # the body is not read: the connection is dropped
             raise _Failed("the server does not serve byte ranges (HTTP 200 to a ranged "
                           "request)", False)
-        words = "HTTP %d %s" % (status, resp.reason or "")
+        words = "HTTP %d %s" % (status, _told(resp.reason))
         resp.release()
         if status == 416 and head and start == 0:
             span = resp.headers.get("Content-Range", "")
@@ -480,14 +629,18 @@ class Reader:
                 return b"", 0  # an empty file: the kit tells what it is not
         if status == 416:
             raise _Failed(words.strip() + " (the file is shorter than its head)"
-                          if head else words.strip(), False, status)
-        raise _Failed(words.strip(), status in _TRANSIENT or status >= 500, status)
+                          if head else words.strip(), False, status, storage=False)
+        transient = status in _TRANSIENT or status >= 500
+        # A 4xx other than "try again later" is the file's own: missing,
+        # gone, refused to us.
+        raise _Failed(words.strip(), transient, status,
+                      storage=transient or not 400 <= status < 500)
 
     async def _read(self, r: Result, resp, n: int) -> bytes:
         """At most `n` bytes of the body; more fails, fewer is returned short
         (the caller asks for the rest)."""
         declared = resp.content_length
-        if declared is not None and declared <= n:
+        if declared is not None and 0 <= declared <= n:
             # The parser stops at the declared length: the body is read
             # whole in one go, as large as the range and no larger.
             data = await resp.read()
@@ -554,50 +707,69 @@ async def read_many(urls: Iterable[str], kind: str = "preview", *, upright: bool
             await reader.__aexit__(None, None, None)
 
 
-def _output_name(url: str, kind: str, out_dir: str) -> str:
-    from yarl import URL
-
-    name = URL(url).path.rsplit("/", 1)[-1] or "index"
-    suffix = ".preview.jpg" if kind == "preview" else ".thumb.jpg"
-    return os.path.join(out_dir, kit.default_path(name, suffix, True))
-
-
 async def fetch_async(urls: Sequence[str], kind: str = "preview", *, upright: bool = False,
                       out_dir: Optional[str] = None, sync: bool = False,
                       settings: Optional[Settings] = None, **fields) -> List[Result]:
     """The results of :func:`read_many` in input order. With `out_dir`,
     each picture is written there as kpz names it (``a.kpz`` ->
-    ``a.preview.jpg``), whole or not at all, and not kept in memory; two
-    URLs with one output name: the first in input order is written, the
-    later ones fail in words."""
+    ``a.preview.jpg``, :func:`output_name`), whole or not at all, and not
+    kept in memory. URLs sharing an output name: as in kpz, the first of
+    them in input order that is written owns it (one whose read fails takes
+    nothing), the later ones fail in kpz's words ("not written: ... is
+    already written by ..."); a later one read first waits, holding its
+    picture, until the earlier ones of its name are settled."""
     if settings is not None and fields:
         raise TypeError("kpz: give Settings or its fields, not both")
     settings = settings if settings is not None else Settings(**fields)
     urls = list(urls)
     results: List[Optional[Result]] = [None] * len(urls)
-    owners = {}
+    claims = None
+    targets: List[str] = []
     if out_dir is not None:
         why = kit.make_output_directory(out_dir)
         if why:
             raise OSError("kpz: %s" % why)
-        for i, url in enumerate(urls):
-            owners.setdefault(_output_name(url, kind, out_dir), i)
-    async for got in read_many(urls, kind, upright=upright, settings=settings):
-        if out_dir is not None and got.ok:
-            target = _output_name(got.url, kind, out_dir)
-            if owners[target] != got.index:
+        suffix = ".preview.jpg" if kind == "preview" else ".thumb.jpg"
+        targets = [os.path.join(out_dir, output_name(u if isinstance(u, str) else "", suffix))
+                   for u in urls]
+        claims = kit.OutputClaims(targets)  # the rule of kpz: the first written owns a name
+    settled = set()   # inputs whose turn at their name is over
+    parked = {}       # index of the earlier input of its name -> the result waiting for it
+    loop = asyncio.get_running_loop()
+
+    def turn(got: Result) -> None:
+        """Input got.index's turn at its name; every earlier input of the name
+        has had its own, so no wait."""
+        target = targets[got.index]
+        with claims.turn(got.index) as t:
+            if not got.ok:
+                return
+            owner = t.wait_for_earlier()
+            if owner is not None:
                 got.ok, got.status = False, int(kit.ExitStatus.OUTPUT)
-                got.words = "not written: %s is already written by %s" % (
-                    target, urls[owners[target]])
+                got.words = kit.already_written_words(target, urls[owner])
             else:
-                why = await asyncio.get_running_loop().run_in_executor(
-                    None, kit.write_file, target, got.data, sync)
+                why = kit.write_file(target, got.data, sync)
                 if why:
                     got.ok, got.status, got.words = False, int(kit.ExitStatus.OUTPUT), why
                 else:
+                    t.wrote()
                     got.output = target
-            got.data = None
-        results[got.index] = got
+        got.data = None
+
+    async for got in read_many(urls, kind, upright=upright, settings=settings):
+        if claims is None:
+            results[got.index] = got
+            continue
+        earlier = claims.previous(got.index)
+        if earlier is not None and earlier not in settled:
+            parked[earlier] = got
+            continue
+        while got is not None:
+            await loop.run_in_executor(None, turn, got)
+            results[got.index] = got
+            settled.add(got.index)
+            got = parked.pop(got.index, None)
     return [r for r in results if r is not None]
 
 

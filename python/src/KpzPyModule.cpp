@@ -52,6 +52,7 @@
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzRotation.h"
 #include "kpz/KpzRotator.h"
+#include "raw/DtRawErrorText.h"
 #include "kpz/KpzSource.h"
 #include "kpz/KpzUpright.h"
 #include "raw/DtRawError.h"
@@ -719,6 +720,7 @@ PYBIND11_MODULE(_kpz, m) {
       },
       py::arg("source"));
   m.attr("HEAD_SIZE") = KpzSource::kHeadSize;
+  m.attr("THUMBNAIL_MAX_SIZE") = DtRawErrorText::THUMBNAIL_MAX_SIZE;
   m.attr("__version__") = KPZ_VERSION;  // the project's version (python/CMakeLists.txt)
   py::module_ kit = m.def_submodule("kit", "The kpz tool's conventions (KpzPyKit.cpp).");
   KpzPyRegisterKit(kit);

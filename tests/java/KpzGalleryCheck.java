@@ -104,6 +104,7 @@ public final class KpzGalleryCheck {
         KINDS.put("gallery.nothumb/thumbnail", KpzException.Kind.NO_THUMBNAIL);
         KINDS.put("gallery.emptythumb/thumbnail", KpzException.Kind.NO_THUMBNAIL);
         KINDS.put("gallery.thumbpast/thumbnail", damaged);
+        KINDS.put("gallery.hugethumb/thumbnail", damaged);
     }
 
     private final List<String> failures = new ArrayList<>();
@@ -149,6 +150,7 @@ public final class KpzGalleryCheck {
             files++;
         }
         checkEveryKindWasMet(keys);
+        checkHugeThumbnail(fx.getProperty("gallery.hugethumb.path"));
         checkBadDescriptors(fx.getProperty("gallery.orient6.path"));
         checkNamedPipeAndMissingFile();
         checkArguments(fx.getProperty("gallery.orient6.path"));
@@ -368,6 +370,25 @@ public final class KpzGalleryCheck {
         expect(what + " errno", 0, e.getErrno());
     }
 
+    // A thumbnail claiming 600 MB inside a sparse file that holds it: refused
+    // as too large in words, whatever kpz answers, by path and descriptor
+    // (once, one call allocated the 600 MB natively and again as a byte[]).
+    private void checkHugeThumbnail(String path) throws Exception {
+        String words = "the thumbnail stored in this file is too large (629145600 bytes; a "
+                + "thumbnail is at most 262144)";
+        for (boolean viaFd : new boolean[] {false, true}) {
+            String what = "hugethumb getThumbnail" + (viaFd ? " (descriptor)" : " (path)");
+            try {
+                byte[] got = through(what, path, viaFd,
+                        fd -> fd < 0 ? kpz.getThumbnail(path) : kpz.getThumbnail(fd));
+                failures.add(what + ": gave " + got.length + " bytes, not a refusal");
+            } catch (KpzException e) {
+                expect(what + " kind", KpzException.Kind.DAMAGED, e.getKind());
+                expect(what + " words", words, e.getMessage());
+            }
+        }
+    }
+
     // Every failing file listed must be among the fixtures (a list that
     // names nothing checks nothing).
     private void checkEveryKindWasMet(TreeSet<String> keys) {
@@ -382,16 +403,12 @@ public final class KpzGalleryCheck {
     // ---- descriptors and paths the tool cannot be given -----------------
 
     private void checkBadDescriptors(String path) throws Exception {
-        // Closed: opened, its number taken, closed again.
-        RandomAccessFile file = new RandomAccessFile(path, "r");
-        int fd = descriptorOf(path);
-        file.close();
-        if (linkOf(fd) != null) {
-            failures.add("closed descriptor: " + fd + " was opened again at once");
-        } else {
-            expectUnreadable("closed descriptor " + fd, fd, EBADF,
-                    "the file cannot be read (bad file descriptor)");
-        }
+        // Closed: a number no descriptor of this process can have (the soft
+        // limit of open files). A number opened and closed again is no good
+        // here: the JVM's own threads may open a file on it at any moment.
+        int closed = openFilesLimit();
+        expectUnreadable("closed descriptor " + closed, closed, EBADF,
+                "the file cannot be read (bad file descriptor)");
         expectUnreadable("descriptor -1", -1, EBADF, "the file cannot be read (bad file descriptor)");
         // A pipe: the one to a child's standard input.
         Process child = new ProcessBuilder("sleep", "60").start();
@@ -415,6 +432,19 @@ public final class KpzGalleryCheck {
             child.destroyForcibly();
             child.waitFor(10, TimeUnit.SECONDS);
         }
+    }
+
+    // The soft limit of open files ("Max open files" in /proc/self/limits):
+    // every descriptor of this process is below it.
+    private static int openFilesLimit() throws Exception {
+        for (String line : Files.readAllLines(Paths.get("/proc/self/limits"))) {
+            if (line.startsWith("Max open files")) {
+                String[] words = line.substring("Max open files".length()).trim().split("\\s+");
+                long soft = Long.parseLong(words[0]);
+                return (int) Math.min(soft, Integer.MAX_VALUE);
+            }
+        }
+        throw new IllegalStateException("no 'Max open files' line in /proc/self/limits");
     }
 
     private void expectUnreadable(String what, int fd, int errno, String words) {

@@ -150,6 +150,59 @@ TEST_F(KpzGalleryReaderTest, PicturesClaimingMoreThanTheFileHoldsAreRefusedUnrea
   EXPECT_STREQ(why.m_words, "preview extends past the end of the file");
 }
 
+TEST_F(KpzGalleryReaderTest, AThumbnailClaimingHundredsOfMegabytesIsRefusedUnread) {
+  // A sparse file of 600 MB whose thumbnail claims 600 MB (all inside the
+  // file): refused as too large, before anything is allocated or read.
+  const std::uint32_t claimed = 600u * 1024 * 1024;
+  KpzSpec recipe;
+  recipe.thumbnailLengthTag = claimed;
+  const std::string path = Write("huge.kpz", recipe);
+  ASSERT_TRUE(kpztest::ExtendFileSparse(path, std::uint64_t{claimed} + 0x20000));
+  kpztest::ResetCounts();
+  Reader reader;
+  Reader::Failure why;
+  ASSERT_TRUE(reader.OpenPath(path.c_str(), &why)) << why.m_words;
+  Reader::Info info;
+  reader.GetInfo(&info);
+  EXPECT_EQ(info.m_thumbnailLength, 0u);
+  EXPECT_GT(info.m_previewLength, 0u);
+  Reader::Picture picture;
+  EXPECT_FALSE(reader.Locate(Reader::PictureThumbnail, &picture, &why));
+  EXPECT_EQ(why.m_kind, Reader::KindDamaged);
+  EXPECT_EQ(why.m_errno, 0);
+  EXPECT_STREQ(why.m_words,
+               "the thumbnail stored in this file is too large (629145600 bytes; a thumbnail is "
+               "at most 262144)");
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Pread), 1);  // the head only
+}
+
+TEST_F(KpzGalleryReaderTest, AThumbnailOfTheBoundIsReadAndOneByteMoreIsRefused) {
+  for (const std::uint32_t length : {DtRawErrorText::THUMBNAIL_MAX_SIZE,
+                                     DtRawErrorText::THUMBNAIL_MAX_SIZE + 1}) {
+    KpzSpec recipe;
+    recipe.thumbnail = kpztest::FakeJpeg(length, 0x31);
+    kpztest::KpzLayout where;
+    const std::string path = Write("b.kpz", recipe, &where);
+    Reader reader;
+    Reader::Failure why;
+    ASSERT_TRUE(reader.OpenPath(path.c_str(), &why)) << why.m_words;
+    Reader::Picture picture;
+    const bool found = reader.Locate(Reader::PictureThumbnail, &picture, &why);
+    if (length == DtRawErrorText::THUMBNAIL_MAX_SIZE) {
+      ASSERT_TRUE(found) << why.m_words;
+      std::vector<UINT8> out(picture.m_length);
+      ASSERT_TRUE(reader.Read(picture, out.data(), &why)) << why.m_words;
+      EXPECT_EQ(Bytes(out.begin(), out.end()), recipe.thumbnail);
+    } else {
+      EXPECT_FALSE(found);
+      EXPECT_EQ(why.m_kind, Reader::KindDamaged);
+      EXPECT_STREQ(why.m_words,
+                   "the thumbnail stored in this file is too large (262145 bytes; a thumbnail is "
+                   "at most 262144)");
+    }
+  }
+}
+
 TEST_F(KpzGalleryReaderTest, APreviewAtTwoGiBIsOutOfReach) {
   KpzSpec recipe;
   recipe.editIfd0 = [](kpztest::Ifd& ifd) {

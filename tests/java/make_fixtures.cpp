@@ -216,6 +216,15 @@ bool AddGallery(Writer& w, const std::filesystem::path& dir) {
     past.thumbnailLengthTag = 0xFFFFFFF0u;
     ok = ok && AddGalleryRecipe(w, dir, "thumbpast", past);
   }
+  {  // A thumbnail claiming 600 MB inside a sparse file that holds it: refused
+     // as too large, with nothing allocated for it.
+    const std::uint32_t claimed = 600u * 1024 * 1024;
+    KpzSpec huge;
+    huge.thumbnailLengthTag = claimed;
+    ok = ok && AddGalleryRecipe(w, dir, "hugethumb", huge) &&
+         kpztest::ExtendFileSparse((dir / "hugethumb.kpz").string(),
+                                   std::uint64_t{claimed} + 0x20000);
+  }
   {  // No preview recorded; a preview claiming more than the file holds.
     KpzSpec recipe;
     recipe.ifd0ScreennailTags = false;

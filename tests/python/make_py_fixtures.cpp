@@ -163,6 +163,18 @@ int main(int argc, char** argv) {
     }
   }
 
+  {
+    // IFD0's date and time claimed at 2 GiB (negative as a signed 32-bit
+    // offset), IFD1's different: its pictures read, its orientation cannot
+    // be set in place (the date and time to copy is not in the file).
+    KpzSpec r;
+    r.thumbnailDateTime = "2001:01:01 00:00:00";
+    r.editIfd0 = [](kpztest::Ifd& ifd) {
+      ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, 0x80000000u);
+    };
+    ok &= w.Add("date_at_2gib", kpztest::BuildKpz(r), "ok", "ok", 1);
+  }
+
   // Files that are not KPZ raw files.
   ok &= w.Add("not_tiff", kpztest::PatternBytes(3000, 0x11), "NotKpzError", "NotKpzError", 0);
   ok &= w.Add("empty", Bytes(), "NotKpzError", "NotKpzError", 0);
@@ -226,6 +238,13 @@ int main(int argc, char** argv) {
     KpzSpec r;
     r.thumbnailLengthTag = 1000000;
     ok &= w.Add("thumbnail_past_end", kpztest::BuildKpz(r), "ok", "BadPreviewError", 1);
+  }
+  {
+    // A thumbnail claiming 600 MB; the file is small (so the claim runs past
+    // its end) until a test grows it, sparse, to hold the claim.
+    KpzSpec r;
+    r.thumbnailLengthTag = 600u * 1024 * 1024;
+    ok &= w.Add("thumbnail_claims_600mb", kpztest::BuildKpz(r), "ok", "BadPreviewError", 1);
   }
   {
     KpzSpec r;

@@ -214,3 +214,23 @@ def test_error_words_of_an_os_error_with_any_errno():
     # An errno that is no int: the exception's own words.
     assert kpz.error_words(OSError("x", "y")) == str(OSError("x", "y"))
     assert kpz.error_words(OSError()) == ""
+
+
+def test_error_words_of_a_text_mode_file_carry_no_second_kpz_prefix(fixtures):
+    # Once, the words began "kpz: ", so a line printed as the tool prints
+    # one read "kpz: FILE: kpz: the file object is in text mode ...".
+    path = fixtures["byname"]["plain"]["path"]
+    with open(path, "r", encoding="latin-1") as f:  # noqa: SIM115 - the case under test
+        for func in (kpz.screennail, kpz.thumbnail, kpz.info, kpz.open):
+            with pytest.raises(TypeError) as caught:
+                func(f)
+            assert str(caught.value) == \
+                "kpz: the file object is in text mode: open it in binary mode ('rb')"
+            assert kpz.error_words(caught.value) == \
+                "the file object is in text mode: open it in binary mode ('rb')"
+    # Every other kpz TypeError and ValueError alike; a foreign message is
+    # left as it is.
+    with pytest.raises(ValueError) as caught:
+        kpz.orientation_words(9)
+    assert kpz.error_words(caught.value) == "a rotation code is 0 to 7, not 9"
+    assert kpz.error_words(ValueError("bad value")) == "bad value"

@@ -141,6 +141,35 @@ def test_set_orientation_without_an_orientation_fails_in_words(fixtures, tmp_pat
     assert caught.value.words == ran.words()
 
 
+def test_set_orientation_with_the_date_to_copy_at_a_negative_offset_changes_nothing(
+    fixtures, tmp_path, run_tool
+):
+    # IFD0's date and time claimed at 2 GiB: once, the file's TIFF header was
+    # copied over the thumbnail's date and time and the call succeeded.
+    src = fixtures["byname"]["date_at_2gib"]["path"]
+    path = str(tmp_path / "a.kpz")
+    shutil.copyfile(src, path)
+    os.utime(path, (1000000000, 1100000000))
+    with open(src, "rb") as f:
+        before = f.read()
+    with kpz.open(path) as raw:
+        with pytest.raises(kpz.OrientationWriteError) as caught:
+            raw.set_orientation(1)
+        assert raw.orientation == 0
+    assert caught.value.words == (
+        "the date and time to be copied to the thumbnail's (IFD0's date and time, 20 bytes at "
+        f"byte 2147483648) lies past the end of the file ({len(before)} bytes); not changed"
+    )
+    with open(path, "rb") as f:
+        assert f.read() == before
+    assert os.stat(path).st_mtime == 1100000000
+    ran = run_tool("rotate", "--code", "1", path, path=path)
+    assert ran.status == 3
+    assert ran.words() == caught.value.words
+    with open(path, "rb") as f:
+        assert f.read() == before
+
+
 def test_set_orientation_on_a_file_removed_meanwhile(fixtures, tmp_path):
     path = str(tmp_path / "a.kpz")
     shutil.copyfile(fixtures["byname"]["plain"]["path"], path)

@@ -52,6 +52,20 @@ TEST(DtRawErrorText, PicturePhrases) {
                "not a regular file (a device, named pipe or socket), not read");
 }
 
+TEST(DtRawErrorText, AThumbnailTooLargeIsToldWithItsLengthAndTheBound) {
+  EXPECT_EQ(DtRawErrorText::THUMBNAIL_MAX_SIZE, 262144u);
+  char out[DtRawErrorText::WORDS_SIZE];
+  DtRawErrorText::ThumbnailTooLarge(629145600u, out, sizeof out);
+  EXPECT_STREQ(out,
+               "the thumbnail stored in this file is too large (629145600 bytes; a thumbnail is "
+               "at most 262144)");
+  EXPECT_LT(DtRawErrorText::ThumbnailTooLarge(0xFFFFFFFFu, out, sizeof out),
+            DtRawErrorText::WORDS_SIZE);
+  EXPECT_STREQ(out,
+               "the thumbnail stored in this file is too large (4294967295 bytes; a thumbnail is "
+               "at most 262144)");
+}
+
 TEST(DtRawErrorText, ReadErrorsInTheToolsWords) {
   char out[DtRawErrorText::WORDS_SIZE];
   DtRawErrorText::ReadError(ENOENT, out, sizeof out);

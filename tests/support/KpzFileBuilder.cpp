@@ -599,6 +599,14 @@ bool WriteFileBytes(const std::string& path, const Bytes& bytes) {
   return written == bytes.size() && closed == 0;
 }
 
+bool ExtendFileSparse(const std::string& path, std::uint64_t size) {
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0 || static_cast<std::uint64_t>(st.st_size) > size) {
+    return false;
+  }
+  return ::truncate(path.c_str(), static_cast<off_t>(size)) == 0;
+}
+
 Bytes ReadFileBytes(const std::string& path) {
   Bytes out;
   std::FILE* f = std::fopen(path.c_str(), "rb");

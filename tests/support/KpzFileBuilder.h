@@ -388,6 +388,11 @@ class TempDir {
 
 // Writes / reads a whole file; false / empty on failure.
 bool WriteFileBytes(const std::string& path, const Bytes& bytes);
+// Grows the file at `path` to `size` bytes without writing the new ones
+// (truncate): a sparse file whose tail reads as zeros and takes no room on
+// disk, for files that claim pictures of hundreds of megabytes. False on
+// failure or when the file is already longer.
+bool ExtendFileSparse(const std::string& path, std::uint64_t size);
 Bytes ReadFileBytes(const std::string& path);
 
 }  // namespace kpztest

@@ -197,6 +197,30 @@ TEST_F(KpzToolRotate, FileWithoutOrientationIsAnInputProblem) {
   EXPECT_EQ(kpztest::ReadFileBytes(path), image);
 }
 
+TEST_F(KpzToolRotate, AnIfd0DateTimeAtANegativeOffsetIsRefusedAndTheFileLeftAlone) {
+  // IFD0's date and time claimed at 2 GiB (negative as a signed 32-bit
+  // offset), IFD1's different: once, the TIFF header was copied over the
+  // thumbnail's date and time and the run said it had succeeded.
+  for (const std::uint32_t offset : {0x80000000u, 0xFFFFFFFFu}) {
+    KpzSpec recipe;
+    recipe.thumbnailDateTime = "2001:01:01 00:00:00";
+    recipe.editIfd0 = [offset](kpztest::Ifd& ifd) {
+      ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, offset);
+    };
+    const std::string path = Make("d.kpz", recipe);
+    const Result r = Run({"rotate", "--cw", "d.kpz"});
+    EXPECT_EQ(r.exit, 3);
+    EXPECT_TRUE(r.out.empty());
+    EXPECT_EQ(r.err,
+              "kpz: d.kpz: the date and time to be copied to the thumbnail's (IFD0's date and "
+              "time, 20 bytes at byte " +
+                  std::to_string(offset) + ") lies past the end of the file (" +
+                  std::to_string(image.size()) + " bytes); not changed\n");
+    EXPECT_EQ(kpztest::ReadFileBytes(path), image);
+    EXPECT_EQ(kpztest::GetFileTimes(path).modification, kModified);
+  }
+}
+
 TEST_F(KpzToolRotate, DirectoryIsNotAKpzFile) {
   const Result r = Run({"rotate", "--cw", dir.Path()});
   EXPECT_EQ(r.exit, 1);

@@ -296,6 +296,28 @@ TEST_F(KpzTool, ThumbnailPastTheEndIsReported) {
   EXPECT_EQ(r.err, "kpz: " + in + ": thumbnail extends past the end of the file\n");
 }
 
+TEST_F(KpzTool, AThumbnailClaimingHundredsOfMegabytesIsRefusedAsTooLarge) {
+  // A sparse file of 600 MB whose thumbnail claims 600 MB, all inside it.
+  const std::uint32_t claimed = 600u * 1024 * 1024;
+  KpzSpec recipe;
+  recipe.thumbnailLengthTag = claimed;
+  const std::string in = Write("huge.kpz", recipe);
+  ASSERT_TRUE(kpztest::ExtendFileSparse(in, std::uint64_t{claimed} + 0x20000));
+  for (const char* out : {"-", "huge.jpg"}) {
+    const Result r = Run({"thumbnail", "-o", out, in});
+    EXPECT_EQ(r.exit, 1) << out;
+    EXPECT_TRUE(r.out.empty());
+    EXPECT_EQ(r.err, "kpz: " + in +
+                         ": the thumbnail stored in this file is too large (629145600 bytes; a "
+                         "thumbnail is at most 262144)\n");
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir.Path() + "/huge.jpg"));
+  // Its preview is read as usual.
+  const Result preview = Run({"preview", "-o", "-", in});
+  EXPECT_EQ(preview.exit, 0) << preview.err;
+  EXPECT_EQ(preview.out, recipe.screennail);
+}
+
 TEST_F(KpzTool, ThumbnailPastTheEndOfAShortFileIsNotTakenFromMemory) {
   KpzSpec recipe;
   recipe.thumbnail = kpztest::FakeJpeg(100, 9);

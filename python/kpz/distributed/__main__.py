@@ -25,7 +25,8 @@ range reads: its first 64 KiB, then the picture's own bytes.
 
 OUT is a directory (made when missing), local, s3://bucket/prefix/ (one
 PUT per output, Content-Type image/jpeg) or an fsspec URL; it receives
-x.preview.jpg (preview) or x.thumb.jpg (thumbnail) for every input x.kpz.
+x.preview.jpg (preview) or x.thumb.jpg (thumbnail) for every input x.kpz
+(a URL: the last segment of its path as written, never decoded).
 When several inputs would give the same name, the first of them in input
 order that is written owns it; a later one fails ('already written by').
 An existing file of that name is replaced, unless --skip-existing is given:
@@ -105,12 +106,16 @@ def main(argv: Optional[List[str]] = None) -> int:
     web.add_argument("--read-timeout", type=float, metavar="SECONDS",
                      help="to wait for any bytes of an answer (default: %g)"
                           % remote.Settings.read_timeout)
+    web.add_argument("--file-timeout", type=float, metavar="SECONDS",
+                     help="the most one file may take in all, its retries included; then it "
+                          "fails in words (default: %g)" % remote.Settings.file_timeout)
     web.add_argument("--ca-file", metavar="PEM",
                      help="the CAs to trust for https://, instead of the system's")
     _s3.add_arguments(parser)
     args = parser.parse_args(argv)
     given = {name: getattr(args, name) for name in
-             ("max_in_flight", "tries", "connect_timeout", "read_timeout", "ca_file")
+             ("max_in_flight", "tries", "connect_timeout", "read_timeout", "file_timeout",
+              "ca_file")
              if getattr(args, name) is not None}
     given["s3"] = _s3.options_of(args)
     try:

@@ -4,11 +4,12 @@ task per batch, and the Results delivered in input order."""
 
 import collections
 import dataclasses
+import errno
 import os
 from typing import Any, Callable, Dict, Iterator, List, Optional, Sequence, Tuple, Union
 
 from kpz._kpz import kit
-from kpz.remote import Settings
+from kpz.remote import Settings, output_name
 
 from ._guard import refuse_recursive_start
 from ._inputs import iter_sources
@@ -85,9 +86,39 @@ def _local_cluster(workers: Optional[int], threads_per_worker: Optional[int],
     return started
 
 
+def _refused(address: str, start_timeout: float) -> str:
+    """Why the scheduler at a tcp:// `address` cannot be reached at all (a
+    connection refused: nothing listens there; no route to it), or "" when
+    it may be there (Dask's client, which tries again until start_timeout,
+    is left to tell the rest)."""
+    from distributed.comm import parse_address, parse_host_port
+
+    try:
+        scheme, where = parse_address(address)
+        if scheme != "tcp":
+            return ""
+        host, port = parse_host_port(where)
+    except (ValueError, TypeError):
+        return ""  # Dask's client tells what is wrong with it
+    import socket
+
+    try:
+        with socket.create_connection((host, port), timeout=min(start_timeout, 10.0)):
+            return ""
+    except ConnectionRefusedError:
+        return "connection refused: no scheduler listens there"
+    except OSError as e:
+        if e.errno in (errno.EHOSTUNREACH, errno.ENETUNREACH):
+            return "cannot connect: %s" % os.strerror(e.errno).lower()
+        return ""
+
+
 def _scheduler(address: str, start_timeout: float) -> _Cluster:
     from distributed import Client
 
+    why = _refused(address, start_timeout)
+    if why:
+        raise RunFailed(kit.ExitStatus.INPUT, address, why)
     try:
         c = Client(address, timeout=start_timeout)
     except ValueError as e:  # Dask: "missing port number in address 'garbage'"
@@ -174,7 +205,10 @@ def _batch_failed(batch: List[Job], out: Output, exc: BaseException) -> List[Res
     if isinstance(exc, ImportError):
         words = "the worker cannot import the kpz package (%s)" % exc
     else:
-        words = "the worker's task failed: %s: %s" % (type(exc).__name__, exc)
+        # The error's own text cut short: it may carry anything.
+        text = str(exc)
+        words = "the worker's task failed: %s: %s" % (
+            type(exc).__name__, text if len(text) <= 200 else text[:200] + "...")
     return [Result(i, source, out.shown(name)).fail(kit.ExitStatus.INPUT, source, words)
             for i, source, name in batch]
 
@@ -373,7 +407,7 @@ class _Run:
         if error:
             self.ready[index] = Result(index, source, "").fail(kit.ExitStatus.INPUT, source, error)
             return
-        name = kit.default_path(source, self.suffix, True)
+        name = output_name(source, self.suffix)
         if name in self.written:
             self.ready[index] = self.taken(index, source, name)
             return

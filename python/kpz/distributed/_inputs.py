@@ -28,7 +28,18 @@ def protocol_of(fs) -> str:
 
 
 def _normal(url: str) -> str:
-    """`url` with its path's '.' and '..' resolved, as a server resolves them."""
+    """`url` with its path's '.' and '..' resolved, as a server resolves them.
+    An http(s):// URL as the URL library will request it (yarl: its path
+    decoded where it may be, '%2e%2e' a '..' like any other, dot-segments
+    resolved, then quoted again), so that a check made on it is a check of
+    what will be read."""
+    if url.lower().startswith(("http://", "https://")):
+        from yarl import URL
+
+        try:
+            return str(URL(url))
+        except ValueError:  # no URL that can be read: kpz.remote tells why
+            return url
     parts = urllib.parse.urlsplit(url)
     if not parts.path:
         return url
@@ -41,6 +52,20 @@ def _normal(url: str) -> str:
         rest = urllib.parse.urlunsplit(parts._replace(scheme="", path=path))
         return "%s://%s" % (parts.scheme, rest)
     return urllib.parse.urlunsplit(parts._replace(path=path))
+
+
+def _inside(url: str, folder: str) -> bool:
+    """True when `url` (made _normal) lies inside `folder` (made _normal,
+    ending in '/'), also for a server that decodes every escape of its path
+    first ('%2F' a '/') and resolves '..' after: a link that leaves the
+    folder read either way is not taken."""
+    if not url.startswith(folder):
+        return False
+    if not url.lower().startswith(("http://", "https://")):
+        return True
+    path = urllib.parse.unquote(urllib.parse.urlsplit(url).path).replace("\\", "/")
+    top = urllib.parse.unquote(urllib.parse.urlsplit(folder).path)
+    return posixpath.normpath(path).startswith(top) and "\x00" not in path
 
 
 def _walked(fs: Any, path: str, folder: str, url_of: Any, normalised: List[str],
@@ -61,7 +86,7 @@ def _walked(fs: Any, path: str, folder: str, url_of: Any, normalised: List[str],
                          key=lambda e: e["name"].rstrip("/").rsplit("/", 1)[-1])
         for e in entries:
             u = _normal(url_of(e["name"]))
-            if not u.startswith(folder):
+            if not _inside(u, folder):
                 continue
             if e.get("type") == "directory":
                 d = u.rstrip("/") + "/"
@@ -102,7 +127,7 @@ def _remote_inputs(url: str, recursive: bool,
         """The files found with a wanted extension, inside `folder` only (a
         listing that names '../x.kpz' or another host does not take the run
         there); none at all is the URL's failure, as a local glob's."""
-        inside = [u for u in (_normal(url_of(p)) for p in found) if u.startswith(folder)]
+        inside = [u for u in (_normal(url_of(p)) for p in found) if _inside(u, folder)]
         files = [(p, "") for p in inside
                  if kit.extension_matches(p.rstrip("/").rsplit("/", 1)[-1], normalised)]
         if files:

@@ -98,9 +98,10 @@ class Output:
         over a million outputs present starts at once; remotely the same
         checks on the object's first 3 and last 2 bytes and its size
         (kit.jpeg_ends_whole), the directory listed once, at the first
-        question, and its names and sizes held for the run. On s3:// a
-        listed object that is not empty is whole: the store makes a PUT
-        whole or absent."""
+        question, and its names and sizes held for the run; where the
+        listing tells no size (a web server's), the size is asked of the
+        server for each output present. On s3:// a listed object that is
+        not empty is whole: the store makes a PUT whole or absent."""
         if self.fs is None and not self.s3:
             path = self.path(name)
             if kit.output_is_whole(path):
@@ -148,6 +149,14 @@ class Output:
         path = self.path(name)
         if self.fs is None:
             return kit.output_is_whole(path)
+        if size is None and protocol_of(self.fs) in ("http", "https"):
+            # A web listing tells no sizes: the server is asked for this one
+            # (fsspec: a HEAD, or a GET whose body is not read when the
+            # HEAD tells none).
+            try:
+                size = self.fs.info(path).get("size")
+            except (OSError, ValueError):
+                return False  # cannot be asked: written again
         if not isinstance(size, int) or size < 4:
             return False
         try:

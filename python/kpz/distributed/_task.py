@@ -19,7 +19,6 @@ from ._results import Result
 
 _INPUT = kit.ExitStatus.INPUT
 _OUTPUT = kit.ExitStatus.OUTPUT
-_ALREADY_WRITTEN = "output already written by an earlier input"
 
 
 class RangeReader:
@@ -104,7 +103,12 @@ def _picture(source: str, kind: str, upright: bool) -> Tuple[Optional[bytes], st
     except (kpz.KpzError, OSError) as e:
         return None, "", _words_of(source, e)
     except (ValueError, ImportError) as e:  # a remote file system's own errors
-        return None, "", "cannot read: %s" % (str(e) or type(e).__name__)
+        text = str(e)
+        return None, "", "cannot read: %s" % (
+            (text if len(text) <= 200 else text[:200] + "...") or type(e).__name__)
+    except Exception as e:  # noqa: BLE001 - any other is this file's failure, not the batch's
+        # Its type only: a message may hold the file's bytes.
+        return None, "", "cannot read: an unforeseen failure (%s)" % type(e).__name__
     if not upright:
         return stored, "", ""
     status, data, note, words = kit.upright(reader.head, stored, KINDS[kind][1])
@@ -167,8 +171,8 @@ def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, o
     def put(index: int, source: str, name: str, data: bytes, note: str) -> None:
         r = results[index]
         if name in owners:
-            r.fail(_OUTPUT, source, "not written: %s is already written by %s"
-                   % (kit.shown_name(r.output), kit.shown_name(owners[name])), _ALREADY_WRITTEN)
+            r.fail(_OUTPUT, source, kit.already_written_words(r.output, owners[name]),
+                   kit.ALREADY_WRITTEN_REASON)
             return
         why = output.write(name, data, sync)
         if why:

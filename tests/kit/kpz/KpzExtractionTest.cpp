@@ -9,11 +9,14 @@
 
 #include "kpz/KpzExtraction.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <vector>
 
 #include "kpz/KpzSource.h"
+#include "raw/DtRawErrorText.h"
+#include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 #include "support/LogExpect.h"
 
@@ -141,6 +144,66 @@ TEST(KpzExtraction, HeadOnlyFormRefusesAPictureBeyondTheFilesSize) {
   EXPECT_EQ(o.failure, Failure::BadPicture);
   EXPECT_EQ(o.status, KpzExitStatus::Input);
   EXPECT_EQ(o.words, "preview extends past the end of the file");
+}
+
+TEST(KpzExtraction, AThumbnailClaimingHundredsOfMegabytesIsRefusedBeforeAnyRead) {
+  // A sparse file of 600 MB whose thumbnail claims 600 MB, all inside it:
+  // refused as too large, by the path form and the head-only form alike,
+  // with no read past the head.
+  const std::uint32_t claimed = 600u * 1024 * 1024;
+  KpzSpec recipe;
+  recipe.thumbnailLengthTag = claimed;
+  const Bytes file = kpztest::BuildKpz(recipe);
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("huge.kpz", file);
+  const std::uint64_t size = std::uint64_t{claimed} + 0x20000;
+  ASSERT_TRUE(kpztest::ExtendFileSparse(path, size));
+  const std::string words =
+      "the thumbnail stored in this file is too large (629145600 bytes; a thumbnail is at most "
+      "262144)";
+  KpzExtraction::Options want;
+  want.kind = Kind::Thumbnail;
+  for (const bool wantBytes : {false, true}) {
+    kpztest::ResetCounts();
+    const KpzExtraction::Outcome o = ExtractPath(path, want, wantBytes);
+    EXPECT_EQ(o.failure, Failure::BadPicture);
+    EXPECT_EQ(o.status, KpzExitStatus::Input);
+    EXPECT_EQ(o.code, 0);
+    EXPECT_EQ(o.words, words);
+    EXPECT_TRUE(o.bytes.empty());
+    EXPECT_LE(kpztest::CallCount(kpztest::Call::Pread), 1);  // the head, no more
+  }
+  KpzExtraction::Outcome head;
+  kpztest::CaptureStderr([&] {
+    head = KpzExtraction::Locate(file.data(), std::min<std::size_t>(file.size(),
+                                                                    KpzSource::kHeadSize),
+                                 size, want);
+  });
+  EXPECT_EQ(head.failure, Failure::BadPicture);
+  EXPECT_EQ(head.words, words);
+  // The preview of the same file is read as usual.
+  const KpzExtraction::Outcome preview = ExtractPath(path, {}, true);
+  EXPECT_TRUE(preview.ok()) << preview.words;
+  EXPECT_EQ(preview.bytes, recipe.screennail);
+}
+
+TEST(KpzExtraction, AThumbnailOfTheBoundIsReadAndOneByteMoreIsRefused) {
+  kpztest::TempDir dir;
+  KpzExtraction::Options want;
+  want.kind = Kind::Thumbnail;
+  KpzSpec recipe;
+  recipe.thumbnail = kpztest::FakeJpeg(DtRawErrorText::THUMBNAIL_MAX_SIZE, 6);
+  const KpzExtraction::Outcome fits =
+      ExtractPath(dir.Write("a.kpz", kpztest::BuildKpz(recipe)), want, true);
+  ASSERT_TRUE(fits.ok()) << fits.words;
+  EXPECT_EQ(fits.bytes, recipe.thumbnail);
+  recipe.thumbnail.push_back(0);
+  const KpzExtraction::Outcome over =
+      ExtractPath(dir.Write("b.kpz", kpztest::BuildKpz(recipe)), want, true);
+  EXPECT_EQ(over.failure, Failure::BadPicture);
+  EXPECT_EQ(over.words,
+            "the thumbnail stored in this file is too large (262145 bytes; a thumbnail is at "
+            "most 262144)");
 }
 
 TEST(KpzExtraction, MissingFileIsUnreadableWithItsErrno) {

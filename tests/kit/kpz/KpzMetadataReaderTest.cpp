@@ -375,6 +375,53 @@ TEST(KpzMetadataReader, ACutFileTellsWhatLiesPastItsEndAsNotRecorded) {
   EXPECT_GT(pastEnd, 0);
 }
 
+TEST(KpzMetadataReader, ValuesAtNegativeOffsetsAreNotReadFromTheFilesStart) {
+  // Values claimed at 2 GiB or more (negative as signed 32-bit offsets): the
+  // library's read of the head clamps them to byte 0, so what it answers is
+  // the TIFF header, not the value. In a file longer than the head they were
+  // once given as the file's make, exposure time, f-number and date.
+  // Not recorded, past the end of a smaller file; not recorded, not past
+  // the end, in a (sparse) file long enough to hold them.
+  for (const std::uint64_t size : {std::uint64_t{100000}, std::uint64_t{0x80000100}}) {
+    SCOPED_TRACE("file of " + std::to_string(size) + " bytes");
+    kpztest::TempDir dir;
+    KpzSpec recipe;
+    recipe.minTotalSize = 100000;
+    recipe.editIfd0 = [](kpztest::Ifd& ifd) {
+      ifd.ReplaceRaw(kpztest::tag::kMake, kpztest::kTiffAscii, 5, 0x80000000u);
+    };
+    recipe.editExif = [](kpztest::Ifd& ifd) {
+      ifd.ReplaceRaw(kpztest::tag::kExposureTime, kpztest::kTiffRational, 1, 0x80000010u);
+      ifd.ReplaceRaw(kpztest::tag::kFNumber, kpztest::kTiffRational, 1, 0xFFFFFFFCu);
+      ifd.ReplaceRaw(kpztest::tag::kDateTimeOriginal, kpztest::kTiffAscii, 20, 0xFFFFFFF0u);
+    };
+    const std::string path = dir.Write("n.kpz", kpztest::BuildKpz(recipe));
+    if (size > 100000) {
+      ASSERT_TRUE(kpztest::ExtendFileSparse(path, size));
+    }
+    KpzMetadata md;
+    bool ok = false;
+    kpztest::CaptureStderr([&] { ok = KpzMetadataReader::Read(path, &md); });
+    ASSERT_TRUE(ok) << md.error;
+    const bool pastEnd = size < 0x80000000u;
+    EXPECT_EQ(md.make.result, -100);
+    EXPECT_EQ(md.make.value, "");
+    EXPECT_EQ(md.make.pastEnd, pastEnd);
+    EXPECT_EQ(md.exposureTime.result, -100);
+    EXPECT_EQ(md.exposureTime.value.denominator, 0u);
+    EXPECT_EQ(md.exposureTime.pastEnd, pastEnd);
+    EXPECT_EQ(md.fNumber.result, -100);
+    EXPECT_TRUE(md.fNumber.pastEnd);  // 0xFFFFFFFC + 8 lies past any such file
+    EXPECT_EQ(md.dateTimeOriginal.result, -100);
+    EXPECT_TRUE(md.dateTimeOriginal.pastEnd);
+    // The values where they belong are read as usual.
+    EXPECT_TRUE(md.model.Ok());
+    EXPECT_EQ(md.model.value, "DSLR-M100");
+    EXPECT_TRUE(md.isoSpeed.Ok());
+    EXPECT_EQ(md.isoSpeed.value, 200);
+  }
+}
+
 TEST(KpzMetadataReader, CutFilesOfTheIssueGiveTheirWords) {
   kpztest::TempDir dir;
   const Bytes whole = kpztest::BuildKpz(KpzSpec());

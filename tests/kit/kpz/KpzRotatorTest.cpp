@@ -505,6 +505,163 @@ TEST_F(KpzRotatorTest, APlaceJustInsideTheFileIsWritten) {
   EXPECT_EQ(std::string(now.end() - 20, now.end() - 1), "2010:05:01 12:34:56");
 }
 
+// IFD0's date and time, copied into IFD1's when the two differ, claimed at
+// `offset`; IFD1's differs so that the copy is planned.
+KpzSpec WithIfd0DateTimeAt(std::uint32_t offset) {
+  KpzSpec recipe;
+  recipe.thumbnailDateTime = "2001:01:01 00:00:00";
+  recipe.editIfd0 = [offset](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, offset);
+  };
+  return recipe;
+}
+
+TEST_F(KpzRotatorTest, AnIfd0DateTimeAtANegativeOffsetIsNotCopiedOverTheThumbnails) {
+  // An offset of 2 GiB or more is negative as a signed 32-bit number: the
+  // library's read of the head clamps it to byte 0, so the "date and time"
+  // it would copy into IFD1's is the file's TIFF header. The change is
+  // refused before any byte is written, dry run or not.
+  for (const std::uint32_t offset : {0x80000000u, 0x80000001u, 0xFFFFFFECu, 0xFFFFFFFFu}) {
+    for (const bool dryRun : {false, true}) {
+      Make(WithIfd0DateTimeAt(offset));
+      const KpzRotator::Outcome out = Rotate(Code(3), dryRun);
+      EXPECT_FALSE(out.ok) << offset;
+      EXPECT_FALSE(out.written);
+      EXPECT_EQ(out.failure, KpzRotator::Failure::Output);
+      EXPECT_EQ(out.result, -305);
+      EXPECT_EQ(out.error, "the date and time to be copied to the thumbnail's (IFD0's date and "
+                           "time, 20 bytes at byte " +
+                               std::to_string(offset) + ") lies past the end of the file (" +
+                               std::to_string(image.size()) + " bytes); not changed");
+      ExpectUnchanged();
+    }
+  }
+}
+
+TEST_F(KpzRotatorTest, PlacesAtTwoGiBInsideALargerFileAreRefusedAsOutOfReach) {
+  // A sparse file of 2 GiB and more: IFD0's date and time (copied) or IFD1's
+  // (written) at 2 GiB lie inside it, but the library takes the offset with
+  // its sign. Nothing is written; the file's own bytes stay as they were.
+  const std::uint64_t size = 0x80000100u;
+  for (const bool copied : {true, false}) {
+    KpzSpec recipe;
+    recipe.thumbnailDateTime = "2001:01:01 00:00:00";
+    const auto far = [](kpztest::Ifd& ifd) {
+      ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, 0x80000000u);
+    };
+    if (copied) {
+      recipe.editIfd0 = far;
+    } else {
+      recipe.editIfd1 = far;
+    }
+    Make(recipe);
+    ASSERT_TRUE(kpztest::ExtendFileSparse(path, size));
+    ASSERT_TRUE(kpztest::SetFileTimes(path, kAccess, kModified));
+    const KpzRotator::Outcome out = Rotate(Code(3));
+    EXPECT_FALSE(out.ok);
+    EXPECT_FALSE(out.written);
+    EXPECT_EQ(out.result, -305);
+    EXPECT_EQ(out.error,
+              std::string(copied ? "the date and time to be copied to the thumbnail's (IFD0's"
+                                 : "a place the new orientation is written to (IFD1's") +
+                  " date and time, 20 bytes at byte 2147483648) lies 2 GiB or more into the "
+                  "file, beyond the reach of a change in place; not changed");
+    struct stat st;
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    EXPECT_EQ(static_cast<std::uint64_t>(st.st_size), size);
+    EXPECT_EQ(st.st_mtime, kModified);
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    Bytes start(image.size());
+    EXPECT_EQ(std::fread(start.data(), 1, start.size(), f), start.size());
+    std::fclose(f);
+    EXPECT_EQ(start, image);
+  }
+}
+
+TEST_F(KpzRotatorTest, AnIfd0DateTimeOverTheTiffHeaderIsNotCopied) {
+  for (const std::uint32_t offset : {0u, 7u}) {
+    Make(WithIfd0DateTimeAt(offset));
+    const KpzRotator::Outcome out = Rotate(Code(3));
+    EXPECT_FALSE(out.ok);
+    EXPECT_FALSE(out.written);
+    EXPECT_EQ(out.result, -305);
+    EXPECT_EQ(out.error, "the date and time to be copied to the thumbnail's (IFD0's date and "
+                         "time, 20 bytes at byte " +
+                             std::to_string(offset) +
+                             ") overlaps the file's 8-byte TIFF header; not changed");
+    ExpectUnchanged();
+  }
+}
+
+TEST_F(KpzRotatorTest, AnIfd1DateTimeOverTheTiffHeaderIsNotWritten) {
+  for (const std::uint32_t offset : {0u, 4u, 7u}) {
+    KpzSpec recipe;
+    recipe.thumbnailDateTime = "2001:01:01 00:00:00";
+    recipe.editIfd1 = [offset](kpztest::Ifd& ifd) {
+      ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, offset);
+    };
+    Make(recipe);
+    const KpzRotator::Outcome out = Rotate(Code(3));
+    EXPECT_FALSE(out.ok);
+    EXPECT_FALSE(out.written);
+    EXPECT_EQ(out.result, -305);
+    EXPECT_EQ(out.error,
+              "a place the new orientation is written to (IFD1's date and time, 20 bytes at byte " +
+                  std::to_string(offset) + ") overlaps the file's 8-byte TIFF header; not changed");
+    ExpectUnchanged();
+  }
+}
+
+TEST_F(KpzRotatorTest, AnIfd1DateTimeOverADirectoryEntryIsNotWritten) {
+  // IFD1's date and time claimed where IFD0's orientation entry stands: the
+  // copy would overwrite the entry (and the orientation just written).
+  KpzSpec recipe;
+  recipe.thumbnailDateTime = "2001:01:01 00:00:00";
+  Make(recipe);
+  const std::uint32_t entry =
+      kpztest::TagValueOffset(image, order, where.ifd0, kpztest::tag::kOrientation) - 8;
+  recipe.editIfd1 = [entry](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, entry - 4);
+  };
+  Make(recipe);
+  const KpzRotator::Outcome out = Rotate(Code(3));
+  EXPECT_FALSE(out.ok);
+  EXPECT_FALSE(out.written);
+  EXPECT_EQ(out.result, -305);
+  EXPECT_EQ(out.error,
+            "a place the new orientation is written to (IFD1's date and time, 20 bytes at byte " +
+                std::to_string(entry - 4) + ") overlaps IFD0's entry of tag 274 (12 bytes at byte " +
+                std::to_string(entry) + "); not changed");
+  ExpectUnchanged();
+}
+
+TEST_F(KpzRotatorTest, AnIfd1DateTimeOverlappingTheCopiedOneIsNotWritten) {
+  // Both date and time values claimed 10 bytes apart: writing one over the
+  // other would change IFD0's as well.
+  KpzSpec recipe = WithIfd0DateTimeAt(0);
+  Make(KpzSpec());
+  const std::uint32_t at = static_cast<std::uint32_t>(image.size());
+  recipe.minTotalSize = at + 40;
+  recipe.editIfd0 = [at](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, at);
+  };
+  recipe.editIfd1 = [at](kpztest::Ifd& ifd) {
+    ifd.ReplaceRaw(kpztest::tag::kDateTime, 2, 20, at + 10);
+  };
+  Make(recipe);
+  const KpzRotator::Outcome out = Rotate(Code(3));
+  EXPECT_FALSE(out.ok);
+  EXPECT_FALSE(out.written);
+  EXPECT_EQ(out.result, -305);
+  EXPECT_EQ(out.error,
+            "a place the new orientation is written to (IFD1's date and time, 20 bytes at byte " +
+                std::to_string(at + 10) +
+                ") overlaps the date and time copied to it (20 bytes at byte " +
+                std::to_string(at) + "); not changed");
+  ExpectUnchanged();
+}
+
 TEST_F(KpzRotatorTest, TheWholeModificationTimeIsKept) {
   Make(KpzSpec());
   // 03:04:05.987654321 on a day of 2021.
