@@ -197,7 +197,8 @@ def test_faults_of_the_store_every_good_output_once_every_bad_one_in_words(
                     error={"photos/raw/f003.kpz": (403, "AccessDenied", "Access Denied")}) as proxy:
         extra = ["--scheduler", cluster.address] if module == "kpz.distributed" else []
         got = _run(module, ["preview", "s3://photos/raw/", "-o", "s3://out/" + prefix,
-                            "--endpoint-url", proxy.endpoint, "--read-timeout", "3", *extra])
+                            "--endpoint-url", proxy.endpoint, "--read-timeout", "5",
+                            "--tries", "10", *extra])
         assert proxy.slowdowns >= 4 and proxy.resets == 1 and proxy.stalls == 1
     assert got.returncode == 1, got.stderr
     assert got.stderr.splitlines()[0] == ("kpz: s3://photos/raw/f003.kpz: AccessDenied "

@@ -289,7 +289,7 @@ def test_faults_of_the_store_retried_or_told_every_good_output_once(s3env, photo
                     error={"photos/" + keys[3]: (403, "AccessDenied", "Access Denied")}) as proxy:
         env({"AWS_ENDPOINT_URL": proxy.endpoint})
         got = kpz.remote.fetch(["s3://photos/" + k for k in keys] + ["s3://photos/raw/notes.txt"],
-                               settings=Settings(backoff=0.0, read_timeout=2.0, tries=4))
+                               settings=Settings(backoff=0.0, read_timeout=5.0, tries=10))
         assert proxy.slowdowns >= 3 and proxy.resets == 1 and proxy.stalls == 1
     env({"AWS_ENDPOINT_URL": s3env.endpoint})
     want = kpz.remote.fetch(["s3://photos/" + k for k in keys], settings=FAST)
