@@ -54,6 +54,13 @@
 #                                          # kpz.distributed (2 workers) against the same floor
 #                                          # (bench/bench_remote.py); 240 files of ~14 MB with 1.5 MB
 #                                          # previews; --quick narrows it
+#   scripts/bench.sh --s3                  # only s3://: kpz.remote, python3 -m kpz and kpz.distributed
+#                                          # (2 workers) against the floor (one asyncio process
+#                                          # signing each request with botocore, two ranged GETs per
+#                                          # object, 64 in flight), from s3rver on 127.0.0.1 direct and
+#                                          # through the latency proxy at 50 ms; files/s, CPU per file
+#                                          # and bytes per object (bench/bench_s3.py); 240 objects of
+#                                          # 1.3 MB with 256 KiB previews; --quick narrows it
 #   scripts/bench.sh --cold                # only the cold page cache: bytes read from the disk and
 #                                          # wall time per file for kpz preview, the library's main
 #                                          # path, locate only, exiv2, exiftool and the floor, over
@@ -80,6 +87,7 @@ upright=0
 python_only=0
 distributed_only=0
 remote_only=0
+s3_only=0
 scale_only=0
 scale_docs=0
 pythonpath_arg=""
@@ -100,6 +108,7 @@ while [ $# -gt 0 ]; do
     --python) python_only=1 ;;
     --distributed) distributed_only=1 ;;
     --remote) remote_only=1 ;;
+    --s3) s3_only=1 ;;
     --scale) scale_only=1 ;;
     --docs) scale_docs=1 ;;
     --pythonpath) pythonpath_arg="$2"; shift ;;
@@ -159,6 +168,7 @@ targets="kpz_bench kpz_bench_run"
 [ "$python_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$distributed_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$remote_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
+[ "$s3_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$scale_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$cold" -eq 1 ] && targets="kpz_bench_run"
 # Every option that matters is set here, so that a build directory
@@ -325,6 +335,28 @@ if [ "$remote_only" -eq 1 ]; then
     --manifest "$rcorpus/manifest.tsv" --tests-dir "$root/tests/python" \
     --work "$work/remote-work" --out "$out" --files "$r_files" --rounds "$r_rounds" \
     --rtts "$r_rtts" --limits "$r_limits" --distributed-rounds "$r_drounds" | tee "$out/table.md"
+  fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
+  exit 0
+fi
+
+# ---- --s3: s3:// against the floor, from s3rver on 127.0.0.1 --------------------
+# 240 objects (48 with --quick) of 1.3 MB with 256 KiB previews, put into
+# s3rver (.deps/s3rver, scripts/install-deps.sh); bench/bench_s3.py pairs
+# each of kpz.remote, python3 -m kpz and kpz.distributed with the floor at
+# each added RTT and writes s3.md.
+if [ "$s3_only" -eq 1 ]; then
+  scorpus="$work/s3"
+  mkdir -p "$scorpus"
+  s_files3=240; s_rounds3=3
+  if [ "$quick" -eq 1 ]; then s_files3=48; s_rounds3=1; fi
+  gen="$("$bin/kpz_bench_run" corpus --out "$scorpus" --files "$s_files3" \
+           --preview-bytes 262144 --filler-bytes 1048576)"
+  log "$gen"
+  fact load.before_s3 "$(load1)"
+  PYTHONPATH="$build/python" KPZ_SOURCE_DIR="$root" /usr/bin/python3 "$root/bench/bench_s3.py" \
+    --manifest "$scorpus/manifest.tsv" --tests-dir "$root/tests/python" \
+    --work "$work/s3-work" --out "$out" --files "$s_files3" --rounds "$s_rounds3" \
+    --rtts 0,50 | tee "$out/table.md"
   fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
   exit 0
 fi

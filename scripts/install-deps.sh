@@ -20,8 +20,33 @@ packages=(
   python3-fsspec python3-aiohttp python3-requests  # its remote sources and outputs (fsspec; its HTTP back end imports aiohttp and requests)
   nginx-light                            # its tests serve files over HTTP on 127.0.0.1 (never left running)
   iproute2                               # its hosts test builds network namespaces (ip netns), as root
+  python3-botocore                       # s3://: the credential chain and the request signer (AWS Signature Version 4)
   "$@"
 )
+# The tests' S3 API server (s3rver, a pinned npm package; Debian has none)
+# runs on Node.js: Debian's nodejs and npm where the machine has no node or
+# npm of its own (a Node.js from elsewhere brings its own npm).
+command -v node >/dev/null 2>&1 || packages+=(nodejs)
+command -v npm >/dev/null 2>&1 || packages+=(npm)
+
+root="$(cd "$(dirname "$0")/.." && pwd)"
+# s3rver, at the versions of scripts/s3rver/package-lock.json, into
+# .deps/s3rver of the checkout (ignored by git), unless it is there already.
+install_s3rver() {
+  local dir="$root/.deps/s3rver"
+  if cmp -s "$root/scripts/s3rver/package-lock.json" "$dir/package-lock.json" &&
+     [ -f "$dir/node_modules/s3rver/bin/s3rver.js" ]; then
+    return 0
+  fi
+  if ! command -v npm >/dev/null 2>&1; then
+    echo "install-deps: npm is missing (run as root to install it); s3rver not installed" >&2
+    return 1
+  fi
+  echo "install-deps: installing s3rver into $dir" >&2
+  mkdir -p "$dir"
+  cp "$root/scripts/s3rver/package.json" "$root/scripts/s3rver/package-lock.json" "$dir/"
+  (cd "$dir" && npm ci --no-audit --no-fund --loglevel=error >/dev/null)
+}
 
 missing=()
 for p in "${packages[@]}"; do
@@ -31,6 +56,7 @@ for p in "${packages[@]}"; do
 done
 
 if [ ${#missing[@]} -eq 0 ]; then
+  install_s3rver
   exit 0
 fi
 
@@ -72,3 +98,5 @@ if [ -r /run/nginx.pid ]; then
     kill -QUIT "$pid" 2>/dev/null || true
   fi
 fi
+
+install_s3rver

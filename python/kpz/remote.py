@@ -49,6 +49,11 @@ Faults of real storage are handled so (defaults in :class:`Settings`):
   holding at most 64 KiB and its picture; a picture larger than
   ``max_picture`` bytes is refused in words.
 - ``https://`` uses the system's CA store, or ``ca_file``.
+- ``s3://bucket/key`` is read the same way from the store that
+  ``Settings.s3`` or the environment names (``AWS_ENDPOINT_URL``, the
+  profile ...), each request signed as it is sent (kpz._s3); the store's
+  errors in its words (``NoSuchKey (HTTP 404): ...``), SlowDown and 5xx
+  retried.
 
 Nothing partial is ever written under a final name: outputs are written
 whole or not at all (a temporary file renamed when complete). Output names
@@ -64,6 +69,7 @@ import ssl
 import urllib.parse
 from typing import AsyncIterator, Iterable, List, Optional, Sequence, Tuple
 
+from kpz import _s3
 from kpz._kpz import HEAD_SIZE, kit
 
 __all__ = ["Settings", "Result", "Reader", "read_many", "fetch", "fetch_async",
@@ -74,8 +80,8 @@ _TRANSIENT = frozenset({408, 425, 429, 500, 502, 503, 504})
 _REDIRECTS = frozenset({301, 302, 303, 307, 308})
 
 # The schemes read, each by its method of Reader that gets one range
-# (other schemes, s3:// among them for now, fail in words).
-_GETTERS = {"http": "_get", "https": "_get"}
+# (other schemes fail in words).
+_GETTERS = {"http": "_get", "https": "_get", "s3": "_get_s3"}
 
 # The largest file size a server may tell (a signed 64-bit count of bytes).
 _MOST_SIZE = 2 ** 63 - 1
@@ -105,6 +111,9 @@ class Settings:
     other_hosts: follow redirects to another scheme, host or port.
     ca_file: a PEM file of the CAs to trust for https://, instead of the
         system's store.
+    s3: where s3:// URLs are and how they are signed (kpz._s3.Options:
+        endpoint, region, profile, unsigned); None: from the environment
+        and the profile, as the AWS command line finds them.
     """
 
     max_in_flight: int = 64
@@ -118,6 +127,7 @@ class Settings:
     max_redirects: int = 5
     other_hosts: bool = False
     ca_file: Optional[str] = None
+    s3: Optional[_s3.Options] = None
 
     def __post_init__(self) -> None:
         if not isinstance(self.max_in_flight, int) or self.max_in_flight < 1:
@@ -241,8 +251,8 @@ def _parsed(url: str):
     scheme = named.group(1).lower()
     if scheme not in _GETTERS:
         shown = scheme + ("://" if url[named.end():].startswith("//") else ":")
-        return None, "the scheme %s is not supported (kpz.remote reads http:// and " \
-            "https://)" % _told(shown, 24)
+        return None, "the scheme %s is not supported (kpz.remote reads http://, https:// " \
+            "and s3://)" % _told(shown, 24)
     try:
         port = urllib.parse.urlsplit(url).port
         parsed = URL(url)
@@ -289,11 +299,15 @@ class Reader:
     backoff's jitter (a test gives a seeded one)."""
 
     def __init__(self, settings: Optional[Settings] = None, *, rng: Optional[random.Random] = None,
-                 **fields) -> None:
+                 store: Optional[_s3.Store] = None, **fields) -> None:
         if settings is not None and fields:
             raise TypeError("kpz: give Settings or its fields, not both")
         self.settings = settings if settings is not None else Settings(**fields)
         self._rng = rng if rng is not None else random.Random()
+        # s3://: the store (made at the first s3:// URL unless given), or why
+        # it cannot be used.
+        self._store: Optional[_s3.Store] = store
+        self._store_failed: Optional[_s3.StoreError] = None
         self._session = None
         self._files = None
 
@@ -311,7 +325,8 @@ class Reader:
         # No compression: a range of a compressed body is not the file's.
         self._session = aiohttp.ClientSession(connector=connector, timeout=timeout,
                                               auto_decompress=False,
-                                              headers={"Accept-Encoding": "identity"})
+                                              headers={"Accept-Encoding": "identity"},
+                                              request_class=_s3.request_class(self.store))
         self._files = asyncio.Semaphore(s.max_in_flight)
         return self
 
@@ -319,6 +334,20 @@ class Reader:
         if self._session is not None:
             await self._session.close()
             self._session = None
+
+    def store(self) -> _s3.Store:
+        """The store of s3:// URLs (kpz._s3.Store), resolved at the first
+        call from Settings.s3 and the environment; StoreError (one line) when
+        it cannot be used: no credentials, a profile that is not there."""
+        if self._store is None:
+            if self._store_failed is None:
+                try:
+                    self._store = _s3.Store(self.settings.s3)
+                except _s3.StoreError as e:
+                    self._store_failed = e
+            if self._store is None:
+                raise self._store_failed
+        return self._store
 
     async def read(self, url: str, kind: str = "preview", *, upright: bool = False,
                    index: int = 0) -> Result:
@@ -346,6 +375,9 @@ class Reader:
             except _Failed as e:
                 r.words, r.status = e.words, int(kit.ExitStatus.INPUT)
                 r.http_status, r.storage_failed = e.http_status, e.storage
+                return r
+            except _s3.StoreError as e:  # s3:// named, and the store cannot be used
+                r.words, r.status, r.storage_failed = str(e), int(kit.ExitStatus.INPUT), True
                 return r
             except Exception as e:  # noqa: BLE001 - a failure not foreseen is the file's, in words
                 # Its type only: a message may hold the file's bytes.
@@ -395,11 +427,18 @@ class Reader:
         """Sends `data` to `url` in one PUT: "" when the server took it (a
         2xx answer), else why not in words ("HTTP 405 Not Allowed",
         "connection refused", "timed out"). Not retried: a PUT that failed
-        half way may have been taken."""
+        half way may have been taken. An s3:// URL is written by the
+        store's client (signed, Content-Type image/jpeg) and retried when it
+        may pass: the store makes a PUT whole or absent."""
         import aiohttp
 
         if self._session is None:
             raise RuntimeError("kpz: use the Reader as 'async with Reader(...) as reader'")
+        if _s3.is_s3(url):  # s3://: signed, retried (a PUT is whole or absent), its words
+            try:
+                return await _s3.put(self, self.store(), url, data)
+            except _s3.StoreError as e:
+                return str(e)
         target, why = _parsed(url)
         if why:
             return why
@@ -468,12 +507,23 @@ class Reader:
         import aiohttp
 
         s = self.settings
+        # s3:// (_get_s3): the store's request, signed when sent; its errors
+        # in its words; no redirects.
+        s3 = self.store() if _s3.is_s3(r.url) else None
         url = first
         for _ in range(s.max_redirects + 1):
             r.requests += 1
             headers = {"Range": "bytes=%d-%d" % (start, start + length - 1)}
+            if s3 is not None:
+                headers.update(_s3.headers(s3, str(url)))
             try:
                 async with self._session.get(url, headers=headers, allow_redirects=False) as resp:
+                    if s3 is not None and resp.status == 416 and head and start == 0:
+                        resp.release()  # no byte 0: an empty object (the kit tells what it is not)
+                        return b"", 0
+                    if s3 is not None and resp.status not in (200, 206):
+                        words, transient = await _s3.read_error(resp)
+                        raise _Failed(words, transient, resp.status)
                     if resp.status in _REDIRECTS:
                         url = self._redirect(resp, url, first)
                         continue
@@ -507,6 +557,20 @@ class Reader:
                 raise _Failed("the request failed (%s)" % type(e).__name__, True) from None
         raise _Failed("too many redirects (more than %d)" % s.max_redirects, False)
 
+    async def _get_s3(self, r: Result, first, start: int, length: int,
+                      head: bool) -> Tuple[bytes, Optional[int]]:
+        """One ranged GET of the s3:// object r.url (its key as written,
+        never decoded) from the store (kpz._s3)."""
+        from yarl import URL
+
+        store = self.store()
+        try:
+            bucket, key = _s3.split(r.url)
+        except ValueError as e:
+            raise _Failed(str(e), False, storage=False) from None
+        return await self._get(r, URL(store.url(bucket, key), encoded=True), start, length,
+                               head)
+
     def _redirect(self, resp, url, first):
         """The URL a redirect of `url` leads to (`first`: the file's own),
         or _Failed when it is not followed: no Location, one that is no URL,
@@ -525,6 +589,8 @@ class Reader:
             raise _Failed("redirected to %s, which is not a URL that can be read"
                           % _told(target), False)
         nxt, why = _parsed(str(joined))
+        if not why and nxt.scheme.lower() not in ("http", "https"):
+            why = "a redirect is followed to http:// and https:// only"
         if why:
             raise _Failed("redirected to %s, which is not followed: %s" % (_told(target), why),
                           False)

@@ -137,7 +137,7 @@ def test_every_url_a_user_or_a_server_can_produce_fails_alone_in_words(plain):
         good = [server.url("/a.kpz"), server.url("/b.kpz")]
         origin = "127.0.0.1:%d" % server.port
         user = [
-            "ftp://%s/a.kpz" % origin, "s3://bucket/a.kpz", "file:///etc/passwd", "data:,abc",
+            "ftp://%s/a.kpz" % origin, "gs://bucket/a.kpz", "file:///etc/passwd", "data:,abc",
             "javascript:alert(1)", "%s/a.kpz" % origin, "", "a.kpz",
             "http://127.0.0.1:0/a.kpz", "http://127.0.0.1:65536/a.kpz",
             "http://127.0.0.1:99999/a.kpz", "http://127.0.0.1:-1/a.kpz", "http://[::1/a.kpz",
@@ -161,9 +161,9 @@ def test_every_url_a_user_or_a_server_can_produce_fails_alone_in_words(plain):
         _check_words(r, data, picture)
         by_url[u if isinstance(u, str) else repr(u)] = r
     words = {u: r.words for u, r in by_url.items()}
-    scheme = "the scheme %s is not supported (kpz.remote reads http:// and https://)"
+    scheme = "the scheme %s is not supported (kpz.remote reads http://, https:// and s3://)"
     assert words["ftp://%s/a.kpz" % origin] == scheme % "ftp://"
-    assert words["s3://bucket/a.kpz"] == scheme % "s3://"
+    assert words["gs://bucket/a.kpz"] == scheme % "gs://"
     assert words["file:///etc/passwd"] == scheme % "file://"
     assert words["data:,abc"] == scheme % "data:"
     assert words["javascript:alert(1)"] == scheme % "javascript:"
@@ -217,16 +217,16 @@ def test_content_range_total_of_ten_to_the_twenty_fails_without_the_heads_bytes(
     assert huge.status == 1
 
 
-def test_port_99999_and_the_schemes_ftp_and_s3_fail_in_words(plain):
+def test_port_99999_and_the_schemes_ftp_and_gs_fail_in_words(plain):
     data, _ = plain
     with FaultyServer({"/a.kpz": data}) as server:
         results = remote.fetch(["http://127.0.0.1:99999/a.kpz", "ftp://127.0.0.1/a.kpz",
-                                "s3://bucket/a.kpz", server.url("/a.kpz")], **FAST)
+                                "gs://bucket/a.kpz", server.url("/a.kpz")], **FAST)
     port, ftp, s3, a = results
     assert a.ok
     assert port.words.startswith("not a URL that can be read")
     assert ftp.words.startswith("the scheme ftp:// is not supported")
-    assert s3.words.startswith("the scheme s3:// is not supported")
+    assert s3.words.startswith("the scheme gs:// is not supported")  # (s3://: test_s3.py)
     assert all(not r.storage_failed for r in (port, ftp, s3))
 
 

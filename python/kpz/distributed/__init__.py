@@ -9,9 +9,10 @@
         print(summary.done, summary.failed)
 
 Every worker reads with the kpz package: a local file (a path every worker
-sees) as `kpz.screennail(path)` reads it, a remote one (any fsspec URL:
-http(s)://, s3://, ... where the back end is installed) with two range reads,
-the head (64 KiB) and the picture's own range, never the whole file.
+sees) as `kpz.screennail(path)` reads it, a remote one with two range reads,
+the head (64 KiB) and the picture's own range, never the whole file:
+http(s):// and s3:// (signed, listed a page at a time: kpz._s3) through
+kpz.remote's pool, other fsspec URLs where their back end is installed.
 
 Outputs are named as `kpz preview -o OUT` names them (x.kpz ->
 OUT/x.preview.jpg, x.thumb.jpg for thumbnails) and are written whole or not

@@ -10,18 +10,21 @@ import argparse
 import sys
 from typing import List, Optional
 
-from kpz import distributed, remote
+from kpz import _s3, distributed, remote
 from kpz._kpz import kit
 
 EPILOG = """\
 SOURCES are files, directories (their files ending in .kpz, in any case;
 --ext EXT[,EXT...] chooses others, '*' takes all; -r enters subdirectories),
-globs, or fsspec URLs (http(s)://host/dir/x.kpz, http://host/dir/*.kpz,
-s3://bucket/dir/ ... where fsspec's back end for them is installed). A path
+globs, s3://bucket/key, s3://bucket/prefix/ and s3://bucket/prefix/*.kpz
+(listed a page of 1,000 keys at a time; -r: every key under the prefix),
+or fsspec URLs (http(s)://host/dir/x.kpz, http://host/dir/*.kpz, ... where
+fsspec's back end for them is installed). A path
 must name the same file on every worker. A remote file is read with two
 range reads: its first 64 KiB, then the picture's own bytes.
 
-OUT is a directory (made when missing), local or an fsspec URL; it receives
+OUT is a directory (made when missing), local, s3://bucket/prefix/ (one
+PUT per output, Content-Type image/jpeg) or an fsspec URL; it receives
 x.preview.jpg (preview) or x.thumb.jpg (thumbnail) for every input x.kpz
 (a URL: the last segment of its path as written, never decoded).
 When several inputs would give the same name, the first of them in input
@@ -108,11 +111,13 @@ def main(argv: Optional[List[str]] = None) -> int:
                           "fails in words (default: %g)" % remote.Settings.file_timeout)
     web.add_argument("--ca-file", metavar="PEM",
                      help="the CAs to trust for https://, instead of the system's")
+    _s3.add_arguments(parser)
     args = parser.parse_args(argv)
     given = {name: getattr(args, name) for name in
              ("max_in_flight", "tries", "connect_timeout", "read_timeout", "file_timeout",
               "ca_file")
              if getattr(args, name) is not None}
+    given["s3"] = _s3.options_of(args)
     try:
         settings = remote.Settings(**given)
     except ValueError as e:  # its words: "kpz: tries is a whole number of at least 1, not 0"

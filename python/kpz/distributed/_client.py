@@ -316,15 +316,29 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     if max_in_flight is not None:
         settings = dataclasses.replace(settings, max_in_flight=max_in_flight)
     output = Output(out, settings)
+    _s3_check(list(sources) + [out], settings)
     output.make()
     run = _Run(kind, upright, sync, settings, output, skip_existing, batch_size, on_result,
                Progress(0, progress),
                lambda: _connect(cluster, workers, threads_per_worker, start_timeout))
     try:
-        run.go(iter_sources(list(sources), recursive, extensions))
+        run.go(iter_sources(list(sources), recursive, extensions, settings))
     finally:
         run.close()
     return run.summary
+
+
+def _s3_check(names: Sequence[str], settings: Settings) -> None:
+    """RunFailed (INPUT) in one line, before any work, when s3:// is named
+    and the store cannot be used (no credentials: where they were looked
+    for)."""
+    from kpz import _s3
+
+    if any(_s3.is_s3(os.fspath(n)) for n in names):
+        try:
+            _s3.Store(settings.s3)
+        except _s3.StoreError as e:
+            raise RunFailed(kit.ExitStatus.INPUT, None, str(e)) from None
 
 
 class _Run:

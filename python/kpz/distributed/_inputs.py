@@ -167,8 +167,45 @@ def _remote_inputs(url: str, recursive: bool,
     return [(url, "")]
 
 
+def _s3_inputs(url: str, recursive: bool, normalised: List[str],
+               settings: Any) -> Iterator[Tuple[str, str]]:
+    """(url, error) pairs for one s3:// URL, listed by kpz's object-store
+    client a page at a time (kpz._s3.sources) over this process's pool
+    (_pool): a page of at most 1,000 keys is held, never the listing."""
+    from kpz import _s3, remote
+
+    from . import _pool
+
+    settings = settings if settings is not None else remote.Settings()
+    ext_words = " ".join(kit.shown_name(e) for e in normalised)
+    pages: List[Any] = []
+
+    async def start(reader: Any) -> None:
+        pages.append(_s3.sources(reader, reader.store(), url, recursive,
+                                 lambda name: kit.extension_matches(name, normalised),
+                                 ext_words))
+
+    async def next_page(reader: Any) -> Any:
+        try:
+            return await pages[0].__anext__()
+        except StopAsyncIteration:
+            return None
+
+    try:
+        _pool.run(settings, start)
+    except _s3.StoreError as e:
+        yield url, str(e)
+        return
+    while True:
+        page = _pool.run(settings, next_page)
+        if page is None:
+            return
+        yield from page
+
+
 def iter_sources(sources: Iterable[str], recursive: bool = False,
-                 extensions: Sequence[str] = ()) -> Iterator[Tuple[str, str]]:
+                 extensions: Sequence[str] = (),
+                 settings: Any = None) -> Iterator[Tuple[str, str]]:
     """The files named by `sources`, as kpz expands its arguments (directories
     give their files with the wanted extensions, -r enters subdirectories),
     local globs expanded, and fsspec URLs listed through their file system:
@@ -176,10 +213,16 @@ def iter_sources(sources: Iterable[str], recursive: bool = False,
     local directory is walked one directory at a time (kit.InputWalk), so
     that millions of files in folders are never listed at once; a glob's
     matches, and a URL's listing, are held while they are given (fsspec
-    lists a directory or a glob in one piece)."""
+    lists a directory or a glob in one piece); an s3:// URL is listed by
+    kpz's own client a page at a time (`settings`: kpz.remote.Settings)."""
+    from kpz import _s3
+
     normalised = kit.normalise_extensions(list(extensions))
     for s in sources:
         s = os.fspath(s)
+        if _s3.is_s3(s):
+            yield from _s3_inputs(s, recursive, normalised, settings)
+            continue
         if is_url(s):
             yield from _remote_inputs(s, recursive, normalised)
             continue

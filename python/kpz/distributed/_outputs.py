@@ -7,6 +7,7 @@ present) and on each worker (which writes)."""
 import os
 from typing import Any, Dict, Optional
 
+from kpz import _s3
 from kpz._kpz import kit
 
 from ._inputs import is_url, local_path, protocol_of
@@ -30,7 +31,14 @@ class Output:
         self.fs: Optional[Any] = None
         self._sizes: Optional[Dict[str, Optional[int]]] = None  # a remote listing, once read
         self.root = local_path(out)
-        if is_url(out):
+        self.s3 = _s3.is_s3(out)  # s3://: kpz's object-store client, one PUT per output
+        if self.s3:
+            try:
+                _s3.split(out)
+            except ValueError as e:
+                raise RunFailed(kit.ExitStatus.USAGE, out, str(e)) from None
+            self.root = out
+        elif is_url(out):
             import fsspec
 
             try:
@@ -38,30 +46,35 @@ class Output:
             except ValueError as e:  # fsspec: "Protocol not known: bogus"
                 raise RunFailed(kit.ExitStatus.USAGE, out,
                                 "not a URL that can be written to (%s)" % e) from None
-            except ImportError as e:  # fsspec: "Install s3fs to access S3"
+            except ImportError as e:  # fsspec: "Please install gcsfs to access Google Storage"
                 raise RunFailed(kit.ExitStatus.OUTPUT, out,
                                 "cannot write there: its file system is not installed (%s)"
                                 % e) from None
 
     @property
     def local(self) -> bool:
-        return self.fs is None
+        return self.fs is None and not self.s3
 
     def path(self, name: str) -> str:
         """Where the output `name` is written."""
+        if self.s3:
+            return self.root.rstrip("/") + "/" + name
         if self.fs is None:
             return os.path.join(self.root, name)
         return self.root.rstrip("/") + "/" + name
 
     def shown(self, name: str) -> str:
         """The output's name as the lines give it (before kit.shown_name)."""
-        if self.fs is None:
+        if self.fs is None and not self.s3:
             return self.path(name)
         return self.out.rstrip("/") + "/" + name
 
     def make(self) -> None:
         """Makes the directory and its parents; RunFailed (OUTPUT) in kpz's
         words when it cannot be made."""
+        if self.s3:
+            self._sizes = None  # an object store has no directories to make
+            return
         if self.fs is None:
             why = kit.make_output_directory(self.root)
             if why:
@@ -87,8 +100,9 @@ class Output:
         (kit.jpeg_ends_whole), the directory listed once, at the first
         question, and its names and sizes held for the run; where the
         listing tells no size (a web server's), the size is asked of the
-        server for each output present."""
-        if self.fs is None:
+        server for each output present. On s3:// a listed object that is
+        not empty is whole: the store makes a PUT whole or absent."""
+        if self.fs is None and not self.s3:
             path = self.path(name)
             if kit.output_is_whole(path):
                 return "whole"
@@ -97,10 +111,14 @@ class Output:
             self._sizes = self._listing()
         if name not in self._sizes:
             return "absent"
+        if self.s3:
+            return "whole" if self._sizes[name] else "broken"
         return "whole" if self._is_whole(name, self._sizes[name]) else "broken"
 
     def _listing(self) -> Dict[str, Optional[int]]:
         """{name: size or None} of what is in the remote directory now (one listing)."""
+        if self.s3:
+            return self._s3_listing()
         try:
             return {e["name"].rstrip("/").rsplit("/", 1)[-1]: e.get("size")
                     for e in self.fs.ls(self.root, detail=True)}
@@ -109,6 +127,23 @@ class Output:
         except OSError as e:
             raise RunFailed(kit.ExitStatus.OUTPUT, self.out,
                             "cannot read the output directory: %s" % (e.strerror or e)) from None
+
+    def _s3_listing(self) -> Dict[str, Optional[int]]:
+        """The s3:// output folder's listing, read page by page (its names
+        and sizes are what is held)."""
+        from kpz import remote
+
+        from . import _pool
+
+        async def listed(reader: Any) -> Dict[str, Optional[int]]:
+            return {name: size async for name, size in
+                    _s3.listing(reader, reader.store(), self.out)}
+
+        try:
+            return _pool.run(self.settings or remote.Settings(), listed)
+        except (OSError, _s3.StoreError) as e:
+            raise RunFailed(kit.ExitStatus.OUTPUT, self.out,
+                            "cannot read the output directory: %s" % e) from None
 
     def _is_whole(self, name: str, size: Optional[int]) -> bool:
         path = self.path(name)
@@ -135,9 +170,9 @@ class Output:
         """Writes `data` as the output `name`, whole or not at all: "" when
         written, else what failed in words."""
         path = self.path(name)
-        if self.fs is None:
+        if self.fs is None and not self.s3:
             return kit.write_file(path, data, sync)
-        if protocol_of(self.fs) in ("http", "https"):
+        if self.s3 or protocol_of(self.fs) in ("http", "https"):
             return self._put_http(self.shown(name), data)
         try:
             self._put(path, data)

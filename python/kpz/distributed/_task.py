@@ -116,8 +116,8 @@ def _picture(source: str, kind: str, upright: bool) -> Tuple[Optional[bytes], st
 
 
 def is_web(source: str) -> bool:
-    """True for an http(s):// input, read through kpz.remote."""
-    return source.startswith(("http://", "https://"))
+    """True for an http(s):// or s3:// input, read through kpz.remote."""
+    return source.startswith(("http://", "https://", "s3://"))
 
 
 def _from_web(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool,

@@ -1,0 +1,292 @@
+"""Previews of objects in an S3 API server (s3rver, as the tests run it) on
+127.0.0.1, direct and through the latency proxy: kpz.remote, `python3 -m
+kpz` and kpz.distributed (a standing LocalCluster of 2 workers of one
+thread) against the floor, paired, alternating order. Run by
+scripts/bench.sh --s3; writes s3.md and s3.json into --out.
+
+The floor is one asyncio process (aiohttp, one pool, 64 objects in
+flight) that signs each request with botocore's S3SigV4Auth as it sends it
+and fetches the same two ranges per object that kpz does (the head's 64
+KiB, then the preview, its offset known in advance: it parses nothing),
+the bodies dropped. kpz.remote reads the same s3:// URLs (read_many, 64 in
+flight) in a process of its own; `python3 -m kpz preview s3://... -o DIR`
+and kpz.distributed write every preview into a local directory (emptied
+between runs, untimed).
+
+CPU per file is the processes' CPU time (user + system) over the files: the
+floor's and kpz.remote's own (process_time), `python3 -m kpz`'s as its
+child's rusage, kpz.distributed's workers' from /proc/PID/stat of the
+worker processes before and after the run (the client's apart). Bytes per
+object are the body bytes received.
+
+The objects are a corpus of kpz_bench_run (--manifest: scripts/bench.sh
+makes 240 files of 1.3 MB with previews of 256 KiB) or the test-data
+builder's files (--fixtures: tests/python's "many", small previews), put
+under --files keys.
+"""
+
+import argparse
+import json
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+from bench_common import geomean, load_manifest
+
+FLOOR = r'''
+import asyncio, json, sys, time
+import aiohttp
+from botocore.auth import S3SigV4Auth
+from botocore.awsrequest import AWSRequest
+from botocore.credentials import Credentials
+
+async def main(job):
+    urls, offsets, sizes, limit = job["urls"], job["offsets"], job["sizes"], job["limit"]
+    creds = Credentials(job["key"], job["secret"])
+    gate = asyncio.Semaphore(limit)
+    got = 0
+    t = time.perf_counter()
+    c = time.process_time()
+    conn = aiohttp.TCPConnector(limit=limit)
+    async with aiohttp.ClientSession(connector=conn) as session:
+        async def one(i):
+            nonlocal got
+            async with gate:
+                for first, last in ((0, 65535), (offsets[i], offsets[i] + sizes[i] - 1)):
+                    req = AWSRequest(method="GET", url=urls[i],
+                                     headers={"Range": f"bytes={first}-{last}"})
+                    S3SigV4Auth(creds, "s3", "us-east-1").add_auth(req)
+                    async with session.get(urls[i], headers=dict(req.headers.items())) as r:
+                        body = await r.read()
+                        if r.status != 206:
+                            raise SystemExit(f"floor: HTTP {r.status} for {urls[i]}: {body[:300]}")
+                        got += len(body)
+        await asyncio.gather(*(one(i) for i in range(len(urls))))
+        print(json.dumps({"seconds": time.perf_counter() - t, "cpu": time.process_time() - c,
+                          "bytes": got}))
+
+asyncio.run(main(json.load(sys.stdin)))
+'''
+
+REMOTE = r'''
+import asyncio, json, sys, time
+import aiohttp, botocore.auth, botocore.session  # imported before the clock, as for the floor
+import kpz.remote
+
+job = json.load(sys.stdin)
+
+async def main():
+    t = time.perf_counter()
+    c = time.process_time()
+    out = {"bytes": 0, "requests": 0, "failed": 0, "first_failure": []}
+    async for r in kpz.remote.read_many(job["s3"], settings=kpz.remote.Settings(
+            max_in_flight=job["limit"])):
+        out["bytes"] += r.received
+        out["requests"] += r.requests
+        if not r.ok:
+            out["failed"] += 1
+            out["first_failure"] = out["first_failure"] or [r.words]
+    out["seconds"] = time.perf_counter() - t
+    out["cpu"] = time.process_time() - c
+    return out
+
+print(json.dumps(asyncio.run(main())))
+'''
+
+
+def run(code: str, job: dict, env: dict) -> dict:
+    p = subprocess.run([sys.executable, "-c", code], input=json.dumps(job), text=True,
+                       capture_output=True, env=env, timeout=3600)
+    if p.returncode != 0:
+        raise RuntimeError(p.stderr[-2000:])
+    return json.loads(p.stdout)
+
+
+def run_cli(args, env, out: Path) -> dict:
+    shutil.rmtree(out, ignore_errors=True)
+    before = os.times()
+    t = time.perf_counter()
+    p = subprocess.run([sys.executable, "-m", "kpz", *args, "-o", str(out)], env=env,
+                       capture_output=True, text=True, timeout=3600)
+    seconds = time.perf_counter() - t
+    after = os.times()
+    if p.returncode != 0:
+        raise RuntimeError(p.stderr[-2000:])
+    cpu = (after.children_user - before.children_user) + \
+        (after.children_system - before.children_system)
+    return {"seconds": seconds, "cpu": cpu}
+
+
+def proc_cpu(pids) -> float:
+    """CPU seconds (user + system) of the processes `pids` so far."""
+    tick = os.sysconf("SC_CLK_TCK")
+    total = 0
+    for pid in pids:
+        with open(f"/proc/{pid}/stat", encoding="utf-8") as f:
+            fields = f.read().rsplit(")", 1)[1].split()
+        total += int(fields[11]) + int(fields[12])
+    return total / tick
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    what = ap.add_mutually_exclusive_group(required=True)
+    what.add_argument("--manifest", help="a corpus of kpz_bench_run (manifest.tsv)")
+    what.add_argument("--fixtures", help="the directory of kpz_py_fixtures' files")
+    ap.add_argument("--tests-dir", required=True, help="tests/python (s3rver and the proxy)")
+    ap.add_argument("--work", required=True)
+    ap.add_argument("--out", required=True)
+    ap.add_argument("--files", type=int, default=240)
+    ap.add_argument("--rounds", type=int, default=3, help="pairs per comparison")
+    ap.add_argument("--rtts", default="0,50", help="added round-trip times, ms")
+    args = ap.parse_args()
+
+    tests_dir = Path(args.tests_dir).resolve()
+    sys.path.insert(0, str(tests_dir))
+    sys.path.insert(0, str(Path(__file__).resolve().parent))
+    from s3_support import KEY, SECRET, S3rver, upload
+
+    from kpz._kpz import HEAD_SIZE, kit
+
+    work = Path(args.work)
+    shutil.rmtree(work, ignore_errors=True)
+    work.mkdir(parents=True)
+    out = Path(args.out)
+    out.mkdir(parents=True, exist_ok=True)
+    if args.manifest:
+        many = [f["path"] for f in load_manifest(args.manifest)]
+    else:
+        many = json.loads((Path(args.fixtures) / "manifest.json").read_text())["many"]
+    objects, offsets, sizes = {}, [], []
+    for i in range(args.files):
+        data = Path(many[i % len(many)]).read_bytes()
+        found = kit.locate(data[:HEAD_SIZE], len(data), "preview")
+        assert found.ok, found.words
+        objects["raw/f%05d.kpz" % i] = data
+        offsets.append(found.offset)
+        sizes.append(found.length)
+    keys = sorted(objects)
+    head_bytes = [min(HEAD_SIZE, len(objects[k])) for k in keys]
+    report = {"files": len(keys), "mean_object": sum(map(len, objects.values())) / len(keys),
+              "mean_preview": sum(sizes) / len(sizes), "rows": []}
+    with S3rver(work) as server:
+        env = dict(os.environ, **server.env())
+        os.environ.update(env)
+        upload("bench", objects)
+        sys.path.insert(0, str(Path(__file__).resolve().parent))
+        from bench_distributed import local_cluster
+
+        cluster, client, _ = local_cluster(2)
+        workers = list(client.run(os.getpid).values())
+        try:
+            for rtt in (float(x) for x in args.rtts.split(",")):
+                proxy = subprocess.Popen([sys.executable, str(tests_dir / "remote_support.py"),
+                                          "proxy", str(server.port), str(rtt / 2000.0)],
+                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+                port = int(proxy.stdout.readline())
+                endpoint = "http://127.0.0.1:%d" % port
+                try:
+                    row = measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client,
+                                  workers, work, KEY, SECRET)
+                finally:
+                    proxy.stdin.close()
+                    proxy.wait(10)
+                row["rtt_ms"] = rtt
+                report["rows"].append(row)
+                print(json.dumps(row), file=sys.stderr)
+        finally:
+            client.close()
+            cluster.close()
+    shutil.rmtree(work, ignore_errors=True)
+    (out / "s3.json").write_text(json.dumps(report, indent=1))
+    want = [h + s for h, s in zip(head_bytes, sizes)]
+    floor_bytes = sum(want) / len(want)
+    L = [f"Previews from an S3 API server (s3rver on 127.0.0.1): {report['files']} objects of "
+         f"{report['mean_object'] / 1e3:.0f} kB (previews of {report['mean_preview'] / 1e3:.1f} "
+         "kB), each request signed (AWS Signature Version 4, botocore); against the floor (one "
+         "asyncio process signing each request, the same two ranges, 64 in flight), paired, "
+         "alternating order; ratio = geometric mean of the pairs' files/s ratios.", "",
+         "| added RTT | who | files/s | floor files/s | ratio | CPU ms/file | floor CPU ms/file "
+         "| CPU ratio | bytes/object (floor's) |", "|---|---|---|---|---|---|---|---|---|"]
+    for r in report["rows"]:
+        for who in ("kpz.remote", "python3 -m kpz", "kpz.distributed"):
+            m = r[who]
+            L.append(f"| {r['rtt_ms']:g} ms | {who} | {m['files_per_s']:.1f} "
+                     f"| {m['floor_files_per_s']:.1f} | {m['ratio']:.2f}x "
+                     f"| {m['cpu_ms']:.2f} | {m['floor_cpu_ms']:.2f} "
+                     f"| {m['cpu_ms'] / m['floor_cpu_ms']:.2f}x "
+                     f"| {m.get('bytes', float('nan')):.0f} ({floor_bytes:.0f}) |")
+    L += ["", "kpz.distributed's CPU is its 2 workers' (the client's apart: %s)." % ", ".join(
+        "%.2f ms/file at %g ms" % (r["kpz.distributed"]["client_cpu_ms"], r["rtt_ms"])
+        for r in report["rows"])]
+    (out / "s3.md").write_text("\n".join(L) + "\n")
+    print("\n".join(L))
+
+
+def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, workers, work,
+            key, secret):
+    import kpz.distributed
+    from kpz._s3 import Options
+    from kpz.remote import Settings
+
+    n = len(keys)
+    env = dict(env, AWS_ENDPOINT_URL=endpoint)
+    os.environ["AWS_ENDPOINT_URL"] = endpoint
+    urls = ["%s/bench/%s" % (endpoint, k) for k in keys]
+    s3 = ["s3://bench/%s" % k for k in keys]
+    job = {"urls": urls, "s3": s3, "offsets": offsets, "sizes": sizes, "limit": 64, "key": key,
+           "secret": secret}
+    runs = {"floor": [], "kpz.remote": [], "python3 -m kpz": [], "kpz.distributed": []}
+    floors = {"kpz.remote": [], "python3 -m kpz": [], "kpz.distributed": []}
+    for r in range(args.rounds):
+        for who in ("kpz.remote", "python3 -m kpz", "kpz.distributed"):
+            order = (who, "floor") if r % 2 == 0 else ("floor", who)
+            for w in order:
+                if w == "floor":
+                    got = run(FLOOR, job, env)
+                    floors[who].append(got)
+                    runs["floor"].append(got)
+                elif w == "kpz.remote":
+                    got = run(REMOTE, job, env)
+                    if got["failed"]:
+                        raise RuntimeError("kpz.remote: %s" % got["first_failure"])
+                    runs[w].append(got)
+                elif w == "python3 -m kpz":
+                    runs[w].append(run_cli(["preview", "s3://bench/raw/"], env,
+                                           work / "out-cli"))
+                else:
+                    dest = work / "out-dist"
+                    shutil.rmtree(dest, ignore_errors=True)
+                    c0, w0 = time.process_time(), proc_cpu(workers)
+                    t = time.perf_counter()
+                    summary = kpz.distributed.extract(
+                        ["s3://bench/raw/"], str(dest), cluster=client,
+                        remote=Settings(s3=Options(endpoint_url=endpoint)))
+                    seconds = time.perf_counter() - t
+                    if summary.failed or summary.done != n:
+                        raise RuntimeError("kpz.distributed: %d failed" % summary.failed)
+                    runs[w].append({"seconds": seconds, "cpu": proc_cpu(workers) - w0,
+                                    "client_cpu": time.process_time() - c0})
+    row = {}
+    for who in floors:
+        mine, floor = runs[who], floors[who]
+        ratios = [(n / m["seconds"]) / (n / f["seconds"]) for m, f in zip(mine, floor)]
+        row[who] = {"files_per_s": statistics.median(n / m["seconds"] for m in mine),
+                    "floor_files_per_s": statistics.median(n / f["seconds"] for f in floor),
+                    "ratio": geomean(ratios), "ratios": ratios,
+                    "cpu_ms": 1000 * statistics.median(m["cpu"] for m in mine) / n,
+                    "floor_cpu_ms": 1000 * statistics.median(f["cpu"] for f in floor) / n}
+        if "bytes" in mine[0]:
+            row[who]["bytes"] = mine[0]["bytes"] / n
+        if "client_cpu" in mine[0]:
+            row[who]["client_cpu_ms"] = 1000 * statistics.median(
+                m["client_cpu"] for m in mine) / n
+    return row
+
+
+if __name__ == "__main__":
+    main()

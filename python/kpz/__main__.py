@@ -1,0 +1,232 @@
+"""python3 -m kpz preview|thumbnail [options] SOURCES... -o OUT
+
+kpz's command line for many files, local or remote, on one machine: the
+same output names, 'wrote' lines, error lines, summary, progress bar and
+exit statuses as `kpz preview`/`kpz thumbnail` with several files, in one
+process, remote files read over kpz.remote's connection pool (two ranged
+GETs each, many at once). No cluster: for that, python3 -m kpz.distributed.
+
+The run is kpz.distributed's without Dask: its input expansion, its output
+directory and the batch a worker runs (run_batch), called here batch after
+batch, each batch's remote files read max_in_flight at once.
+"""
+
+import argparse
+import sys
+from typing import Dict, List, Optional, Tuple
+
+from kpz import _s3, remote
+from kpz._kpz import kit
+
+EPILOG = """\
+SOURCES are files, directories (their files ending in .kpz, in any case;
+--ext EXT[,EXT...] chooses others, '*' takes all; -r enters subdirectories),
+globs, http(s):// URLs, or s3://bucket/key, s3://bucket/prefix/ and
+s3://bucket/prefix/*.kpz (listed a page of 1,000 keys at a time as the run
+goes; -r: every key under the prefix, else those directly in it). A remote
+file is read with two ranged GETs: its first 64 KiB, then the picture's own
+bytes; --max-in-flight files at once.
+
+OUT is a directory (made when missing), local, or s3://bucket/prefix/ (one
+PUT per output, Content-Type image/jpeg: the store makes it whole or
+absent); it receives x.preview.jpg (preview) or x.thumb.jpg (thumbnail) for
+every input x.kpz. When several inputs would give the same name, the first
+of them in input order that is written owns it; a later one fails
+('already written by'). An existing output is replaced, unless
+--skip-existing is given: then inputs whose output is already in OUT, whole,
+are not read again (locally: a regular file that begins and ends as a JPEG
+does; on s3://: a listed object that is not empty, as a PUT is whole or
+absent).
+
+s3:// requests are signed (AWS Signature Version 4) with the credentials
+the AWS command line would use: AWS_ACCESS_KEY_ID and AWS_SECRET_ACCESS_KEY,
+AWS_PROFILE with ~/.aws/credentials and ~/.aws/config, a role. The store is
+--endpoint-url, else AWS_ENDPOINT_URL_S3, AWS_ENDPOINT_URL, the profile's
+endpoint_url, else AWS. No credentials found: one line saying where they
+were looked for, exit status 1, before any work.
+
+After writing a file the command prints 'wrote <name> (<n> bytes)' on
+standard output, in input order; errors are one line on standard error,
+'kpz: <file>: <what went wrong>' (the store's errors in its words:
+'AccessDenied (HTTP 403): Access Denied'); with more than one file the run
+ends with kpz's summary on standard error. A progress bar is shown on
+standard error when it is a terminal and the run is long.
+
+Exit status: 0 all done; 1 a file cannot be read, is not a KPZ raw file,
+holds no such picture, or the picture is cut off (also no credentials);
+2 wrong usage; 3 an output cannot be written. The highest applies.
+"""
+
+# Files per batch: several rounds of max_in_flight, so that the wait for a
+# batch's last files is a small part of it.
+ROUNDS_PER_BATCH = 8
+
+
+def _parser() -> argparse.ArgumentParser:
+    parser = argparse.ArgumentParser(
+        prog="python3 -m kpz",
+        description="Write the previews or thumbnails of many KPZ raw files, local or remote, "
+                    "on this machine.",
+        epilog=EPILOG, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("kind", choices=["preview", "thumbnail"],
+                        help="the embedded preview, or the thumbnail")
+    parser.add_argument("sources", nargs="+", metavar="SOURCES",
+                        help="files, directories, globs, http(s):// or s3:// URLs")
+    parser.add_argument("-o", "--output", required=True, metavar="OUT",
+                        help="output directory, local or s3://bucket/prefix/")
+    parser.add_argument("-r", "--recursive", action="store_true",
+                        help="enter the subdirectories of directories")
+    parser.add_argument("--ext", action="append", default=[], metavar="EXT[,EXT...]",
+                        help="file name extensions taken from directories (default: .kpz; '*': all)")
+    parser.add_argument("--upright", action="store_true",
+                        help="write each picture turned the right way up, as kpz --upright")
+    parser.add_argument("--skip-existing", action="store_true",
+                        help="do not read inputs whose output is already in OUT")
+    parser.add_argument("--sync", action="store_true",
+                        help="flush each local output to the disk before it is reported written")
+    web = parser.add_argument_group("remote inputs and outputs (http(s):// and s3://)")
+    web.add_argument("--max-in-flight", type=int, metavar="N",
+                     help="files read at once (default: %d)" % remote.Settings.max_in_flight)
+    web.add_argument("--tries", type=int, metavar="N",
+                     help="attempts per request before a transient failure (HTTP 429, 5xx, "
+                          "SlowDown, a reset, a timeout) is final (default: %d)"
+                          % remote.Settings.tries)
+    web.add_argument("--connect-timeout", type=float, metavar="SECONDS",
+                     help="to connect (default: %g)" % remote.Settings.connect_timeout)
+    web.add_argument("--read-timeout", type=float, metavar="SECONDS",
+                     help="to wait for any bytes of an answer (default: %g)"
+                          % remote.Settings.read_timeout)
+    web.add_argument("--ca-file", metavar="PEM",
+                     help="the CAs to trust for https://, instead of the system's")
+    _s3.add_arguments(parser)
+    return parser
+
+
+def main(argv: Optional[List[str]] = None) -> int:
+    from kpz.distributed import _client
+    from kpz.distributed._inputs import iter_sources
+    from kpz.distributed._outputs import KINDS, Output
+    from kpz.distributed._progress import Progress
+    from kpz.distributed._results import SKIPPED_NOTE, Result, RunFailed, Summary
+    from kpz.distributed._task import run_batch
+
+    parser = _parser()
+    args = parser.parse_args(argv)
+    given = {name: getattr(args, name) for name in
+             ("max_in_flight", "tries", "connect_timeout", "read_timeout", "ca_file")
+             if getattr(args, name) is not None}
+    try:
+        settings = remote.Settings(s3=_s3.options_of(args), **given)
+    except ValueError as e:  # "kpz: tries is a whole number of at least 1, not 0"
+        parser.error(str(e).replace("kpz: ", "--", 1).replace("_", "-"))
+    extensions = [e for value in args.ext for e in value.split(",")]
+    suffix, noun = KINDS[args.kind]
+    try:
+        output = Output(args.output, settings)
+        _client._s3_check(list(args.sources) + [args.output], settings)
+        output.make()
+    except RunFailed as e:
+        sys.stderr.write("%s\n" % e)
+        return int(e.status)
+
+    summary = Summary(noun)
+    bar = Progress(0, sys.stderr)
+    written = kit.NameSet()
+    writers: Dict[str, str] = {}  # name -> the input that wrote it, for this batch's lines
+    size = ROUNDS_PER_BATCH * settings.max_in_flight
+    state = {"found": 0, "delivered": 0}
+
+    def show(r: Result) -> None:
+        bar.clear()
+        summary._add(r)
+        if r.out:
+            sys.stdout.write(r.out)
+            sys.stdout.flush()
+        if r.err:
+            sys.stderr.write(r.err)
+            sys.stderr.flush()
+        state["delivered"] += 1
+
+    def taken(index: int, source: str, name: str) -> Result:
+        shown = output.shown(name)
+        owner = writers.get(name)
+        words = kit.already_written_earlier_words(shown) if owner is None else \
+            kit.already_written_words(shown, owner)
+        return Result(index, source, shown).fail(kit.ExitStatus.OUTPUT, source, words,
+                                                 kit.ALREADY_WRITTEN_REASON)
+
+    # Each input is told in input order: those settled as they are found (an
+    # error of their own, an output present) wait behind the batch being
+    # filled, whose files are read and written together.
+    pending: List[Tuple[int, Optional[Result], Optional[Tuple[int, str, str]]]] = []
+    rewritten = set()
+
+    def run_pending() -> None:
+        jobs = [job for _, r, job in pending if job is not None]
+        got: Dict[int, Result] = {}
+        if jobs:
+            for r in run_batch(jobs, args.kind, args.upright, args.output, args.sync, settings):
+                got[r.index] = r
+        names = {job[0]: job[2] for job in jobs}
+        for index, r, job in pending:
+            if r is None:
+                r = got[index]
+                r.rewritten = index in rewritten
+                if r.status == 0 and r.out:
+                    written.add(names[index])
+                    writers[names[index]] = r.source
+            show(r)
+        pending.clear()
+        rewritten.clear()
+        while len(writers) > 4 * size:  # the latest writers named; past those "an earlier input"
+            writers.pop(next(iter(writers)))
+        bar.update(state["delivered"], state["found"], True)
+
+    in_batch: Dict[str, bool] = {}
+    try:
+        for source, error in iter_sources(list(args.sources), args.recursive, extensions,
+                                          settings):
+            index = state["found"]
+            state["found"] += 1
+            if error:
+                pending.append((index, Result(index, source, "").fail(
+                    kit.ExitStatus.INPUT, source, error), None))
+            else:
+                name = kit.default_path(source, suffix, True)
+                if name in written:
+                    pending.append((index, taken(index, source, name), None))
+                elif name in in_batch:
+                    pending.append((index, None, (index, source, name)))
+                else:
+                    state_now = output.state(name) if args.skip_existing else "absent"
+                    if state_now == "whole":
+                        pending.append((index, Result(index, source, output.shown(name),
+                                                      note=SKIPPED_NOTE), None))
+                    else:
+                        if state_now == "broken":
+                            rewritten.add(index)
+                        in_batch[name] = True
+                        pending.append((index, None, (index, source, name)))
+            if len(in_batch) >= size or len(pending) >= 4 * size:
+                in_batch.clear()
+                run_pending()
+        in_batch.clear()
+        run_pending()
+    except RunFailed as e:
+        bar.clear()
+        sys.stderr.write("%s\n" % e)
+        return int(e.status)
+    except KeyboardInterrupt:
+        bar.clear()
+        return 130
+    bar.clear()
+    if summary.files == 0:
+        sys.stderr.write("kpz: %s\n" % kit.no_files_words(extensions))
+        return int(kit.ExitStatus.INPUT)
+    if summary.files > 1:
+        sys.stderr.write(summary.render())
+    return summary.exit_status
+
+
+if __name__ == "__main__":
+    sys.exit(main())
