@@ -13,8 +13,12 @@
 //   kpz preview --upright a.kpz  # the preview turned the right way up
 //   kpz thumbnail shots/ -o out  # out/<name>.thumb.jpg for every shots/<name>.kpz
 //   kpz rotate a.kpz --cw        # a.kpz: normal -> rotated 90° clockwise
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <iostream>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -34,7 +38,9 @@
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzInfoText.h"
+#include "kpz/KpzInputCount.h"
 #include "kpz/KpzInputList.h"
+#include "kpz/KpzInterrupt.h"
 #include "kpz/KpzInputWalk.h"
 #include "kpz/KpzMetadata.h"
 #include "kpz/KpzMetadataReader.h"
@@ -210,6 +216,8 @@ struct Command {
   std::vector<std::string> files;
   std::string output;
   bool verbose = false;
+  bool quiet = false;
+  bool skipExisting = false;
   bool recursive = false;
   bool json = false;
   bool dryRun = false;
@@ -232,6 +240,9 @@ CLI::App* addCommon(CLI::App& app, const char* name, const char* what, const cha
                     Command* cmd) {
   CLI::App* sub = app.add_subcommand(name, what);
   sub->add_flag("-v,--verbose", cmd->verbose, "show the library's diagnostic lines");
+  sub->add_flag("-q,--quiet", cmd->quiet,
+                "no progress bar, no 'wrote' or '<old> -> <new>' lines, no summary when every "
+                "file was done; failures are still told on standard error");
   sub->footer(footer);
   return sub;
 }
@@ -253,6 +264,13 @@ unsigned int jobsOf(const Command& cmd) {
   return cmd.jobs == 0 ? KpzBatch::DefaultJobs() : cmd.jobs;
 }
 
+KpzInputList::Options InputOptionsOf(const Command& cmd) {
+  KpzInputList::Options options;
+  options.recursive = cmd.recursive;
+  options.extensions = cmd.extensions;
+  return options;
+}
+
 // The files of a batch as the run finds them (KpzInputWalk), so that what
 // the tool holds does not grow with their number: input i is taken from the
 // walk when the batch asks for it (KpzBatch::RunWhile's more(i)), with
@@ -270,7 +288,7 @@ class InputFeed {
 
   InputFeed(const Command& cmd, std::vector<std::string> args, unsigned int jobs,
             std::size_t ahead, OnFound found = nullptr)
-      : m_walk(std::move(args), optionsOf(cmd)),
+      : m_walk(std::move(args), InputOptionsOf(cmd)),
         m_ring(KpzBatch::Window(jobs) + 1 + ahead),
         m_ahead(ahead),
         m_onFound(std::move(found)) {}
@@ -306,13 +324,6 @@ class InputFeed {
   bool Finished() const { return m_finished.load(); }
 
  private:
-  static KpzInputList::Options optionsOf(const Command& cmd) {
-    KpzInputList::Options options;
-    options.recursive = cmd.recursive;
-    options.extensions = cmd.extensions;
-    return options;
-  }
-
   void pull() {
     Item& item = m_ring[m_fetched % m_ring.size()];
     if (!m_walk.Next(&item.entry)) {
@@ -342,18 +353,32 @@ class InputFeed {
 // What a batch runs over: whether there is an input i (KpzBatch::More), its
 // name (until it has been delivered), the number found so far and whether
 // that is all.
+// `count`, when given, counts the files ahead of the work, for the bar's
+// total.
 struct BatchInputs {
   KpzBatch::More more;
   std::function<const std::string&(std::size_t)> name;
   std::function<std::size_t()> found;
   std::function<bool()> finished;
+  const KpzInputCount* count = nullptr;
 };
 
-BatchInputs inputsOf(InputFeed& feed) {
+BatchInputs inputsOf(InputFeed& feed, const KpzInputCount& count) {
   return {[&feed](std::size_t i) { return feed.More(i); },
           [&feed](std::size_t i) -> const std::string& { return feed.At(i).entry.path; },
-          [&feed] { return feed.Found(); }, [&feed] { return feed.Finished(); }};
+          [&feed] { return feed.Found(); }, [&feed] { return feed.Finished(); }, &count};
 }
+
+// How a batch tells its outcomes.
+struct BatchStyle {
+  bool separateOutputs = false;  // a blank line between two outputs (info's tables)
+  bool verbose = false;
+  bool quiet = false;        // -q: no bar; no summary when all were done
+  bool outIsReport = false;  // the standard output lines only report ('wrote', 'old -> new'): -q drops them
+  std::string noun = "file";  // names the files' pictures in the summary's remarks ("preview")
+  // Told, on the task's thread, of an input not started after a signal.
+  std::function<void(std::size_t)> notStarted;
+};
 
 // A failure of `file`, told on one line: "kpz: <file>: <why>", the name
 // shown as KpzShownName shows it.
@@ -368,27 +393,59 @@ KpzBatch::Outcome failure(KpzExitStatus status, const std::string& file, const s
 // Runs `task` over `inputs`, printing the outcomes in order, the progress
 // bar and, for more than one file, the summary. A task that threw
 // (KpzBatch) is told on its file's line like any failure. `delivered`, when
-// given, is told of each input once its outcome is printed.
-// `noun` names the files' pictures in the summary's remarks ("preview").
+// given, is told of each input once its outcome is printed. A line of
+// standard output that cannot be written is its input's output failure.
+// After SIGINT or SIGTERM (KpzInterrupt) no new input is started: the
+// inputs in hand end, and the summary says the run was interrupted.
 int runBatch(KpzConsole& console, const BatchInputs& inputs, unsigned int jobs,
-             const KpzBatch::Task& task, bool separateOutputs, bool verbose = false,
-             const std::string& noun = "file",
+             const KpzBatch::Task& task, const BatchStyle& style,
              const std::function<void(std::size_t)>& delivered = nullptr) {
+  const bool separateOutputs = style.separateOutputs;
+  const bool quiet = style.quiet;
+  const std::string& noun = style.noun;
+  console.SetQuiet(quiet);
   std::size_t count = 0;
   KpzSummary summary;
   bool printed = false;
   bool saidItsOwn = false;  // a file's own line on standard error told its remark
   bool barSaidMore = false;  // the bar's last total was the number found so far
+  // Inputs taken into the window before a signal but not begun when it
+  // came are not started: their outcome is kNotStarted, neither told nor
+  // counted.
+  constexpr int kNotStarted = -1;
   KpzBatch::RunWhile(
-      jobs, inputs.more, task,
+      jobs, [&inputs](std::size_t i) { return KpzInterrupt::Caught() == 0 && inputs.more(i); },
+      [&task, &style](std::size_t i) {
+        if (KpzInterrupt::Caught() != 0) {
+          if (style.notStarted) {
+            style.notStarted(i);
+          }
+          KpzBatch::Outcome o;
+          o.status = kNotStarted;
+          return o;
+        }
+        return task(i);
+      },
       [&](std::size_t i, KpzBatch::Outcome& o) {
+        if (o.status == kNotStarted) {
+          if (delivered) {
+            delivered(i);
+          }
+          return;
+        }
         if (o.status != 0 && o.err.empty()) {
           o.err = failure(KpzExitStatus::Input, inputs.name(i), o.reason).err;
         }
-        if (!o.out.empty()) {
-          console.Out(separateOutputs && printed ? "\n" + o.out : o.out);
-          printed = true;
+        std::string lost;
+        if (!o.out.empty() && !(quiet && style.outIsReport) &&
+            !console.Out(separateOutputs && printed ? "\n" + o.out : o.out, &lost)) {
+          // Its line or record lost is this input's output failure.
+          const KpzBatch::Outcome f = failure(KpzExitStatus::Output, inputs.name(i), lost);
+          o.status = std::max(o.status, f.status);
+          o.err += f.err;
+          o.reason = f.reason;
         }
+        printed = printed || !o.out.empty();
         console.Err(o.err);
         saidItsOwn = saidItsOwn || !o.err.empty();
         summary.Add(o.status, o.reason);
@@ -401,18 +458,30 @@ int runBatch(KpzConsole& console, const BatchInputs& inputs, unsigned int jobs,
         }
       },
       [&](std::size_t done) {
+        // The total: every file when the walk or the count ahead has found
+        // them all, else the most either has found so far ("+").
+        std::size_t total = inputs.found();
         barSaidMore = !inputs.finished();
-        console.Progress(done, inputs.found(), barSaidMore);
+        if (barSaidMore && inputs.count != nullptr) {
+          total = std::max(total, inputs.count->Counted());
+          barSaidMore = !inputs.count->Finished();
+        }
+        console.Progress(done, total, barSaidMore);
       });
-  if (barSaidMore) {
+  const int caught = KpzInterrupt::Caught();
+  if (barSaidMore && caught == 0) {
     console.Progress(count, count);  // the end, with the total known
   }
   console.EndProgress();
-  if (count > 1) {
+  if ((count > 1 && !(quiet && summary.Failed() == 0)) || caught != 0) {
     console.Err(summary.Render());
-  } else if (!verbose && !saidItsOwn && summary.HasNotes()) {
+  } else if (!style.verbose && !saidItsOwn && summary.HasNotes() && !quiet) {
     // One file: its remark still shows, unless its own line told it.
     console.Err(summary.RenderNotes());
+  }
+  if (caught != 0) {
+    console.Err("kpz: interrupted by " + KpzInterrupt::Name(caught) +
+                ": the files after these were not started\n");
   }
   return summary.ExitStatus();
 }
@@ -424,6 +493,7 @@ int runInfo(const Command& cmd) {
   if (!feed.Start(cmd)) {
     return KpzExitCode(KpzExitStatus::Input);
   }
+  const KpzInputCount count(args, InputOptionsOf(cmd));
   const bool json = cmd.json;
   KpzConsole console(cmd.verbose);
   const auto task = [&feed, json](std::size_t i) {
@@ -445,7 +515,11 @@ int runInfo(const Command& cmd) {
     }
     return o;
   };
-  return runBatch(console, inputsOf(feed), jobsOf(cmd), task, !json);
+  BatchStyle style;
+  style.separateOutputs = !json;
+  style.verbose = cmd.verbose;
+  style.quiet = cmd.quiet;
+  return runBatch(console, inputsOf(feed, count), jobsOf(cmd), task, style);
 }
 
 int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
@@ -505,15 +579,20 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   if (!feed.Start(cmd)) {
     return KpzExitCode(KpzExitStatus::Input);
   }
+  const KpzInputCount count(args, InputOptionsOf(cmd));
   if (toDirectory) {
     std::string why;
     if (!KpzOutputFile::MakeDirectory(cmd.output, &why)) {
       std::fprintf(stderr, "kpz: %s\n", why.c_str());
       return KpzExitCode(KpzExitStatus::Output);
     }
+    // What an earlier run killed outright left there (its temporaries only:
+    // KpzOutputFile::IsStaleTemporary says which).
+    KpzOutputFile::RemoveStale(cmd.output);
   }
 
   const bool sync = cmd.sync;
+  const bool skipExisting = cmd.skipExisting;
 #if defined(__GLIBC__)
   if (cmd.upright) {
     // Turning a preview allocates a few MB of DCT coefficients and frees
@@ -545,6 +624,23 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     const std::string& out = item.output;
     if (!item.entry.error.empty()) {
       return failure(KpzExitStatus::Input, in, item.entry.error);
+    }
+    // --skip-existing: an output present and whole is not written again
+    // (nor its input read), unless an earlier input of this run took the name.
+    bool rewritten = false;
+    if (skipExisting && out != "-") {
+      if (KpzOutputFile::IsWhole(out)) {
+        const KpzClaimWindow::Earlier earlier = turn.WaitForEarlier();
+        if (!earlier.taken) {
+          KpzBatch::Outcome o;
+          o.note = KpzOutputFile::kSkippedNote;
+          return o;
+        }
+      } else {
+        std::error_code ec;
+        rewritten = std::filesystem::symlink_status(out, ec).type() ==
+                    std::filesystem::file_type::regular;
+      }
     }
     KpzExtraction::Options options = want;
     const InputFeed::Item& next = feed.At(i + 1);
@@ -601,10 +697,18 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
         (verbose || (got.turned && got.turn.treatment == KpzUpright::Treatment::Trimmed))) {
       o.err = "kpz: " + KpzShownName::Of(in) + ": " + got.remark + "\n";
     }
-    o.note = got.note;
+    o.note = rewritten ? std::string(KpzOutputFile::kRewrittenNote) : got.note;
     return o;
   };
-  return runBatch(console, inputsOf(feed), jobsOf(cmd), task, false, verbose, name,
+  BatchStyle style;
+  style.verbose = verbose;
+  style.quiet = cmd.quiet;
+  style.outIsReport = true;
+  style.noun = name;
+  style.notStarted = [&claims](std::size_t i) {
+    const KpzClaimWindow::Turn ended(claims, i);  // its turn ends, nothing written
+  };
+  return runBatch(console, inputsOf(feed, count), jobsOf(cmd), task, style,
                   [&claims](std::size_t i) { claims.Release(i); });
 }
 
@@ -647,7 +751,25 @@ int runRotate(const Command& cmd) {
   const BatchInputs inputs{[&files](std::size_t i) { return i < files.size(); },
                            [&files](std::size_t i) -> const std::string& { return files[i]; },
                            [&files] { return files.size(); }, [] { return true; }};
-  return runBatch(console, inputs, 1, task, false);
+  BatchStyle style;
+  style.verbose = cmd.verbose;
+  style.quiet = cmd.quiet;
+  style.outIsReport = true;
+  return runBatch(console, inputs, 1, task, style);
+}
+
+// The run's status once standard output is flushed: whatever is still in
+// its buffers (the help, the version) lost is an output failure.
+int finish(int status) {
+  std::cout.flush();
+  const bool lost = !std::cout.good() || std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+  if (!lost) {
+    return status;
+  }
+  const int err = errno;
+  std::fprintf(stderr, "kpz: cannot write to standard output: %s\n",
+               err != 0 ? std::strerror(err) : "write failed");
+  return std::max(status, KpzExitCode(KpzExitStatus::Output));
 }
 
 }  // namespace
@@ -692,6 +814,9 @@ int main(int argc, char** argv) {
     sub->add_flag("--sync", p.cmd->sync,
                   "flush each output file and its directory to the disk before reporting it "
                   "written (slower; see 'Durability' in 'kpz --help')");
+    sub->add_flag("--skip-existing", p.cmd->skipExisting,
+                  "an output already present and whole (a JPEG from its first to its last "
+                  "marker) is not written again; the summary counts it");
     sub->add_flag("--upright", p.cmd->upright,
                   "write the JPEG turned the right way up, as the file's orientation says "
                   "(lossless where its edges allow; see '--upright' in 'kpz --help')");
@@ -719,16 +844,22 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     const int code = app.exit(e);  // prints the help, or the error on standard error
-    return KpzExitCode(code == 0 ? KpzExitStatus::Ok : KpzExitStatus::Usage);
+    return finish(KpzExitCode(code == 0 ? KpzExitStatus::Ok : KpzExitStatus::Usage));
   }
-  if (app.got_subcommand("info")) {
-    return runInfo(info);
+  int status = 0;
+  {
+    const KpzInterrupt interrupt;  // SIGINT, SIGTERM: the run stops and unwinds
+    if (app.got_subcommand("info")) {
+      status = runInfo(info);
+    } else if (app.got_subcommand("preview")) {
+      status = runPicture(KpzPictureReader::Kind::Preview, preview);
+    } else if (app.got_subcommand("thumbnail")) {
+      status = runPicture(KpzPictureReader::Kind::Thumbnail, thumbnail);
+    } else {
+      status = runRotate(rotate);
+    }
   }
-  if (app.got_subcommand("preview")) {
-    return runPicture(KpzPictureReader::Kind::Preview, preview);
-  }
-  if (app.got_subcommand("thumbnail")) {
-    return runPicture(KpzPictureReader::Kind::Thumbnail, thumbnail);
-  }
-  return runRotate(rotate);
+  status = finish(status);
+  KpzInterrupt::EndBySignal();  // returns when no signal was caught
+  return status;
 }
