@@ -474,6 +474,53 @@ TEST_F(KpzTool, UnknownCommandsAndOptionsAreUsageErrors) {
   EXPECT_TRUE(Listing(dir.Path()).empty());
 }
 
+TEST_F(KpzTool, UnknownSubcommandIsToldAsSuchWithTheSubcommands) {
+  const Result r = Run({"bogus", "a.kpz"});
+  EXPECT_EQ(r.exit, 2);
+  EXPECT_EQ(r.err,
+            "kpz: bogus is not a kpz subcommand; the subcommands are info, preview, thumbnail, "
+            "rotate\nkpz: run 'kpz --help' for the options\n");
+  const Result none = Run({});
+  EXPECT_EQ(none.err,
+            "kpz: a subcommand is required: info, preview, thumbnail, rotate\n"
+            "kpz: run 'kpz --help' for the options\n");
+}
+
+TEST_F(KpzTool, JobsThatAreNoNumberAreToldSo) {
+  const Result r = Run({"info", "-j", "abc"});
+  EXPECT_EQ(r.exit, 2);
+  EXPECT_EQ(r.err,
+            "kpz: --jobs: 'abc' is not a number: -j takes a number of jobs from 1 to 1024\n"
+            "kpz: run 'kpz info --help' for the options\n");
+  const Result zero = Run({"thumbnail", "-j", "0"});
+  EXPECT_EQ(zero.err,
+            "kpz: --jobs: 0 is not from 1 to 1024 (the jobs -j takes)\n"
+            "kpz: run 'kpz thumbnail --help' for the options\n");
+  EXPECT_TRUE(Listing(dir.Path()).empty());
+}
+
+TEST_F(KpzTool, VerboseAndQuietAreTakenBeforeTheSubcommand) {
+  KpzSpec recipe;
+  const std::string in = Write("vq.kpz", recipe);
+  const Result v = Run({"-v", "info", in});
+  EXPECT_EQ(v.exit, 0) << v.err;
+  const Result q = Run({"-q", "preview", in});
+  EXPECT_EQ(q.exit, 0) << q.err;
+  EXPECT_EQ(Text(q.out), "");  // quiet: no 'wrote' line
+  EXPECT_EQ(q.err, "");
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"vq.kpz", "vq.preview.jpg"}));
+}
+
+TEST_F(KpzTool, EachPictureCommandsHelpShowsItsOwnExamples) {
+  const Result thumb = Run({"thumbnail", "--help"});
+  EXPECT_EQ(thumb.exit, 0);
+  EXPECT_NE(Text(thumb.out).find("kpz thumbnail a.kpz -o out/"), std::string::npos);
+  EXPECT_EQ(Text(thumb.out).find("kpz preview"), std::string::npos) << Text(thumb.out);
+  const Result preview = Run({"preview", "--help"});
+  EXPECT_NE(Text(preview.out).find("kpz preview a.kpz -o out/"), std::string::npos);
+  EXPECT_EQ(Text(preview.out).find("kpz thumbnail"), std::string::npos) << Text(preview.out);
+}
+
 }  // namespace
 
 #else

@@ -169,6 +169,7 @@ const char* const kInfoFooter =
     "the file does not hold. --json: one JSON object per file and line (keys in\n"
     "docs/KPZ-JSON.md). Exit status: 0 done, 1 a FILE cannot be read or is not a\n"
     "KPZ raw file, 2 wrong arguments. 'kpz --help' tells all the rules.";
+// The picture commands' footer, then each one's examples.
 const char* const kPictureFooter =
     "FILE: a KPZ raw file, or a directory (its .kpz files); without FILE, the\n"
     "bundled sample. Without -o, x.kpz gives x.preview.jpg (preview) or\n"
@@ -177,9 +178,15 @@ const char* const kPictureFooter =
     "directory or ends in '/', an output DIRECTORY (made when missing). A link\n"
     "is followed; /dev/null or a FIFO is written through; a block device or a\n"
     "socket is refused. Exit status: 0 done, 1 an input problem, 2 wrong\n"
-    "arguments, 3 an output cannot be written. 'kpz --help' tells all the rules.\n"
+    "arguments, 3 an output cannot be written. 'kpz --help' tells all the rules.\n";
+const char* const kPreviewExamples =
     "  kpz preview a.kpz -o out/       # out/a.preview.jpg\n"
-    "  kpz preview --upright a.kpz     # a.preview.jpg, upright";
+    "  kpz preview --upright a.kpz     # a.preview.jpg, upright\n"
+    "  kpz preview -q --skip-existing shots/ -o out   # only what is not there yet";
+const char* const kThumbnailExamples =
+    "  kpz thumbnail a.kpz -o out/     # out/a.thumb.jpg\n"
+    "  kpz thumbnail -r shots/ -o thumbs/   # every .kpz below shots/\n"
+    "  kpz thumbnail a.kpz -o - > t.jpg     # on standard output";
 const char* const kRotateFooter =
     "Rewrites only the orientation values, in place; the file keeps its\n"
     "modification time; a read-only file is refused. Codes: 0 normal, 1 rotated\n"
@@ -192,7 +199,21 @@ const char* const kRotateFooter =
 // A usage error as kpz tells every error: each line begins with "kpz: ".
 std::string usageMessage(const CLI::App* app, const CLI::Error& e) {
   std::string text;
-  const std::string what = e.what();
+  std::string what = e.what();
+  const std::vector<std::string> rest = app->remaining();
+  if (app->get_subcommands().empty()) {
+    std::string names;
+    for (const CLI::App* sub : app->get_subcommands({})) {
+      names += (names.empty() ? "" : ", ") + sub->get_name();
+    }
+    if (!rest.empty() && !rest.front().empty() && rest.front()[0] != '-') {
+      // A first word that names no subcommand: say so, and which there are.
+      what = KpzShownName::Of(rest.front()) + " is not a kpz subcommand; the subcommands are " +
+             names;
+    } else if (dynamic_cast<const CLI::RequiredError*>(&e) != nullptr && rest.empty()) {
+      what = "a subcommand is required: " + names;
+    }
+  }
   std::size_t start = 0;
   while (start < what.size()) {  // each pass takes one line
     std::size_t end = what.find('\n', start);
@@ -236,7 +257,7 @@ struct Command {
   CLI::Option* edgesOption = nullptr;
 };
 
-CLI::App* addCommon(CLI::App& app, const char* name, const char* what, const char* footer,
+CLI::App* addCommon(CLI::App& app, const char* name, const char* what, const std::string& footer,
                     Command* cmd) {
   CLI::App* sub = app.add_subcommand(name, what);
   sub->add_flag("-v,--verbose", cmd->verbose, "show the library's diagnostic lines");
@@ -257,7 +278,18 @@ void addBatchOptions(CLI::App* sub, Command* cmd) {
       ->type_size(1)
       ->allow_extra_args(false);  // one value per --ext: FILEs may follow
   sub->add_option("-j,--jobs", cmd->jobs, "files read at once (default: the number of processors)")
-      ->check(CLI::Range(1u, 1024u));
+      ->check(CLI::Validator(
+          [](std::string& value) -> std::string {
+            const bool digits = !value.empty() && value.size() <= 9 &&
+                                value.find_first_not_of("0123456789") == std::string::npos;
+            if (!digits) {
+              return "'" + value + "' is not a number: -j takes a number of jobs from 1 to 1024";
+            }
+            const unsigned long n = std::stoul(value);
+            return n >= 1 && n <= 1024 ? std::string()
+                                       : value + " is not from 1 to 1024 (the jobs -j takes)";
+          },
+          "N from 1 to 1024"));
 }
 
 unsigned int jobsOf(const Command& cmd) {
@@ -783,6 +815,12 @@ int main(int argc, char** argv) {
   app.footer(kHelpFooter);
   app.failure_message(usageMessage);
   app.set_version_flag("--version", "kpz " KPZ_VERSION, "print the version and exit");
+  // -v and -q are taken before the subcommand too ('kpz -v info a.kpz').
+  bool allVerbose = false;
+  bool allQuiet = false;
+  app.add_flag("-v,--verbose", allVerbose, "show the library's diagnostic lines (any subcommand)");
+  app.add_flag("-q,--quiet", allQuiet,
+               "no progress bar and no report lines (any subcommand; see its -q)");
 
   Command info;
   CLI::App* infoCmd = addCommon(app, "info", "show the metadata, as a table or as JSON", kInfoFooter, &info);
@@ -796,14 +834,16 @@ int main(int argc, char** argv) {
     const char* what;
     const char* defaultName;
     Command* cmd;
+    const char* examples;
   } pictures[] = {
       {"preview", "write the preview (the large JPEG the camera stored in the file)",
-       "FILE's name with .preview.jpg", &preview},
+       "FILE's name with .preview.jpg", &preview, kPreviewExamples},
       {"thumbnail", "write the thumbnail (the small JPEG of the file's IFD1)",
-       "FILE's name with .thumb.jpg", &thumbnail},
+       "FILE's name with .thumb.jpg", &thumbnail, kThumbnailExamples},
   };
   for (const auto& p : pictures) {
-    CLI::App* sub = addCommon(app, p.name, p.what, kPictureFooter, p.cmd);
+    CLI::App* sub =
+        addCommon(app, p.name, p.what, std::string(kPictureFooter) + p.examples, p.cmd);
     addBatchOptions(sub, p.cmd);
     p.cmd->outputOption = sub->add_option(
         "-o,--output", p.cmd->output,
@@ -845,6 +885,10 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     const int code = app.exit(e);  // prints the help, or the error on standard error
     return finish(KpzExitCode(code == 0 ? KpzExitStatus::Ok : KpzExitStatus::Usage));
+  }
+  for (Command* cmd : {&info, &preview, &thumbnail, &rotate}) {
+    cmd->verbose = cmd->verbose || allVerbose;
+    cmd->quiet = cmd->quiet || allQuiet;
   }
   int status = 0;
   {
