@@ -385,8 +385,9 @@ TEST_F(KpzTool, HelpNamesEveryCommandTheSampleAndTheExitCodes) {
   EXPECT_EQ(r.exit, 0);
   const std::string help = Text(r.out);
   for (const char* word :
-       {"info", "preview", "thumbnail", "rotate", KPZ_SAMPLE, "x.preview.jpg", "x.thumb.jpg",
-        "--verbose", "Exit status", "JSON Lines", "docs/KPZ-JSON.md", "-o names an output",
+       {"info", "preview", "thumbnail", "rotate", "share/kpz/sample.kpz", "samples/sample.kpz",
+        "x.preview.jpg", "x.thumb.jpg", "--verbose", "Exit status", "JSON Lines",
+        "KPZ-JSON.md", "share/doc/kpz/", "-o names an output",
         "DIRECTORY", "progress bar", "summary", "--dry-run", "read-only", "1/0"}) {
     EXPECT_NE(help.find(word), std::string::npos) << word << "\n" << help;
   }
@@ -509,6 +510,44 @@ TEST_F(KpzTool, VerboseAndQuietAreTakenBeforeTheSubcommand) {
   EXPECT_EQ(Text(q.out), "");  // quiet: no 'wrote' line
   EXPECT_EQ(q.err, "");
   EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"vq.kpz", "vq.preview.jpg"}));
+}
+
+TEST_F(KpzTool, HelpAllHoldsEverySubcommandsOptionsAndNoBuildPath) {
+  // The manual page is made of --help-all (cmake/KpzInstall.cmake).
+  const Result all = Run({"--help-all"});
+  EXPECT_EQ(all.exit, 0);
+  const std::string text = Text(all.out);
+  for (const char* option : {"--json", "--skip-existing", "--upright", "--edges", "--dry-run",
+                             "--code", "--sync", "--ext", "--jobs", "--quiet"}) {
+    EXPECT_NE(text.find(option), std::string::npos) << option;
+  }
+  // Where the installed files are; never this build's own source tree.
+  EXPECT_NE(text.find("<prefix>/share/doc/kpz/"), std::string::npos);
+  EXPECT_EQ(text.find("docs/KPZ-JSON.md"), std::string::npos);
+  const std::string source = std::string(KPZ_SAMPLE).substr(0, std::string(KPZ_SAMPLE).rfind("/samples/"));
+  for (const char* arg : {"--help", "--help-all"}) {
+    EXPECT_EQ(Text(Run({arg}).out).find(source), std::string::npos) << arg;
+  }
+}
+
+TEST_F(KpzTool, ReadmesSummaryExampleIsWhatTheToolPrints) {
+  KpzSpec recipe;
+  Write("a.kpz", recipe);
+  Write("b.kpz", recipe);
+  ASSERT_FALSE(dir.Write("notes.txt", Bytes{'s', 'h', 'o', 'p', '\n'}).empty());
+  const Result r = Run({"preview", "a.kpz", "b.kpz", "notes.txt", "-o", "out"});
+  EXPECT_EQ(r.exit, 1);
+  // README.md shows these lines indented by two spaces in a code block.
+  std::string shown;
+  for (const std::string& line : kpztool::Lines(r.err)) {
+    shown += "  " + line + "\n";
+  }
+  const std::string source =
+      std::string(KPZ_SAMPLE).substr(0, std::string(KPZ_SAMPLE).rfind("/samples/"));
+  const std::string readme = Text(kpztest::ReadFileBytes(source + "/README.md"));
+  ASSERT_FALSE(readme.empty());
+  EXPECT_NE(readme.find("kpz preview a.kpz b.kpz notes.txt -o out"), std::string::npos);
+  EXPECT_NE(readme.find("  ```\n" + shown + "  ```\n"), std::string::npos) << shown;
 }
 
 TEST_F(KpzTool, EachPictureCommandsHelpShowsItsOwnExamples) {

@@ -69,13 +69,15 @@ namespace {
 const char* const kHelpFooter =
     "FILE is a KPZ raw file. Without FILE, info, preview and thumbnail use the\n"
     "bundled sample:\n"
-    "  <prefix>/share/kpz/sample.kpz when installed, else " KPZ_SAMPLE_PATH "\n"
+    "  <prefix>/share/kpz/sample.kpz when installed, else the source tree's\n"
+    "  samples/sample.kpz\n"
     "\n"
     "info: every value in words with units ('Exposure time  1/250 s',\n"
     "'F-number  f/5.6'); a value the file does not hold shows as 'not recorded'.\n"
     "An exposure time over 1 s reads as 1/0 (the exact time is not kept).\n"
     "--json prints one JSON object per file on one line (JSON Lines), with the\n"
-    "raw numbers and each value's result code; keys in docs/KPZ-JSON.md.\n"
+    "raw numbers and each value's result code; its keys are told in KPZ-JSON.md\n"
+    "(<prefix>/share/doc/kpz/ when installed, docs/ in the source tree).\n"
     "\n"
     "Many files: info, preview and thumbnail take any number of FILEs and\n"
     "directories. A directory gives its files ending in .kpz, in any case\n"
@@ -84,11 +86,23 @@ const char* const kHelpFooter =
     "(-j N, default: the number of processors) and results are printed in input\n"
     "order. Directories are walked as the run goes, so memory does not grow\n"
     "with the number of files. A progress bar is shown on standard error when it\n"
-    "is a terminal and the run is long (over 50 files or over 1 s); while the\n"
-    "walk goes on it counts the files found so far ('250/1000+ files'). With\n"
-    "more than one file the run ends with a summary on standard error: files\n"
-    "done, failed, and why.\n"
-    "One bad file never stops the others.\n"
+    "is a terminal and the run is long (over 50 files or over 1 s): files done\n"
+    "of all, files per second and the time left ('250/1000 files, 12.5/s, 1:00\n"
+    "left'). Files named are counted at once; directories are counted by a walk\n"
+    "ahead of the work (it keeps only the count), and until it ends the bar shows\n"
+    "the files found so far ('250/1000+ files'). With more than one file the\n"
+    "run ends with a summary on standard error:\n"
+    "  kpz: 1000 files: 990 done, 10 failed\n"
+    "  kpz:   10 not a KPZ raw file (no TIFF header)\n"
+    "One bad file never stops the others. -q (before or after the subcommand):\n"
+    "no bar, no 'wrote' or '<old> -> <new>' lines, and no summary when every\n"
+    "file was done; failures are still told. A line of standard output that\n"
+    "cannot be written (a full disk) is that file's failure, exit status 3.\n"
+    "\n"
+    "SIGINT (Ctrl-C) or SIGTERM: no new file is started, the files in hand are\n"
+    "finished (or their temporary files removed), the summary is printed with\n"
+    "'kpz: interrupted by SIGINT', and kpz ends by that signal. A second signal\n"
+    "ends it at once.\n"
     "\n"
     "Output of preview and thumbnail (-o): with one FILE, -o names the output\n"
     "file, '-' standard output. Without -o the name is made from FILE's name\n"
@@ -106,11 +120,19 @@ const char* const kHelpFooter =
     "written (the link stays). A character device (/dev/null) or a FIFO is\n"
     "written through, never replaced (a FIFO waits for its reader); a block\n"
     "device or a socket is refused (exit status 3). After writing a file, kpz\n"
-    "prints 'wrote <name> (<n> bytes)' on standard output.\n"
+    "prints 'wrote <name> (<n> bytes)' on standard output. --skip-existing:\n"
+    "an output already present and whole (a JPEG from its first marker to its\n"
+    "last) is neither read nor written again; the summary counts it ('already\n"
+    "present, not written again'); one present but cut is written again.\n"
     "\n"
     "Durability: a file is written whole or not at all (a temporary file in\n"
-    "the same directory, renamed when complete), so no reader ever sees part\n"
-    "of an output. By default kpz does not wait for the disk, as cp does not:\n"
+    "the same directory, '.<name>.kpz-<host>-<pid>.XXXXXX', renamed when\n"
+    "complete), so no reader ever sees part of an output. A run killed outright\n"
+    "(SIGKILL, a crash) may leave one; a later run with -o DIRECTORY removes\n"
+    "those in it that are its own kind: that pattern, this machine, a process\n"
+    "that is gone, unchanged for 10 minutes. Elsewhere, with no kpz running:\n"
+    "  find DIR -name '.*.jpg.kpz-*-*.?\?\?\?\?\?' -type f -delete\n"
+    "By default kpz does not wait for the disk, as cp does not:\n"
     "after a crash of the system or a power loss, an output written in the\n"
     "last moments may be missing or empty, or still the older file it\n"
     "replaced. With --sync each output file and its directory are flushed to\n"
@@ -167,7 +189,8 @@ const char* const kInfoFooter =
     "FILE: a KPZ raw file, or a directory (its .kpz files); without FILE, the\n"
     "bundled sample. Every value in words with units; 'not recorded' for a value\n"
     "the file does not hold. --json: one JSON object per file and line (keys in\n"
-    "docs/KPZ-JSON.md). Exit status: 0 done, 1 a FILE cannot be read or is not a\n"
+    "KPZ-JSON.md, in <prefix>/share/doc/kpz/). Exit status: 0 done, 1 a FILE\n"
+    "cannot be read or is not a\n"
     "KPZ raw file, 2 wrong arguments. 'kpz --help' tells all the rules.";
 // The picture commands' footer, then each one's examples.
 const char* const kPictureFooter =
@@ -815,6 +838,8 @@ int main(int argc, char** argv) {
   app.footer(kHelpFooter);
   app.failure_message(usageMessage);
   app.set_version_flag("--version", "kpz " KPZ_VERSION, "print the version and exit");
+  // Every subcommand's options with the rules: what the manual page is made of.
+  app.set_help_all_flag("--help-all", "print the help of every subcommand too, and exit");
   // -v and -q are taken before the subcommand too ('kpz -v info a.kpz').
   bool allVerbose = false;
   bool allQuiet = false;
