@@ -9,7 +9,11 @@
 
 KpzInputCount::KpzInputCount(const std::vector<std::string>& args,
                              const KpzInputList::Options& options) {
-  if (!KpzInputList::NamesDirectory(args)) {
+  bool counted = !KpzInputList::NamesDirectory(args);
+  for (const std::string& arg : args) {
+    counted = counted && !KpzInputList::IsPattern(arg);
+  }
+  if (counted) {
     m_counted.store(args.size());
     m_finished.store(true);
     return;

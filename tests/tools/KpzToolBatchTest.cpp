@@ -320,6 +320,21 @@ TEST_F(KpzToolBatch, RecursionAndExtensionsChooseTheFiles) {
   EXPECT_EQ(all.exit, 1);  // notes.txt is no KPZ file
 }
 
+TEST_F(KpzToolBatch, AQuotedPatternIsExpandedWithoutTheExtensionFilter) {
+  Put("d/b.xyz", Good(2));
+  Put("d/a.xyz", Good(1));
+  Put("d/c.kpz", Good(3));
+  // What the user typed is what was asked for: --ext (default .kpz) chooses
+  // the files of directories, not the matches of a pattern.
+  const Result r = Run({"thumbnail", "d/*.xyz", "-o", "out"});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(Text(r.out), "wrote out/a.thumb.jpg (32 bytes)\nwrote out/b.thumb.jpg (32 bytes)\n");
+  EXPECT_EQ(Listing(dir.Path() + "/out"), (std::vector<std::string>{"a.thumb.jpg", "b.thumb.jpg"}));
+  const Result none = Run({"info", "d/*.none"});
+  EXPECT_EQ(none.exit, 1);
+  EXPECT_EQ(none.err, "kpz: d/*.none: file not found\n");
+}
+
 TEST_F(KpzToolBatch, DirectoryWithoutFilesLeavesNothingToDo) {
   Sub("empty");
   const Result r = Run({"info", "empty", "--ext", "dng"});

@@ -589,7 +589,9 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   const bool useSample = cmd.files.empty();
   const std::vector<std::string> args =
       useSample ? std::vector<std::string>{KpzSample::Path(KPZ_SAMPLE_PATH)} : cmd.files;
-  const bool many = args.size() > 1 || KpzInputList::NamesDirectory(args);
+  // A pattern may match many files, as a directory may.
+  const bool many = args.size() > 1 || KpzInputList::NamesDirectory(args) ||
+                    KpzInputList::IsPattern(args.front());
   if (many && cmd.output == "-") {
     std::fprintf(stderr,
                  "kpz: -o - (standard output) takes one FILE; with several, -o names a "
