@@ -83,6 +83,8 @@ class _NameSet:
 
 class _Kit:
     PROGRESS_REDRAW_MS: int
+    SKIPPED_NOTE: str
+    REWRITTEN_NOTE: str
     ALREADY_WRITTEN_REASON: str
     InputWalk: Type[_InputWalk]
     NameSet: Type[_NameSet]

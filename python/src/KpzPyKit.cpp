@@ -533,6 +533,8 @@ void KpzPyRegisterKit(py::module_& m) {
   m.def("progress_is_long", &KpzProgressBar::IsLong, py::arg("total"), py::arg("elapsed_ms"),
         "True when a run of `total` files that has lasted `elapsed_ms` is long enough for a bar.");
   m.attr("PROGRESS_REDRAW_MS") = KpzProgressBar::kRedrawMs;
+  m.attr("SKIPPED_NOTE") = KpzOutputFile::kSkippedNote;
+  m.attr("REWRITTEN_NOTE") = KpzOutputFile::kRewrittenNote;
 
   py::class_<KpzSummary>(m, "Summary", "The summary kpz prints after a run of several files.")
       .def(py::init<>())

@@ -112,3 +112,11 @@ def test_kit_text_takes_any_int_as_width():
         assert text == "" or text.startswith("kpz: ")
     assert kit.progress_text(1, 2, 3) == ""  # not even the count fits: nothing
     assert kit.progress_text(1, 2, 0) == kit.progress_text(1, 2, 80)
+
+
+def test_skip_existing_words_are_the_kits():
+    # kpz --skip-existing and kpz.distributed count skipped outputs in the
+    # same words, kept once in the kit.
+    from kpz.distributed import _results
+    assert kit.SKIPPED_NOTE == _results.SKIPPED_NOTE
+    assert kit.REWRITTEN_NOTE == _results.REWRITTEN_NOTE
