@@ -8,6 +8,7 @@
 #if defined(KPZ_TOOL) && defined(KPZ_SAMPLE) && defined(KPZ_MAKE_SAMPLE)
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -461,13 +462,21 @@ TEST_F(KpzToolBatch, ProgressBarOnATerminalForALongRun) {
 
 // What the tool drew on a pseudo-terminal as its standard error while it ran
 // `args` over `files` inputs named "in/f0000.kpz" ...
-std::string TerminalOf(KpzToolBatch& t, const std::vector<std::string>& args, Result* r) {
+// With `columns` >= 0 the terminal says it has that many columns.
+std::string TerminalOf(KpzToolBatch& t, const std::vector<std::string>& args, Result* r,
+                       int columns = -1) {
   const int master = posix_openpt(O_RDWR | O_NOCTTY);
   if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
     if (master >= 0) close(master);
     return "";
   }
   const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
+  if (columns >= 0) {
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = static_cast<unsigned short>(columns);
+    ioctl(slave, TIOCSWINSZ, &size);
+  }
   *r = t.RunPublic(args, slave);
   close(slave);
   std::string term;
@@ -512,6 +521,29 @@ TEST_F(KpzToolBatch, ProgressBarKnowsTheTotalOfFilesNamedAtOnce) {
     // "kpz: [###---] 12/60 files, 3000/s, 0:00 left": never "12/13+".
     EXPECT_NE(f.find("/60 files"), std::string::npos) << f;
     EXPECT_EQ(f.find('+'), std::string::npos) << f;
+  }
+}
+
+TEST_F(KpzToolBatch, ProgressBarOnATerminalOfAnyWidthFitsOrIsLeftOut) {
+  for (int i = 0; i < 60; ++i) {
+    Put("in/" + Name(i), Good(i));
+  }
+  // 0 columns (what `script` and some CI runners report): unknown, 80 assumed.
+  for (const int columns : {0, 30, 12, 500}) {
+    Result r;
+    const std::string term = TerminalOf(*this, {"info", "--json", "in"}, &r, columns);
+    if (term.empty() && columns == 0) {
+      GTEST_SKIP() << "no pseudo-terminals here";
+    }
+    EXPECT_EQ(r.exit, 0) << columns;
+    const std::size_t limit = columns == 0 ? 80 : static_cast<std::size_t>(columns);
+    for (const std::string& f : Frames(term)) {
+      EXPECT_LT(f.size(), limit) << columns << ": " << f;
+    }
+    if (columns != 12) {
+      EXPECT_FALSE(Frames(term).empty()) << columns;
+    }
+    EXPECT_NE(term.find("kpz: 60 files: 60 done, 0 failed"), std::string::npos) << term;
   }
 }
 

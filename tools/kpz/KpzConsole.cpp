@@ -10,10 +10,14 @@
 #include <cstring>
 
 KpzConsole::KpzConsole(bool verbose)
-    : m_hush(!verbose), m_bar(m_hush.RealStderr(), KpzProgressBar::IsTerminal(m_hush.RealStderr())) {}
+    : m_hush(!verbose),
+      m_bar(m_hush.RealStderr(), KpzProgressBar::IsTerminal(m_hush.RealStderr())),
+      m_outIsTerminal(KpzProgressBar::IsTerminal(STDOUT_FILENO)) {}
 
 bool KpzConsole::Out(const std::string& text, std::string* why) {
-  m_bar.Clear();
+  if (m_outIsTerminal) {
+    m_bar.Clear();  // a line on the terminal goes where the bar was
+  }
   std::size_t done = 0;
   int err = 0;
   if (std::fflush(stdout) != 0) {  // nothing is meant to be there; if it was, it goes first

@@ -7,8 +7,8 @@
 // lives until the workers have ended: it redirects descriptor 2 for the
 // whole run (KpzQuietStderr) so that library lines from any thread are
 // hidden, while Err writes to the real standard error and is never lost.
-// Out and Err take the progress bar off the line before writing; Progress
-// draws it again when due. Out, Err and Progress are for the main thread.
+// Err, and Out when standard output is a terminal, take the progress bar
+// off the line before writing; Progress draws it again when due. Out, Err and Progress are for the main thread.
 //
 //   KpzConsole console(verbose);
 //   console.Out("wrote a.preview.jpg (3000 bytes)\n");
@@ -53,6 +53,9 @@ class KpzConsole {
  private:
   KpzQuietStderr m_hush;  // first: the bar borrows its descriptor
   KpzProgressBar m_bar;
+  // Standard output is a terminal (the bar's, as a rule): its lines take the
+  // bar off first. Lines into a file or a pipe leave the bar drawn.
+  bool m_outIsTerminal;
   bool m_quiet = false;
 };
 
