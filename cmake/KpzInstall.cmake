@@ -89,7 +89,8 @@ if(TARGET kpz)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/kpz COMPONENT tool)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/KPZ-JSON.md
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/kpz COMPONENT tool)
-  # The manual page is kpz --help and --version, laid out by help2man when it
+  # The manual page is kpz --help-all (the rules and every subcommand's
+  # options) and --version, laid out by help2man when it
   # is at hand (Debian: help2man) and the tool can run on this machine.
   find_program(KPZ_HELP2MAN help2man)
   find_program(KPZ_GZIP gzip)
@@ -99,7 +100,7 @@ if(TARGET kpz)
       COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/man
       COMMAND ${KPZ_HELP2MAN} --no-info --no-discard-stderr
               --name "show and take out the pictures and metadata of KPZ raw files"
-              --output ${kpz_man} $<TARGET_FILE:kpz>
+              --help-option=--help-all --output ${kpz_man} $<TARGET_FILE:kpz>
       COMMAND ${KPZ_GZIP} -9nf ${kpz_man}
       DEPENDS kpz
       COMMENT "Writing the kpz manual page"

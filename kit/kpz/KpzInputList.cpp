@@ -3,6 +3,8 @@
 
 #include "kpz/KpzInputList.h"
 
+#include <glob.h>
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -23,6 +25,27 @@ std::string lower(std::string text) {
 }
 
 }  // namespace
+
+bool KpzInputList::IsPattern(const std::string& arg) {
+  if (arg.find_first_of("*?[") == std::string::npos) {
+    return false;
+  }
+  std::error_code ec;
+  return !fs::exists(fs::symlink_status(arg, ec));
+}
+
+std::vector<std::string> KpzInputList::Matching(const std::string& arg) {
+  std::vector<std::string> out;
+  glob_t found{};
+  if (glob(arg.c_str(), 0, nullptr, &found) == 0) {
+    out.reserve(found.gl_pathc);
+    for (std::size_t i = 0; i < found.gl_pathc; ++i) {
+      out.emplace_back(found.gl_pathv[i]);
+    }
+  }
+  globfree(&found);
+  return out;
+}
 
 std::vector<std::string> KpzInputList::Normalise(const std::vector<std::string>& extensions) {
   std::vector<std::string> out;

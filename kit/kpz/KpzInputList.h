@@ -2,7 +2,9 @@
 // files to work on: files as named, directories by their entries.
 //
 // Part of the kit (kit/kpz); uses only the C++ library.
-// A named file is always taken, whatever its name. A named directory gives
+// A named file is always taken, whatever its name; so is every match of a
+// pattern the shell left unexpanded ('dir/*.xyz', quoted), expanded here as
+// the shell would (IsPattern, Matching). A named directory gives
 // its regular files (symbolic links to files included) whose extension is
 // one of the chosen ones, compared without regard to case (".kpz" by
 // default), in name order; names beginning with "." are skipped. With
@@ -44,6 +46,17 @@ class KpzInputList {
 
   // The files named by `args` (see above), in argument order.
   static std::vector<Entry> Expand(const std::vector<std::string>& args, const Options& options);
+
+  // True when `arg` is a pattern to expand: it holds '*', '?' or '[' and
+  // names nothing that exists (a file may have such a name).
+  static bool IsPattern(const std::string& arg);
+
+  // The paths that the pattern `arg` matches (glob(3): '*', '?', '[...]';
+  // a name beginning with '.' only where the pattern says '.'), sorted;
+  // empty when none does. Matches are taken as named: a pattern the user
+  // typed is what was asked for, so --ext does not filter it, and a
+  // directory matched gives its files as a directory named does.
+  static std::vector<std::string> Matching(const std::string& arg);
 
   // True when one of the arguments names a directory.
   static bool NamesDirectory(const std::vector<std::string>& args);

@@ -4,6 +4,7 @@
 #include "kpz/KpzInputWalk.h"
 
 #include <algorithm>
+#include <iterator>
 #include <filesystem>
 #include <system_error>
 
@@ -63,6 +64,18 @@ bool KpzInputWalk::Next(KpzInputList::Entry* entry) {
         return false;
       }
       std::string arg = std::move(m_args[m_nextArg++]);
+      if (KpzInputList::IsPattern(arg)) {
+        // A pattern the user typed ('dir/*.xyz'): its matches in its place,
+        // as named, whatever their extension; none at all: the pattern as
+        // named (told "file not found").
+        std::vector<std::string> matches = KpzInputList::Matching(arg);
+        if (!matches.empty()) {
+          m_args.insert(m_args.begin() + static_cast<std::ptrdiff_t>(m_nextArg),
+                        std::make_move_iterator(matches.begin()),
+                        std::make_move_iterator(matches.end()));
+          continue;
+        }
+      }
       std::error_code ec;
       if (!fs::is_directory(arg, ec)) {
         *entry = {std::move(arg), ""};

@@ -4,6 +4,7 @@
 #include "kpz/KpzOutputFile.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -13,7 +14,9 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <system_error>
 
@@ -28,9 +31,35 @@ std::string withErrno(const std::string& what, int err) {
   return what + ": " + std::strerror(err);
 }
 
-// A name for the temporary file of `name`: ".<name>.<6 characters>", made
-// different on every call (a counter mixed with the process id and the
-// clock); a name that exists already is met by O_EXCL and another is taken.
+// This machine's name as it goes into a temporary name: letters, digits,
+// '-' and '.' only (anything else becomes '-'), at most 32 characters.
+std::string hostTag() {
+  char host[256] = {};
+  if (gethostname(host, sizeof host - 1) != 0 || host[0] == '\0') {
+    return "host";
+  }
+  std::string tag;
+  for (const char* c = host; *c != '\0' && tag.size() < 32; ++c) {
+    const bool plain = (*c >= 'a' && *c <= 'z') || (*c >= 'A' && *c <= 'Z') ||
+                       (*c >= '0' && *c <= '9') || *c == '.' || *c == '-';
+    tag += plain ? *c : '-';
+  }
+  return tag;
+}
+
+const char kDigits[] = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
+// The part of a temporary name that names its owner, after the output's
+// name: ".kpz-<host>-<pid>." (see KpzOutputFile::IsStaleTemporary).
+std::string ownerTag() {
+  return ".kpz-" + hostTag() + "-" + std::to_string(static_cast<long long>(getpid())) + ".";
+}
+
+// A name for the temporary file of `name`: ".<name>.kpz-<host>-<pid>.<6
+// characters>", made different on every call (a counter mixed with the
+// process id and the clock); a name that exists already is met by O_EXCL
+// and another is taken. A name too long for the file system with the
+// owner in it is ".<name>.<6 characters>", which no later run removes.
 std::string temporaryName(const std::string& name) {
   static std::atomic<std::uint64_t> counter{0};
   static const std::uint64_t seed =
@@ -40,8 +69,8 @@ std::string temporaryName(const std::string& name) {
   v ^= v >> 31;
   v *= UINT64_C(0x94D049BB133111EB);
   v ^= v >> 29;
-  static const char kDigits[] = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
-  std::string out = "." + name + ".";
+  const std::string owner = ownerTag();
+  std::string out = "." + name + (name.size() + owner.size() + 7 <= 255 ? owner : ".");
   for (int i = 0; i < 6; ++i) {
     out += kDigits[v % 62];
     v /= 62;
@@ -385,4 +414,58 @@ bool KpzOutputFile::IsWhole(const std::string& path) {
   }
   close(fd);
   return whole;
+}
+
+bool KpzOutputFile::IsStaleTemporary(const std::string& dir, const std::string& name) {
+  const std::size_t n = name.size();
+  if (n < 9 || name[0] != '.' || name[n - 7] != '.') {
+    return false;
+  }
+  for (std::size_t i = n - 6; i < n; ++i) {
+    if (std::strchr(kDigits, name[i]) == nullptr || name[i] == '\0') {
+      return false;
+    }
+  }
+  const std::size_t pidEnd = n - 7;
+  std::size_t pidStart = pidEnd;
+  while (pidStart > 0 && name[pidStart - 1] >= '0' && name[pidStart - 1] <= '9') {
+    --pidStart;  // each pass takes one digit
+  }
+  if (pidStart == pidEnd || pidEnd - pidStart > 9) {
+    return false;
+  }
+  const std::string tag = ".kpz-" + hostTag() + "-";
+  if (pidStart < tag.size() + 2 || name.compare(pidStart - tag.size(), tag.size(), tag) != 0) {
+    return false;  // "." and at least one character of the output's name before the tag
+  }
+  const long pid = std::strtol(name.c_str() + pidStart, nullptr, 10);
+  if (pid <= 0 || pid == static_cast<long>(getpid())) {
+    return false;
+  }
+  if (kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) {
+    return false;  // there (EPERM: another user's process), or unknown
+  }
+  struct stat st;
+  const std::string path = (std::filesystem::path(dir) / name).string();
+  if (lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
+    return false;
+  }
+  const std::time_t now = std::time(nullptr);
+  return now - st.st_mtime >= static_cast<std::time_t>(kStaleMinutes * 60);
+}
+
+std::size_t KpzOutputFile::RemoveStale(const std::string& dir) {
+  std::size_t removed = 0;
+  std::error_code ec;
+  std::filesystem::directory_iterator it(dir, ec);
+  const std::filesystem::directory_iterator end;
+  while (!ec && it != end) {  // the iterator moves forward or fails on each pass
+    const std::string name = it->path().filename().string();
+    if (!name.empty() && name[0] == '.' && IsStaleTemporary(dir, name) &&
+        unlink(it->path().c_str()) == 0) {
+      ++removed;
+    }
+    it.increment(ec);
+  }
+  return removed;
 }

@@ -2,10 +2,12 @@
 //
 // Part of the kit (kit/kpz). An output is either standard
 // output ("-") or a file that appears whole or not at all: the bytes go to a
-// hidden temporary file in the same directory (".<name>.<6 characters>"),
-// which is renamed over the final name when complete; on any failure the
-// temporary file is removed and an existing file of that name is left
-// untouched. A new file gets the usual permissions (0666 less the umask).
+// hidden temporary file in the same directory
+// (".<name>.kpz-<host>-<pid>.<6 characters>": the machine and the process
+// that write it), which is renamed over the final name when complete; on any
+// failure the temporary file is removed and an existing file of that name is
+// left untouched. A temporary file left by a process killed outright is
+// removed by a later run into the same output directory (RemoveStale). A new file gets the usual permissions (0666 less the umask).
 //
 // What is already there under the output's name:
 //   - a symbolic link is followed (as many links as the system allows): its
@@ -102,6 +104,34 @@ class KpzOutputFile {
   // tailSize >= 2, neither above `size`. The data in between is not read.
   static bool JpegEndsWhole(const UINT8* head, std::size_t headSize, const UINT8* tail,
                             std::size_t tailSize, std::uint64_t size);
+
+  // Minutes a temporary file must have been left unchanged before a later
+  // run takes it for stale (IsStaleTemporary).
+  static constexpr long long kStaleMinutes = 10;
+
+  // True when the entry `name` of the directory `dir` is a temporary file
+  // that a kpz run left when it was killed outright (SIGKILL, a second
+  // SIGINT, a crash or a power loss): a regular file (not a link) named
+  // ".<output>.kpz-<host>-<pid>.<6 letters or digits>", <host> this
+  // machine's name, no process <pid> on this machine, and unchanged for
+  // kStaleMinutes. So a user's own file (any other name), the temporary of
+  // a run still going (its process is there, whoever's it is), of a run on
+  // another machine sharing the folder (another <host>) or of one in
+  // another PID namespace of this machine that is still writing (changed
+  // lately) is never taken.
+  static bool IsStaleTemporary(const std::string& dir, const std::string& name);
+
+  // Removes the stale temporaries (IsStaleTemporary) among the entries of
+  // `dir`, one pass over them; returns how many were removed. A failure
+  // (the directory unreadable, a file that went away) only means fewer.
+  static std::size_t RemoveStale(const std::string& dir);
+
+  // The summary's remarks of --skip-existing, the same in every front end:
+  // an output present and whole (IsWhole) is not written again; one present
+  // but not whole is written again.
+  static constexpr const char* kSkippedNote = "already present, not written again (--skip-existing)";
+  static constexpr const char* kRewrittenNote =
+      "written again, as the file present was not a whole JPEG (--skip-existing)";
 
   // True when `path` (links followed) is a regular file whose bytes pass
   // JpegEndsWhole: what counts as an output already present. A missing

@@ -3,12 +3,17 @@
 //
 // Part of the kit (kit/kpz); uses only the C and C++
 // libraries. The bar is one line redrawn in place ("\r", the text, "\033[K"
-// to clear the rest of the line):
+// to clear the rest of the line): how far, how fast (files per second since
+// the bar was made) and the time left at that rate:
 //
-//   kpz: [##########------------------------------]  250/1000 files
+//   kpz: [##########----------------------------] 250/1000 files, 12.5/s, 1:00 left
 //
-// While the files are still being found, the total is the number found so
-// far, with a '+' after it ("250/1000+ files").
+// While the files are still being found (counted ahead of the work), the
+// total is the number found so far, with a '+' after it and no time left
+// ("250/1000+ files, 12.5/s"). A narrow line drops the time left, then the
+// rate, then the bar; a line too narrow for the count shows nothing. A width
+// of 0 or less is unknown (what a terminal of 0 columns reports): 80 is
+// assumed; any width above that is fine (the bar is at most 40 characters).
 //
 // It is drawn only when `enabled` (the tool enables it when its real standard
 // error is a terminal, never otherwise) and once the run is long: more than
@@ -49,14 +54,30 @@ class KpzProgressBar {
   // enough for a bar.
   static bool IsLong(std::size_t total, long long elapsedMs);
 
-  // The bar's text for `done` of `total` files on a line of `width` columns
-  // (the bar itself between 10 and 40 characters), without "\r" or escapes.
-  // `done` above `total` counts as `total`.
-  static std::string Render(std::size_t done, std::size_t total, unsigned int width);
+  // What the bar tells at one moment.
+  struct Frame {
+    std::size_t done = 0;
+    std::size_t total = 0;     // with `more`: the number found so far
+    bool more = false;         // files are still being found
+    long long elapsedMs = -1;  // since the run began; below 0: unknown (no rate, no time left)
+  };
 
-  // The same while the files are still being found, `found` so far: "250/1000+
-  // files", the bar as Render draws it for one column less.
-  static std::string RenderSoFar(std::size_t done, std::size_t found, unsigned int width);
+  // The bar's text for `frame` on a line of `width` columns (see above; the
+  // bar itself between 10 and 40 characters, one column left spare), without
+  // "\r" or escapes; "" when even the count does not fit. `done` above
+  // `total` counts as `total`.
+  static std::string Text(const Frame& frame, long long width);
+
+  // The bytes that draw Text(frame, width) over the line ("\r", the text,
+  // "\033[K"); "" when Text is empty: nothing is drawn.
+  static std::string Line(const Frame& frame, long long width);
+
+  // Text for `done` of `total` files, no rate: Text({done, total}, width).
+  static std::string Render(std::size_t done, std::size_t total, long long width);
+
+  // The same while the files are still being found, `found` so far
+  // ("250/1000+ files").
+  static std::string RenderSoFar(std::size_t done, std::size_t found, long long width);
 
   // Draws the bar when enabled, the run is long and the last drawing is at
   // least kRedrawMs old (or `done` reached `total` and all are found). With
@@ -71,7 +92,7 @@ class KpzProgressBar {
   bool IsShown() const { return m_shown; }
 
  private:
-  unsigned int width() const;
+  long long width() const;
   void put(const std::string& text) const;
 
   int m_fd;  // borrowed

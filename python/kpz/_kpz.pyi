@@ -84,6 +84,8 @@ class _NameSet:
 
 class _Kit:
     PROGRESS_REDRAW_MS: int
+    SKIPPED_NOTE: str
+    REWRITTEN_NOTE: str
     ALREADY_WRITTEN_REASON: str
     InputWalk: Type[_InputWalk]
     NameSet: Type[_NameSet]
@@ -127,7 +129,11 @@ class _Kit:
     @staticmethod
     def extension_matches(name: str, normalised: List[str]) -> bool: ...
     @staticmethod
-    def progress_text(done: int, total: int, width: int) -> str: ...
+    def progress_text(done: int, total: int, width: int, more: bool = ...,
+                      elapsed_ms: int = ...) -> str: ...
+    @staticmethod
+    def progress_line(done: int, total: int, width: int, more: bool = ...,
+                      elapsed_ms: int = ...) -> str: ...
     @staticmethod
     def progress_is_long(total: int, elapsed_ms: int) -> bool: ...
     @staticmethod

@@ -15,6 +15,7 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -40,6 +41,20 @@
 namespace py = pybind11;
 
 namespace {
+
+// A Python int as a long long, clamped at the type's ends (never an
+// overflow error).
+long long clampedInt(const py::int_& value) {
+  int overflow = 0;
+  const long long v = PyLong_AsLongLongAndOverflow(value.ptr(), &overflow);
+  if (overflow != 0) {
+    return overflow > 0 ? LLONG_MAX : LLONG_MIN;
+  }
+  if (v == -1 && PyErr_Occurred()) {
+    throw py::error_already_set();
+  }
+  return v;
+}
 
 // The bytes of a file name given as str (encoded as the file system encodes
 // names: UTF-8, undecodable bytes kept by surrogateescape, as os.fsencode
@@ -484,12 +499,42 @@ void KpzPyRegisterKit(py::module_& m) {
           },
           py::arg("index"), "The earlier input with the same output name just before `index`, or None.");
 
-  m.def("progress_text", &KpzProgressBar::Render, py::arg("done"), py::arg("total"),
-        py::arg("width"),
-        "The progress bar's text for `done` of `total` files on `width` columns.");
+  // Any Python int is a width: 0 and below are unknown (80 assumed), and a
+  // number too large for C++ is just wide (the bar is at most 40).
+  const auto frameOf = [](std::size_t done, std::size_t total, bool more, const py::int_& elapsedMs) {
+    KpzProgressBar::Frame frame;
+    frame.done = done;
+    frame.total = total;
+    frame.more = more;
+    frame.elapsedMs = clampedInt(elapsedMs);
+    return frame;
+  };
+  m.def(
+      "progress_text",
+      [frameOf](std::size_t done, std::size_t total, const py::int_& width, bool more,
+                const py::int_& elapsedMs) {
+        return KpzProgressBar::Text(frameOf(done, total, more, elapsedMs), clampedInt(width));
+      },
+      py::arg("done"), py::arg("total"), py::arg("width"), py::arg("more") = false,
+      py::arg("elapsed_ms") = -1,
+      "The progress bar's text for `done` of `total` files (with `more`: found so far, still "
+      "being found) `elapsed_ms` into the run (negative: no rate, no time left) on `width` "
+      "columns (any int; 0 or less: unknown, 80 assumed); '' when the count does not fit.");
+  m.def(
+      "progress_line",
+      [frameOf](std::size_t done, std::size_t total, const py::int_& width, bool more,
+                const py::int_& elapsedMs) {
+        return KpzProgressBar::Line(frameOf(done, total, more, elapsedMs), clampedInt(width));
+      },
+      py::arg("done"), py::arg("total"), py::arg("width"), py::arg("more") = false,
+      py::arg("elapsed_ms") = -1,
+      "What draws progress_text() over the terminal's line ('\\r', the text, ESC [K); '' "
+      "when there is nothing to draw.");
   m.def("progress_is_long", &KpzProgressBar::IsLong, py::arg("total"), py::arg("elapsed_ms"),
         "True when a run of `total` files that has lasted `elapsed_ms` is long enough for a bar.");
   m.attr("PROGRESS_REDRAW_MS") = KpzProgressBar::kRedrawMs;
+  m.attr("SKIPPED_NOTE") = KpzOutputFile::kSkippedNote;
+  m.attr("REWRITTEN_NOTE") = KpzOutputFile::kRewrittenNote;
 
   py::class_<KpzSummary>(m, "Summary", "The summary kpz prints after a run of several files.")
       .def(py::init<>())

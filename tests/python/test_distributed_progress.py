@@ -1,11 +1,17 @@
 """kpz.distributed's progress bar on a clock the test controls: not drawn
 for a short run until it lasts over a second, redrawn at most every
 kit.PROGRESS_REDRAW_MS, drawn at the end, cleared, and never drawn on a
-stream that is not a terminal."""
+stream that is not a terminal. Its text is the kit's (kit.progress_line),
+with the rate and the time left; any terminal width gives a bar or none,
+never an error."""
 
 import io
+import os
+
+import pytest
 
 from kpz._kpz import kit
+from kpz.distributed import _progress
 from kpz.distributed._progress import Progress
 
 
@@ -22,6 +28,10 @@ class Clock:
         return self.now
 
 
+def line(done, total, ms, more=False, width=80):
+    return kit.progress_line(done, total, width, more=more, elapsed_ms=ms)
+
+
 def test_bar_drawn_when_long_at_most_every_redraw_interval():
     clock, term = Clock(), Terminal()
     bar = Progress(10, term, clock)
@@ -29,15 +39,15 @@ def test_bar_drawn_when_long_at_most_every_redraw_interval():
     assert term.getvalue() == ""  # 10 files, no time passed: a short run
     clock.now += 1.001
     bar.update(2)
-    assert term.getvalue() == "\r" + kit.progress_text(2, 10, 80)
+    assert term.getvalue() == line(2, 10, 1001)
     clock.now += (kit.PROGRESS_REDRAW_MS - 1) / 1000
     bar.update(3)
     assert term.getvalue().count("\r") == 1  # too soon to draw again
     clock.now += 2 / 1000
     bar.update(4)
-    assert term.getvalue().endswith("\r" + kit.progress_text(4, 10, 80))
+    assert term.getvalue().endswith(line(4, 10, 1001 + kit.PROGRESS_REDRAW_MS + 1))
     bar.update(10)  # the end is always drawn
-    assert term.getvalue().endswith("\r" + kit.progress_text(10, 10, 80))
+    assert term.getvalue().endswith(line(10, 10, 1001 + kit.PROGRESS_REDRAW_MS + 1))
     bar.clear()
     assert term.getvalue().endswith("\r\x1b[K") and not bar.shown
 
@@ -45,7 +55,7 @@ def test_bar_drawn_when_long_at_most_every_redraw_interval():
 def test_many_files_drawn_at_once_and_never_on_a_file():
     clock, term = Clock(), Terminal()
     Progress(51, term, clock).update(1)
-    assert term.getvalue() == "\r" + kit.progress_text(1, 51, 80)
+    assert term.getvalue() == line(1, 51, 0)
     plain = io.StringIO()
     bar = Progress(51, plain, clock)
     bar.update(1)
@@ -59,8 +69,54 @@ def test_inputs_still_being_found_shown_with_a_plus():
     clock, term = Clock(), Terminal()
     bar = Progress(0, term, clock)
     bar.update(10, 60, more=True)
-    assert term.getvalue() == "\r" + kit.progress_text(10, 60, 79).replace("/60 files",
-                                                                            "/60+ files")
+    assert term.getvalue() == line(10, 60, 0, more=True)
+    assert "10/60+ files" in term.getvalue()
     clock.now += 1
     bar.update(60, 75)  # all found
-    assert term.getvalue().endswith("\r" + kit.progress_text(60, 75, 80))
+    assert term.getvalue().endswith(line(60, 75, 1000))
+
+
+def test_bar_tells_the_rate_and_the_time_left():
+    clock, term = Clock(), Terminal()
+    bar = Progress(100, term, clock)
+    clock.now += 10
+    bar.update(25)  # 25 files in 10 s: 2.5 a second, 75 more take 30 s
+    assert term.getvalue().startswith("\rkpz: [")
+    assert term.getvalue().endswith("] 25/100 files, 2.5/s, 0:30 left\x1b[K")
+
+
+@pytest.mark.parametrize("columns", [0, -1, -5, 1, 5, 12, 25, 80, 10 ** 6, 2 ** 31,
+                                     2 ** 64, 10 ** 30, -10 ** 30])
+def test_any_terminal_width_draws_or_skips_the_bar(monkeypatch, columns):
+    # A terminal of 0 columns is what `script` and some CI runners report.
+    monkeypatch.setattr(_progress.os, "get_terminal_size",
+                        lambda fd: os.terminal_size((columns, 24)))
+    term = Terminal()
+    term.fileno = lambda: 2
+    clock = Clock()
+    bar = Progress(51, term, clock)
+    bar.update(0, 51, more=True)
+    clock.now += 1
+    bar.update(49, 51)
+    drawn = term.getvalue()
+    if columns <= 0 or columns > 80:
+        assert "49/51 files" in drawn  # unknown: 80 assumed; wide: the bar stays at most 40
+        assert drawn.count("#") + drawn.count("-") <= 80
+    else:  # within the line, one column spare, or nothing at all
+        assert all(len(part.replace("\x1b[K", "")) < columns for part in drawn.split("\r"))
+
+
+def test_kit_text_takes_any_int_as_width():
+    for width in (0, -1, -(2 ** 80), 2 ** 80, 3, 40, 1000):
+        text = kit.progress_text(49, 51, width, more=True, elapsed_ms=2 ** 70)
+        assert text == "" or text.startswith("kpz: ")
+    assert kit.progress_text(1, 2, 3) == ""  # not even the count fits: nothing
+    assert kit.progress_text(1, 2, 0) == kit.progress_text(1, 2, 80)
+
+
+def test_skip_existing_words_are_the_kits():
+    # kpz --skip-existing and kpz.distributed count skipped outputs in the
+    # same words, kept once in the kit.
+    from kpz.distributed import _results
+    assert kit.SKIPPED_NOTE == _results.SKIPPED_NOTE
+    assert kit.REWRITTEN_NOTE == _results.REWRITTEN_NOTE

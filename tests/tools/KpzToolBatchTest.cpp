@@ -8,6 +8,7 @@
 #if defined(KPZ_TOOL) && defined(KPZ_SAMPLE) && defined(KPZ_MAKE_SAMPLE)
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -55,6 +56,10 @@ class KpzToolBatch : public testing::Test {
     return kpztool::RunTool(args, dir.Path(), dir.Path(), stderrFd);
   }
 
+ public:
+  Result RunPublic(const std::vector<std::string>& args, int stderrFd) { return Run(args, stderrFd); }
+
+ protected:
   kpztest::TempDir dir;
 };
 
@@ -316,6 +321,21 @@ TEST_F(KpzToolBatch, RecursionAndExtensionsChooseTheFiles) {
   EXPECT_EQ(all.exit, 1);  // notes.txt is no KPZ file
 }
 
+TEST_F(KpzToolBatch, AQuotedPatternIsExpandedWithoutTheExtensionFilter) {
+  Put("d/b.xyz", Good(2));
+  Put("d/a.xyz", Good(1));
+  Put("d/c.kpz", Good(3));
+  // What the user typed is what was asked for: --ext (default .kpz) chooses
+  // the files of directories, not the matches of a pattern.
+  const Result r = Run({"thumbnail", "d/*.xyz", "-o", "out"});
+  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(Text(r.out), "wrote out/a.thumb.jpg (32 bytes)\nwrote out/b.thumb.jpg (32 bytes)\n");
+  EXPECT_EQ(Listing(dir.Path() + "/out"), (std::vector<std::string>{"a.thumb.jpg", "b.thumb.jpg"}));
+  const Result none = Run({"info", "d/*.none"});
+  EXPECT_EQ(none.exit, 1);
+  EXPECT_EQ(none.err, "kpz: d/*.none: file not found\n");
+}
+
 TEST_F(KpzToolBatch, DirectoryWithoutFilesLeavesNothingToDo) {
   Sub("empty");
   const Result r = Run({"info", "empty", "--ext", "dng"});
@@ -436,8 +456,162 @@ TEST_F(KpzToolBatch, ProgressBarOnATerminalForALongRun) {
   }
   close(master);
   EXPECT_NE(term.find("\rkpz: ["), std::string::npos) << term;
-  EXPECT_NE(term.find("] 60/60 files\033[K"), std::string::npos) << term;
+  EXPECT_NE(term.find("] 60/60 files"), std::string::npos) << term;
   EXPECT_NE(term.find("\r\033[Kkpz: 60 files: 60 done, 0 failed"), std::string::npos) << term;
+}
+
+// What the tool drew on a pseudo-terminal as its standard error while it ran
+// `args` over `files` inputs named "in/f0000.kpz" ...
+// With `columns` >= 0 the terminal says it has that many columns.
+std::string TerminalOf(KpzToolBatch& t, const std::vector<std::string>& args, Result* r,
+                       int columns = -1) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+    if (master >= 0) close(master);
+    return "";
+  }
+  const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
+  if (columns >= 0) {
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = static_cast<unsigned short>(columns);
+    ioctl(slave, TIOCSWINSZ, &size);
+  }
+  *r = t.RunPublic(args, slave);
+  close(slave);
+  std::string term;
+  fcntl(master, F_SETFL, O_NONBLOCK);
+  char buf[4096];
+  for (;;) {  // ends when the terminal has nothing more
+    const ssize_t n = read(master, buf, sizeof buf);
+    if (n <= 0) break;
+    term.append(buf, static_cast<std::size_t>(n));
+  }
+  close(master);
+  return term;
+}
+
+// Every drawing of the bar in `term`, the text between "\r" and ESC [K.
+std::vector<std::string> Frames(const std::string& term) {
+  std::vector<std::string> frames;
+  std::size_t at = 0;
+  while ((at = term.find("\rkpz: [", at)) != std::string::npos) {  // each pass takes one
+    const std::size_t end = term.find("\033[K", at);
+    frames.push_back(term.substr(at + 1, end == std::string::npos ? end : end - at - 1));
+    at += 1;
+  }
+  return frames;
+}
+
+TEST_F(KpzToolBatch, ProgressBarKnowsTheTotalOfFilesNamedAtOnce) {
+  std::vector<std::string> args = {"info", "--json", "-j", "2"};
+  for (int i = 0; i < 60; ++i) {
+    Put("in/" + Name(i), Good(i));
+    args.push_back("in/" + Name(i));
+  }
+  Result r;
+  const std::string term = TerminalOf(*this, args, &r);
+  if (term.empty()) {
+    GTEST_SKIP() << "no pseudo-terminals here";
+  }
+  EXPECT_EQ(r.exit, 0);
+  const std::vector<std::string> frames = Frames(term);
+  ASSERT_FALSE(frames.empty()) << term;
+  for (const std::string& f : frames) {
+    // "kpz: [###---] 12/60 files, 3000/s, 0:00 left": never "12/13+".
+    EXPECT_NE(f.find("/60 files"), std::string::npos) << f;
+    EXPECT_EQ(f.find('+'), std::string::npos) << f;
+  }
+}
+
+TEST_F(KpzToolBatch, ProgressBarOnATerminalOfAnyWidthFitsOrIsLeftOut) {
+  for (int i = 0; i < 60; ++i) {
+    Put("in/" + Name(i), Good(i));
+  }
+  // 0 columns (what `script` and some CI runners report): unknown, 80 assumed.
+  for (const int columns : {0, 30, 12, 500}) {
+    Result r;
+    const std::string term = TerminalOf(*this, {"info", "--json", "in"}, &r, columns);
+    if (term.empty() && columns == 0) {
+      GTEST_SKIP() << "no pseudo-terminals here";
+    }
+    EXPECT_EQ(r.exit, 0) << columns;
+    const std::size_t limit = columns == 0 ? 80 : static_cast<std::size_t>(columns);
+    for (const std::string& f : Frames(term)) {
+      EXPECT_LT(f.size(), limit) << columns << ": " << f;
+    }
+    if (columns != 12) {
+      EXPECT_FALSE(Frames(term).empty()) << columns;
+    }
+    EXPECT_NE(term.find("kpz: 60 files: 60 done, 0 failed"), std::string::npos) << term;
+  }
+}
+
+TEST_F(KpzToolBatch, ProgressBarOfADirectoryEndsWithItsTotalCountedAhead) {
+  for (int i = 0; i < 60; ++i) {
+    Put("in/" + Name(i), Good(i));
+  }
+  Result r;
+  const std::string term = TerminalOf(*this, {"info", "--json", "-j", "1", "in"}, &r);
+  if (term.empty()) {
+    GTEST_SKIP() << "no pseudo-terminals here";
+  }
+  const std::vector<std::string> frames = Frames(term);
+  ASSERT_FALSE(frames.empty()) << term;
+  // The count ahead may still run at the first frames ("3/41+"); the total
+  // found never goes past 60, and the last frame is the whole run.
+  for (const std::string& f : frames) {
+    const std::size_t slash = f.find('/');
+    ASSERT_NE(slash, std::string::npos) << f;
+    EXPECT_LE(std::stoul(f.substr(slash + 1)), 60u) << f;
+  }
+  EXPECT_NE(frames.back().find("] 60/60 files"), std::string::npos) << frames.back();
+}
+
+TEST_F(KpzToolBatch, QuietDrawsNoBarAndPrintsNoReportLines) {
+  for (int i = 0; i < 60; ++i) {
+    Put("in/" + Name(i), Good(i));
+  }
+  Result r;
+  const std::string term = TerminalOf(*this, {"thumbnail", "-q", "in", "-o", "out"}, &r);
+  if (term.empty()) {
+    GTEST_SKIP() << "no pseudo-terminals here";
+  }
+  EXPECT_EQ(r.exit, 0);
+  EXPECT_EQ(term, "");  // no bar, no summary: all were done
+  EXPECT_EQ(Text(r.out), "");
+  EXPECT_EQ(Listing(dir.Path() + "/out").size(), 60u);
+  // A failure is still told, and the summary with it.
+  Put("in/" + Name(60), Bytes{'n', 'o'});
+  const Result bad = Run({"thumbnail", "-q", "in", "-o", "out2"});
+  EXPECT_EQ(bad.exit, 1);
+  EXPECT_EQ(Text(bad.out), "");
+  EXPECT_NE(bad.err.find("kpz: in/f0060.kpz: "), std::string::npos) << bad.err;
+  EXPECT_NE(bad.err.find("kpz: 61 files: 60 done, 1 failed\n"), std::string::npos) << bad.err;
+}
+
+TEST_F(KpzToolBatch, SkipExistingLeavesWholeOutputsAndWritesTheOthers) {
+  for (int i = 0; i < 4; ++i) {
+    KpzSpec recipe;
+    recipe.thumbnail = kpztest::FakeJpeg(32, static_cast<std::uint8_t>(i));
+    recipe.thumbnail[2] = 0xFF;  // a marker after SOI: a whole JPEG to IsWhole
+    Put("in/" + Name(i), kpztest::BuildKpz(recipe));
+  }
+  ASSERT_EQ(Run({"thumbnail", "in", "-o", "out"}).exit, 0);
+  const std::string out = dir.Path() + "/out/";
+  fs::remove(out + "f0000.thumb.jpg");                       // missing: written
+  kpztest::WriteFileBytes(out + "f0001.thumb.jpg", Bytes{0xFF, 0xD8, 0xFF});  // cut: written again
+  const auto before = fs::last_write_time(out + "f0002.thumb.jpg");
+  const Result r = Run({"thumbnail", "--skip-existing", "in", "-o", "out"});
+  EXPECT_EQ(r.exit, 0);
+  EXPECT_EQ(Text(r.out), "wrote out/f0000.thumb.jpg (32 bytes)\nwrote out/f0001.thumb.jpg (32 bytes)\n");
+  EXPECT_EQ(r.err,
+            "kpz: 4 files: 4 done, 0 failed\n"
+            "kpz:   2 thumbnails already present, not written again (--skip-existing)\n"
+            "kpz:   1 thumbnail written again, as the file present was not a whole JPEG "
+            "(--skip-existing)\n");
+  EXPECT_EQ(fs::last_write_time(out + "f0002.thumb.jpg"), before);
+  EXPECT_EQ(fs::file_size(out + "f0001.thumb.jpg"), 32u);
 }
 
 }  // namespace

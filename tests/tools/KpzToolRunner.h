@@ -35,9 +35,12 @@ inline std::string Text(const kpztest::Bytes& bytes) {
 // Runs the tool with `args` in directory `cwd`; its standard output and error
 // go to files in `scratch` (removed afterwards). With `stderrFd` >= 0 the
 // tool's standard error is that descriptor instead, and Result::err is empty.
+// With `stdoutPath`, standard output is opened there instead (/dev/full, say)
+// and Result::out is empty.
 inline Result RunTool(const std::vector<std::string>& args, const std::string& cwd,
-                      const std::string& scratch, int stderrFd = -1) {
-  const std::string outPath = scratch + "/.stdout";
+                      const std::string& scratch, int stderrFd = -1,
+                      const std::string& stdoutPath = "") {
+  const std::string outPath = stdoutPath.empty() ? scratch + "/.stdout" : stdoutPath;
   const std::string errPath = scratch + "/.stderr";
   std::vector<std::string> argv = {KPZ_TOOL};
   argv.insert(argv.end(), args.begin(), args.end());
@@ -49,7 +52,7 @@ inline Result RunTool(const std::vector<std::string>& args, const std::string& c
   Result r;
   const pid_t pid = fork();
   if (pid == 0) {
-    const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     const int err =
         stderrFd >= 0 ? stderrFd : ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0 || chdir(cwd.c_str()) != 0) {
@@ -62,11 +65,13 @@ inline Result RunTool(const std::vector<std::string>& args, const std::string& c
   if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {
     r.exit = WEXITSTATUS(status);
   }
-  r.out = kpztest::ReadFileBytes(outPath);
+  if (stdoutPath.empty()) {
+    r.out = kpztest::ReadFileBytes(outPath);
+    std::filesystem::remove(outPath);
+  }
   if (stderrFd < 0) {
     r.err = Text(kpztest::ReadFileBytes(errPath));
   }
-  std::filesystem::remove(outPath);
   std::filesystem::remove(errPath);
   return r;
 }

@@ -407,8 +407,9 @@ TEST_F(KpzTool, HelpNamesEveryCommandTheSampleAndTheExitCodes) {
   EXPECT_EQ(r.exit, 0);
   const std::string help = Text(r.out);
   for (const char* word :
-       {"info", "preview", "thumbnail", "rotate", KPZ_SAMPLE, "x.preview.jpg", "x.thumb.jpg",
-        "--verbose", "Exit status", "JSON Lines", "docs/KPZ-JSON.md", "-o names an output",
+       {"info", "preview", "thumbnail", "rotate", "share/kpz/sample.kpz", "samples/sample.kpz",
+        "x.preview.jpg", "x.thumb.jpg", "--verbose", "Exit status", "JSON Lines",
+        "KPZ-JSON.md", "share/doc/kpz/", "-o names an output",
         "DIRECTORY", "progress bar", "summary", "--dry-run", "read-only", "1/0"}) {
     EXPECT_NE(help.find(word), std::string::npos) << word << "\n" << help;
   }
@@ -494,6 +495,91 @@ TEST_F(KpzTool, UnknownCommandsAndOptionsAreUsageErrors) {
   EXPECT_EQ(Run({"thumbnail", "-j", "x"}).exit, 2);
   EXPECT_EQ(Run({"rotate"}).exit, 2);  // FILE is required
   EXPECT_TRUE(Listing(dir.Path()).empty());
+}
+
+TEST_F(KpzTool, UnknownSubcommandIsToldAsSuchWithTheSubcommands) {
+  const Result r = Run({"bogus", "a.kpz"});
+  EXPECT_EQ(r.exit, 2);
+  EXPECT_EQ(r.err,
+            "kpz: bogus is not a kpz subcommand; the subcommands are info, preview, thumbnail, "
+            "rotate\nkpz: run 'kpz --help' for the options\n");
+  const Result none = Run({});
+  EXPECT_EQ(none.err,
+            "kpz: a subcommand is required: info, preview, thumbnail, rotate\n"
+            "kpz: run 'kpz --help' for the options\n");
+}
+
+TEST_F(KpzTool, JobsThatAreNoNumberAreToldSo) {
+  const Result r = Run({"info", "-j", "abc"});
+  EXPECT_EQ(r.exit, 2);
+  EXPECT_EQ(r.err,
+            "kpz: --jobs: 'abc' is not a number: -j takes a number of jobs from 1 to 1024\n"
+            "kpz: run 'kpz info --help' for the options\n");
+  const Result zero = Run({"thumbnail", "-j", "0"});
+  EXPECT_EQ(zero.err,
+            "kpz: --jobs: 0 is not from 1 to 1024 (the jobs -j takes)\n"
+            "kpz: run 'kpz thumbnail --help' for the options\n");
+  EXPECT_TRUE(Listing(dir.Path()).empty());
+}
+
+TEST_F(KpzTool, VerboseAndQuietAreTakenBeforeTheSubcommand) {
+  KpzSpec recipe;
+  const std::string in = Write("vq.kpz", recipe);
+  const Result v = Run({"-v", "info", in});
+  EXPECT_EQ(v.exit, 0) << v.err;
+  const Result q = Run({"-q", "preview", in});
+  EXPECT_EQ(q.exit, 0) << q.err;
+  EXPECT_EQ(Text(q.out), "");  // quiet: no 'wrote' line
+  EXPECT_EQ(q.err, "");
+  EXPECT_EQ(Listing(dir.Path()), (std::vector<std::string>{"vq.kpz", "vq.preview.jpg"}));
+}
+
+TEST_F(KpzTool, HelpAllHoldsEverySubcommandsOptionsAndNoBuildPath) {
+  // The manual page is made of --help-all (cmake/KpzInstall.cmake).
+  const Result all = Run({"--help-all"});
+  EXPECT_EQ(all.exit, 0);
+  const std::string text = Text(all.out);
+  for (const char* option : {"--json", "--skip-existing", "--upright", "--edges", "--dry-run",
+                             "--code", "--sync", "--ext", "--jobs", "--quiet"}) {
+    EXPECT_NE(text.find(option), std::string::npos) << option;
+  }
+  // Where the installed files are; never this build's own source tree.
+  EXPECT_NE(text.find("<prefix>/share/doc/kpz/"), std::string::npos);
+  EXPECT_EQ(text.find("docs/KPZ-JSON.md"), std::string::npos);
+  const std::string source = std::string(KPZ_SAMPLE).substr(0, std::string(KPZ_SAMPLE).rfind("/samples/"));
+  for (const char* arg : {"--help", "--help-all"}) {
+    EXPECT_EQ(Text(Run({arg}).out).find(source), std::string::npos) << arg;
+  }
+}
+
+TEST_F(KpzTool, ReadmesSummaryExampleIsWhatTheToolPrints) {
+  KpzSpec recipe;
+  Write("a.kpz", recipe);
+  Write("b.kpz", recipe);
+  ASSERT_FALSE(dir.Write("notes.txt", Bytes{'s', 'h', 'o', 'p', '\n'}).empty());
+  const Result r = Run({"preview", "a.kpz", "b.kpz", "notes.txt", "-o", "out"});
+  EXPECT_EQ(r.exit, 1);
+  // README.md shows these lines indented by two spaces in a code block.
+  std::string shown;
+  for (const std::string& line : kpztool::Lines(r.err)) {
+    shown += "  " + line + "\n";
+  }
+  const std::string source =
+      std::string(KPZ_SAMPLE).substr(0, std::string(KPZ_SAMPLE).rfind("/samples/"));
+  const std::string readme = Text(kpztest::ReadFileBytes(source + "/README.md"));
+  ASSERT_FALSE(readme.empty());
+  EXPECT_NE(readme.find("kpz preview a.kpz b.kpz notes.txt -o out"), std::string::npos);
+  EXPECT_NE(readme.find("  ```\n" + shown + "  ```\n"), std::string::npos) << shown;
+}
+
+TEST_F(KpzTool, EachPictureCommandsHelpShowsItsOwnExamples) {
+  const Result thumb = Run({"thumbnail", "--help"});
+  EXPECT_EQ(thumb.exit, 0);
+  EXPECT_NE(Text(thumb.out).find("kpz thumbnail a.kpz -o out/"), std::string::npos);
+  EXPECT_EQ(Text(thumb.out).find("kpz preview"), std::string::npos) << Text(thumb.out);
+  const Result preview = Run({"preview", "--help"});
+  EXPECT_NE(Text(preview.out).find("kpz preview a.kpz -o out/"), std::string::npos);
+  EXPECT_EQ(Text(preview.out).find("kpz thumbnail"), std::string::npos) << Text(preview.out);
 }
 
 }  // namespace

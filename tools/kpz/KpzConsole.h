@@ -7,8 +7,8 @@
 // lives until the workers have ended: it redirects descriptor 2 for the
 // whole run (KpzQuietStderr) so that library lines from any thread are
 // hidden, while Err writes to the real standard error and is never lost.
-// Out and Err take the progress bar off the line before writing; Progress
-// draws it again when due. Out, Err and Progress are for the main thread.
+// Err, and Out when standard output is a terminal, take the progress bar
+// off the line before writing; Progress draws it again when due. Out, Err and Progress are for the main thread.
 //
 //   KpzConsole console(verbose);
 //   console.Out("wrote a.preview.jpg (3000 bytes)\n");
@@ -34,19 +34,29 @@ class KpzConsole {
   KpzConsole(const KpzConsole&) = delete;
   KpzConsole& operator=(const KpzConsole&) = delete;
 
-  // Writes `text` to standard output and flushes it. False on failure.
-  bool Out(const std::string& text);
+  // Writes all of `text` to standard output (descriptor 1, nothing kept in
+  // a buffer). True when written; else false and *why (when given) says
+  // what failed: "cannot write to standard output: No space left on device".
+  // A short write is a failure too.
+  bool Out(const std::string& text, std::string* why = nullptr);
   // Writes `text` to the real standard error. False on failure.
   bool Err(const std::string& text);
   // Shows `done` of `total` files on the bar (runs of one file show none);
   // with `more`, `total` is the number found so far ("250/1000+ files").
+  // A quiet console (SetQuiet) shows no bar.
   void Progress(std::size_t done, std::size_t total, bool more = false);
   // Takes the bar away for good (before the summary).
   void EndProgress();
+  // -q: no bar from now on.
+  void SetQuiet(bool quiet) { m_quiet = quiet; }
 
  private:
   KpzQuietStderr m_hush;  // first: the bar borrows its descriptor
   KpzProgressBar m_bar;
+  // Standard output is a terminal (the bar's, as a rule): its lines take the
+  // bar off first. Lines into a file or a pipe leave the bar drawn.
+  bool m_outIsTerminal;
+  bool m_quiet = false;
 };
 
 #endif  // KPZ_TOOLS_KPZ_KPZCONSOLE_H

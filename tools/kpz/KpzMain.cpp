@@ -13,8 +13,12 @@
 //   kpz preview --upright a.kpz  # the preview turned the right way up
 //   kpz thumbnail shots/ -o out  # out/<name>.thumb.jpg for every shots/<name>.kpz
 //   kpz rotate a.kpz --cw        # a.kpz: normal -> rotated 90° clockwise
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <iostream>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -34,7 +38,9 @@
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzInfoText.h"
+#include "kpz/KpzInputCount.h"
 #include "kpz/KpzInputList.h"
+#include "kpz/KpzInterrupt.h"
 #include "kpz/KpzInputWalk.h"
 #include "kpz/KpzMetadata.h"
 #include "kpz/KpzMetadataReader.h"
@@ -63,13 +69,15 @@ namespace {
 const char* const kHelpFooter =
     "FILE is a KPZ raw file. Without FILE, info, preview and thumbnail use the\n"
     "bundled sample:\n"
-    "  <prefix>/share/kpz/sample.kpz when installed, else " KPZ_SAMPLE_PATH "\n"
+    "  <prefix>/share/kpz/sample.kpz when installed, else the source tree's\n"
+    "  samples/sample.kpz\n"
     "\n"
     "info: every value in words with units ('Exposure time  1/250 s',\n"
     "'F-number  f/5.6'); a value the file does not hold shows as 'not recorded'.\n"
     "An exposure time over 1 s reads as 1/0 (the exact time is not kept).\n"
     "--json prints one JSON object per file on one line (JSON Lines), with the\n"
-    "raw numbers and each value's result code; keys in docs/KPZ-JSON.md.\n"
+    "raw numbers and each value's result code; its keys are told in KPZ-JSON.md\n"
+    "(<prefix>/share/doc/kpz/ when installed, docs/ in the source tree).\n"
     "\n"
     "Many files: info, preview and thumbnail take any number of FILEs and\n"
     "directories. A directory gives its files ending in .kpz, in any case\n"
@@ -78,11 +86,23 @@ const char* const kHelpFooter =
     "(-j N, default: the number of processors) and results are printed in input\n"
     "order. Directories are walked as the run goes, so memory does not grow\n"
     "with the number of files. A progress bar is shown on standard error when it\n"
-    "is a terminal and the run is long (over 50 files or over 1 s); while the\n"
-    "walk goes on it counts the files found so far ('250/1000+ files'). With\n"
-    "more than one file the run ends with a summary on standard error: files\n"
-    "done, failed, and why.\n"
-    "One bad file never stops the others.\n"
+    "is a terminal and the run is long (over 50 files or over 1 s): files done\n"
+    "of all, files per second and the time left ('250/1000 files, 12.5/s, 1:00\n"
+    "left'). Files named are counted at once; directories are counted by a walk\n"
+    "ahead of the work (it keeps only the count), and until it ends the bar shows\n"
+    "the files found so far ('250/1000+ files'). With more than one file the\n"
+    "run ends with a summary on standard error:\n"
+    "  kpz: 1000 files: 990 done, 10 failed\n"
+    "  kpz:   10 not a KPZ raw file (no TIFF header)\n"
+    "One bad file never stops the others. -q (before or after the subcommand):\n"
+    "no bar, no 'wrote' or '<old> -> <new>' lines, and no summary when every\n"
+    "file was done; failures are still told. A line of standard output that\n"
+    "cannot be written (a full disk) is that file's failure, exit status 3.\n"
+    "\n"
+    "SIGINT (Ctrl-C) or SIGTERM: no new file is started, the files in hand are\n"
+    "finished (or their temporary files removed), the summary is printed with\n"
+    "'kpz: interrupted by SIGINT', and kpz ends by that signal. A second signal\n"
+    "ends it at once.\n"
     "\n"
     "Output of preview and thumbnail (-o): with one FILE, -o names the output\n"
     "file, '-' standard output. Without -o the name is made from FILE's name\n"
@@ -100,11 +120,19 @@ const char* const kHelpFooter =
     "written (the link stays). A character device (/dev/null) or a FIFO is\n"
     "written through, never replaced (a FIFO waits for its reader); a block\n"
     "device or a socket is refused (exit status 3). After writing a file, kpz\n"
-    "prints 'wrote <name> (<n> bytes)' on standard output.\n"
+    "prints 'wrote <name> (<n> bytes)' on standard output. --skip-existing:\n"
+    "an output already present and whole (a JPEG from its first marker to its\n"
+    "last) is neither read nor written again; the summary counts it ('already\n"
+    "present, not written again'); one present but cut is written again.\n"
     "\n"
     "Durability: a file is written whole or not at all (a temporary file in\n"
-    "the same directory, renamed when complete), so no reader ever sees part\n"
-    "of an output. By default kpz does not wait for the disk, as cp does not:\n"
+    "the same directory, '.<name>.kpz-<host>-<pid>.XXXXXX', renamed when\n"
+    "complete), so no reader ever sees part of an output. A run killed outright\n"
+    "(SIGKILL, a crash) may leave one; a later run with -o DIRECTORY removes\n"
+    "those in it that are its own kind: that pattern, this machine, a process\n"
+    "that is gone, unchanged for 10 minutes. Elsewhere, with no kpz running:\n"
+    "  find DIR -name '.*.jpg.kpz-*-*.?\?\?\?\?\?' -type f -delete\n"
+    "By default kpz does not wait for the disk, as cp does not:\n"
     "after a crash of the system or a power loss, an output written in the\n"
     "last moments may be missing or empty, or still the older file it\n"
     "replaced. With --sync each output file and its directory are flushed to\n"
@@ -161,8 +189,10 @@ const char* const kInfoFooter =
     "FILE: a KPZ raw file, or a directory (its .kpz files); without FILE, the\n"
     "bundled sample. Every value in words with units; 'not recorded' for a value\n"
     "the file does not hold. --json: one JSON object per file and line (keys in\n"
-    "docs/KPZ-JSON.md). Exit status: 0 done, 1 a FILE cannot be read or is not a\n"
+    "KPZ-JSON.md, in <prefix>/share/doc/kpz/). Exit status: 0 done, 1 a FILE\n"
+    "cannot be read or is not a\n"
     "KPZ raw file, 2 wrong arguments. 'kpz --help' tells all the rules.";
+// The picture commands' footer, then each one's examples.
 const char* const kPictureFooter =
     "FILE: a KPZ raw file, or a directory (its .kpz files); without FILE, the\n"
     "bundled sample. Without -o, x.kpz gives x.preview.jpg (preview) or\n"
@@ -171,9 +201,15 @@ const char* const kPictureFooter =
     "directory or ends in '/', an output DIRECTORY (made when missing). A link\n"
     "is followed; /dev/null or a FIFO is written through; a block device or a\n"
     "socket is refused. Exit status: 0 done, 1 an input problem, 2 wrong\n"
-    "arguments, 3 an output cannot be written. 'kpz --help' tells all the rules.\n"
+    "arguments, 3 an output cannot be written. 'kpz --help' tells all the rules.\n";
+const char* const kPreviewExamples =
     "  kpz preview a.kpz -o out/       # out/a.preview.jpg\n"
-    "  kpz preview --upright a.kpz     # a.preview.jpg, upright";
+    "  kpz preview --upright a.kpz     # a.preview.jpg, upright\n"
+    "  kpz preview -q --skip-existing shots/ -o out   # only what is not there yet";
+const char* const kThumbnailExamples =
+    "  kpz thumbnail a.kpz -o out/     # out/a.thumb.jpg\n"
+    "  kpz thumbnail -r shots/ -o thumbs/   # every .kpz below shots/\n"
+    "  kpz thumbnail a.kpz -o - > t.jpg     # on standard output";
 const char* const kRotateFooter =
     "Rewrites only the orientation values, in place; the file keeps its\n"
     "modification time; a read-only file is refused. Codes: 0 normal, 1 rotated\n"
@@ -186,7 +222,21 @@ const char* const kRotateFooter =
 // A usage error as kpz tells every error: each line begins with "kpz: ".
 std::string usageMessage(const CLI::App* app, const CLI::Error& e) {
   std::string text;
-  const std::string what = e.what();
+  std::string what = e.what();
+  const std::vector<std::string> rest = app->remaining();
+  if (app->get_subcommands().empty()) {
+    std::string names;
+    for (const CLI::App* sub : app->get_subcommands({})) {
+      names += (names.empty() ? "" : ", ") + sub->get_name();
+    }
+    if (!rest.empty() && !rest.front().empty() && rest.front()[0] != '-') {
+      // A first word that names no subcommand: say so, and which there are.
+      what = KpzShownName::Of(rest.front()) + " is not a kpz subcommand; the subcommands are " +
+             names;
+    } else if (dynamic_cast<const CLI::RequiredError*>(&e) != nullptr && rest.empty()) {
+      what = "a subcommand is required: " + names;
+    }
+  }
   std::size_t start = 0;
   while (start < what.size()) {  // each pass takes one line
     std::size_t end = what.find('\n', start);
@@ -210,6 +260,8 @@ struct Command {
   std::vector<std::string> files;
   std::string output;
   bool verbose = false;
+  bool quiet = false;
+  bool skipExisting = false;
   bool recursive = false;
   bool json = false;
   bool dryRun = false;
@@ -228,10 +280,13 @@ struct Command {
   CLI::Option* edgesOption = nullptr;
 };
 
-CLI::App* addCommon(CLI::App& app, const char* name, const char* what, const char* footer,
+CLI::App* addCommon(CLI::App& app, const char* name, const char* what, const std::string& footer,
                     Command* cmd) {
   CLI::App* sub = app.add_subcommand(name, what);
   sub->add_flag("-v,--verbose", cmd->verbose, "show the library's diagnostic lines");
+  sub->add_flag("-q,--quiet", cmd->quiet,
+                "no progress bar, no 'wrote' or '<old> -> <new>' lines, no summary when every "
+                "file was done; failures are still told on standard error");
   sub->footer(footer);
   return sub;
 }
@@ -246,11 +301,29 @@ void addBatchOptions(CLI::App* sub, Command* cmd) {
       ->type_size(1)
       ->allow_extra_args(false);  // one value per --ext: FILEs may follow
   sub->add_option("-j,--jobs", cmd->jobs, "files read at once (default: the number of processors)")
-      ->check(CLI::Range(1u, 1024u));
+      ->check(CLI::Validator(
+          [](std::string& value) -> std::string {
+            const bool digits = !value.empty() && value.size() <= 9 &&
+                                value.find_first_not_of("0123456789") == std::string::npos;
+            if (!digits) {
+              return "'" + value + "' is not a number: -j takes a number of jobs from 1 to 1024";
+            }
+            const unsigned long n = std::stoul(value);
+            return n >= 1 && n <= 1024 ? std::string()
+                                       : value + " is not from 1 to 1024 (the jobs -j takes)";
+          },
+          "N from 1 to 1024"));
 }
 
 unsigned int jobsOf(const Command& cmd) {
   return cmd.jobs == 0 ? KpzBatch::DefaultJobs() : cmd.jobs;
+}
+
+KpzInputList::Options InputOptionsOf(const Command& cmd) {
+  KpzInputList::Options options;
+  options.recursive = cmd.recursive;
+  options.extensions = cmd.extensions;
+  return options;
 }
 
 // The files of a batch as the run finds them (KpzInputWalk), so that what
@@ -270,7 +343,7 @@ class InputFeed {
 
   InputFeed(const Command& cmd, std::vector<std::string> args, unsigned int jobs,
             std::size_t ahead, OnFound found = nullptr)
-      : m_walk(std::move(args), optionsOf(cmd)),
+      : m_walk(std::move(args), InputOptionsOf(cmd)),
         m_ring(KpzBatch::Window(jobs) + 1 + ahead),
         m_ahead(ahead),
         m_onFound(std::move(found)) {}
@@ -306,13 +379,6 @@ class InputFeed {
   bool Finished() const { return m_finished.load(); }
 
  private:
-  static KpzInputList::Options optionsOf(const Command& cmd) {
-    KpzInputList::Options options;
-    options.recursive = cmd.recursive;
-    options.extensions = cmd.extensions;
-    return options;
-  }
-
   void pull() {
     Item& item = m_ring[m_fetched % m_ring.size()];
     if (!m_walk.Next(&item.entry)) {
@@ -342,18 +408,32 @@ class InputFeed {
 // What a batch runs over: whether there is an input i (KpzBatch::More), its
 // name (until it has been delivered), the number found so far and whether
 // that is all.
+// `count`, when given, counts the files ahead of the work, for the bar's
+// total.
 struct BatchInputs {
   KpzBatch::More more;
   std::function<const std::string&(std::size_t)> name;
   std::function<std::size_t()> found;
   std::function<bool()> finished;
+  const KpzInputCount* count = nullptr;
 };
 
-BatchInputs inputsOf(InputFeed& feed) {
+BatchInputs inputsOf(InputFeed& feed, const KpzInputCount& count) {
   return {[&feed](std::size_t i) { return feed.More(i); },
           [&feed](std::size_t i) -> const std::string& { return feed.At(i).entry.path; },
-          [&feed] { return feed.Found(); }, [&feed] { return feed.Finished(); }};
+          [&feed] { return feed.Found(); }, [&feed] { return feed.Finished(); }, &count};
 }
+
+// How a batch tells its outcomes.
+struct BatchStyle {
+  bool separateOutputs = false;  // a blank line between two outputs (info's tables)
+  bool verbose = false;
+  bool quiet = false;        // -q: no bar; no summary when all were done
+  bool outIsReport = false;  // the standard output lines only report ('wrote', 'old -> new'): -q drops them
+  std::string noun = "file";  // names the files' pictures in the summary's remarks ("preview")
+  // Told, on the task's thread, of an input not started after a signal.
+  std::function<void(std::size_t)> notStarted;
+};
 
 // A failure of `file`, told on one line: "kpz: <file>: <why>", the name
 // shown as KpzShownName shows it.
@@ -368,27 +448,59 @@ KpzBatch::Outcome failure(KpzExitStatus status, const std::string& file, const s
 // Runs `task` over `inputs`, printing the outcomes in order, the progress
 // bar and, for more than one file, the summary. A task that threw
 // (KpzBatch) is told on its file's line like any failure. `delivered`, when
-// given, is told of each input once its outcome is printed.
-// `noun` names the files' pictures in the summary's remarks ("preview").
+// given, is told of each input once its outcome is printed. A line of
+// standard output that cannot be written is its input's output failure.
+// After SIGINT or SIGTERM (KpzInterrupt) no new input is started: the
+// inputs in hand end, and the summary says the run was interrupted.
 int runBatch(KpzConsole& console, const BatchInputs& inputs, unsigned int jobs,
-             const KpzBatch::Task& task, bool separateOutputs, bool verbose = false,
-             const std::string& noun = "file",
+             const KpzBatch::Task& task, const BatchStyle& style,
              const std::function<void(std::size_t)>& delivered = nullptr) {
+  const bool separateOutputs = style.separateOutputs;
+  const bool quiet = style.quiet;
+  const std::string& noun = style.noun;
+  console.SetQuiet(quiet);
   std::size_t count = 0;
   KpzSummary summary;
   bool printed = false;
   bool saidItsOwn = false;  // a file's own line on standard error told its remark
   bool barSaidMore = false;  // the bar's last total was the number found so far
+  // Inputs taken into the window before a signal but not begun when it
+  // came are not started: their outcome is kNotStarted, neither told nor
+  // counted.
+  constexpr int kNotStarted = -1;
   KpzBatch::RunWhile(
-      jobs, inputs.more, task,
+      jobs, [&inputs](std::size_t i) { return KpzInterrupt::Caught() == 0 && inputs.more(i); },
+      [&task, &style](std::size_t i) {
+        if (KpzInterrupt::Caught() != 0) {
+          if (style.notStarted) {
+            style.notStarted(i);
+          }
+          KpzBatch::Outcome o;
+          o.status = kNotStarted;
+          return o;
+        }
+        return task(i);
+      },
       [&](std::size_t i, KpzBatch::Outcome& o) {
+        if (o.status == kNotStarted) {
+          if (delivered) {
+            delivered(i);
+          }
+          return;
+        }
         if (o.status != 0 && o.err.empty()) {
           o.err = failure(KpzExitStatus::Input, inputs.name(i), o.reason).err;
         }
-        if (!o.out.empty()) {
-          console.Out(separateOutputs && printed ? "\n" + o.out : o.out);
-          printed = true;
+        std::string lost;
+        if (!o.out.empty() && !(quiet && style.outIsReport) &&
+            !console.Out(separateOutputs && printed ? "\n" + o.out : o.out, &lost)) {
+          // Its line or record lost is this input's output failure.
+          const KpzBatch::Outcome f = failure(KpzExitStatus::Output, inputs.name(i), lost);
+          o.status = std::max(o.status, f.status);
+          o.err += f.err;
+          o.reason = f.reason;
         }
+        printed = printed || !o.out.empty();
         console.Err(o.err);
         saidItsOwn = saidItsOwn || !o.err.empty();
         summary.Add(o.status, o.reason);
@@ -401,18 +513,30 @@ int runBatch(KpzConsole& console, const BatchInputs& inputs, unsigned int jobs,
         }
       },
       [&](std::size_t done) {
+        // The total: every file when the walk or the count ahead has found
+        // them all, else the most either has found so far ("+").
+        std::size_t total = inputs.found();
         barSaidMore = !inputs.finished();
-        console.Progress(done, inputs.found(), barSaidMore);
+        if (barSaidMore && inputs.count != nullptr) {
+          total = std::max(total, inputs.count->Counted());
+          barSaidMore = !inputs.count->Finished();
+        }
+        console.Progress(done, total, barSaidMore);
       });
-  if (barSaidMore) {
+  const int caught = KpzInterrupt::Caught();
+  if (barSaidMore && caught == 0) {
     console.Progress(count, count);  // the end, with the total known
   }
   console.EndProgress();
-  if (count > 1) {
+  if ((count > 1 && !(quiet && summary.Failed() == 0)) || caught != 0) {
     console.Err(summary.Render());
-  } else if (!verbose && !saidItsOwn && summary.HasNotes()) {
+  } else if (!style.verbose && !saidItsOwn && summary.HasNotes() && !quiet) {
     // One file: its remark still shows, unless its own line told it.
     console.Err(summary.RenderNotes());
+  }
+  if (caught != 0) {
+    console.Err("kpz: interrupted by " + KpzInterrupt::Name(caught) +
+                ": the files after these were not started\n");
   }
   return summary.ExitStatus();
 }
@@ -424,6 +548,7 @@ int runInfo(const Command& cmd) {
   if (!feed.Start(cmd)) {
     return KpzExitCode(KpzExitStatus::Input);
   }
+  const KpzInputCount count(args, InputOptionsOf(cmd));
   const bool json = cmd.json;
   KpzConsole console(cmd.verbose);
   const auto task = [&feed, json](std::size_t i) {
@@ -445,7 +570,11 @@ int runInfo(const Command& cmd) {
     }
     return o;
   };
-  return runBatch(console, inputsOf(feed), jobsOf(cmd), task, !json);
+  BatchStyle style;
+  style.separateOutputs = !json;
+  style.verbose = cmd.verbose;
+  style.quiet = cmd.quiet;
+  return runBatch(console, inputsOf(feed, count), jobsOf(cmd), task, style);
 }
 
 int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
@@ -460,7 +589,9 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   const bool useSample = cmd.files.empty();
   const std::vector<std::string> args =
       useSample ? std::vector<std::string>{KpzSample::Path(KPZ_SAMPLE_PATH)} : cmd.files;
-  const bool many = args.size() > 1 || KpzInputList::NamesDirectory(args);
+  // A pattern may match many files, as a directory may.
+  const bool many = args.size() > 1 || KpzInputList::NamesDirectory(args) ||
+                    KpzInputList::IsPattern(args.front());
   if (many && cmd.output == "-") {
     std::fprintf(stderr,
                  "kpz: -o - (standard output) takes one FILE; with several, -o names a "
@@ -505,15 +636,20 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   if (!feed.Start(cmd)) {
     return KpzExitCode(KpzExitStatus::Input);
   }
+  const KpzInputCount count(args, InputOptionsOf(cmd));
   if (toDirectory) {
     std::string why;
     if (!KpzOutputFile::MakeDirectory(cmd.output, &why)) {
       std::fprintf(stderr, "kpz: %s\n", why.c_str());
       return KpzExitCode(KpzExitStatus::Output);
     }
+    // What an earlier run killed outright left there (its temporaries only:
+    // KpzOutputFile::IsStaleTemporary says which).
+    KpzOutputFile::RemoveStale(cmd.output);
   }
 
   const bool sync = cmd.sync;
+  const bool skipExisting = cmd.skipExisting;
 #if defined(__GLIBC__)
   if (cmd.upright) {
     // Turning a preview allocates a few MB of DCT coefficients and frees
@@ -545,6 +681,23 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     const std::string& out = item.output;
     if (!item.entry.error.empty()) {
       return failure(KpzExitStatus::Input, in, item.entry.error);
+    }
+    // --skip-existing: an output present and whole is not written again
+    // (nor its input read), unless an earlier input of this run took the name.
+    bool rewritten = false;
+    if (skipExisting && out != "-") {
+      if (KpzOutputFile::IsWhole(out)) {
+        const KpzClaimWindow::Earlier earlier = turn.WaitForEarlier();
+        if (!earlier.taken) {
+          KpzBatch::Outcome o;
+          o.note = KpzOutputFile::kSkippedNote;
+          return o;
+        }
+      } else {
+        std::error_code ec;
+        rewritten = std::filesystem::symlink_status(out, ec).type() ==
+                    std::filesystem::file_type::regular;
+      }
     }
     KpzExtraction::Options options = want;
     const InputFeed::Item& next = feed.At(i + 1);
@@ -601,10 +754,18 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
         (verbose || (got.turned && got.turn.treatment == KpzUpright::Treatment::Trimmed))) {
       o.err = "kpz: " + KpzShownName::Of(in) + ": " + got.remark + "\n";
     }
-    o.note = got.note;
+    o.note = rewritten ? std::string(KpzOutputFile::kRewrittenNote) : got.note;
     return o;
   };
-  return runBatch(console, inputsOf(feed), jobsOf(cmd), task, false, verbose, name,
+  BatchStyle style;
+  style.verbose = verbose;
+  style.quiet = cmd.quiet;
+  style.outIsReport = true;
+  style.noun = name;
+  style.notStarted = [&claims](std::size_t i) {
+    const KpzClaimWindow::Turn ended(claims, i);  // its turn ends, nothing written
+  };
+  return runBatch(console, inputsOf(feed, count), jobsOf(cmd), task, style,
                   [&claims](std::size_t i) { claims.Release(i); });
 }
 
@@ -647,7 +808,25 @@ int runRotate(const Command& cmd) {
   const BatchInputs inputs{[&files](std::size_t i) { return i < files.size(); },
                            [&files](std::size_t i) -> const std::string& { return files[i]; },
                            [&files] { return files.size(); }, [] { return true; }};
-  return runBatch(console, inputs, 1, task, false);
+  BatchStyle style;
+  style.verbose = cmd.verbose;
+  style.quiet = cmd.quiet;
+  style.outIsReport = true;
+  return runBatch(console, inputs, 1, task, style);
+}
+
+// The run's status once standard output is flushed: whatever is still in
+// its buffers (the help, the version) lost is an output failure.
+int finish(int status) {
+  std::cout.flush();
+  const bool lost = !std::cout.good() || std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+  if (!lost) {
+    return status;
+  }
+  const int err = errno;
+  std::fprintf(stderr, "kpz: cannot write to standard output: %s\n",
+               err != 0 ? std::strerror(err) : "write failed");
+  return std::max(status, KpzExitCode(KpzExitStatus::Output));
 }
 
 }  // namespace
@@ -661,6 +840,14 @@ int main(int argc, char** argv) {
   app.footer(kHelpFooter);
   app.failure_message(usageMessage);
   app.set_version_flag("--version", "kpz " KPZ_VERSION, "print the version and exit");
+  // Every subcommand's options with the rules: what the manual page is made of.
+  app.set_help_all_flag("--help-all", "print the help of every subcommand too, and exit");
+  // -v and -q are taken before the subcommand too ('kpz -v info a.kpz').
+  bool allVerbose = false;
+  bool allQuiet = false;
+  app.add_flag("-v,--verbose", allVerbose, "show the library's diagnostic lines (any subcommand)");
+  app.add_flag("-q,--quiet", allQuiet,
+               "no progress bar and no report lines (any subcommand; see its -q)");
 
   Command info;
   CLI::App* infoCmd = addCommon(app, "info", "show the metadata, as a table or as JSON", kInfoFooter, &info);
@@ -674,14 +861,16 @@ int main(int argc, char** argv) {
     const char* what;
     const char* defaultName;
     Command* cmd;
+    const char* examples;
   } pictures[] = {
       {"preview", "write the preview (the large JPEG the camera stored in the file)",
-       "FILE's name with .preview.jpg", &preview},
+       "FILE's name with .preview.jpg", &preview, kPreviewExamples},
       {"thumbnail", "write the thumbnail (the small JPEG of the file's IFD1)",
-       "FILE's name with .thumb.jpg", &thumbnail},
+       "FILE's name with .thumb.jpg", &thumbnail, kThumbnailExamples},
   };
   for (const auto& p : pictures) {
-    CLI::App* sub = addCommon(app, p.name, p.what, kPictureFooter, p.cmd);
+    CLI::App* sub =
+        addCommon(app, p.name, p.what, std::string(kPictureFooter) + p.examples, p.cmd);
     addBatchOptions(sub, p.cmd);
     p.cmd->outputOption = sub->add_option(
         "-o,--output", p.cmd->output,
@@ -692,6 +881,9 @@ int main(int argc, char** argv) {
     sub->add_flag("--sync", p.cmd->sync,
                   "flush each output file and its directory to the disk before reporting it "
                   "written (slower; see 'Durability' in 'kpz --help')");
+    sub->add_flag("--skip-existing", p.cmd->skipExisting,
+                  "an output already present and whole (a JPEG from its first to its last "
+                  "marker) is not written again; the summary counts it");
     sub->add_flag("--upright", p.cmd->upright,
                   "write the JPEG turned the right way up, as the file's orientation says "
                   "(lossless where its edges allow; see '--upright' in 'kpz --help')");
@@ -719,16 +911,26 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     const int code = app.exit(e);  // prints the help, or the error on standard error
-    return KpzExitCode(code == 0 ? KpzExitStatus::Ok : KpzExitStatus::Usage);
+    return finish(KpzExitCode(code == 0 ? KpzExitStatus::Ok : KpzExitStatus::Usage));
   }
-  if (app.got_subcommand("info")) {
-    return runInfo(info);
+  for (Command* cmd : {&info, &preview, &thumbnail, &rotate}) {
+    cmd->verbose = cmd->verbose || allVerbose;
+    cmd->quiet = cmd->quiet || allQuiet;
   }
-  if (app.got_subcommand("preview")) {
-    return runPicture(KpzPictureReader::Kind::Preview, preview);
+  int status = 0;
+  {
+    const KpzInterrupt interrupt;  // SIGINT, SIGTERM: the run stops and unwinds
+    if (app.got_subcommand("info")) {
+      status = runInfo(info);
+    } else if (app.got_subcommand("preview")) {
+      status = runPicture(KpzPictureReader::Kind::Preview, preview);
+    } else if (app.got_subcommand("thumbnail")) {
+      status = runPicture(KpzPictureReader::Kind::Thumbnail, thumbnail);
+    } else {
+      status = runRotate(rotate);
+    }
   }
-  if (app.got_subcommand("thumbnail")) {
-    return runPicture(KpzPictureReader::Kind::Thumbnail, thumbnail);
-  }
-  return runRotate(rotate);
+  status = finish(status);
+  KpzInterrupt::EndBySignal();  // returns when no signal was caught
+  return status;
 }

@@ -12,7 +12,9 @@ class Progress:
     is a terminal and the run is long (kit.progress_is_long), redrawn at most
     every kit.PROGRESS_REDRAW_MS. `clock` gives seconds (a test gives its own).
     A run whose inputs are still being found gives update() the number found
-    so far and more=True: the bar shows that number with a '+' after it."""
+    so far and more=True: the bar shows that number with a '+' after it.
+    The bar's text (count, rate, time left) is kpz's, drawn by the kit
+    (kit.progress_line)."""
 
     def __init__(self, total: int, stream: Any,
                  clock: Callable[[], float] = time.monotonic) -> None:
@@ -32,18 +34,22 @@ class Progress:
         now = self._clock()
         if not kit.progress_is_long(self._total, int((now - self._start) * 1000)):
             return
-        if done < self._total and self._last is not None and \
+        if (more or done < self._total) and self._last is not None and \
                 (now - self._last) * 1000 < kit.PROGRESS_REDRAW_MS:
             return
-        self._last = now
         try:
             width = os.get_terminal_size(self._stream.fileno()).columns
         except (OSError, ValueError, AttributeError):  # not a terminal after all, or no fileno
-            width = 80
-        text = kit.progress_text(done, self._total, width - (1 if more else 0))
-        if more:  # "250/1000+ files": 1000 found so far
-            text = text.replace("/%d files" % self._total, "/%d+ files" % self._total, 1)
-        self._stream.write("\r" + text)
+            width = 0  # unknown: the kit assumes 80
+        # The kit draws the bar (kpz's own): any width, 0 and absurd ones
+        # included, gives a line or nothing.
+        line = kit.progress_line(done, self._total, width, more=more,
+                                 elapsed_ms=int((now - self._start) * 1000))
+        self._last = now
+        if not line:
+            self.clear()  # too narrow for the count: no bar
+            return
+        self._stream.write(line)
         self._stream.flush()
         self.shown = True
 

@@ -69,6 +69,24 @@ TEST_F(KpzInputWalkTest, GivesTheFilesOfTheWholeListInItsOrder) {
                                       P("missing.kpz|")}));
 }
 
+TEST_F(KpzInputWalkTest, APatternTypedIsExpandedAndNotFilteredByExtension) {
+  for (const char* f : {"d/b.xyz", "d/a.xyz", "d/c.kpz", "d/.h.xyz", "d/sub/e.kpz", "d/sub/f.xyz"}) {
+    File(f);
+  }
+  // --ext chooses what directories give; a pattern's matches are all taken.
+  const auto walked = Walk({P("d/*.xyz"), P("d/s*"), P("d/*.none"), P("d/c.kpz")});
+  EXPECT_EQ(Flat(walked),
+            (std::vector<std::string>{P("d/a.xyz|"), P("d/b.xyz|"), P("d/sub/e.kpz|"),
+                                      P("d/*.none|"), P("d/c.kpz|")}));
+  EXPECT_EQ(Flat(walked), Flat(KpzInputList::Expand({P("d/*.xyz"), P("d/s*"), P("d/*.none"),
+                                                     P("d/c.kpz")},
+                                                    opt)));
+  // A file whose name holds '*' is that file, not a pattern.
+  File("d/star*.kpz");
+  EXPECT_FALSE(KpzInputList::IsPattern(P("d/star*.kpz")));
+  EXPECT_EQ(Flat(Walk({P("d/star*.kpz")})), (std::vector<std::string>{P("d/star*.kpz|")}));
+}
+
 TEST_F(KpzInputWalkTest, WithoutRecursionSubdirectoriesAreNotEntered) {
   File("a.kpz");
   File("sub/b.kpz");

@@ -16,12 +16,14 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -506,6 +508,88 @@ TEST(KpzOutputFile, IsWholeTakesOnlyARegularWholeJpeg) {
   const std::string fifo = dir.Path() + "/fifo.jpg";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   EXPECT_FALSE(KpzOutputFile::IsWhole(fifo));  // never blocks on a FIFO
+}
+
+// A process id that is gone: a child that ended and was reaped.
+pid_t DeadPid() {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return pid;
+}
+
+// Sets the modification time of `path` to `when`.
+void Touch(const std::string& path, std::time_t when) {
+  const struct timespec times[2] = {{when, 0}, {when, 0}};
+  utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
+}
+
+TEST(KpzOutputFile, TemporaryNameTellsTheMachineAndTheProcess) {
+  kpztest::TempDir dir;
+  kpztest::FaultGuard guard;
+  kpztest::Arm(kpztest::Call::Rename, EIO);
+  kpztest::Arm(kpztest::Call::Unlink, EIO);  // so that the temporary file stays to be seen
+  std::string why;
+  EXPECT_FALSE(KpzOutputFile::Write(dir.Path() + "/o.jpg", Bytes(10, 1), false, &why));
+  const std::vector<std::string> names = Listing(dir.Path());
+  ASSERT_EQ(names.size(), 1u);
+  const std::string& t = names[0];
+  const std::string mine = "-" + std::to_string(getpid()) + ".";
+  ASSERT_EQ(t.rfind(".o.jpg.kpz-", 0), 0u) << t;
+  ASSERT_EQ(t.size() > 7 ? t.compare(t.size() - 7 - mine.size() + 1, mine.size(), mine) : 1, 0)
+      << t;
+  // Ours, and this process is alive: never stale, whatever its age.
+  Touch(dir.Path() + "/" + t, 1000);
+  EXPECT_FALSE(KpzOutputFile::IsStaleTemporary(dir.Path(), t));
+}
+
+TEST(KpzOutputFile, RemoveStaleTakesOnlyOldTemporariesOfDeadRunsOnThisMachine) {
+  kpztest::TempDir dir;
+  std::string why;
+  {
+    kpztest::FaultGuard guard;
+    kpztest::Arm(kpztest::Call::Rename, EIO);
+    kpztest::Arm(kpztest::Call::Unlink, EIO);
+    ASSERT_FALSE(KpzOutputFile::Write(dir.Path() + "/a.jpg", Bytes(10, 1), false, &why));
+  }
+  const std::string left = Listing(dir.Path())[0];  // ".a.jpg.kpz-<host>-<pid>.XXXXXX"
+  const std::string hostAndPid = left.substr(std::string(".a.jpg.kpz-").size());
+  const std::string host = hostAndPid.substr(0, hostAndPid.rfind('-'));
+  const std::string dead = std::to_string(DeadPid());
+  const std::time_t now = std::time(nullptr);
+  const std::time_t old = now - KpzOutputFile::kStaleMinutes * 60;
+  const auto put = [&](const std::string& name, std::time_t when) {
+    ASSERT_TRUE(kpztest::WriteFileBytes(dir.Path() + "/" + name, Bytes(3, 7)));
+    Touch(dir.Path() + "/" + name, when);
+  };
+  std::filesystem::remove(dir.Path() + "/" + left);
+  put(".b.preview.jpg.kpz-" + host + "-" + dead + ".aB3xY9", old);      // stale: removed
+  put(".c.jpg.kpz-" + host + "-" + dead + ".000000", old - 86400);      // stale: removed
+  put(".d.jpg.kpz-" + host + "-" + dead + ".aB3xY9", old + 60);         // changed lately
+  put(".e.jpg.kpz-" + host + "-1.aB3xY9", old);                          // pid 1 is alive
+  put(".f.jpg.kpz-" + host + "-" + std::to_string(getpid()) + ".aB3xY9", old);  // this run's
+  put(".g.jpg.kpz-elsewhere-" + dead + ".aB3xY9", old);                  // another machine
+  put(".h.jpg.aB3xY9", old);                                             // no owner in its name
+  put(".kpz-" + host + "-" + dead + ".aB3xY9", old);                     // no output name
+  put(".i.jpg.kpz-" + host + "-" + dead + ".aB3xY", old);               // 5 characters
+  put(".j.jpg.kpz-" + host + "-" + dead + ".aB3x-9", old);              // not letters or digits
+  put("k.jpg.kpz-" + host + "-" + dead + ".aB3xY9", old);               // not hidden
+  put("user.jpg", old);
+  std::filesystem::create_directory(dir.Path() + "/.l.jpg.kpz-" + host + "-" + dead + ".aB3xY9");
+  std::filesystem::create_symlink("user.jpg",
+                                  dir.Path() + "/.m.jpg.kpz-" + host + "-" + dead + ".aB3xY9");
+  Touch(dir.Path() + "/.m.jpg.kpz-" + host + "-" + dead + ".aB3xY9", old);
+  EXPECT_EQ(KpzOutputFile::RemoveStale(dir.Path()), 2u);
+  const std::vector<std::string> kept = Listing(dir.Path());
+  EXPECT_EQ(kept.size(), 12u);
+  for (const std::string& name : kept) {
+    EXPECT_EQ(name.find(".b.preview.jpg"), std::string::npos);
+    EXPECT_EQ(name.find(".c.jpg"), std::string::npos);
+  }
+  EXPECT_EQ(KpzOutputFile::RemoveStale(dir.Path() + "/missing"), 0u);
 }
 
 }  // namespace

@@ -14,6 +14,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 
@@ -52,6 +54,21 @@ class Pipe {
   int m_fds[2];
 };
 
+// What Update draws for `done` of `total`, `ms` into the run, on 80 columns.
+std::string Drawn(std::size_t done, std::size_t total, long long ms, bool more = false) {
+  KpzProgressBar::Frame f;
+  f.done = done;
+  f.total = total;
+  f.more = more;
+  f.elapsedMs = ms;
+  return KpzProgressBar::Line(f, 80);
+}
+
+// A bar of `size` characters, `filled` of them '#'.
+std::string Bar(std::size_t filled, std::size_t size) {
+  return std::string(filled, '#') + std::string(size - filled, '-');
+}
+
 TEST(KpzProgressBar, RenderFillsTheBarInProportion) {
   EXPECT_EQ(KpzProgressBar::Render(250, 1000, 80),
             "kpz: [##########------------------------------] 250/1000 files");
@@ -62,11 +79,73 @@ TEST(KpzProgressBar, RenderFillsTheBarInProportion) {
 }
 
 TEST(KpzProgressBar, RenderKeepsTheBarBetweenTenAndFortyCharacters) {
-  // 80 columns leave room for 40; 30 columns for 30 - 6 - 1 - 11 - 1 = 11.
+  // 80 columns leave room for 40; 30 columns for 30 - 6 - 2 - 10 - 1 = 11.
   EXPECT_EQ(KpzProgressBar::Render(6, 12, 30), "kpz: [#####------] 6/12 files");
-  EXPECT_EQ(KpzProgressBar::Render(6, 12, 5), "kpz: [#####-----] 6/12 files");
   EXPECT_EQ(KpzProgressBar::Render(1, 2, 500).size(),
             std::string("kpz: [] 1/2 files").size() + 40);
+}
+
+TEST(KpzProgressBar, TextTellsTheRateAndTheTimeLeft) {
+  KpzProgressBar::Frame f;
+  f.done = 250;
+  f.total = 1000;
+  f.elapsedMs = 20000;  // 12.5 files a second: 750 more take 60 s
+  // 80 columns: 6 + 2 + 14 + 19 + 1 spare leave 38 for the bar, a quarter filled.
+  EXPECT_EQ(KpzProgressBar::Text(f, 80),
+            "kpz: [" + Bar(9, 38) + "] 250/1000 files, 12.5/s, 1:00 left");
+  f.elapsedMs = 2500;  // 100 a second; hours when slow
+  EXPECT_NE(KpzProgressBar::Text(f, 80).find("250/1000 files, 100/s, 0:08 left"), std::string::npos)
+      << KpzProgressBar::Text(f, 80);
+  f.done = 1;
+  f.elapsedMs = 36000;
+  EXPECT_NE(KpzProgressBar::Text(f, 80).find("1/1000 files, 0.0/s, 9:59:24 left"), std::string::npos);
+  f.done = 250;
+  f.more = true;  // still counting: no time left, a '+'
+  f.elapsedMs = 20000;
+  EXPECT_NE(KpzProgressBar::Text(f, 80).find("] 250/1000+ files, 12.5/s"), std::string::npos);
+  f.more = false;
+  f.done = 1000;  // all done: nothing left to tell
+  EXPECT_NE(KpzProgressBar::Text(f, 80).find("] 1000/1000 files, 50.0/s"), std::string::npos);
+  EXPECT_EQ(KpzProgressBar::Text(f, 80).find("left"), std::string::npos);
+}
+
+TEST(KpzProgressBar, NarrowLinesDropTheTimeLeftThenTheRateThenTheBar) {
+  KpzProgressBar::Frame f;
+  f.done = 250;
+  f.total = 1000;
+  f.elapsedMs = 20000;
+  EXPECT_EQ(KpzProgressBar::Text(f, 52), "kpz: [" + Bar(2, 10) + "] 250/1000 files, 12.5/s, 1:00 left");
+  EXPECT_EQ(KpzProgressBar::Text(f, 51), "kpz: [" + Bar(5, 20) + "] 250/1000 files, 12.5/s");
+  EXPECT_EQ(KpzProgressBar::Text(f, 41), "kpz: [" + Bar(2, 10) + "] 250/1000 files, 12.5/s");
+  EXPECT_EQ(KpzProgressBar::Text(f, 40), "kpz: [" + Bar(4, 17) + "] 250/1000 files");
+  EXPECT_EQ(KpzProgressBar::Text(f, 33), "kpz: [" + Bar(2, 10) + "] 250/1000 files");
+  EXPECT_EQ(KpzProgressBar::Text(f, 32), "kpz: 250/1000 files");
+  EXPECT_EQ(KpzProgressBar::Text(f, 25), "kpz: 250/1000 files");
+  EXPECT_EQ(KpzProgressBar::Text(f, 20), "kpz: 250/1000 files");
+  EXPECT_EQ(KpzProgressBar::Text(f, 19), "");  // the count does not fit: nothing
+  EXPECT_EQ(KpzProgressBar::Line(f, 19), "");
+  EXPECT_EQ(KpzProgressBar::Line(f, 25), "\rkpz: 250/1000 files\033[K");
+}
+
+TEST(KpzProgressBar, AnyWidthGivesALineWithinItOrNothing) {
+  KpzProgressBar::Frame f;
+  f.done = 49;
+  f.total = 51;
+  f.more = true;
+  f.elapsedMs = 1500;
+  // 0 and below: unknown (a terminal of 0 columns), 80 assumed.
+  EXPECT_EQ(KpzProgressBar::Text(f, 0), KpzProgressBar::Text(f, 80));
+  EXPECT_EQ(KpzProgressBar::Text(f, -1), KpzProgressBar::Text(f, 80));
+  EXPECT_EQ(KpzProgressBar::Text(f, LLONG_MIN), KpzProgressBar::Text(f, 80));
+  EXPECT_EQ(KpzProgressBar::Text(f, LLONG_MAX), KpzProgressBar::Text(f, 1000));
+  for (long long width = 1; width <= 200; ++width) {
+    const std::string text = KpzProgressBar::Text(f, width);
+    EXPECT_LT(text.size(), static_cast<std::size_t>(width)) << width;
+  }
+  f.elapsedMs = LLONG_MAX;
+  f.done = SIZE_MAX;
+  f.total = SIZE_MAX;
+  EXPECT_FALSE(KpzProgressBar::Text(f, 200).empty());
 }
 
 TEST(KpzProgressBar, RenderCountsDoneAboveTotalAsTotalAndAnEmptyRunAsFull) {
@@ -110,7 +189,7 @@ TEST(KpzProgressBar, RunThatLastsOverASecondGetsItsBar) {
   EXPECT_EQ(p.Drain(), "");
   clock.Advance(std::chrono::milliseconds(1));
   bar.Update(1, 3);
-  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(1, 3, 80) + "\033[K");
+  EXPECT_EQ(p.Drain(), Drawn(1, 3, KpzProgressBar::kTimeThresholdMs + 1));
 }
 
 TEST(KpzProgressBar, ManyFilesDrawAtOnceThenAtMostEveryTenthOfASecond) {
@@ -118,18 +197,18 @@ TEST(KpzProgressBar, ManyFilesDrawAtOnceThenAtMostEveryTenthOfASecond) {
   KpzManualClock clock;
   KpzProgressBar bar(p.WriteEnd(), true, clock);
   bar.Update(1, 100);  // a pipe is no terminal: 80 columns are assumed
-  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(1, 100, 80) + "\033[K");
+  EXPECT_EQ(p.Drain(), Drawn(1, 100, 0));
   EXPECT_TRUE(bar.IsShown());
   bar.Update(2, 100);  // too soon
   EXPECT_EQ(p.Drain(), "");
   bar.Update(100, 100);  // the end is always drawn
-  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(100, 100, 80) + "\033[K");
+  EXPECT_EQ(p.Drain(), Drawn(100, 100, 0));
   clock.Advance(std::chrono::milliseconds(KpzProgressBar::kRedrawMs - 1));
   bar.Update(40, 100);  // still too soon
   EXPECT_EQ(p.Drain(), "");
   clock.Advance(std::chrono::milliseconds(1));
   bar.Update(50, 100);
-  EXPECT_EQ(p.Drain(), "\r" + KpzProgressBar::Render(50, 100, 80) + "\033[K");
+  EXPECT_EQ(p.Drain(), Drawn(50, 100, KpzProgressBar::kRedrawMs));
   bar.Update(51, 100);  // the redraw starts the next tenth
   EXPECT_EQ(p.Drain(), "");
 }
