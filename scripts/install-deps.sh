@@ -20,6 +20,9 @@ packages=(
   python3-fsspec python3-aiohttp python3-requests  # its remote sources and outputs (fsspec; its HTTP back end imports aiohttp and requests)
   nginx-light                            # its tests serve files over HTTP on 127.0.0.1 (never left running)
   iproute2                               # its hosts test builds network namespaces (ip netns), as root
+  libmicrohttpd-dev libssl-dev           # kpz serve: HTTP (libmicrohttpd) and signed URLs (libcrypto's HMAC)
+  chromium chromium-driver python3-selenium  # kpz serve's gallery page, tested in headless Chromium
+  wrk                                    # scripts/bench.sh --serve
   "$@"
 )
 

@@ -33,6 +33,7 @@
 #include "kpz/KpzExitStatus.h"
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
+#include "serve/KpzServeCommand.h"
 #include "kpz/KpzInfoText.h"
 #include "kpz/KpzInputList.h"
 #include "kpz/KpzInputWalk.h"
@@ -715,6 +716,8 @@ int main(int argc, char** argv) {
       rotateCmd->add_option("--code", rotate.code, "set rotation code N (0..7) outright");
   rotateCmd->add_flag("-n,--dry-run", rotate.dryRun, "show what would change; write nothing");
 
+  KpzServeCommand serve(app);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -729,6 +732,9 @@ int main(int argc, char** argv) {
   }
   if (app.got_subcommand("thumbnail")) {
     return runPicture(KpzPictureReader::Kind::Thumbnail, thumbnail);
+  }
+  if (serve.Chosen()) {
+    return serve.Run();
   }
   return runRotate(rotate);
 }
