@@ -42,6 +42,13 @@ void KpzSource::Close() {
   }
 }
 
+int KpzSource::Release() {
+  const int fd = m_fd;
+  m_fd = -1;
+  Close();
+  return fd;
+}
+
 std::string KpzSource::NotRegularWords() { return DtRawErrorText::NotRegular(); }
 
 std::string KpzSource::ReadErrorWords(int err) {

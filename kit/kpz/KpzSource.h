@@ -84,6 +84,11 @@ class KpzSource {
   // Closes the descriptor (if open). Safe any number of times.
   void Close();
 
+  // Hands the descriptor over to the caller (who closes it) and forgets
+  // it, as Close would; -1 when nothing is open. For a server that sends
+  // the picture from it after this object is gone.
+  int Release();
+
   // A name under which the library can open the very file Open opened:
   // "<procDir>/<fd>" when that name leads to the same file (device and
   // inode as the descriptor's), so a file, pipe or link put under the

@@ -639,10 +639,9 @@ struct KpzServe::Impl {
       length = range.length;
       status = MHD_HTTP_PARTIAL_CONTENT;
     }
-    // Sent from the raw file's own descriptor (sendfile): a copy of the
-    // descriptor, which the response owns and closes.
-    const int sendFd = fcntl(source.Fd(), F_DUPFD_CLOEXEC, 0);
-    if (sendFd < 0) return busy(c, r, false);  // out of descriptors
+    // Sent from the raw file's own descriptor (sendfile), which the
+    // response owns and closes.
+    const int sendFd = source.Release();
     MHD_Response* response = MHD_create_response_from_fd_at_offset64(
         length, sendFd, o.range.offset + first);
     if (response == nullptr) {
