@@ -224,11 +224,39 @@ def geomean(xs):
     return p ** (1.0 / len(xs))
 
 
+def plot(out, rows):
+    """serve.png: requests/s and p99 of both servers, side by side."""
+    gp = shutil.which("gnuplot")
+    if gp:
+        dat = out / "serve.dat"
+        dat.write_text("".join('"%s %s" %.1f %.1f %.3f %.3f\n' % (
+            x["kind"], x["phase"], x["kpz_rps"], x["nginx_rps"], x["kpz_p99"], x["nginx_p99"])
+            for x in rows))
+        subprocess.run([gp], text=True, input=f"""
+    set terminal pngcairo size 900,420 noenhanced
+    set output '{out / 'serve.png'}'
+    set multiplot layout 1,2
+    set style data histograms
+    set style histogram clustered gap 1
+    set style fill solid 0.8 border -1
+    set boxwidth 0.9
+    set grid ytics
+    set logscale y
+    set key top right
+    set xtics rotate by -20
+    set title 'requests per second (wrk, 64 connections; log scale)'
+    plot '{dat}' using 2:xtic(1) title 'kpz serve', '' using 3 title 'nginx (extracted files)'
+    set title 'p99 latency, ms (log scale)'
+    plot '{dat}' using 4:xtic(1) title 'kpz serve', '' using 5 title 'nginx (extracted files)'
+    unset multiplot
+    """)
+
+
 def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    ap.add_argument("--kpz", required=True)
-    ap.add_argument("--corpus", required=True, help="a folder of .kpz files")
-    ap.add_argument("--work", required=True)
+    ap.add_argument("--kpz")
+    ap.add_argument("--corpus", help="a folder of .kpz files")
+    ap.add_argument("--work", default="/tmp/kpz-bench-serve")
     ap.add_argument("--out", required=True)
     ap.add_argument("--rounds", type=int, default=3)
     ap.add_argument("--seconds", type=int, default=10)
@@ -239,8 +267,14 @@ def main():
     ap.add_argument("--sample", default=str(Path(__file__).resolve().parent.parent / "samples" / "sample.kpz"))
     ap.add_argument("--idle", type=int, default=10000, help="idle connections of the memory check")
     ap.add_argument("--distinct", type=int, default=100000, help="files of the memory check")
+    ap.add_argument("--replot", metavar="SERVE_JSON",
+                    help="only draw serve.png from an earlier run's serve.json")
     args = ap.parse_args()
     work, out = Path(args.work), Path(args.out)
+    if args.replot:
+        out.mkdir(parents=True, exist_ok=True)
+        plot(out, json.loads(Path(args.replot).read_text())["rows"])
+        return
     work.mkdir(parents=True, exist_ok=True)
     out.mkdir(parents=True, exist_ok=True)
     corpus = Path(args.corpus).resolve()
@@ -354,29 +388,7 @@ def main():
         {k: v for k, v in x.items() if k != "raw"} for x in runs]}, indent=1))
     print(table)
 
-    gp = shutil.which("gnuplot")
-    if gp:
-        dat = out / "serve.dat"
-        dat.write_text("".join('"%s %s" %.1f %.1f %.3f %.3f\n' % (
-            x["kind"], x["phase"], x["kpz_rps"], x["nginx_rps"], x["kpz_p99"], x["nginx_p99"])
-            for x in rows))
-        subprocess.run([gp], text=True, input=f"""
-set terminal pngcairo size 900,420 noenhanced
-set output '{out / 'serve.png'}'
-set multiplot layout 1,2
-set style data histograms
-set style histogram clustered gap 1
-set style fill solid 0.8 border -1
-set boxwidth 0.9
-set grid ytics
-set key top right
-set xtics rotate by -20
-set title 'requests per second (wrk, 64 connections)'
-plot '{dat}' using 2:xtic(1) title 'kpz serve', '' using 3 title 'nginx (extracted files)'
-set title 'p99 latency (ms)'
-plot '{dat}' using 4:xtic(1) title 'kpz serve', '' using 5 title 'nginx (extracted files)'
-unset multiplot
-""")
+    plot(out, rows)
 
 
 if __name__ == "__main__":
