@@ -40,7 +40,7 @@ class KpzServe {
     std::vector<std::string> extensions = {".kpz"};  // lower case, with the dot
     std::string key;                    // HMAC key of signed URLs; empty: not signed
     unsigned threads = 0;               // 0: one per processor
-    unsigned maxConnections = 512;      // more are answered 503 and closed
+    unsigned maxConnections = 2048;     // more are answered 503 and closed
     unsigned maxRequests = 256;         // requests in progress; more are answered 503
     unsigned timeoutSeconds = 10;       // idle connection, and time to send a request's head
     unsigned requestSeconds = 300;      // one response's whole time

@@ -3,6 +3,7 @@
 #include "serve/KpzServeCommand.h"
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <time.h>
 
 #include <CLI/CLI.hpp>
@@ -89,7 +90,7 @@ KpzServeCommand::KpzServeCommand(CLI::App& app) {
                     "none: unsigned)");
   m_sub->add_option("--threads", o.threads, "threads answering requests (default: one per CPU)");
   m_sub->add_option("--max-connections", o.maxConnections,
-                    "open connections; past them 503 and closed (default 512)");
+                    "open connections; past them 503 and closed (default 2048)");
   m_sub->add_option("--max-requests", o.maxRequests,
                     "requests answered at once; past them 503 (default 256)");
   m_sub->add_option("--timeout", o.timeoutSeconds,
@@ -149,6 +150,19 @@ int KpzServeCommand::Run() {
   sigaddset(&stop, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop, nullptr);
   signal(SIGPIPE, SIG_IGN);  // a client gone while a picture is sent
+
+  // Each connection and each picture sent holds a descriptor: the soft
+  // limit (often 1024) is raised toward the hard one as far as the limits
+  // set here need.
+  struct rlimit files;
+  if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+    const rlim_t want = static_cast<rlim_t>(m_options.maxConnections) * 2 + 256;
+    if (files.rlim_cur < want) {
+      files.rlim_cur = files.rlim_max == RLIM_INFINITY || files.rlim_max > want ? want
+                                                                              : files.rlim_max;
+      setrlimit(RLIMIT_NOFILE, &files);
+    }
+  }
 
   KpzQuietStderr hush(!m_verbose);
   m_options.logFd = hush.RealStderr();
