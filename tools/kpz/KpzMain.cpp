@@ -33,7 +33,6 @@
 #include "kpz/KpzExitStatus.h"
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
-#include "serve/KpzServeCommand.h"
 #include "kpz/KpzInfoText.h"
 #include "kpz/KpzInputList.h"
 #include "kpz/KpzInputWalk.h"
@@ -50,6 +49,7 @@
 #include "kpz/KpzShownName.h"
 #include "kpz/KpzSource.h"
 #include "kpz/KpzSummary.h"
+#include "kpz/serve/KpzServeCommand.h"
 #include "kpz/KpzUpright.h"
 
 #ifndef KPZ_VERSION

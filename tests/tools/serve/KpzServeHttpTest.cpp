@@ -1,6 +1,6 @@
 // KpzServeHttpTest.cpp - kpz serve's rules for ranges, dates, tags,
 // signatures and paths (tools/kpz/serve/KpzServeHttp).
-#include "serve/KpzServeHttp.h"
+#include "kpz/serve/KpzServeHttp.h"
 
 #include <gtest/gtest.h>
 

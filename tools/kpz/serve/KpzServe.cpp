@@ -1,6 +1,6 @@
 // KpzServe.cpp - kpz serve's routes, answers and limits over libmicrohttpd
 // (tools/kpz/serve). See the header.
-#include "serve/KpzServe.h"
+#include "kpz/serve/KpzServe.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -31,9 +31,9 @@
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzMetadataReader.h"
 #include "kpz/KpzSource.h"
-#include "serve/KpzServeHttp.h"
-#include "serve/KpzServeMetrics.h"
-#include "serve/KpzServePage.h"
+#include "kpz/serve/KpzServeHttp.h"
+#include "kpz/serve/KpzServeMetrics.h"
+#include "kpz/serve/KpzServePage.h"
 
 namespace {
 

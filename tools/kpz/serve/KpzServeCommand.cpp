@@ -1,6 +1,6 @@
 // KpzServeCommand.cpp - the `serve` subcommand of the kpz tool
 // (tools/kpz/serve). See the header.
-#include "serve/KpzServeCommand.h"
+#include "kpz/serve/KpzServeCommand.h"
 
 #include <signal.h>
 #include <sys/resource.h>
@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "KpzQuietStderr.h"
+#include "kpz/KpzQuietStderr.h"
 #include "kpz/KpzExitStatus.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "serve/KpzServe.h"
+#include "kpz/serve/KpzServe.h"
 
 namespace CLI {
 class App;

@@ -1,6 +1,6 @@
 // KpzServeHttp.cpp - ranges, dates, tags, signatures and paths for kpz
 // serve (tools/kpz/serve). See the header.
-#include "serve/KpzServeHttp.h"
+#include "kpz/serve/KpzServeHttp.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>

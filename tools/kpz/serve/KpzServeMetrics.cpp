@@ -1,6 +1,6 @@
 // KpzServeMetrics.cpp - kpz serve's counters and their Prometheus text
 // (tools/kpz/serve). See the header.
-#include "serve/KpzServeMetrics.h"
+#include "kpz/serve/KpzServeMetrics.h"
 
 #include <cinttypes>
 #include <cstdarg>

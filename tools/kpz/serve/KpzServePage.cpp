@@ -5,7 +5,7 @@
 // the preview with the file's metadata (/info) on a click or Enter, moves
 // with the arrow keys (and a swipe), closes with Escape, and keeps the open
 // preview in the address (#view=NAME) so it can be shared.
-#include "serve/KpzServePage.h"
+#include "kpz/serve/KpzServePage.h"
 
 const char* KpzServePage::Policy() {
   return "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; "
