@@ -6,6 +6,7 @@ import select
 import signal
 import socket
 import subprocess
+import tempfile
 import time
 
 KPZ = os.environ.get("KPZ_TOOL", "kpz")
@@ -23,11 +24,17 @@ class Server:
     """`kpz serve ROOT --listen 127.0.0.1:0 ARGS...`, up once its first line
     came; stop() sends SIGTERM to its pid and waits (bounded)."""
 
-    def __init__(self, root, *args, env=None, start_timeout=30):
+    def __init__(self, root, *args, env=None, start_timeout=30, unread_stderr=False):
         self.root = root
+        # Standard error into a file (a pipe nobody reads would fill), or,
+        # with `unread_stderr`, into a pipe that is never read.
+        self.stderr = tempfile.TemporaryFile()
+        self._pipe = os.pipe() if unread_stderr else None
         self.proc = subprocess.Popen(
             [KPZ, "serve", root, "--listen", "127.0.0.1:0", *args],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=env)
+            stdout=subprocess.PIPE, stderr=self._pipe[1] if self._pipe else self.stderr, env=env)
+        if self._pipe:
+            os.close(self._pipe[1])
         ready, _, _ = select.select([self.proc.stdout], [], [], start_timeout)
         if not ready:
             self.kill()
@@ -36,8 +43,9 @@ class Server:
         prefix = "kpz: serving %s on http://127.0.0.1:" % root
         if not self.first_line.startswith(prefix):
             self.kill()
+            self.stderr.seek(0)
             raise AssertionError("unexpected first line: %r (stderr %r)" %
-                                 (self.first_line, self.proc.stderr.read()))
+                                 (self.first_line, self.stderr.read()))
         self.port = int(self.first_line[len(prefix):].rstrip("/\n"))
         self.base = "http://127.0.0.1:%d" % self.port
 
@@ -63,7 +71,9 @@ class Server:
         if self.proc.poll() is None:
             self.stop()
         self.proc.stdout.close()
-        self.proc.stderr.close()
+        self.stderr.close()
+        if self._pipe:
+            os.close(self._pipe[0])
 
     def connect(self, timeout=10):
         s = socket.create_connection(("127.0.0.1", self.port), timeout=timeout)

@@ -777,7 +777,11 @@ bool KpzServe::Start(std::string* error) {
   unsigned threads = s.options.threads;
   if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
   unsigned int flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL | MHD_USE_TURBO |
-                       MHD_USE_ITC | MHD_USE_ERROR_LOG;
+                       MHD_USE_ITC;
+  // libmicrohttpd writes a line for every client gone or cut: thousands
+  // from a crowd of slow clients, and a standard error nobody reads (a
+  // full pipe) would stop the threads that write them. Only with -v.
+  if (s.options.logConnections) flags |= MHD_USE_ERROR_LOG;
   if (v6) flags |= MHD_USE_IPv6;
   // Connections past the limit still get their 503 (answer()); past this
   // second bound libmicrohttpd closes them at once.

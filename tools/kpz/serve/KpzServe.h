@@ -51,6 +51,7 @@ class KpzServe {
     unsigned drainSeconds = 5;          // Stop waits this long for answers under way
     unsigned listLimit = 1000;          // most entries one /list page gives
     int logFd = 2;                      // where libmicrohttpd's complaints are written
+    bool logConnections = false;        // them too: a line per client gone or cut
   };
 
   explicit KpzServe(Options options);

@@ -115,7 +115,9 @@ KpzServeCommand::KpzServeCommand(CLI::App& app) {
   m_sub->add_option("--drain", o.drainSeconds,
                     "seconds answers under way get once SIGINT or SIGTERM came (default 5)")
       ->check(CLI::Range(0u, 600u));
-  m_sub->add_flag("-v,--verbose", m_verbose, "show the library's diagnostic lines");
+  m_sub->add_flag("-v,--verbose", m_verbose,
+                  "show the library's diagnostic lines, and the HTTP library's line for every "
+                  "client gone or cut");
 }
 
 bool KpzServeCommand::Chosen() const { return m_sub->parsed(); }
@@ -166,6 +168,7 @@ int KpzServeCommand::Run() {
 
   KpzQuietStderr hush(!m_verbose);
   m_options.logFd = hush.RealStderr();
+  m_options.logConnections = m_verbose;
   KpzServe server(m_options);
   std::string why;
   if (!server.Start(&why)) {
