@@ -61,6 +61,11 @@
 #                                          # through the latency proxy at 50 ms; files/s, CPU per file
 #                                          # and bytes per object (bench/bench_s3.py); 240 objects of
 #                                          # 1.3 MB with 256 KiB previews; --quick narrows it
+#   scripts/bench.sh --serve               # only kpz serve against nginx sending the same previews
+#                                          # and thumbnails extracted as files (sendfile on): wrk at
+#                                          # 64 connections, requests/s and p99, warm and cold, in
+#                                          # alternating order (bench/bench_serve.py); 300 files with
+#                                          # 1.5 MB previews; --quick narrows it
 #   scripts/bench.sh --cold                # only the cold page cache: bytes read from the disk and
 #                                          # wall time per file for kpz preview, the library's main
 #                                          # path, locate only, exiv2, exiftool and the floor, over
@@ -88,6 +93,7 @@ python_only=0
 distributed_only=0
 remote_only=0
 s3_only=0
+serve_only=0
 scale_only=0
 scale_docs=0
 pythonpath_arg=""
@@ -109,6 +115,7 @@ while [ $# -gt 0 ]; do
     --distributed) distributed_only=1 ;;
     --remote) remote_only=1 ;;
     --s3) s3_only=1 ;;
+    --serve) serve_only=1 ;;
     --scale) scale_only=1 ;;
     --docs) scale_docs=1 ;;
     --pythonpath) pythonpath_arg="$2"; shift ;;
@@ -155,7 +162,7 @@ log() { echo "bench: $*" >&2; }
 if ! "$root/scripts/install-deps.sh" libbenchmark-dev libexiv2-dev exiv2 \
     libimage-exiftool-perl strace valgrind gnuplot-nox time python3 pkg-config \
     libturbojpeg0-dev libjpeg-turbo-progs python3-py3exiv2 gir1.2-gexiv2-0.10 python3-gi \
-    linux-perf; then
+    linux-perf wrk nginx-light; then
   log "some packages are missing (run as root to install them); parts needing them are skipped"
 fi
 
@@ -171,6 +178,7 @@ targets="kpz_bench kpz_bench_run"
 [ "$s3_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$scale_only" -eq 1 ] && targets="kpz_bench_run kpz_python"
 [ "$cold" -eq 1 ] && targets="kpz_bench_run"
+[ "$serve_only" -eq 1 ] && targets="kpz_bench_run kpz"
 # Every option that matters is set here, so that a build directory
 # configured otherwise earlier (say without the tool) is brought back in line.
 if ! { cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DKPZ_BUILD_BENCH=ON \
@@ -313,6 +321,28 @@ if [ "$scale_only" -eq 1 ]; then
     --pythonpath "${pythonpath_arg:-$build/python}" --bench-run "$bin/kpz_bench_run" \
     --tests-dir "$root/tests/python" --work "$out/work" --out "$out" \
     --counts "$s_counts" --kill-inputs "$s_kill" "${s_docs[@]}" | tee "$out/table.md"
+  fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
+  exit 0
+fi
+
+# ---- --serve: kpz serve against nginx over the same pictures -----------------
+# 300 files (30 with --quick) of the realistic corpus (1.5 MB previews, 10 KiB
+# thumbnails, filler as a hole); bench/bench_serve.py extracts their pictures
+# for nginx, checks both send the same bytes, runs wrk against each in
+# alternating order and writes serve.md, serve.json and serve.png.
+if [ "$serve_only" -eq 1 ]; then
+  scorpus="$work/serve"
+  mkdir -p "$scorpus"
+  s_files=300; s_rounds=3; s_seconds=10
+  [ "$quick" -eq 1 ] && { s_files=30; s_rounds=1; s_seconds=3; }
+  [ -n "$cli_files_arg" ] && s_files="$cli_files_arg"
+  [ -n "$cli_rounds_arg" ] && s_rounds="$cli_rounds_arg"
+  gen="$("$bin/kpz_bench_run" corpus --out "$scorpus" --files "$s_files" --sparse)"
+  log "$gen"
+  fact load.before_serve "$(load1)"
+  /usr/bin/python3 "$root/bench/bench_serve.py" --kpz "$kpz" --corpus "$scorpus" \
+    --work "$work/serve-work" --out "$out" --rounds "$s_rounds" --seconds "$s_seconds" |
+    tee "$out/table.md"
   fact load.end "$(cut -d' ' -f1-3 /proc/loadavg)"
   exit 0
 fi

@@ -21,6 +21,9 @@ packages=(
   nginx-light                            # its tests serve files over HTTP on 127.0.0.1 (never left running)
   iproute2                               # its hosts test builds network namespaces (ip netns), as root
   python3-botocore                       # s3://: the credential chain and the request signer (AWS Signature Version 4)
+  libmicrohttpd-dev libssl-dev           # kpz serve: HTTP (libmicrohttpd) and signed URLs (libcrypto's HMAC)
+  chromium chromium-driver python3-selenium  # kpz serve's gallery page, tested in headless Chromium
+  wrk                                    # scripts/bench.sh --serve
   "$@"
 )
 # The tests' S3 API server (s3rver, a pinned npm package; Debian has none)

@@ -42,6 +42,13 @@ void KpzSource::Close() {
   }
 }
 
+int KpzSource::Release() {
+  const int fd = m_fd;
+  m_fd = -1;
+  Close();
+  return fd;
+}
+
 std::string KpzSource::NotRegularWords() { return DtRawErrorText::NotRegular(); }
 
 std::string KpzSource::ReadErrorWords(int err) {
@@ -100,6 +107,16 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
     *error = ReadErrorWords(m_errno);
     return false;
   }
+  return Adopt(m_fd, path, error) && ReadHead(error);
+}
+
+bool KpzSource::Adopt(int fd, const std::string& name, std::string* error) {
+  if (fd != m_fd) {
+    Close();
+    m_fd = fd;
+  }
+  m_size = 0;
+  m_errno = 0;
   struct stat st;
   if (fstat(m_fd, &st) != 0) {
     m_errno = errno;
@@ -126,11 +143,15 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
     Close();
     return false;
   }
-  m_path = path;
+  m_path = name;
   m_mtime = st.st_mtim;
   m_size = static_cast<std::uint64_t>(st.st_size);
   m_dev = st.st_dev;
   m_ino = st.st_ino;
+  return true;
+}
+
+bool KpzSource::ReadHead(std::string* error) {
   if (!m_head) {
     m_head.reset(new UINT8[kHeadSize]);
   }

@@ -56,6 +56,18 @@ class KpzSource {
   // name afterwards, every later read and LibraryPath() are of this file.
   bool Open(const std::string& path, std::string* error);
 
+  // Open in two steps, for a caller that opens the name itself (a server
+  // confining names beneath its root, KpzBeneath): Adopt takes over `fd`
+  // (opened read-only with O_NONBLOCK; closed on failure as on success) and
+  // `name` (LibraryPath's fallback), and checks it as Open does (a
+  // directory, device, pipe or socket refused in Open's words), taking the
+  // size, identity and times without reading anything; ReadHead then reads
+  // the head. Open is `open` + Adopt + ReadHead. A caller that already knows
+  // where the pictures lie (a cache keyed by the file's identity) may skip
+  // ReadHead; Head() is then not to be used.
+  bool Adopt(int fd, const std::string& name, std::string* error);
+  bool ReadHead(std::string* error);
+
   // Takes the file's content from memory instead of a descriptor: the head
   // is the first min(length, kHeadSize) bytes of `data` (borrowed for the
   // call), zeros after them; Size() is `fileSize`, which may exceed `length`
@@ -71,6 +83,11 @@ class KpzSource {
 
   // Closes the descriptor (if open). Safe any number of times.
   void Close();
+
+  // Hands the descriptor over to the caller (who closes it) and forgets
+  // it, as Close would; -1 when nothing is open. For a server that sends
+  // the picture from it after this object is gone.
+  int Release();
 
   // A name under which the library can open the very file Open opened:
   // "<procDir>/<fd>" when that name leads to the same file (device and

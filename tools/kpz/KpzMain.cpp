@@ -55,6 +55,7 @@
 #include "kpz/KpzShownName.h"
 #include "kpz/KpzSource.h"
 #include "kpz/KpzSummary.h"
+#include "kpz/serve/KpzServeCommand.h"
 #include "kpz/KpzUpright.h"
 
 #ifndef KPZ_VERSION
@@ -907,6 +908,8 @@ int main(int argc, char** argv) {
       rotateCmd->add_option("--code", rotate.code, "set rotation code N (0..7) outright");
   rotateCmd->add_flag("-n,--dry-run", rotate.dryRun, "show what would change; write nothing");
 
+  KpzServeCommand serve(app);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -916,6 +919,11 @@ int main(int argc, char** argv) {
   for (Command* cmd : {&info, &preview, &thumbnail, &rotate}) {
     cmd->verbose = cmd->verbose || allVerbose;
     cmd->quiet = cmd->quiet || allQuiet;
+  }
+  if (serve.Chosen()) {
+    // The server stops on SIGINT/SIGTERM itself (connections drained within a
+    // bound), so it runs outside the batch commands' interrupt handling.
+    return finish(serve.Run());
   }
   int status = 0;
   {

@@ -237,6 +237,52 @@ TEST(KpzSource, RefusedReadHintsChangeNothingElse) {
   EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fadvise), 1);
 }
 
+TEST(KpzSource, AdoptTakesSizeAndIdentityWithoutReadingThenReadHeadReads) {
+  kpztest::TempDir dir;
+  const Bytes bytes = Counting(5000);
+  const std::string path = dir.Write("a.kpz", bytes);
+  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(fd, 0);
+  KpzSource src;
+  std::string why;
+  ASSERT_TRUE(src.Adopt(fd, "a.kpz", &why)) << why;
+  struct stat st;
+  ASSERT_EQ(stat(path.c_str(), &st), 0);
+  EXPECT_EQ(src.Size(), 5000u);
+  EXPECT_EQ(src.Inode(), st.st_ino);
+  EXPECT_EQ(src.Fd(), fd);
+  EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);  // cleared for a regular file
+  ASSERT_TRUE(src.ReadHead(&why)) << why;
+  EXPECT_EQ(Bytes(src.Head(), src.Head() + 5000), bytes);
+}
+
+TEST(KpzSource, AdoptRefusesAFolderAndAPipeInOpensWords) {
+  kpztest::TempDir dir;
+  const std::string fifo = dir.Path() + "/p.kpz";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  KpzSource src;
+  std::string why;
+  EXPECT_FALSE(src.Adopt(open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), "p.kpz", &why));
+  EXPECT_EQ(why, OpenError(fifo));
+  EXPECT_EQ(src.Fd(), -1);
+  EXPECT_FALSE(src.Adopt(open(dir.Path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), "d", &why));
+  EXPECT_EQ(src.Errno(), EISDIR);
+}
+
+TEST(KpzSource, ReleaseHandsTheDescriptorOver) {
+  kpztest::TempDir dir;
+  KpzSource src;
+  std::string why;
+  ASSERT_TRUE(src.Open(dir.Write("r.kpz", Counting(100)), &why)) << why;
+  const int fd = src.Release();
+  ASSERT_GE(fd, 0);
+  EXPECT_EQ(src.Fd(), -1);
+  src.Close();
+  EXPECT_EQ(fcntl(fd, F_GETFD) >= 0, true);  // still open: the caller's
+  EXPECT_EQ(close(fd), 0);
+  EXPECT_EQ(src.Release(), -1);
+}
+
 }  // namespace
 
 #else

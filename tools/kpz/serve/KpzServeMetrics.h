@@ -1,0 +1,60 @@
+// KpzServeMetrics.h - what kpz serve counts, told as Prometheus text at
+// /metrics: requests by route and status, bytes of bodies sent, a latency
+// histogram by route, failures by kind and the connections cut.
+//
+// Part of the kpz tool (tools/kpz/serve). Fixed arrays of atomic counters:
+// counting takes no lock and no memory, whatever the traffic.
+#ifndef KPZ_TOOLS_KPZ_SERVE_KPZSERVEMETRICS_H
+#define KPZ_TOOLS_KPZ_SERVE_KPZSERVEMETRICS_H
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+class KpzServeMetrics {
+ public:
+  enum Route { Page, List, Preview, Thumbnail, Info, Metrics, Health, Asset, Other, kRoutes };
+  enum Failure {
+    NotFound,     // 404: not there or not allowed
+    NotKpz,       // 422
+    NoPicture,    // 422
+    BadPicture,   // 422
+    Unreadable,   // 422: a read failed after the file was opened
+    Forbidden,    // 403: no valid signature
+    Limit,        // 503
+    BadRequest,   // 405, 414, 416, 431
+    Incomplete,   // a response not sent whole (client gone, file cut, time over)
+    kFailures
+  };
+
+  KpzServeMetrics();
+  KpzServeMetrics(const KpzServeMetrics&) = delete;
+  KpzServeMetrics& operator=(const KpzServeMetrics&) = delete;
+
+  void Request(Route route, unsigned status, std::uint64_t bytes, double seconds);
+  void Fail(Failure failure) { m_failures[failure].fetch_add(1, std::memory_order_relaxed); }
+  void Cut() { m_cut.fetch_add(1, std::memory_order_relaxed); }
+  void Connections(long delta) { m_connections.fetch_add(delta, std::memory_order_relaxed); }
+  long OpenConnections() const { return m_connections.load(std::memory_order_relaxed); }
+
+  // The Prometheus text exposition of every counter, `inFlight` and
+  // `cacheEntries` as gauges.
+  std::string Text(unsigned inFlight, std::size_t cacheEntries) const;
+
+  static const char* RouteName(Route route);
+
+ private:
+  static constexpr int kStatuses = 16;
+  static constexpr int kBuckets = 14;
+  static int statusIndex(unsigned status);
+
+  std::atomic<std::uint64_t> m_requests[kRoutes][kStatuses];
+  std::atomic<std::uint64_t> m_bytes[kRoutes];
+  std::atomic<std::uint64_t> m_latency[kRoutes][kBuckets + 1];  // the last: +Inf
+  std::atomic<std::uint64_t> m_latencyMicros[kRoutes];
+  std::atomic<std::uint64_t> m_failures[kFailures];
+  std::atomic<std::uint64_t> m_cut;
+  std::atomic<long> m_connections;
+};
+
+#endif  // KPZ_TOOLS_KPZ_SERVE_KPZSERVEMETRICS_H
