@@ -15,7 +15,7 @@ import argparse
 import sys
 from typing import Dict, List, Optional, Tuple
 
-from kpz import _s3, remote
+from kpz import _cli
 from kpz._kpz import kit
 
 EPILOG = """\
@@ -68,37 +68,11 @@ def _parser() -> argparse.ArgumentParser:
         description="Write the previews or thumbnails of many KPZ raw files, local or remote, "
                     "on this machine.",
         epilog=EPILOG, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("kind", choices=["preview", "thumbnail"],
-                        help="the embedded preview, or the thumbnail")
-    parser.add_argument("sources", nargs="+", metavar="SOURCES",
-                        help="files, directories, globs, http(s):// or s3:// URLs")
-    parser.add_argument("-o", "--output", required=True, metavar="OUT",
-                        help="output directory, local or s3://bucket/prefix/")
-    parser.add_argument("-r", "--recursive", action="store_true",
-                        help="enter the subdirectories of directories")
-    parser.add_argument("--ext", action="append", default=[], metavar="EXT[,EXT...]",
-                        help="file name extensions taken from directories (default: .kpz; '*': all)")
-    parser.add_argument("--upright", action="store_true",
-                        help="write each picture turned the right way up, as kpz --upright")
-    parser.add_argument("--skip-existing", action="store_true",
-                        help="do not read inputs whose output is already in OUT")
-    parser.add_argument("--sync", action="store_true",
-                        help="flush each local output to the disk before it is reported written")
-    web = parser.add_argument_group("remote inputs and outputs (http(s):// and s3://)")
-    web.add_argument("--max-in-flight", type=int, metavar="N",
-                     help="files read at once (default: %d)" % remote.Settings.max_in_flight)
-    web.add_argument("--tries", type=int, metavar="N",
-                     help="attempts per request before a transient failure (HTTP 429, 5xx, "
-                          "SlowDown, a reset, a timeout) is final (default: %d)"
-                          % remote.Settings.tries)
-    web.add_argument("--connect-timeout", type=float, metavar="SECONDS",
-                     help="to connect (default: %g)" % remote.Settings.connect_timeout)
-    web.add_argument("--read-timeout", type=float, metavar="SECONDS",
-                     help="to wait for any bytes of an answer (default: %g)"
-                          % remote.Settings.read_timeout)
-    web.add_argument("--ca-file", metavar="PEM",
-                     help="the CAs to trust for https://, instead of the system's")
-    _s3.add_arguments(parser)
+    _cli.add_run_arguments(parser,
+                           sources_help="files, directories, globs, http(s):// or s3:// URLs",
+                           output_help="output directory, local or s3://bucket/prefix/")
+    _cli.add_remote_arguments(parser, "remote inputs and outputs (http(s):// and s3://)",
+                              per_worker=False)
     return parser
 
 
@@ -112,14 +86,8 @@ def main(argv: Optional[List[str]] = None) -> int:
 
     parser = _parser()
     args = parser.parse_args(argv)
-    given = {name: getattr(args, name) for name in
-             ("max_in_flight", "tries", "connect_timeout", "read_timeout", "ca_file")
-             if getattr(args, name) is not None}
-    try:
-        settings = remote.Settings(s3=_s3.options_of(args), **given)
-    except ValueError as e:  # "kpz: tries is a whole number of at least 1, not 0"
-        parser.error(str(e).replace("kpz: ", "--", 1).replace("_", "-"))
-    extensions = [e for value in args.ext for e in value.split(",")]
+    settings = _cli.settings_of(parser, args)
+    extensions = _cli.extensions_of(args)
     suffix, noun = KINDS[args.kind]
     try:
         output = Output(args.output, settings)

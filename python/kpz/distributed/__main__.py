@@ -10,7 +10,7 @@ import argparse
 import sys
 from typing import List, Optional
 
-from kpz import _s3, distributed, remote
+from kpz import _cli, distributed
 from kpz._kpz import kit
 
 EPILOG = """\
@@ -65,27 +65,13 @@ def main(argv: Optional[List[str]] = None) -> int:
         prog="python3 -m kpz.distributed",
         description="Write the previews or thumbnails of many KPZ raw files on a Dask cluster.",
         epilog=EPILOG, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("kind", choices=["preview", "thumbnail"],
-                        help="the embedded preview, or the thumbnail")
-    parser.add_argument("sources", nargs="+", metavar="SOURCES",
-                        help="files, directories, globs or fsspec URLs")
-    parser.add_argument("-o", "--output", required=True, metavar="OUT",
-                        help="output directory, local or an fsspec URL")
+    _cli.add_run_arguments(parser, sources_help="files, directories, globs or fsspec URLs",
+                           output_help="output directory, local or an fsspec URL")
     parser.add_argument("--scheduler", metavar="ADDRESS",
                         help="the Dask scheduler (tcp://host:8786); default: a LocalCluster here")
     parser.add_argument("--workers", type=int, metavar="N",
                         help="worker processes of the LocalCluster (default: the number of "
                              "processors); not with --scheduler")
-    parser.add_argument("-r", "--recursive", action="store_true",
-                        help="enter the subdirectories of directories")
-    parser.add_argument("--ext", action="append", default=[], metavar="EXT[,EXT...]",
-                        help="file name extensions taken from directories (default: .kpz; '*': all)")
-    parser.add_argument("--upright", action="store_true",
-                        help="write each picture turned the right way up, as kpz --upright")
-    parser.add_argument("--skip-existing", action="store_true",
-                        help="do not read inputs whose output is already in OUT")
-    parser.add_argument("--sync", action="store_true",
-                        help="flush each local output to the disk before it is reported written")
     parser.add_argument("--batch-size", type=int, metavar="N",
                         help="files per task (default: %d, fewer when the run is short)"
                              % distributed.DEFAULT_BATCH_SIZE)
@@ -93,42 +79,18 @@ def main(argv: Optional[List[str]] = None) -> int:
                         metavar="SECONDS",
                         help="how long to wait for the workers to start, or with --scheduler "
                              "for one to be there (default: %g)" % distributed.START_TIMEOUT)
-    web = parser.add_argument_group(
-        "http(s):// inputs and outputs (read two ranges per file, many files at once per worker)")
-    web.add_argument("--max-in-flight", type=int, metavar="N",
-                     help="files read at once per worker (default: %d)"
-                          % remote.Settings.max_in_flight)
-    web.add_argument("--tries", type=int, metavar="N",
-                     help="attempts per range before a transient failure (HTTP 429, 5xx, a "
-                          "reset, a timeout) is final (default: %d)" % remote.Settings.tries)
-    web.add_argument("--connect-timeout", type=float, metavar="SECONDS",
-                     help="to connect (default: %g)" % remote.Settings.connect_timeout)
-    web.add_argument("--read-timeout", type=float, metavar="SECONDS",
-                     help="to wait for any bytes of an answer (default: %g)"
-                          % remote.Settings.read_timeout)
-    web.add_argument("--file-timeout", type=float, metavar="SECONDS",
-                     help="the most one file may take in all, its retries included; then it "
-                          "fails in words (default: %g)" % remote.Settings.file_timeout)
-    web.add_argument("--ca-file", metavar="PEM",
-                     help="the CAs to trust for https://, instead of the system's")
-    _s3.add_arguments(parser)
+    _cli.add_remote_arguments(
+        parser, "remote inputs and outputs (read two ranges per file, many files at once per "
+        "worker)", per_worker=True)
     args = parser.parse_args(argv)
-    given = {name: getattr(args, name) for name in
-             ("max_in_flight", "tries", "connect_timeout", "read_timeout", "file_timeout",
-              "ca_file")
-             if getattr(args, name) is not None}
-    given["s3"] = _s3.options_of(args)
-    try:
-        settings = remote.Settings(**given)
-    except ValueError as e:  # its words: "kpz: tries is a whole number of at least 1, not 0"
-        parser.error(str(e).replace("kpz: ", "--", 1).replace("_", "-"))
+    settings = _cli.settings_of(parser, args)
     if not args.start_timeout > 0:
         parser.error("--start-timeout takes a number of seconds above 0")
     if args.batch_size is not None and args.batch_size < 1:
         parser.error("--batch-size takes a number of files, at least 1")
     if args.workers is not None and (args.workers < 1 or args.scheduler):
         parser.error("--workers takes a number of at least 1, and not with --scheduler")
-    extensions = [e for value in args.ext for e in value.split(",")]
+    extensions = _cli.extensions_of(args)
 
     def show(r: distributed.Result) -> None:
         if r.out:
