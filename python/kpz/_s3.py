@@ -544,14 +544,14 @@ async def sources(reader: Any, store: Store, url: str, recursive: bool,
         prefix = key[:first]
         folder = prefix[:prefix.rfind("/") + 1]
         delimiter = None if "/" in key[len(folder):] else "/"
-        what = "the glob matches"
 
         def keep(k: str) -> bool:
-            return glob_matches(key, k) and wanted(k.rsplit("/", 1)[-1])
+            # A pattern the user typed: its matches are taken as named, as
+            # kpz takes them (the extensions choose a folder's objects only).
+            return glob_matches(key, k) and not k.endswith("/")
     else:
         prefix = key
         delimiter = None if recursive else "/"
-        what = "the directory holds"
 
         def keep(k: str) -> bool:
             return not k.endswith("/") and wanted(k.rsplit("/", 1)[-1])
@@ -565,8 +565,10 @@ async def sources(reader: Any, store: Store, url: str, recursive: bool,
     except OSError as e:
         yield [(url, "cannot read the directory: %s" % e)]
         return
-    if not found:
-        yield [(url, "%s no file ending in %s" % (what, ext_words))]
+    if not found and first is not None:
+        yield [(url, "the glob matches no file")]
+    elif not found:
+        yield [(url, "the directory holds no file ending in %s" % ext_words)]
 
 
 async def listing(reader: Any, store: Store, url: str) -> AsyncIterator[Tuple[str, int]]:

@@ -130,3 +130,35 @@ def test_a_url_s_query_is_no_glob():
     # server is not there, which is told in words, not raised).
     [(url, why)] = expand_sources(["http://127.0.0.1:9/d/*.kpz?sig=1"])
     assert why.startswith("cannot read the directory: "), why
+
+
+def test_typed_glob_is_not_filtered_by_ext(tmp_path):
+    # A pattern the user typed ('dir/*.xyz') is what was asked for: its
+    # matches are taken whatever --ext says, as kpz takes them; --ext
+    # chooses the files of directories only (a directory matched included).
+    import os
+
+    import fsspec
+
+    from kpz.distributed._inputs import expand_sources
+
+    root = "/kpz-typed-glob-%d" % os.getpid()
+    fs = fsspec.filesystem("memory")
+    for name in ("a.xyz", "b.xyz", "c.kpz", "d.xyz/in.kpz", "d.xyz/in.xyz"):
+        fs.pipe("%s/%s" % (root, name), b"x")
+    try:
+        url = "memory://%s" % root
+        assert expand_sources([url + "/*.xyz"]) == [
+            (url + "/a.xyz", ""), (url + "/b.xyz", ""), (url + "/d.xyz/in.kpz", "")]
+        assert expand_sources([url + "/*.xyz"], extensions=["xyz"]) == [
+            (url + "/a.xyz", ""), (url + "/b.xyz", ""), (url + "/d.xyz/in.xyz", "")]
+        assert expand_sources([url + "/*.nope"]) == [
+            (url + "/*.nope", "the glob matches no file")]
+        assert expand_sources([url + "/"], extensions=["kpz"]) == [(url + "/c.kpz", "")]
+    finally:
+        fs.rm(root, recursive=True)
+    # Local: the kit's own expansion, the same rule.
+    for name in ("a.xyz", "b.xyz", "c.kpz"):
+        (tmp_path / name).write_bytes(b"x")
+    assert expand_sources([str(tmp_path / "*.xyz")]) == [
+        (str(tmp_path / "a.xyz"), ""), (str(tmp_path / "b.xyz"), "")]

@@ -282,6 +282,21 @@ def test_listing_of_2500_keys_comes_in_pages(s3env, tmp_path):
                              "specified bucket does not exist")]
 
 
+def test_typed_glob_on_keys_is_not_filtered_by_ext(s3env, photos):
+    # A pattern the user typed is what was asked for, as kpz takes it: its
+    # matches whatever --ext says; --ext chooses a folder's objects only.
+    from kpz.distributed._inputs import iter_sources
+
+    assert list(iter_sources(["s3://photos/raw/*.txt"], False, (), FAST)) == [
+        ("s3://photos/raw/notes.txt", "")]
+    assert list(iter_sources(["s3://photos/raw/n*"], False, ["kpz"], FAST)) == [
+        ("s3://photos/raw/notes.txt", "")]
+    assert list(iter_sources(["s3://photos/raw/*.nope"], False, (), FAST)) == [
+        ("s3://photos/raw/*.nope", "the glob matches no file")]
+    assert ("s3://photos/raw/notes.txt", "") not in \
+        list(iter_sources(["s3://photos/raw/"], False, (), FAST))
+
+
 def test_faults_of_the_store_retried_or_told_every_good_output_once(s3env, photos, env):
     keys = sorted(k for k in photos if k.endswith(".kpz") and "/sub/" not in k and photos[k])
     with FaultProxy(s3env.endpoint, slowdown_every=5, reset={"photos/" + keys[1]},

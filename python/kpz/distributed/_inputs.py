@@ -2,7 +2,6 @@
 directories and globs through the kit's own expansion, fsspec URLs listed
 through their file system. Runs on the client."""
 
-import glob
 import itertools
 import os
 import posixpath
@@ -107,6 +106,26 @@ def _walked(fs: Any, path: str, folder: str, url_of: Any, normalised: List[str],
         yield url, "the directory holds no file ending in %s" % wanted_ext
 
 
+def _globbed(found: Any, folder: str, url_of: Any, recursive: bool, normalised: List[str],
+             url: str) -> List[Tuple[str, str]]:
+    """The matches of a glob the user typed, inside `folder` only, in name
+    order, taken as named, as kpz takes a pattern's: --ext chooses the files
+    of directories, never the matches of a pattern; a directory matched
+    gives its files as a directory named does. None at all is the URL's
+    failure."""
+    out: List[Tuple[str, str]] = []
+    for name in sorted(found):
+        u = _normal(url_of(name))
+        if not _inside(u, folder):
+            continue
+        info = found[name] if isinstance(found, dict) else {}
+        if info.get("type") == "directory" or u.endswith("/"):
+            out.extend(_remote_inputs(u.rstrip("/") + "/", recursive, normalised))
+        else:
+            out.append((u, ""))
+    return out or [(url, "the glob matches no file")]
+
+
 def _remote_inputs(url: str, recursive: bool,
                    normalised: List[str]) -> Iterable[Tuple[str, str]]:
     """(url, error) pairs for one fsspec URL: a glob, a directory (ending in
@@ -126,7 +145,7 @@ def _remote_inputs(url: str, recursive: bool,
     def wanted(found: List[str], folder: str, what: str) -> List[Tuple[str, str]]:
         """The files found with a wanted extension, inside `folder` only (a
         listing that names '../x.kpz' or another host does not take the run
-        there); none at all is the URL's failure, as a local glob's."""
+        there); none at all is the URL's failure."""
         inside = [u for u in (_normal(url_of(p)) for p in found) if _inside(u, folder)]
         files = [(p, "") for p in inside
                  if kit.extension_matches(p.rstrip("/").rsplit("/", 1)[-1], normalised)]
@@ -149,7 +168,8 @@ def _remote_inputs(url: str, recursive: bool,
                 # read (a server down, a 404) for an empty one: the folder
                 # is read first, so that its failure is told as such.
                 fs.ls(path[:path.rfind("/", 0, first) + 1], detail=False)
-            return wanted(sorted(fs.glob(path)), folder, "the glob matches")
+            return _globbed(fs.glob(path, detail=True), folder, url_of, recursive,
+                            normalised, url)
         if url.endswith("/") or (not web and fs.isdir(path)):
             folder = _normal(url_of(path.rstrip("/") + "/"))
             if recursive:
@@ -208,7 +228,9 @@ def iter_sources(sources: Iterable[str], recursive: bool = False,
                  settings: Any = None) -> Iterator[Tuple[str, str]]:
     """The files named by `sources`, as kpz expands its arguments (directories
     give their files with the wanted extensions, -r enters subdirectories),
-    local globs expanded, and fsspec URLs listed through their file system:
+    globs expanded, their matches taken as named whatever their extension
+    (a directory matched as a directory named), and fsspec URLs listed
+    through their file system:
     (source, error) pairs in argument order, given as they are found. A
     local directory is walked one directory at a time (kit.InputWalk), so
     that millions of files in folders are never listed at once; a glob's
@@ -226,11 +248,9 @@ def iter_sources(sources: Iterable[str], recursive: bool = False,
         if is_url(s):
             yield from _remote_inputs(s, recursive, normalised)
             continue
-        s = local_path(s)
-        names = [s]
-        if any(c in s for c in _GLOB_CHARS) and not os.path.exists(s):
-            names = sorted(glob.glob(s)) or [s]
-        yield from kit.InputWalk(names, recursive, list(extensions))
+        # A local pattern ('dir/*.xyz') is expanded by the kit's walk, its
+        # matches taken as named, as kpz takes them.
+        yield from kit.InputWalk([local_path(s)], recursive, list(extensions))
 
 
 def expand_sources(sources: Sequence[str], recursive: bool = False,
