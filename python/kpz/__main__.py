@@ -99,6 +99,7 @@ def main(argv: Optional[List[str]] = None) -> int:
 
     summary = Summary(noun)
     bar = Progress(0, sys.stderr)
+    bar.count_ahead(list(args.sources), args.recursive, extensions)
     written = kit.NameSet()
     writers: Dict[str, str] = {}  # name -> the input that wrote it, for this batch's lines
     size = ROUNDS_PER_BATCH * settings.max_in_flight
@@ -187,7 +188,8 @@ def main(argv: Optional[List[str]] = None) -> int:
     except KeyboardInterrupt:
         bar.clear()
         return 130
-    bar.clear()
+    finally:
+        bar.close()  # the count ahead ends with the run
     if summary.files == 0:
         sys.stderr.write("kpz: %s\n" % kit.no_files_words(extensions))
         return int(kit.ExitStatus.INPUT)

@@ -25,6 +25,7 @@
 
 #include "kpz/KpzExitStatus.h"
 #include "kpz/KpzExtraction.h"
+#include "kpz/KpzInputCount.h"
 #include "kpz/KpzInputList.h"
 #include "kpz/KpzInputWalk.h"
 #include "kpz/KpzNameSet.h"
@@ -41,6 +42,28 @@
 namespace py = pybind11;
 
 namespace {
+
+// kit.InputCount: the count ahead, stopped by close() (or when collected);
+// what it had counted stays readable after.
+class PyInputCount {
+ public:
+  PyInputCount(const std::vector<std::string>& args, const KpzInputList::Options& options)
+      : m_count(std::make_unique<KpzInputCount>(args, options)) {}
+  std::size_t counted() const { return m_count ? m_count->Counted() : m_counted; }
+  bool finished() const { return m_count ? m_count->Finished() : m_finished; }
+  void close() {
+    if (m_count) {
+      m_counted = m_count->Counted();
+      m_finished = m_count->Finished();
+      m_count.reset();  // stops the walk between two files and waits for it
+    }
+  }
+
+ private:
+  std::unique_ptr<KpzInputCount> m_count;
+  std::size_t m_counted = 0;
+  bool m_finished = false;
+};
 
 // A Python int as a long long, clamped at the type's ends (never an
 // overflow error).
@@ -424,6 +447,33 @@ void KpzPyRegisterKit(py::module_& m) {
           throw py::stop_iteration();
         }
         return std::make_pair(std::move(e.path), std::move(e.error));
+      });
+
+  py::class_<PyInputCount>(
+      m, "InputCount",
+      "The count of the files that `args` name, as InputWalk gives them, ahead of the work, "
+      "for a progress bar's total: files named are counted at once; otherwise a second walk "
+      "of the same arguments runs on a thread of its own (not holding the interpreter lock) "
+      "and keeps only its count. close() (or leaving a with block) stops it and waits.\n\n"
+      "    with kit.InputCount(['shots/'], recursive=True) as count: ... count.counted")
+      .def(py::init([](const std::vector<std::string>& args, bool recursive,
+                       const std::vector<std::string>& extensions) {
+             KpzInputList::Options options;
+             options.recursive = recursive;
+             options.extensions = extensions;
+             return std::make_unique<PyInputCount>(args, options);
+           }),
+           py::arg("args"), py::arg("recursive") = false,
+           py::arg("extensions") = std::vector<std::string>{})
+      .def_property_readonly("counted", &PyInputCount::counted, "The files counted so far.")
+      .def_property_readonly("finished", &PyInputCount::finished,
+                             "True once `counted` is all of them.")
+      .def("close", &PyInputCount::close, py::call_guard<py::gil_scoped_release>(),
+           "Stops the count (between two files) and waits for it; `counted` stays.")
+      .def("__enter__", [](py::object self) { return self; })
+      .def("__exit__", [](PyInputCount& c, const py::args&) {
+        py::gil_scoped_release unlocked;
+        c.close();
       });
 
   py::class_<KpzNameSet>(

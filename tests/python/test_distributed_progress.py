@@ -120,3 +120,112 @@ def test_skip_existing_words_are_the_kits():
     from kpz.distributed import _results
     assert kit.SKIPPED_NOTE == _results.SKIPPED_NOTE
     assert kit.REWRITTEN_NOTE == _results.REWRITTEN_NOTE
+
+
+# -- the total counted ahead of the work, as kpz counts it -------------------
+
+def _files(folder, n, ext=".kpz"):
+    folder.mkdir(parents=True, exist_ok=True)
+    names = []
+    for i in range(n):
+        p = folder / ("f%03d%s" % (i, ext))
+        p.write_bytes(b"not a raw file")
+        names.append(str(p))
+    return names
+
+
+def _counted(bar):
+    # The count runs on a thread of its own; its end is waited for by
+    # yielding, not by a time: the test holds under any load.
+    while not bar._count.finished:
+        os.sched_yield()
+
+
+def test_folder_total_counted_ahead_of_the_work(tmp_path):
+    _files(tmp_path / "shots", 60)
+    _files(tmp_path / "shots" / "sub", 5)
+    (tmp_path / "shots" / "notes.txt").write_text("x")
+    clock, term = Clock(), Terminal()
+    bar = Progress(0, term, clock)
+    bar.count_ahead([str(tmp_path / "shots")], True, ())
+    _counted(bar)
+    bar.update(10, 12, more=True)  # 12 found so far by the work's walk
+    assert term.getvalue() == line(10, 65, 0)
+    assert "10/65 files" in term.getvalue()
+    bar.close()
+    assert term.getvalue().endswith("\r\x1b[K")
+
+
+def test_pattern_total_counted_ahead_whatever_the_extension(tmp_path):
+    _files(tmp_path, 55, ".xyz")
+    clock, term = Clock(), Terminal()
+    bar = Progress(0, term, clock)
+    bar.count_ahead([str(tmp_path / "*.xyz")], False, ())
+    _counted(bar)
+    bar.update(3, 4, more=True)
+    assert term.getvalue() == line(3, 55, 0)
+    bar.close()
+
+
+def test_files_named_counted_at_once(tmp_path):
+    names = _files(tmp_path, 3)
+    clock, term = Clock(), Terminal()
+    bar = Progress(0, term, clock)
+    bar.count_ahead(names, False, ())
+    assert bar._count.finished and bar._count.counted == 3  # no walk to wait for
+    clock.now += 1.001
+    bar.update(1, 1, more=True)
+    assert term.getvalue() == line(1, 3, 1001)
+    bar.close()
+
+
+def test_remote_source_total_is_found_so_far(tmp_path):
+    # Counting a listing ahead would list it twice: the bar keeps the '+'.
+    clock, term = Clock(), Terminal()
+    bar = Progress(0, term, clock)
+    bar.count_ahead([str(tmp_path), "http://127.0.0.1:9/dir/", "s3://bucket/raw/"], True, ())
+    assert bar._count is None
+    bar.update(10, 60, more=True)
+    assert term.getvalue() == line(10, 60, 0, more=True)
+    bar.close()
+
+
+def test_no_count_ahead_without_a_bar(tmp_path):
+    bar = Progress(0, io.StringIO(), Clock())
+    bar.count_ahead([str(tmp_path)], True, ())
+    assert bar._count is None
+
+
+def test_count_ahead_stops_when_the_run_ends(tmp_path):
+    _files(tmp_path / "a", 3)
+    bar = Progress(0, Terminal(), Clock())
+    bar.count_ahead([str(tmp_path)], True, ())
+    bar.close()  # stops the walk and waits for it; what it counted stays readable
+    counted = bar._count.counted
+    assert counted <= 3 and bar._count.counted == counted
+    bar.close()  # twice is harmless
+
+
+def test_python_m_kpz_bar_total_is_the_files_named(tmp_path, monkeypatch, capsys):
+    # python3 -m kpz, batches of 8 files (--max-in-flight 1): the bar's total
+    # is the 20 files named from its first drawing, with no '+'.
+    import sys
+
+    from kpz import __main__ as kpz_main
+
+    names = _files(tmp_path / "in", 20)
+    drawn = []
+
+    def progress_line(done, total, width, more=False, elapsed_ms=-1):
+        drawn.append((done, total, more))
+        return "\rbar"
+
+    monkeypatch.setattr(kit, "progress_is_long", lambda total, ms: True)
+    monkeypatch.setattr(kit, "progress_line", progress_line)
+    monkeypatch.setattr(kit, "PROGRESS_REDRAW_MS", 0)
+    monkeypatch.setattr(sys, "stderr", Terminal())
+    status = kpz_main.main(["preview", "--max-in-flight", "1", "-o", str(tmp_path / "out")]
+                           + names)
+    assert status == 1  # none of them is a raw file
+    assert drawn and drawn[0] == (8, 20, False)
+    assert all(total == 20 and not more for _, total, more in drawn)

@@ -289,7 +289,10 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     soon as it and every earlier one are there (the Summary keeps counts, not
     the Results).
     progress: a stream for the progress bar (drawn when it is a terminal and
-    the run is long), or None.
+    the run is long), or None. Its total is counted ahead of the work when
+    every source is local (directories by a second walk on a thread that
+    keeps only the count); with a remote source it is the count found so
+    far, since counting ahead would cost a second listing.
 
     The client stays small however many inputs there are: directories are
     walked as the run goes, no more than WINDOW_PER_THREAD batches per worker
@@ -318,9 +321,10 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     output = Output(out, settings)
     _s3_check(list(sources) + [out], settings)
     output.make()
+    bar = Progress(0, progress)
     run = _Run(kind, upright, sync, settings, output, skip_existing, batch_size, on_result,
-               Progress(0, progress),
-               lambda: _connect(cluster, workers, threads_per_worker, start_timeout))
+               bar, lambda: _connect(cluster, workers, threads_per_worker, start_timeout))
+    bar.count_ahead(list(sources), recursive, extensions)
     try:
         run.go(iter_sources(list(sources), recursive, extensions, settings))
     finally:
@@ -620,6 +624,6 @@ class _Run:
         assert not self.waiting and not self.ready, "every input handed on"
 
     def close(self) -> None:
-        self.bar.clear()
+        self.bar.close()
         if self.cluster is not None:
             self.cluster.close()

@@ -2,7 +2,7 @@
 
 import os
 import time
-from typing import Any, Callable, Optional
+from typing import Any, Callable, Optional, Sequence
 
 from kpz._kpz import kit
 
@@ -12,8 +12,10 @@ class Progress:
     is a terminal and the run is long (kit.progress_is_long), redrawn at most
     every kit.PROGRESS_REDRAW_MS. `clock` gives seconds (a test gives its own).
     A run whose inputs are still being found gives update() the number found
-    so far and more=True: the bar shows that number with a '+' after it.
-    The bar's text (count, rate, time left) is kpz's, drawn by the kit
+    so far and more=True: the bar shows that number with a '+' after it,
+    unless count_ahead() counts them ahead of the work, as kpz does: then
+    the total is the larger of the two, and the '+' goes once the count has
+    ended. The bar's text (count, rate, time left) is kpz's, drawn by the kit
     (kit.progress_line)."""
 
     def __init__(self, total: int, stream: Any,
@@ -24,11 +26,36 @@ class Progress:
         self._enabled = stream is not None and hasattr(stream, "isatty") and stream.isatty()
         self._start = clock()
         self._last = None
+        self._count: Any = None
         self.shown = False
+
+    def count_ahead(self, sources: Sequence[str], recursive: bool,
+                    extensions: Sequence[str]) -> None:
+        """Counts the files `sources` name ahead of the work, for the bar's
+        total, when the bar is drawn and every source is local: files named
+        are counted at once; folders and patterns by a second walk of their
+        own on a thread (kit.InputCount), which keeps only its count (bounded
+        memory) and which close() stops. A remote source (an http(s)://
+        listing, an s3:// prefix, any fsspec URL) would cost a second
+        listing: with one, the bar's total is the count found so far."""
+        from kpz import _s3
+
+        from ._inputs import is_url, local_path
+
+        if not self._enabled or self._count is not None:
+            return
+        names = [os.fspath(s) for s in sources]
+        if any(_s3.is_s3(n) or is_url(n) for n in names):
+            return
+        self._count = kit.InputCount([local_path(n) for n in names], recursive,
+                                     list(extensions))
 
     def update(self, done: int, total: Optional[int] = None, more: bool = False) -> None:
         if total is not None:
             self._total = total
+        if more and self._count is not None:
+            self._total = max(self._total, self._count.counted)
+            more = not self._count.finished
         if not self._enabled:
             return
         now = self._clock()
@@ -58,3 +85,9 @@ class Progress:
             self._stream.write("\r\x1b[K")
             self._stream.flush()
             self.shown = False
+
+    def close(self) -> None:
+        """Clears the bar and stops the count ahead (the run has ended)."""
+        self.clear()
+        if self._count is not None:
+            self._count.close()
