@@ -23,7 +23,8 @@ SOURCES are files, directories (their files ending in .kpz, in any case;
 --ext EXT[,EXT...] chooses others, '*' takes all; -r enters subdirectories),
 globs, http(s):// URLs, or s3://bucket/key, s3://bucket/prefix/ and
 s3://bucket/prefix/*.kpz (listed a page of 1,000 keys at a time as the run
-goes; -r: every key under the prefix, else those directly in it). A remote
+goes; -r: every key under the prefix, else those directly in it). A glob's
+matches are taken as named, whatever --ext says ('dir/*.xyz'). A remote
 file is read with two ranged GETs: its first 64 KiB, then the picture's own
 bytes; --max-in-flight files at once.
 
@@ -50,7 +51,10 @@ standard output, in input order; errors are one line on standard error,
 'kpz: <file>: <what went wrong>' (the store's errors in its words:
 'AccessDenied (HTTP 403): Access Denied'); with more than one file the run
 ends with kpz's summary on standard error. A progress bar is shown on
-standard error when it is a terminal and the run is long.
+standard error when it is a terminal and the run is long: files done of all
+(local files named counted at once, local directories and globs by a walk
+ahead of the work; with a remote source, the number found so far, '+'), the
+rate and the time left.
 
 Exit status: 0 all done; 1 a file cannot be read, is not a KPZ raw file,
 holds no such picture, or the picture is cut off (also no credentials);

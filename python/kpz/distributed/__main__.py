@@ -19,7 +19,8 @@ SOURCES are files, directories (their files ending in .kpz, in any case;
 globs, s3://bucket/key, s3://bucket/prefix/ and s3://bucket/prefix/*.kpz
 (listed a page of 1,000 keys at a time; -r: every key under the prefix),
 or fsspec URLs (http(s)://host/dir/x.kpz, http://host/dir/*.kpz, ... where
-fsspec's back end for them is installed). A path
+fsspec's back end for them is installed). A glob's matches are taken as
+named, whatever --ext says ('dir/*.xyz'). A path
 must name the same file on every worker. A remote file is read with two
 range reads: its first 64 KiB, then the picture's own bytes.
 
@@ -42,7 +43,10 @@ After writing a file the command prints 'wrote <name> (<n> bytes)' on
 standard output, in input order; errors are one line on standard error,
 'kpz: <file>: <what went wrong>'; with more than one file the run ends with
 kpz's summary on standard error. A progress bar is shown on standard error
-when it is a terminal and the run is long (over 50 files or over 1 s).
+when it is a terminal and the run is long (over 50 files or over 1 s):
+files done of all (local files named counted at once, local directories and
+globs by a walk ahead of the work; with a remote source, the number found
+so far, '+'), the rate and the time left.
 
 Without --scheduler a LocalCluster of --workers processes (default: the
 number of processors) is started on 127.0.0.1 (every server of it listens
