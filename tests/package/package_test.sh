@@ -135,7 +135,10 @@ check_layout() {
   real=$(readlink -f "$lib/libKpzInterface.so")
   [ -L "$lib/libKpzInterface.so" ] && [ -L "$lib/libKpzInterface.so.1" ] ||
     fail "libKpzInterface.so and .so.1 must be links"
-  [ "$(basename "$real")" = "libKpzInterface.so.1.0.0" ] || fail "the links lead to $real"
+  local version
+  version=$(tr -d '[:space:]' <"$src/VERSION")  # the project's one version
+  [ "$(basename "$real")" = "libKpzInterface.so.$version" ] ||
+    fail "the links lead to $real, not libKpzInterface.so.$version"
   readelf -d "$real" | grep -q 'SONAME.*\[libKpzInterface.so.1\]' || fail "SONAME is not libKpzInterface.so.1"
   # Every header of jni/util and jni/raw, under include/KpzInterface, and no other file.
   (cd "$src/jni" && find util raw -name '*.h' | sort) >"$work/headers.want"

@@ -502,10 +502,10 @@ TEST_F(KpzTool, UnknownSubcommandIsToldAsSuchWithTheSubcommands) {
   EXPECT_EQ(r.exit, 2);
   EXPECT_EQ(r.err,
             "kpz: bogus is not a kpz subcommand; the subcommands are info, preview, thumbnail, "
-            "rotate\nkpz: run 'kpz --help' for the options\n");
+            "rotate, serve\nkpz: run 'kpz --help' for the options\n");
   const Result none = Run({});
   EXPECT_EQ(none.err,
-            "kpz: a subcommand is required: info, preview, thumbnail, rotate\n"
+            "kpz: a subcommand is required: info, preview, thumbnail, rotate, serve\n"
             "kpz: run 'kpz --help' for the options\n");
 }
 
