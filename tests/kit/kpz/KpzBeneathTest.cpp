@@ -1,18 +1,18 @@
 // KpzBeneathTest.cpp - names opened beneath a directory (kit/kpz/KpzBeneath),
 // by openat2 where the kernel has it and by the O_NOFOLLOW walk.
+#include <gtest/gtest.h>
+
+#if defined(KPZ_TEST_HAVE_KIT)
+
 #include "kpz/KpzBeneath.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <string>
-
-#if defined(KPZ_TEST_HAVE_KIT)
 
 namespace {
 
