@@ -194,12 +194,7 @@ def main(argv: Optional[List[str]] = None) -> int:
         return 130
     finally:
         bar.close()  # the count ahead ends with the run
-    if summary.files == 0:
-        sys.stderr.write("kpz: %s\n" % kit.no_files_words(extensions))
-        return int(kit.ExitStatus.INPUT)
-    if summary.files > 1:
-        sys.stderr.write(summary.render())
-    return summary.exit_status
+    return _cli.finish(summary, extensions)
 
 
 if __name__ == "__main__":

@@ -10,7 +10,10 @@ them here once, so the two command lines cannot drift apart.
 import argparse
 from typing import Any, List
 
+import sys
+
 from kpz import _s3, remote
+from kpz._kpz import kit
 
 
 def add_run_arguments(parser: argparse.ArgumentParser, sources_help: str,
@@ -74,3 +77,15 @@ def settings_of(parser: argparse.ArgumentParser, args: Any) -> remote.Settings:
 def extensions_of(args: Any) -> List[str]:
     """--ext given once or more, each a comma-separated list."""
     return [e for value in args.ext for e in value.split(",")]
+
+
+def finish(summary: Any, extensions: List[str]) -> int:
+    """The end of a run as kpz ends it: no input found is told (status 1);
+    with more than one file the summary goes to standard error; the status
+    is the highest of the files'."""
+    if summary.files == 0:
+        sys.stderr.write("kpz: %s\n" % kit.no_files_words(extensions))
+        return int(kit.ExitStatus.INPUT)
+    if summary.files > 1:
+        sys.stderr.write(summary.render())
+    return summary.exit_status

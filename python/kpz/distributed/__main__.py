@@ -119,12 +119,7 @@ def main(argv: Optional[List[str]] = None) -> int:
     except OSError as e:  # the cluster lost during the run
         sys.stderr.write("kpz: %s: %s\n" % (kit.shown_name(where), e.strerror or e))
         return int(kit.ExitStatus.INPUT)
-    if summary.files == 0:
-        sys.stderr.write("kpz: %s\n" % kit.no_files_words(extensions))
-        return int(kit.ExitStatus.INPUT)
-    if summary.files > 1:
-        sys.stderr.write(summary.render())
-    return summary.exit_status
+    return _cli.finish(summary, extensions)
 
 
 if __name__ == "__main__":
