@@ -29,8 +29,8 @@
 //
 // Holds nothing between calls; every operation is a static function. The
 // callables and the clock are borrowed for the call.
-#ifndef KPZ_TOOLS_KPZ_KPZBATCH_H
-#define KPZ_TOOLS_KPZ_KPZBATCH_H
+#ifndef KPZ_KIT_KPZ_KPZBATCH_H
+#define KPZ_KIT_KPZ_KPZBATCH_H
 
 #include <cstddef>
 #include <functional>
@@ -104,4 +104,4 @@ class KpzBatch {
   static unsigned int DefaultJobs();
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZBATCH_H
+#endif  // KPZ_KIT_KPZ_KPZBATCH_H

@@ -28,8 +28,8 @@
 //
 // Shared by the worker threads of one batch; every member is safe to call
 // from any thread. Holds no pointers.
-#ifndef KPZ_TOOLS_KPZ_KPZCLAIMWINDOW_H
-#define KPZ_TOOLS_KPZ_KPZCLAIMWINDOW_H
+#ifndef KPZ_KIT_KPZ_KPZCLAIMWINDOW_H
+#define KPZ_KIT_KPZ_KPZCLAIMWINDOW_H
 
 #include <condition_variable>
 #include <cstddef>
@@ -120,4 +120,4 @@ class KpzClaimWindow {
   std::deque<std::string> m_ownerOrder;                 // their keys, oldest first
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZCLAIMWINDOW_H
+#endif  // KPZ_KIT_KPZ_KPZCLAIMWINDOW_H

@@ -16,8 +16,8 @@
 //   if (r.failure == KpzCopy::Failure::InputEnded) { ... file shorter than said ... }
 //
 // Holds nothing; every operation is a static function.
-#ifndef KPZ_TOOLS_KPZ_KPZCOPY_H
-#define KPZ_TOOLS_KPZ_KPZCOPY_H
+#ifndef KPZ_KIT_KPZ_KPZCOPY_H
+#define KPZ_KIT_KPZ_KPZCOPY_H
 
 #include <cstddef>
 #include <cstdint>
@@ -51,4 +51,4 @@ class KpzCopy {
   static Result RangeFrom(Way first, int in, std::uint64_t offset, std::uint64_t length, int out);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZCOPY_H
+#endif  // KPZ_KIT_KPZ_KPZCOPY_H

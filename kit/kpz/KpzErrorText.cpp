@@ -1,4 +1,4 @@
-// KpzErrorText.cpp - the kpz tool's words for the library's initialisation
+// KpzErrorText.cpp - the front ends' words for the library's initialisation
 // results (kit/kpz, above jni/raw). See KpzErrorText.h for the contracts; the
 // words themselves are the library's (jni/raw/DtRawErrorText), so that the
 // JNI methods tell a file's failure as the tool does.

@@ -19,8 +19,8 @@
 //   KpzErrorText::ForFile("a.kpz", raw.Initialize("a.kpz"));   // after a failed Initialize
 //
 // Holds nothing; every operation is a static function.
-#ifndef KPZ_TOOLS_KPZ_KPZERRORTEXT_H
-#define KPZ_TOOLS_KPZ_KPZERRORTEXT_H
+#ifndef KPZ_KIT_KPZ_KPZERRORTEXT_H
+#define KPZ_KIT_KPZ_KPZERRORTEXT_H
 
 #include <cstdint>
 #include <string>
@@ -75,4 +75,4 @@ class KpzErrorText {
   static const char* Directory();
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZERRORTEXT_H
+#endif  // KPZ_KIT_KPZ_KPZERRORTEXT_H

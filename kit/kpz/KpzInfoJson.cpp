@@ -1,4 +1,4 @@
-// KpzInfoJson.cpp - the kpz tool's `info --json` object, built with
+// KpzInfoJson.cpp - `info --json`'s object, built with
 // nlohmann-json (kit/kpz). Keys: docs/KPZ-JSON.md; contracts: KpzInfoJson.h.
 
 #include "kpz/KpzInfoJson.h"

@@ -1,4 +1,4 @@
-// KpzInfoJson.h - the kpz tool's `info --json` output: one KPZ file's
+// KpzInfoJson.h - `info --json`'s object: one KPZ file's
 // metadata as one JSON object on one line (JSON Lines), with the raw numbers
 // and each getter's result code. The keys are described in docs/KPZ-JSON.md.
 //
@@ -11,8 +11,8 @@
 //   std::fputs(KpzInfoJson::Line(md).c_str(), stdout);
 //
 // Holds nothing; every operation is a static function.
-#ifndef KPZ_TOOLS_KPZ_KPZINFOJSON_H
-#define KPZ_TOOLS_KPZ_KPZINFOJSON_H
+#ifndef KPZ_KIT_KPZ_KPZINFOJSON_H
+#define KPZ_KIT_KPZ_KPZINFOJSON_H
 
 #include <string>
 
@@ -29,4 +29,4 @@ class KpzInfoJson {
   static std::string Line(const KpzMetadata& md);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZINFOJSON_H
+#endif  // KPZ_KIT_KPZ_KPZINFOJSON_H

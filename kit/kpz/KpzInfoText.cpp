@@ -1,4 +1,4 @@
-// KpzInfoText.cpp - the words, units and layout of the kpz tool's `info`
+// KpzInfoText.cpp - the words, units and layout of `info`'s
 // table (kit/kpz). See KpzInfoText.h for each rule.
 
 #include "kpz/KpzInfoText.h"

@@ -1,4 +1,4 @@
-// KpzInfoText.h - the kpz tool's `info` table: one KPZ file's metadata in
+// KpzInfoText.h - `info`'s table: one KPZ file's metadata in
 // words a photographer reads, with units.
 //
 // Part of the kit (kit/kpz), above the library: it turns a
@@ -16,8 +16,8 @@
 //
 // Holds nothing; every operation is a static function. The single-value
 // formatters are public so that each rule can be pinned on its own.
-#ifndef KPZ_TOOLS_KPZ_KPZINFOTEXT_H
-#define KPZ_TOOLS_KPZ_KPZINFOTEXT_H
+#ifndef KPZ_KIT_KPZ_KPZINFOTEXT_H
+#define KPZ_KIT_KPZ_KPZINFOTEXT_H
 
 #include <cstdint>
 #include <string>
@@ -86,4 +86,4 @@ class KpzInfoText {
   static std::string Text(const std::string& bytes);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZINFOTEXT_H
+#endif  // KPZ_KIT_KPZ_KPZINFOTEXT_H

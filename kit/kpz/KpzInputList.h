@@ -21,8 +21,8 @@
 //
 // Holds nothing; every operation is a static function. KpzInputWalk gives the
 // same files one at a time.
-#ifndef KPZ_TOOLS_KPZ_KPZINPUTLIST_H
-#define KPZ_TOOLS_KPZ_KPZINPUTLIST_H
+#ifndef KPZ_KIT_KPZ_KPZINPUTLIST_H
+#define KPZ_KIT_KPZ_KPZINPUTLIST_H
 
 #include <string>
 #include <vector>
@@ -77,4 +77,4 @@ class KpzInputList {
   static std::string NoFilesWords(const std::vector<std::string>& extensions);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZINPUTLIST_H
+#endif  // KPZ_KIT_KPZ_KPZINPUTLIST_H

@@ -16,8 +16,8 @@
 //   while (walk.Next(&e)) { ... e.path, or e.error for a directory that cannot be read ... }
 //
 // Not shared between threads.
-#ifndef KPZ_TOOLS_KPZ_KPZINPUTWALK_H
-#define KPZ_TOOLS_KPZ_KPZINPUTWALK_H
+#ifndef KPZ_KIT_KPZ_KPZINPUTWALK_H
+#define KPZ_KIT_KPZ_KPZINPUTWALK_H
 
 #include <cstddef>
 #include <string>
@@ -53,4 +53,4 @@ class KpzInputWalk {
   std::vector<Level> m_stack;
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZINPUTWALK_H
+#endif  // KPZ_KIT_KPZ_KPZINPUTWALK_H

@@ -22,8 +22,8 @@
 //   if (f.code == initRet) { words = KpzLayoutCheck::Words(f); }   // "no camera model"
 //
 // Holds nothing; every operation is a static function.
-#ifndef KPZ_TOOLS_KPZ_KPZLAYOUTCHECK_H
-#define KPZ_TOOLS_KPZ_KPZLAYOUTCHECK_H
+#ifndef KPZ_KIT_KPZ_KPZLAYOUTCHECK_H
+#define KPZ_KIT_KPZ_KPZLAYOUTCHECK_H
 
 #include <cstddef>
 #include <cstdint>
@@ -103,4 +103,4 @@ class KpzLayoutCheck {
   static std::string Words(const Finding& finding);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZLAYOUTCHECK_H
+#endif  // KPZ_KIT_KPZ_KPZLAYOUTCHECK_H

@@ -1,4 +1,4 @@
-// KpzMetadata.h - everything the kpz tool's `info` command reports about one
+// KpzMetadata.h - everything `info` reports, in every front end, about one
 // KPZ raw file: each value as the library's getter gave it, with the getter's
 // result code.
 //
@@ -13,8 +13,8 @@
 //   if (md.isoSpeed.result == 0) { use(md.isoSpeed.value); }
 //
 // Holds no pointers: texts and byte strings are copied out of the library.
-#ifndef KPZ_TOOLS_KPZ_KPZMETADATA_H
-#define KPZ_TOOLS_KPZ_KPZMETADATA_H
+#ifndef KPZ_KIT_KPZ_KPZMETADATA_H
+#define KPZ_KIT_KPZ_KPZMETADATA_H
 
 #include <cstdint>
 #include <string>
@@ -81,4 +81,4 @@ struct KpzMetadata {
   Value<DtRawThumbnailInfo> thumbnail;    // GetThumbnailInfo
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZMETADATA_H
+#endif  // KPZ_KIT_KPZ_KPZMETADATA_H

@@ -1,5 +1,5 @@
-// KpzMetadataReader.cpp - asks one DtRaw every metadata getter for the kpz
-// tool's `info` (tools/kpz, above jni/raw). See KpzMetadataReader.h.
+// KpzMetadataReader.cpp - asks one DtRaw every metadata getter for `info`
+// in every front end (kit/kpz, above jni/raw). See KpzMetadataReader.h.
 
 #include "kpz/KpzMetadataReader.h"
 

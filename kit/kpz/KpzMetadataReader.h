@@ -13,8 +13,8 @@
 //   }
 //
 // Holds nothing; every operation is a static function.
-#ifndef KPZ_TOOLS_KPZ_KPZMETADATAREADER_H
-#define KPZ_TOOLS_KPZ_KPZMETADATAREADER_H
+#ifndef KPZ_KIT_KPZ_KPZMETADATAREADER_H
+#define KPZ_KIT_KPZ_KPZMETADATAREADER_H
 
 #include <string>
 
@@ -53,4 +53,4 @@ class KpzMetadataReader {
   static bool ReadHead(KpzSource& source, const std::string& name, KpzMetadata* out);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZMETADATAREADER_H
+#endif  // KPZ_KIT_KPZ_KPZMETADATAREADER_H

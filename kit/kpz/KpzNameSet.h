@@ -17,8 +17,8 @@
 //   written.Contains("a.preview.jpg");     // true
 //
 // Not shared between threads.
-#ifndef KPZ_TOOLS_KPZ_KPZNAMESET_H
-#define KPZ_TOOLS_KPZ_KPZNAMESET_H
+#ifndef KPZ_KIT_KPZ_KPZNAMESET_H
+#define KPZ_KIT_KPZ_KPZNAMESET_H
 
 #include <cstddef>
 #include <cstdint>
@@ -67,4 +67,4 @@ class KpzNameSet {
   std::size_t m_size = 0;
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZNAMESET_H
+#endif  // KPZ_KIT_KPZ_KPZNAMESET_H

@@ -22,8 +22,8 @@
 //
 // Shared by the worker threads of one batch; every member is safe to call
 // from any thread. Holds no pointers.
-#ifndef KPZ_TOOLS_KPZ_KPZOUTPUTCLAIMS_H
-#define KPZ_TOOLS_KPZ_KPZOUTPUTCLAIMS_H
+#ifndef KPZ_KIT_KPZ_KPZOUTPUTCLAIMS_H
+#define KPZ_KIT_KPZ_KPZOUTPUTCLAIMS_H
 
 #include <condition_variable>
 #include <cstddef>
@@ -91,4 +91,4 @@ class KpzOutputClaims {
   std::vector<State> m_state;           // guarded by m_lock
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZOUTPUTCLAIMS_H
+#endif  // KPZ_KIT_KPZ_KPZOUTPUTCLAIMS_H

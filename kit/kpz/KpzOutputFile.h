@@ -34,8 +34,8 @@
 //   KpzOutputFile::Copy(out, source, offset, length, "preview", false, &why);
 //
 // Holds nothing; every operation is a static function.
-#ifndef KPZ_TOOLS_KPZ_KPZOUTPUTFILE_H
-#define KPZ_TOOLS_KPZ_KPZOUTPUTFILE_H
+#ifndef KPZ_KIT_KPZ_KPZOUTPUTFILE_H
+#define KPZ_KIT_KPZ_KPZOUTPUTFILE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -148,4 +148,4 @@ class KpzOutputFile {
   static bool writeAll(int fd, const std::vector<UINT8>& bytes);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZOUTPUTFILE_H
+#endif  // KPZ_KIT_KPZ_KPZOUTPUTFILE_H

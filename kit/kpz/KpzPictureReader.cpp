@@ -1,5 +1,5 @@
 // KpzPictureReader.cpp - the preview and thumbnail JPEGs of a KPZ file for
-// the kpz tool (tools/kpz, above jni/raw). See KpzPictureReader.h.
+// every front end (kit/kpz, above jni/raw). See KpzPictureReader.h.
 
 #include "kpz/KpzPictureReader.h"
 

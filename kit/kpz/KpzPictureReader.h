@@ -24,8 +24,8 @@
 // its own DtRaw, so calls on different threads are independent. The
 // library's diagnostic lines go to standard error as usual; hiding them is
 // the caller's business (KpzQuietStderr, once per run).
-#ifndef KPZ_TOOLS_KPZ_KPZPICTUREREADER_H
-#define KPZ_TOOLS_KPZ_KPZPICTUREREADER_H
+#ifndef KPZ_KIT_KPZ_KPZPICTUREREADER_H
+#define KPZ_KIT_KPZ_KPZPICTUREREADER_H
 
 #include <cstdint>
 #include <string>
@@ -77,4 +77,4 @@ class KpzPictureReader {
   static const char* Name(Kind kind);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZPICTUREREADER_H
+#endif  // KPZ_KIT_KPZ_KPZPICTUREREADER_H

@@ -1,4 +1,4 @@
-// KpzProgressBar.h - the kpz tool's progress bar on standard error during a
+// KpzProgressBar.h - the front ends' progress bar on standard error during a
 // long batch.
 //
 // Part of the kit (kit/kpz); uses only the C and C++
@@ -28,8 +28,8 @@
 // Holds the descriptor borrowed (it must stay open while the bar lives) and
 // never closes it; the clock (KpzClock, the steady one by default) is
 // borrowed too.
-#ifndef KPZ_TOOLS_KPZ_KPZPROGRESSBAR_H
-#define KPZ_TOOLS_KPZ_KPZPROGRESSBAR_H
+#ifndef KPZ_KIT_KPZ_KPZPROGRESSBAR_H
+#define KPZ_KIT_KPZ_KPZPROGRESSBAR_H
 
 #include <cstddef>
 #include <string>
@@ -103,4 +103,4 @@ class KpzProgressBar {
   KpzClock::TimePoint m_lastDraw;
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZPROGRESSBAR_H
+#endif  // KPZ_KIT_KPZ_KPZPROGRESSBAR_H

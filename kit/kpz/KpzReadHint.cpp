@@ -1,4 +1,4 @@
-// KpzReadHint.cpp - access hints for the kpz tool's input files (kit/kpz).
+// KpzReadHint.cpp - access hints for the front ends' input files (kit/kpz).
 // See KpzReadHint.h for the contracts.
 
 #include "kpz/KpzReadHint.h"

@@ -17,8 +17,8 @@
 // Hints only: a refusal (an old kernel, a pipe, a file system without them,
 // a platform without posix_fadvise) is ignored and changes nothing else; both
 // leave errno as it was. Holds nothing; every operation is a static function.
-#ifndef KPZ_TOOLS_KPZ_KPZREADHINT_H
-#define KPZ_TOOLS_KPZ_KPZREADHINT_H
+#ifndef KPZ_KIT_KPZ_KPZREADHINT_H
+#define KPZ_KIT_KPZ_KPZREADHINT_H
 
 #include <cstdint>
 
@@ -36,4 +36,4 @@ class KpzReadHint {
   static bool WillNeed(int fd, std::uint64_t offset, std::uint64_t length);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZREADHINT_H
+#endif  // KPZ_KIT_KPZ_KPZREADHINT_H

@@ -24,8 +24,8 @@
 //   // next == 0; KpzRotation::Words(next) == "normal"
 //
 // Holds nothing; every operation is a static function.
-#ifndef KPZ_TOOLS_KPZ_KPZROTATION_H
-#define KPZ_TOOLS_KPZ_KPZROTATION_H
+#ifndef KPZ_KIT_KPZ_KPZROTATION_H
+#define KPZ_KIT_KPZ_KPZROTATION_H
 
 #include <string>
 
@@ -72,4 +72,4 @@ class KpzRotation {
   static unsigned char codeOf(unsigned int quarterTurns, bool mirrored);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZROTATION_H
+#endif  // KPZ_KIT_KPZ_KPZROTATION_H

@@ -1,5 +1,5 @@
 // KpzRotator.cpp - `kpz rotate` on one file through DtRaw's write-back
-// (tools/kpz, above jni/raw). See KpzRotator.h for the contracts.
+// (kit/kpz, above jni/raw). See KpzRotator.h for the contracts.
 
 #include "kpz/KpzRotator.h"
 

@@ -1,4 +1,4 @@
-// KpzRotator.h - the kpz tool's `rotate` command on one KPZ raw file: reads
+// KpzRotator.h - `rotate` on one KPZ raw file: reads
 // the picture's orientation, works out the new one and writes it in place.
 //
 // Part of the kit (kit/kpz), above the library's raw
@@ -17,8 +17,8 @@
 //
 // Holds nothing; every operation is a static function. The library's lines
 // go to standard error as usual (see KpzQuietStderr).
-#ifndef KPZ_TOOLS_KPZ_KPZROTATOR_H
-#define KPZ_TOOLS_KPZ_KPZROTATOR_H
+#ifndef KPZ_KIT_KPZ_KPZROTATOR_H
+#define KPZ_KIT_KPZ_KPZROTATOR_H
 
 #include <string>
 
@@ -81,4 +81,4 @@ class KpzRotator {
   static std::string Report(const std::string& path, const Outcome& outcome, bool dryRun);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZROTATOR_H
+#endif  // KPZ_KIT_KPZ_KPZROTATOR_H

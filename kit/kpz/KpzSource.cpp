@@ -1,4 +1,4 @@
-// KpzSource.cpp - the kpz tool's own opening of a KPZ file and reading of its
+// KpzSource.cpp - the kit's opening of a KPZ file and reading of its
 // head (kit/kpz). See KpzSource.h for the contracts.
 
 #include "kpz/KpzSource.h"

@@ -21,8 +21,8 @@
 //
 // Owns the descriptor (closed by the destructor or Close) and the head
 // buffer. One object per file and thread; not copyable.
-#ifndef KPZ_TOOLS_KPZ_KPZSOURCE_H
-#define KPZ_TOOLS_KPZ_KPZSOURCE_H
+#ifndef KPZ_KIT_KPZ_KPZSOURCE_H
+#define KPZ_KIT_KPZ_KPZSOURCE_H
 
 #include <sys/types.h>
 #include <time.h>
@@ -137,4 +137,4 @@ class KpzSource {
   mutable int m_errno = 0;
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZSOURCE_H
+#endif  // KPZ_KIT_KPZ_KPZSOURCE_H

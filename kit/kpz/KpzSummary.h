@@ -19,8 +19,8 @@
 //   std::string text = s.Render();
 //
 // Holds no pointers.
-#ifndef KPZ_TOOLS_KPZ_KPZSUMMARY_H
-#define KPZ_TOOLS_KPZ_KPZSUMMARY_H
+#ifndef KPZ_KIT_KPZ_KPZSUMMARY_H
+#define KPZ_KIT_KPZ_KPZSUMMARY_H
 
 #include <cstddef>
 #include <map>
@@ -60,4 +60,4 @@ class KpzSummary {
   std::map<std::pair<std::string, std::string>, std::size_t> m_notes;  // (note, noun)
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZSUMMARY_H
+#endif  // KPZ_KIT_KPZ_KPZSUMMARY_H

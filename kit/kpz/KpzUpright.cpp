@@ -1,5 +1,5 @@
 // KpzUpright.cpp - turning a preview or thumbnail JPEG upright with
-// TurboJPEG (tools/kpz, above jni/raw). See KpzUpright.h for the rules.
+// TurboJPEG (kit/kpz, above jni/raw). See KpzUpright.h for the rules.
 
 #include "kpz/KpzUpright.h"
 

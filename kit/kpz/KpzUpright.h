@@ -50,8 +50,8 @@
 //
 // Holds nothing; every operation is a static function, safe on any thread
 // (each thread keeps its own TurboJPEG handles).
-#ifndef KPZ_TOOLS_KPZ_KPZUPRIGHT_H
-#define KPZ_TOOLS_KPZ_KPZUPRIGHT_H
+#ifndef KPZ_KIT_KPZ_KPZUPRIGHT_H
+#define KPZ_KIT_KPZ_KPZUPRIGHT_H
 
 #include <cstddef>
 #include <cstdint>
@@ -172,4 +172,4 @@ class KpzUpright {
   static Result turn(const UINT8* jpeg, std::size_t size, unsigned char code, Edges edges);
 };
 
-#endif  // KPZ_TOOLS_KPZ_KPZUPRIGHT_H
+#endif  // KPZ_KIT_KPZ_KPZUPRIGHT_H
