@@ -56,6 +56,7 @@
 #include "kpz/KpzSource.h"
 #include "kpz/KpzUpright.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawFailure.h"
 
 namespace py = pybind11;
 
@@ -72,9 +73,12 @@ using LibraryLines = KpzPyLibraryLines;
 // ---- errors -----------------------------------------------------------------
 
 [[noreturn]] void raiseKpz(const char* cls, const std::string& words, py::object code,
-                           py::object filename) {
+                           py::object filename, const char* kind = nullptr) {
   py::object type = py::module_::import("kpz._errors").attr(cls);
   py::object exc = type(words, code, filename);
+  if (kind != nullptr) {
+    exc.attr("kind") = kind;  // the library's failure kind (DtRawFailure::Name)
+  }
   PyErr_SetObject(type.ptr(), exc.ptr());
   throw py::error_already_set();
 }
@@ -87,18 +91,61 @@ using LibraryLines = KpzPyLibraryLines;
   py::object exc = py::module_::import("builtins").attr("OSError")(err, strerror, filename);
   exc.attr("words") = words;
   exc.attr("code") = err;  // as every KpzError has one: here the errno
+  exc.attr("kind") = DtRawFailure::Name(DtRawFailure::KindUnreadable);
   PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc.ptr())), exc.ptr());
   throw py::error_already_set();
 }
 
 // A failed KpzSource::Open: the system's error, or the kit's refusal of a
 // device, pipe or socket (which has no errno of its own).
+//
+// The module's one table from the library's failure kinds (DtRawFailure) to
+// Python's classes. Each exception also carries the kind's name as `kind`
+// ("not_kpz", "damaged", "no_preview", "no_thumbnail", "unreadable").
+//   unreadable    the OSError subclass for its errno; without one (a
+//                 device, pipe or socket refused unread; memory) a KpzError
+//   not_kpz       NotKpzError, `code` the parse's result
+//   no_preview    NoPreviewError, `code` -100 (none recorded) or 0 (empty)
+//   no_thumbnail  NoThumbnailError where kpz._errors has it, else
+//                 NoPreviewError (as before it), `code` as for a preview
+//   damaged       a picture whose location cannot be read (it carries the
+//                 getter's result code): a plain KpzError; else
+//                 BadPreviewError, `code` None
+[[noreturn]] void raiseFailure(DtRawFailure::Kind kind, int err, int code,
+                               const std::string& words, py::object filename) {
+  const char* const name = DtRawFailure::Name(kind);
+  switch (kind) {
+    case DtRawFailure::KindUnreadable:
+      if (err != 0) {
+        raiseOs(err, words, std::move(filename));
+      }
+      break;
+    case DtRawFailure::KindNotKpz:
+      raiseKpz("NotKpzError", words, py::int_(code), std::move(filename), name);
+    case DtRawFailure::KindNoPreview:
+      raiseKpz("NoPreviewError", words, py::int_(code), std::move(filename), name);
+    case DtRawFailure::KindNoThumbnail:
+      raiseKpz(py::hasattr(py::module_::import("kpz._errors"), "NoThumbnailError")
+                   ? "NoThumbnailError"
+                   : "NoPreviewError",
+               words, py::int_(code), std::move(filename), name);
+    case DtRawFailure::KindDamaged:
+      if (code != 0) {
+        raiseKpz("KpzError", words, py::int_(code), std::move(filename), name);
+      }
+      raiseKpz("BadPreviewError", words, py::none(), std::move(filename), name);
+    case DtRawFailure::KindNone:
+    default:
+      break;
+  }
+  raiseKpz("KpzError", words, py::none(), std::move(filename), name);
+}
+
+// A failed KpzSource::Open: the system's error, or the kit's refusal of a
+// device, pipe or socket (which has no errno of its own): unreadable.
 [[noreturn]] void raiseOpen(const KpzSource& source, const std::string& words,
                             py::object filename) {
-  if (source.Errno() != 0) {
-    raiseOs(source.Errno(), words, std::move(filename));
-  }
-  raiseKpz("KpzError", words, py::none(), std::move(filename));
+  raiseFailure(DtRawFailure::KindUnreadable, source.Errno(), 0, words, std::move(filename));
 }
 
 // ---- integer arguments ------------------------------------------------------
@@ -448,10 +495,10 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
         ok = opened.source.ReadAt(pic.offset, pic.length, dest, name, &why);
       }
       if (!ok) {
-        if (opened.source.Errno() != 0) {
-          raiseOs(opened.source.Errno(), why, src.filename());
-        }
-        raiseKpz("BadPreviewError", why, py::none(), src.filename());
+        // As DtRawRecord::ReadPicture sorts it.
+        const int err = opened.source.Errno();
+        raiseFailure(err != 0 ? DtRawFailure::KindUnreadable : DtRawFailure::KindDamaged, err, 0,
+                     why, src.filename());
       }
       return out;
     }
@@ -481,10 +528,10 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
       }
       if (data.size() != pic.length) {
         // Find checked the range against the size the stream reported.
-        raiseKpz("BadPreviewError",
-                 std::string(name) + " extends past the end of the file: " +
-                     endedEarly(pic.offset + data.size(), opened.streamSize),
-                 py::none(), src.filename());
+        raiseFailure(DtRawFailure::KindDamaged, 0, 0,
+                     std::string(name) + " extends past the end of the file: " +
+                         endedEarly(pic.offset + data.size(), opened.streamSize),
+                     src.filename());
       }
       return py::bytes(data);
     }
@@ -492,29 +539,9 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
   return py::bytes();
 }
 
-// A failed extraction raised as its kind: the OSError subclass for an
-// errno, else the KpzError subclass (a picture whose location cannot be
-// read, which carries the getter's result code, is a plain KpzError).
+// A failed extraction raised as its kind (raiseFailure's table).
 [[noreturn]] void raiseExtraction(const KpzExtraction::Outcome& got, py::object filename) {
-  switch (got.failure) {
-    case KpzExtraction::Failure::Unreadable:
-      if (got.err != 0) {
-        raiseOs(got.err, got.words, std::move(filename));
-      }
-      break;
-    case KpzExtraction::Failure::NotKpz:
-      raiseKpz("NotKpzError", got.words, py::int_(got.code), std::move(filename));
-    case KpzExtraction::Failure::NoPicture:
-      raiseKpz("NoPreviewError", got.words, py::int_(got.code), std::move(filename));
-    case KpzExtraction::Failure::BadPicture:
-      if (got.code != 0) {
-        raiseKpz("KpzError", got.words, py::int_(got.code), std::move(filename));
-      }
-      raiseKpz("BadPreviewError", got.words, py::none(), std::move(filename));
-    case KpzExtraction::Failure::None:
-      break;
-  }
-  raiseKpz("KpzError", got.words, py::none(), std::move(filename));
+  raiseFailure(got.kind, got.err, got.code, got.words, std::move(filename));
 }
 
 py::bytes bytesOf(const std::vector<UINT8>& data) {
