@@ -2,6 +2,8 @@
 // See DtRawRecord.h.
 #include "raw/DtRawRecord.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -60,6 +62,13 @@ const char* DtRawRecord::Name(Picture which) {
 bool DtRawRecord::OpenPath(DtNlFdReadAt* file, const char* path, DtRawFailure* why) {
   const int err = file->OpenPath(path);
   if (err != 0) {
+    // A Unix socket cannot be opened at all (ENXIO): what the name is, not
+    // the errno, is the reason, as for a socket taken by descriptor.
+    struct stat named;
+    if (err == ENXIO && stat(path, &named) == 0 && S_ISSOCK(named.st_mode)) {
+      why->Set(DtRawFailure::KindUnreadable, ESPIPE, 0, DtRawErrorText::NotRegular());
+      return false;
+    }
     *why = readFailure(err);
     return false;
   }

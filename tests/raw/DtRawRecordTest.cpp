@@ -3,6 +3,9 @@
 #include "raw/DtRawRecord.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -288,6 +291,23 @@ TEST_F(DtRawRecordTest, NotAFileIsUnreadableInTheToolsWords) {
   EXPECT_STREQ(why.m_words, DtRawErrorText::Directory());
   EXPECT_FALSE(DtRawRecord::OpenFd(&m_file, -1, &why));
   EXPECT_EQ(why.m_errno, EBADF);
+
+  // A socket by name: refused as what it is, not as "no such device".
+  const std::string path = m_dir.Path() + "/sock";
+  sockaddr_un addr;
+  std::memset(&addr, 0, sizeof addr);
+  addr.sun_family = AF_UNIX;
+  ASSERT_LT(path.size(), sizeof addr.sun_path);
+  std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+  const int sock = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_GE(sock, 0);
+  ASSERT_EQ(bind(sock, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
+  EXPECT_FALSE(DtRawRecord::OpenPath(&m_file, path.c_str(), &why));
+  EXPECT_EQ(why.m_kind, DtRawFailure::KindUnreadable);
+  EXPECT_EQ(why.m_errno, ESPIPE);
+  EXPECT_STREQ(why.m_words, DtRawErrorText::NotRegular());
+  close(sock);
+  unlink(path.c_str());
 }
 
 TEST(DtRawFailure, KindsKeepTheJavaNumbersAndHaveNames) {
