@@ -75,8 +75,8 @@ bool DtRawRecord::OpenPath(DtNlFdReadAt* file, const char* path, DtRawFailure* w
   return checkType(*file, why);
 }
 
-bool DtRawRecord::OpenFd(DtNlFdReadAt* file, int fd, DtRawFailure* why) {
-  const int err = file->Adopt(fd, false);
+bool DtRawRecord::OpenFd(DtNlFdReadAt* file, int fd, DtRawFailure* why, bool owned) {
+  const int err = file->Adopt(fd, owned);
   if (err != 0) {
     *why = readFailure(err);
     return false;

@@ -70,9 +70,11 @@ class DtRawRecord {
   // (DtRawErrorText::NotRegular(); m_errno ESPIPE for a pipe or socket, else 0).
   [[nodiscard]] static bool OpenPath(DtNlFdReadAt* file, const char* path, DtRawFailure* why);
 
-  // As OpenPath over the caller's descriptor `fd`, borrowed (never closed).
-  // A negative descriptor fails as EBADF.
-  [[nodiscard]] static bool OpenFd(DtNlFdReadAt* file, int fd, DtRawFailure* why);
+  // As OpenPath over the descriptor `fd`: borrowed (never closed) unless
+  // `owned` (then *file closes it, also when this fails). A negative
+  // descriptor fails as EBADF.
+  [[nodiscard]] static bool OpenFd(DtNlFdReadAt* file, int fd, DtRawFailure* why,
+                                   bool owned = false);
 
   // ---- the parse -----------------------------------------------------------
 
