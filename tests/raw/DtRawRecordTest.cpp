@@ -147,6 +147,27 @@ TEST_F(DtRawRecordTest, APathAWholeBufferAHeadAndAChoppyStreamGiveOneRecord) {
   }
 }
 
+TEST_F(DtRawRecordTest, APicturesOnlyParseLocatesAlikeAndLeavesTheMetadataUnread) {
+  const Bytes bytes = kpztest::BuildKpz(KpzSpec());
+  const DtRawExpected<DtRawRecord> all = DtRawRecord::Parse(bytes.data(), bytes.size(), bytes.size());
+  const DtRawExpected<DtRawRecord> pictures = DtRawRecord::Parse(
+      bytes.data(), bytes.size(), bytes.size(), DtRawRecord::FieldsPictures);
+  ASSERT_TRUE(all);
+  ASSERT_TRUE(pictures);
+  EXPECT_TRUE(all->m_hasModel);
+  EXPECT_TRUE(all->m_hasDateTime);
+  EXPECT_FALSE(pictures->m_hasModel);
+  EXPECT_FALSE(pictures->m_hasDateTime);
+  EXPECT_STREQ(pictures->m_model, "");
+  EXPECT_EQ(pictures->m_orientationRecorded, all->m_orientationRecorded);
+  EXPECT_EQ(pictures->m_orientationStored, all->m_orientationStored);
+  for (DtRawRecord::Picture which : {DtRawRecord::PicturePreview, DtRawRecord::PictureThumbnail}) {
+    ASSERT_TRUE(pictures->Locate(which));
+    EXPECT_EQ(pictures->Locate(which)->m_offset, all->Locate(which)->m_offset);
+    EXPECT_EQ(pictures->Locate(which)->m_length, all->Locate(which)->m_length);
+  }
+}
+
 TEST_F(DtRawRecordTest, AHeadReadThatFailsIsUnreadableWithTheSystemsWords) {
   ChoppyStream choppy(kpztest::BuildKpz(KpzSpec()));
   choppy.m_failAt = 100;
