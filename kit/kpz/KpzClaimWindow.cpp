@@ -5,6 +5,17 @@
 
 #include <utility>
 
+#include "kpz/KpzShownName.h"
+
+std::string KpzClaimWindow::TakenWords(const std::string& output, const std::string& owner) {
+  return "not written: " + KpzShownName::Of(output) + " is already written by " +
+         KpzShownName::Of(owner);
+}
+
+std::string KpzClaimWindow::TakenEarlierWords(const std::string& output) {
+  return "not written: " + KpzShownName::Of(output) + " is already written by an earlier input";
+}
+
 KpzClaimWindow::KpzClaimWindow(std::size_t ownersKept) : m_ownersKept(ownersKept) {}
 
 void KpzClaimWindow::Add(std::size_t index, const std::string& key, const std::string& input) {

@@ -23,13 +23,13 @@
 #include <utility>
 #include <vector>
 
+#include "kpz/KpzClaimWindow.h"
 #include "kpz/KpzExitStatus.h"
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInputCount.h"
 #include "kpz/KpzInputList.h"
 #include "kpz/KpzInputWalk.h"
 #include "kpz/KpzNameSet.h"
-#include "kpz/KpzOutputClaims.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzRotation.h"
 #include "kpz/KpzPictureReader.h"
@@ -119,38 +119,6 @@ bool intIn(const py::handle& value, bool (*check)(long long)) {
   long long v = 0;
   return intValue(value, &v) && check(v);
 }
-
-// One input's turn at its output name (KpzOutputClaims::Turn), for Python:
-// a context manager whose end finishes the turn.
-class ClaimTurn {
- public:
-  ClaimTurn(std::shared_ptr<KpzOutputClaims> claims, std::size_t index)
-      : m_claims(std::move(claims)), m_turn(new KpzOutputClaims::Turn(*m_claims, index)) {}
-
-  py::object waitForEarlier() {
-    need();
-    std::size_t owner = KpzOutputClaims::kNone;
-    {
-      py::gil_scoped_release unlocked;
-      owner = m_turn->WaitForEarlier();
-    }
-    return owner == KpzOutputClaims::kNone ? py::none() : py::object(py::int_(owner));
-  }
-  void wrote() {
-    need();
-    m_turn->Wrote();
-  }
-  void finish() { m_turn.reset(); }  // the Turn's end records it; again: nothing
-
- private:
-  void need() const {
-    if (!m_turn) {
-      throw py::value_error("kpz: this turn is finished");
-    }
-  }
-  std::shared_ptr<KpzOutputClaims> m_claims;  // outlives m_turn
-  std::unique_ptr<KpzOutputClaims::Turn> m_turn;
-};
 
 std::string bytesOf(const py::bytes& b) {
   return std::string(PyBytes_AS_STRING(b.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(b.ptr())));
@@ -410,15 +378,15 @@ void KpzPyRegisterKit(py::module_& m) {
         "What kpz says after 'kpz: ' (exit status 1) when its arguments gave no file: 'no files "
         "to work on: the directories named hold no file ending in .kpz', the `extensions` as "
         "normalise_extensions makes them, each shown as shown_name shows it.");
-  m.def("already_written_words", &KpzOutputClaims::TakenWords, py::arg("output"),
+  m.def("already_written_words", &KpzClaimWindow::TakenWords, py::arg("output"),
         py::arg("owner"),
         "What kpz says after 'kpz: INPUT: ' (exit status 3) of an input whose output name "
         "`output` the earlier input `owner` wrote: 'not written: OUTPUT is already written by "
         "OWNER', both names shown as shown_name shows them.");
-  m.def("already_written_earlier_words", &KpzOutputClaims::TakenEarlierWords, py::arg("output"),
+  m.def("already_written_earlier_words", &KpzClaimWindow::TakenEarlierWords, py::arg("output"),
         "The same words when the owner's name is no longer at hand: 'not written: OUTPUT is "
         "already written by an earlier input'.");
-  m.attr("ALREADY_WRITTEN_REASON") = KpzOutputClaims::kTakenReason;
+  m.attr("ALREADY_WRITTEN_REASON") = KpzClaimWindow::kTakenReason;
 
   py::class_<KpzInputWalk>(
       m, "InputWalk",
@@ -502,52 +470,6 @@ void KpzPyRegisterKit(py::module_& m) {
   m.def("not_an_exif_orientation_words", &KpzUpright::NotAnExifOrientationWords, py::arg("value"),
         "What kpz says of an Exif orientation value out of range: 'its orientation value VALUE "
         "is not one of 1 to 8'.");
-
-  py::class_<ClaimTurn>(m, "ClaimTurn", "One input's turn at its output name (OutputClaims.turn).")
-      .def("wait_for_earlier", &ClaimTurn::waitForEarlier,
-           "Waits until every earlier input with the same output name has finished its turn "
-           "(the interpreter lock released); the index of the one that wrote it, or None.")
-      .def("wrote", &ClaimTurn::wrote, "This input wrote the output.")
-      .def("finish", &ClaimTurn::finish,
-           "Ends the turn: written when wrote() was called, else failed (the next input of the "
-           "name may write). Again: nothing.")
-      .def("__enter__", [](py::object self) { return self; })
-      .def("__exit__", [](ClaimTurn& t, const py::args&) { t.finish(); });
-
-  py::class_<KpzOutputClaims, std::shared_ptr<KpzOutputClaims>>(
-      m, "OutputClaims",
-      "Which input may write an output name several inputs share, as kpz decides: the first "
-      "input in input order that is written owns the name; an input that fails takes nothing. "
-      "OutputClaims(keys), keys[i] input i's output name (normalised; '' for none). Each input "
-      "takes its turn, in index order, and ends it (with: ...); an input waits only for earlier "
-      "inputs of its name, so each earlier input's turn must be taken and ended (by this thread "
-      "first, or by another).\n\n"
-      "    with claims.turn(i) as t:\n"
-      "        owner = t.wait_for_earlier()          # None, or the input that wrote it\n"
-      "        if owner is None and write(): t.wrote()")
-      .def(py::init<const std::vector<std::string>&>(), py::arg("keys"))
-      .def("__len__", &KpzOutputClaims::Count)
-      .def(
-          "turn",
-          [](const std::shared_ptr<KpzOutputClaims>& self, std::size_t index) {
-            if (index >= self->Count()) {
-              throw py::index_error("kpz: input " + std::to_string(index) + " of " +
-                                    std::to_string(self->Count()));
-            }
-            return ClaimTurn(self, index);
-          },
-          py::arg("index"), "Input `index`'s turn (a context manager).")
-      .def(
-          "previous",
-          [](const KpzOutputClaims& self, std::size_t index) -> py::object {
-            if (index >= self.Count()) {
-              throw py::index_error("kpz: input " + std::to_string(index) + " of " +
-                                    std::to_string(self.Count()));
-            }
-            const std::size_t k = self.Previous(index);
-            return k == KpzOutputClaims::kNone ? py::none() : py::object(py::int_(k));
-          },
-          py::arg("index"), "The earlier input with the same output name just before `index`, or None.");
 
   // Any Python int is a width: 0 and below are unknown (80 assumed), and a
   // number too large for C++ is just wide (the bar is at most 40).

@@ -44,7 +44,6 @@
 #include "kpz/KpzInputWalk.h"
 #include "kpz/KpzMetadata.h"
 #include "kpz/KpzMetadataReader.h"
-#include "kpz/KpzOutputClaims.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzPrefetch.h"
@@ -724,9 +723,9 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     if (earlier.taken) {
       KpzBatch::Outcome o =
           failure(KpzExitStatus::Output, in,
-                  earlier.named ? KpzOutputClaims::TakenWords(out, earlier.owner)
-                                : KpzOutputClaims::TakenEarlierWords(out));
-      o.reason = KpzOutputClaims::kTakenReason;
+                  earlier.named ? KpzClaimWindow::TakenWords(out, earlier.owner)
+                                : KpzClaimWindow::TakenEarlierWords(out));
+      o.reason = KpzClaimWindow::kTakenReason;
       return o;
     }
     std::string why;

@@ -8,6 +8,7 @@ import errno
 import os
 from typing import Any, Callable, Dict, Iterator, List, Optional, Sequence, Tuple, Union
 
+from kpz._claims import REASON, Claims
 from kpz._deprecation import renamed_keywords
 from kpz._kpz import kit
 from kpz.remote import Settings, output_name
@@ -380,11 +381,10 @@ class _Run:
         self.exhausted = False
         self.ready: Dict[int, Result] = {}
         self.rewritten: set = set()         # indices whose broken output is written again
-        self.written = kit.NameSet()        # output names written by this run
-        # The inputs that wrote the names written lately (at most `span` of
-        # them), so that a later input of the same name is told who wrote it,
-        # as kpz tells it; past those, "an earlier input".
-        self.writers: "collections.OrderedDict[str, str]" = collections.OrderedDict()
+        # The output names written by this run, and the inputs that wrote
+        # the latest `span` of them, so that a later input of the same name
+        # is told who wrote it, as kpz tells it; past those, "an earlier input".
+        self.claims = Claims(kept=self.span)
         self.holders: Dict[str, int] = {}   # name -> id of the batch holding it, or _OPEN
         self.waiting: Dict[str, List[Job]] = {}
         self.open: List[Job] = []
@@ -417,7 +417,7 @@ class _Run:
             self.ready[index] = Result(index, source, "").fail(kit.ExitStatus.INPUT, source, error)
             return
         name = output_name(source, self.suffix)
-        if name in self.written:
+        if name in self.claims:
             self.ready[index] = self.taken(index, source, name)
             return
         held = self.holders.get(name)
@@ -442,11 +442,8 @@ class _Run:
 
     def taken(self, index: int, source: str, name: str) -> Result:
         shown = self.output.shown(name)
-        owner = self.writers.get(name)
-        words = kit.already_written_earlier_words(shown) if owner is None else \
-            kit.already_written_words(shown, owner)
-        return Result(index, source, shown).fail(kit.ExitStatus.OUTPUT, source, words,
-                                                 kit.ALREADY_WRITTEN_REASON)
+        return Result(index, source, shown).fail(kit.ExitStatus.OUTPUT, source,
+                                                 self.claims.refusal(name, shown), REASON)
 
     def start(self) -> None:
         """Connects to the cluster (at the first input to send, so that a run
@@ -467,6 +464,7 @@ class _Run:
         self.window = max(2, WINDOW_PER_THREAD * self.threads)
         # Room for the batch size to be chosen (cut()), and for two windows.
         self.span = 2 * max(self.window * (self.size or DEFAULT_BATCH_SIZE), self.lookahead())
+        self.claims.kept = self.span
 
     def lookahead(self) -> int:
         """Inputs to send gathered before the batch size is chosen: enough for
@@ -561,10 +559,7 @@ class _Run:
             r.rewritten = r.index in self.rewritten
             self.rewritten.discard(r.index)
             if r.status == 0 and r.out:
-                self.written.add(name_of[r.index])
-                self.writers[name_of[r.index]] = r.source
-                while len(self.writers) > self.span:
-                    self.writers.popitem(last=False)
+                self.claims.wrote(name_of[r.index], r.source)
             self.ready[r.index] = r
         for name in dict.fromkeys(name_of.values()):
             if self.holders.get(name) == bid:
@@ -572,7 +567,7 @@ class _Run:
             behind = self.waiting.pop(name, None)
             if not behind:
                 continue
-            if name in self.written:
+            if name in self.claims:
                 for i, source, _ in behind:
                     self.ready[i] = self.taken(i, source, name)
             else:

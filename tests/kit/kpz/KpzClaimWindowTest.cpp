@@ -196,6 +196,15 @@ TEST(KpzClaimWindow, ABatchOfUnknownCountKeepsTheRuleAcrossItsWindow) {
   }
 }
 
+TEST(KpzClaimWindow, WordsNameTheOwnerOrAnEarlierInput) {
+  EXPECT_EQ(KpzClaimWindow::TakenWords("out/x.preview.jpg", "b/x.kpz"),
+            "not written: out/x.preview.jpg is already written by b/x.kpz");
+  EXPECT_EQ(KpzClaimWindow::TakenWords("o\n.jpg", "i.kpz"),
+            "not written: 'o\\n.jpg' is already written by i.kpz");
+  EXPECT_EQ(KpzClaimWindow::TakenEarlierWords("out/x.preview.jpg"),
+            "not written: out/x.preview.jpg is already written by an earlier input");
+}
+
 }  // namespace
 
 #else
