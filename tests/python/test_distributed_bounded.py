@@ -184,7 +184,7 @@ def test_what_an_ended_task_gave_is_read_from_its_value_not_its_state():
     holding the result) and show another state by the time the client looks:
     the outcome is read from what came with it, and only a value of no known
     kind is asked of the future again."""
-    from kpz.distributed._client import _outcome
+    from kpz.distributed._batches import _outcome
 
     class Future:
         def __init__(self, result=None, error=None):

@@ -264,9 +264,9 @@ def test_a_nul_in_a_url_never_reaches_an_output_name(plain, tmp_path):
 
 
 def test_remote_and_distributed_name_outputs_with_one_function():
-    import kpz.distributed._client as client
+    import kpz.distributed._run as run
 
-    assert client.output_name is remote.output_name
+    assert run.output_name is remote.output_name
     cases = {
         "http://h/d/a.kpz": "a.preview.jpg",
         "http://h/d/notes.txt%00.kpz": "notes.txt%00.preview.jpg",
