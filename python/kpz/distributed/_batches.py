@@ -18,7 +18,7 @@ DEFAULT_BATCH_SIZE = 64
 Job = Tuple[int, str, str]  # (index of the input, source, output name)
 
 
-def _batches(jobs: List[Job], size: int) -> List[List[Job]]:
+def cut_into_batches(jobs: List[Job], size: int) -> List[List[Job]]:
     """Cuts jobs into batches of about `size`, inputs sharing an output name
     kept together in input order."""
     groups: Dict[str, List[Job]] = {}
@@ -38,16 +38,16 @@ def _batches(jobs: List[Job], size: int) -> List[List[Job]]:
 
 # The words for a file whose own task killed its workers as often as Dask
 # allows (distributed.scheduler.allowed-failures).
-_KILLED = ("the workers reading it died, as often as Dask allows "
+KILLED_WORDS = ("the workers reading it died, as often as Dask allows "
            "(distributed.scheduler.allowed-failures); not written")
 
 
-def _splittable(batch: List[Job]) -> bool:
+def holds_several_names(batch: List[Job]) -> bool:
     """True when `batch` holds inputs of more than one output name."""
     return len({name for _, _, name in batch}) > 1
 
 
-def _batch_failed(batch: List[Job], out: Output, exc: BaseException) -> List[Result]:
+def failed_batch_results(batch: List[Job], out: Output, exc: BaseException) -> List[Result]:
     """The Results of a batch whose task failed as a whole (a worker that
     cannot import kpz, or an error of the task's own): each input fails in
     words."""
@@ -62,7 +62,7 @@ def _batch_failed(batch: List[Job], out: Output, exc: BaseException) -> List[Res
             for i, source, name in batch]
 
 
-def _outcome(future: Any, value: Any) -> Tuple[Any, Optional[BaseException]]:
+def task_outcome(future: Any, value: Any) -> Tuple[Any, Optional[BaseException]]:
     """(the task's Results, None) or (None, why it failed), from what
     as_completed gave with it: the task's return value (a list), the
     exception of a task that failed (as Dask gives it, (type, exception,

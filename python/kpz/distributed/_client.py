@@ -10,12 +10,12 @@ from kpz._kpz import kit
 from kpz.remote import Settings
 
 from ._batches import DEFAULT_BATCH_SIZE
-from ._cluster import START_TIMEOUT, _connect
+from ._cluster import START_TIMEOUT, connect
 from ._inputs import iter_sources
 from ._outputs import KINDS, Output
 from ._progress import Progress
 from ._results import Result, RunFailed, Summary
-from ._run import WINDOW_PER_THREAD, _Run
+from ._run import WINDOW_PER_THREAD, Run
 
 __all__ = ["DEFAULT_BATCH_SIZE", "START_TIMEOUT", "WINDOW_PER_THREAD", "extract"]
 
@@ -94,8 +94,8 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     _s3_check(list(sources) + [out], settings)
     output.make()
     bar = Progress(0, progress)
-    run = _Run(kind, upright, sync, settings, output, skip_existing, batch_size, on_result,
-               bar, lambda: _connect(cluster, workers, threads_per_worker, start_timeout))
+    run = Run(kind, upright, sync, settings, output, skip_existing, batch_size, on_result,
+               bar, lambda: connect(cluster, workers, threads_per_worker, start_timeout))
     bar.count_ahead(list(sources), recursive, extensions)
     try:
         run.go(iter_sources(list(sources), recursive, extensions, settings))

@@ -18,7 +18,7 @@ _LOOPBACK = "127.0.0.1"
 _LOCAL = "the local cluster"
 
 
-class _Cluster:
+class Cluster:
     """The client of a run, what to close at its end, and the name the lines
     give the cluster (its address, or "the local cluster")."""
 
@@ -32,8 +32,8 @@ class _Cluster:
             closer.close()
 
 
-def _local_cluster(workers: Optional[int], threads_per_worker: Optional[int],
-                   start_timeout: float) -> _Cluster:
+def start_local_cluster(workers: Optional[int], threads_per_worker: Optional[int],
+                   start_timeout: float) -> Cluster:
     from distributed import Client, LocalCluster
 
     refuse_recursive_start()
@@ -54,7 +54,7 @@ def _local_cluster(workers: Optional[int], threads_per_worker: Optional[int],
         raise RunFailed(kit.ExitStatus.INPUT, _LOCAL, "cannot be started: %s"
                         % (e.strerror or e)) from None
     c = Client(cluster)
-    started = _Cluster(c, _LOCAL, [c, cluster])
+    started = Cluster(c, _LOCAL, [c, cluster])
     try:
         cluster.scale(n)
         c.wait_for_workers(n, timeout=start_timeout)
@@ -65,7 +65,7 @@ def _local_cluster(workers: Optional[int], threads_per_worker: Optional[int],
     return started
 
 
-def _refused(address: str, start_timeout: float) -> str:
+def unreachable(address: str, start_timeout: float) -> str:
     """Why the scheduler at a tcp:// `address` cannot be reached at all (a
     connection refused: nothing listens there; no route to it), or "" when
     it may be there (Dask's client, which tries again until start_timeout,
@@ -92,10 +92,10 @@ def _refused(address: str, start_timeout: float) -> str:
         return ""
 
 
-def _scheduler(address: str, start_timeout: float) -> _Cluster:
+def join_scheduler(address: str, start_timeout: float) -> Cluster:
     from distributed import Client
 
-    why = _refused(address, start_timeout)
+    why = unreachable(address, start_timeout)
     if why:
         raise RunFailed(kit.ExitStatus.INPUT, address, why)
     try:
@@ -105,7 +105,7 @@ def _scheduler(address: str, start_timeout: float) -> _Cluster:
                         "not a scheduler's address (tcp://HOST:PORT): %s" % e) from None
     except (OSError, TimeoutError) as e:
         raise RunFailed(kit.ExitStatus.INPUT, address, str(e.strerror or e)) from None
-    cluster = _Cluster(c, address, [c])
+    cluster = Cluster(c, address, [c])
     try:
         c.wait_for_workers(1, timeout=start_timeout)
     except TimeoutError:
@@ -115,21 +115,21 @@ def _scheduler(address: str, start_timeout: float) -> _Cluster:
     return cluster
 
 
-def _connect(cluster: Any, workers: Optional[int], threads_per_worker: Optional[int],
-             start_timeout: float) -> _Cluster:
+def connect(cluster: Any, workers: Optional[int], threads_per_worker: Optional[int],
+             start_timeout: float) -> Cluster:
     from distributed import Client
 
     if isinstance(cluster, Client):
-        got = _Cluster(cluster, str(cluster.scheduler.address))
+        got = Cluster(cluster, str(cluster.scheduler.address))
     elif isinstance(cluster, str):
-        got = _scheduler(cluster, start_timeout)
+        got = join_scheduler(cluster, start_timeout)
     else:
-        got = _local_cluster(workers, threads_per_worker, start_timeout)
-    _check_workers(got)
+        got = start_local_cluster(workers, threads_per_worker, start_timeout)
+    check_workers(got)
     return got
 
 
-def _check_workers(cluster: _Cluster) -> None:
+def check_workers(cluster: Cluster) -> None:
     """RunFailed when a worker cannot import the kpz package (it would fail
     every task given to it)."""
     got = cluster.client.run(exec, "import kpz.distributed", on_error="return")

@@ -9,9 +9,11 @@ from kpz._claims import REASON, Claims
 from kpz._kpz import kit
 from kpz.remote import Settings, output_name
 
-from ._batches import DEFAULT_BATCH_SIZE, _KILLED, Job, _batch_failed, _batches, _outcome, \
-    _splittable
-from ._cluster import _Cluster
+from ._batches import DEFAULT_BATCH_SIZE, KILLED_WORDS, Job, cut_into_batches, \
+    failed_batch_results, holds_several_names, task_outcome
+from ._cluster import Cluster
+from ._in_order import ResultsInOrder
+from ._name_holds import OPEN, NameHolds
 from ._outputs import KINDS, Output
 from ._progress import Progress
 from ._results import SKIPPED_NOTE, Result, Summary
@@ -22,54 +24,41 @@ from ._task import run_batch
 # client. The scheduler holds no more tasks than that.
 WINDOW_PER_THREAD = 3
 
-_OPEN = -1  # holders[name] for a name whose inputs are in the batch being filled
-
-
 async def _one_round() -> None:
-    """Nothing, on the client's event loop (see _Run.go)."""
+    """Nothing, on the client's event loop (see Run.go)."""
 
 
-class _Run:
+class Run:
     """One run on the client: the inputs read as they are found, each either
     told at once (an error of its own, an output already written or present)
     or put in the batch being filled; batches sent to the cluster within the
-    window; Results handed on in input order.
-
-    Inputs sharing an output name: the first in input order that is written
-    owns it. Inputs of one name in the same batch are settled by the task
-    (run_batch), in input order. An input whose name is held by a batch
-    already cut (queued or on the cluster) waits for that batch's end: then
-    it fails when the name was written, else it goes into the batch being
-    filled, with the others that waited for it."""
+    window. The Results go through `results` (ResultsInOrder), the output
+    names through `names` (NameHolds: the first input written owns a name)."""
 
     def __init__(self, kind: str, upright: bool, sync: bool, settings: Settings, output: Output,
                  skip_existing: bool, batch_size: Optional[int],
                  on_result: Optional[Callable[[Result], None]], bar: Progress,
-                 connect: Callable[[], _Cluster]) -> None:
+                 connect: Callable[[], Cluster]) -> None:
         self.kind, self.upright, self.sync, self.settings = kind, upright, sync, settings
         self.output = output
         self.suffix = KINDS[kind][0]
-        self.summary = Summary(KINDS[kind][1])
         self.skip_existing = skip_existing
         self.size = None if batch_size is None else max(1, int(batch_size))
-        self.on_result = on_result
         self.bar = bar
         self._connect = connect
-        self.cluster: Optional[_Cluster] = None
+        self.cluster: Optional[Cluster] = None
         self.threads = 1
         self.window = 2
         self.span = 8 * DEFAULT_BATCH_SIZE  # inputs read but not yet handed on, at most
         self.found = 0           # inputs read
-        self.delivered = 0       # inputs handed on
         self.exhausted = False
-        self.ready: Dict[int, Result] = {}
+        self.results = ResultsInOrder(Summary(KINDS[kind][1]), on_result, bar)
         self.rewritten: set = set()         # indices whose broken output is written again
         # The output names written by this run, and the inputs that wrote
         # the latest `span` of them, so that a later input of the same name
         # is told who wrote it, as kpz tells it; past those, "an earlier input".
         self.claims = Claims(kept=self.span)
-        self.holders: Dict[str, int] = {}   # name -> id of the batch holding it, or _OPEN
-        self.waiting: Dict[str, List[Job]] = {}
+        self.names = NameHolds(self.claims)
         self.open: List[Job] = []
         self.batches: Dict[int, List[Job]] = {}  # id -> jobs of a batch cut and not ended
         self.queued: "collections.deque[int]" = collections.deque()
@@ -80,45 +69,40 @@ class _Run:
         self.ended_count = 0     # tasks ended
         self.running: Any = None
 
-    # -- handing on ---------------------------------------------------------
+    @property
+    def summary(self) -> Summary:
+        return self.results.summary
 
     def deliver(self) -> None:
-        while self.delivered in self.ready:
-            r = self.ready.pop(self.delivered)
-            self.bar.clear()
-            self.summary._add(r)
-            if self.on_result is not None:
-                self.on_result(r)
-            self.delivered += 1
-        self.bar.update(self.delivered, self.found, not self.exhausted)
+        self.results.hand_on(self.found, not self.exhausted)
 
     # -- reading the inputs --------------------------------------------------
 
     def take(self, index: int, source: str, error: str) -> None:
         """Decides what becomes of one input as it is read."""
         if error:
-            self.ready[index] = Result(index, source, "").fail(kit.ExitStatus.INPUT, source, error)
+            self.results.put(Result(index, source, "").fail(kit.ExitStatus.INPUT, source, error))
             return
         name = output_name(source, self.suffix)
         if name in self.claims:
-            self.ready[index] = self.taken(index, source, name)
+            self.results.put(self.taken(index, source, name))
             return
-        held = self.holders.get(name)
-        if held == _OPEN:
+        held = self.names.holder(name)
+        if held == OPEN:
             self.open.append((index, source, name))
             return
         if held is not None:
-            self.waiting.setdefault(name, []).append((index, source, name))
+            self.names.wait((index, source, name))
             return
         if self.skip_existing:
             state = self.output.state(name)
             if state == "whole":
-                self.ready[index] = Result(index, source, self.output.shown(name),
-                                           note=SKIPPED_NOTE)
+                self.results.put(Result(index, source, self.output.shown(name),
+                                        note=SKIPPED_NOTE))
                 return
             if state == "broken":
                 self.rewritten.add(index)
-        self.holders[name] = _OPEN
+        self.names.open(name)
         self.open.append((index, source, name))
         if self.cluster is None:
             self.start()
@@ -166,7 +150,7 @@ class _Run:
                 self.size = max(1, min(DEFAULT_BATCH_SIZE, len(self.open) // (4 * self.threads)))
             else:
                 self.size = DEFAULT_BATCH_SIZE
-        for jobs in _batches(self.open, self.size):
+        for jobs in cut_into_batches(self.open, self.size):
             self.queue(jobs)
         self.open = []
 
@@ -174,8 +158,7 @@ class _Run:
         bid = self.next_id
         self.next_id += 1
         self.batches[bid] = jobs
-        for _, _, name in jobs:
-            self.holders[name] = bid
+        self.names.hold(bid, jobs)
         self.queued.append(bid)
 
     def full(self) -> bool:
@@ -207,8 +190,7 @@ class _Run:
             self.next_id += 1
             jobs = self.alone.popleft()
             self.batches[bid] = jobs
-            for _, _, name in jobs:
-                self.holders[name] = bid
+            self.names.hold(bid, jobs)
             self.alone_bid = bid
             self.send([bid])
 
@@ -224,17 +206,17 @@ class _Run:
             self.size_window()
         if bid == self.alone_bid:
             self.alone_bid = None
-        got, exc = _outcome(future, value)
+        got, exc = task_outcome(future, value)
         if exc is None:
             results = got
-        elif isinstance(exc, KilledWorker) and _splittable(batch):
-            self.alone.extend(_batches(batch, 1))
+        elif isinstance(exc, KilledWorker) and holds_several_names(batch):
+            self.alone.extend(cut_into_batches(batch, 1))
             results = None
         elif isinstance(exc, KilledWorker):
             results = [Result(i, source, self.output.shown(name)).fail(
-                kit.ExitStatus.INPUT, source, _KILLED) for i, source, name in batch]
+                kit.ExitStatus.INPUT, source, KILLED_WORDS) for i, source, name in batch]
         else:
-            results = _batch_failed(batch, self.output, exc)
+            results = failed_batch_results(batch, self.output, exc)
         if results is None:
             return  # its names stay held until their own tasks end
         name_of = {i: name for i, _, name in batch}
@@ -243,19 +225,11 @@ class _Run:
             self.rewritten.discard(r.index)
             if r.status == 0 and r.out:
                 self.claims.wrote(name_of[r.index], r.source)
-            self.ready[r.index] = r
-        for name in dict.fromkeys(name_of.values()):
-            if self.holders.get(name) == bid:
-                del self.holders[name]
-            behind = self.waiting.pop(name, None)
-            if not behind:
-                continue
-            if name in self.claims:
-                for i, source, _ in behind:
-                    self.ready[i] = self.taken(i, source, name)
-            else:
-                self.holders[name] = _OPEN
-                self.open.extend(behind)
+            self.results.put(r)
+        refused, reopened = self.names.release(bid, name_of.values())
+        for i, source, name in refused:
+            self.results.put(self.taken(i, source, name))
+        self.open.extend(reopened)
 
     # -- the loop --------------------------------------------------------------
 
@@ -263,7 +237,7 @@ class _Run:
         while True:
             free = self.window - len(self.in_flight)
             while not self.exhausted and len(self.queued) < max(1, free) and \
-                    self.found - self.delivered < self.span:
+                    self.found - self.results.delivered < self.span:
                 entry = next(entries, None)
                 if entry is None:
                     self.exhausted = True
@@ -274,7 +248,7 @@ class _Run:
                     self.cut()
                 self.deliver()
             if self.open and (self.exhausted or self.full() or
-                              self.found - self.delivered >= self.span):
+                              self.found - self.results.delivered >= self.span):
                 self.cut()
             if self.cluster is not None:
                 self.send_alone()
@@ -299,7 +273,7 @@ class _Run:
             # message, so the scheduler never holds more than the window.
             self.cluster.client.sync(_one_round)
             self.deliver()
-        assert not self.waiting and not self.ready, "every input handed on"
+        assert not self.names.waiting() and not self.results.waiting(), "every input handed on"
 
     def close(self) -> None:
         self.bar.close()
