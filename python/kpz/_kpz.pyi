@@ -2,7 +2,7 @@
 # Users call the kpz package, which documents these functions.
 import os
 from types import TracebackType
-from typing import Any, Dict, List, Optional, Tuple, Type, Union
+from typing import Any, Callable, Dict, List, Optional, Tuple, Type, Union
 
 from kpz import Source
 
@@ -72,6 +72,13 @@ class _InputCount:
     def __exit__(self, t: Optional[Type[BaseException]], e: Optional[BaseException],
                  tb: Optional[TracebackType]) -> None: ...
 
+class _ProgressBar:
+    def __init__(self, enabled: bool, clock: Callable[[], float]) -> None: ...
+    def next(self, done: int, total: int, more: bool = ..., width: int = ...) -> str: ...
+    def clearing(self) -> str: ...
+    @property
+    def shown(self) -> bool: ...
+
 class _NameSet:
     def __init__(self) -> None: ...
     def add(self, name: str) -> bool: ...
@@ -88,6 +95,7 @@ class _Kit:
     InputWalk: Type[_InputWalk]
     InputCount: Type[_InputCount]
     NameSet: Type[_NameSet]
+    ProgressBar: Type[_ProgressBar]
     Summary: Type[_Summary]
     ExitStatus: Type[_ExitStatus]
     Located: Type[_Located]

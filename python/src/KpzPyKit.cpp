@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -24,6 +25,7 @@
 #include <vector>
 
 #include "kpz/KpzClaimWindow.h"
+#include "kpz/KpzClock.h"
 #include "kpz/KpzExitStatus.h"
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInputCount.h"
@@ -63,6 +65,37 @@ class PyInputCount {
   std::unique_ptr<KpzInputCount> m_count;
   std::size_t m_counted = 0;
   bool m_finished = false;
+};
+
+// The time a Python callable gives, in seconds (time.monotonic, or a test's
+// own clock), as the kit's clock. Called with the interpreter lock held (by
+// the bar's methods, which Python calls).
+class PyClock : public KpzClock {
+ public:
+  explicit PyClock(py::object now) : m_now(std::move(now)) {}
+  TimePoint Now() const override {
+    const double seconds = m_now().cast<double>();
+    const double ns = seconds * 1e9;
+    const double limit = 9.0e18;  // within a nanosecond count
+    const double bounded = ns > limit ? limit : (ns < -limit ? -limit : ns);
+    return TimePoint(std::chrono::nanoseconds(std::llround(bounded)));
+  }
+
+ private:
+  py::object m_now;
+};
+
+// kit.ProgressBar: the kit's bar for a Python stream, whose bytes Python
+// writes (KpzProgressBar::Next, Clearing); its clock lives as long as it.
+class PyProgressBar {
+ public:
+  PyProgressBar(bool enabled, py::object clock)
+      : m_clock(std::move(clock)), m_bar(-1, enabled, m_clock) {}
+  KpzProgressBar& bar() { return m_bar; }
+
+ private:
+  PyClock m_clock;  // declared first: outlives m_bar
+  KpzProgressBar m_bar;
 };
 
 // A Python int as a long long, clamped at the type's ends (never an
@@ -505,6 +538,29 @@ void KpzPyRegisterKit(py::module_& m) {
   m.def("progress_is_long", &KpzProgressBar::IsLong, py::arg("total"), py::arg("elapsed_ms"),
         "True when a run of `total` files that has lasted `elapsed_ms` is long enough for a bar.");
   m.attr("PROGRESS_REDRAW_MS") = KpzProgressBar::kRedrawMs;
+  py::class_<PyProgressBar>(
+      m, "ProgressBar",
+      "kpz's progress bar for a stream Python writes: ProgressBar(enabled, clock), clock() the "
+      "time in seconds. next() and clearing() give the bytes to write, at the moments kpz "
+      "draws and clears its own bar (not before the run is long, at most every "
+      "PROGRESS_REDRAW_MS, the end always).")
+      .def(py::init<bool, py::object>(), py::arg("enabled"), py::arg("clock"))
+      .def(
+          "next",
+          [](PyProgressBar& self, std::size_t done, std::size_t total, bool more,
+             const py::int_& width) {
+            return self.bar().Next(done, total, more, clampedInt(width));
+          },
+          py::arg("done"), py::arg("total"), py::arg("more") = false, py::arg("width") = 0,
+          "The bytes that draw the bar now for `done` of `total` files (`more`: the total is "
+          "the number found so far) on a line of `width` columns (0 or less: unknown, 80), or "
+          "'' when nothing is to be drawn.")
+      .def(
+          "clearing", [](PyProgressBar& self) { return self.bar().Clearing(); },
+          "The bytes that take the bar off the line ('\\r', ESC [K) when it is shown, else ''.")
+      .def_property_readonly(
+          "shown", [](PyProgressBar& self) { return self.bar().IsShown(); },
+          "True while the bar is on the line.");
   m.attr("SKIPPED_NOTE") = KpzOutputFile::kSkippedNote;
   m.attr("REWRITTEN_NOTE") = KpzOutputFile::kRewrittenNote;
 
