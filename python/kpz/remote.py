@@ -728,7 +728,7 @@ async def fetch_async(urls: Sequence[str], kind: str = "preview", *, upright: bo
         why = kit.make_output_directory(out_dir)
         if why:
             raise OSError("kpz: %s" % why)
-        suffix = ".preview.jpg" if kind == "preview" else ".thumb.jpg"
+        suffix = kit.picture_suffix(kind)
         targets = [os.path.join(out_dir, output_name(u if isinstance(u, str) else "", suffix))
                    for u in urls]
     claims = _claims.Claims(kept=len(urls))  # the first input written owns a name

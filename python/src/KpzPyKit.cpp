@@ -34,6 +34,7 @@
 #include "kpz/KpzNameSet.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzRotation.h"
+#include "kpz/KpzPictureJob.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzProgressBar.h"
 #include "kpz/KpzSource.h"
@@ -296,55 +297,47 @@ void KpzPyRegisterKit(py::module_& m) {
       "\"\" when written, else what failed in kpz's words.");
 
   m.def(
-      "copy_picture",
-      [](const std::string& input, const std::string& output, const std::string& kind, bool sync) {
+      "picture_job",
+      [](const std::string& input, const std::string& output, const std::string& kind,
+         bool upright, bool sync, const std::string& refusal) {
         if (kind != "preview" && kind != "thumbnail") {
           throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
         }
-        const KpzPictureReader::Kind k =
+        KpzPictureJob::Options options;
+        options.extraction.kind =
             kind == "preview" ? KpzPictureReader::Kind::Preview : KpzPictureReader::Kind::Thumbnail;
-        KpzExitStatus status = KpzExitStatus::Ok;
-        std::uint64_t written = 0;
-        std::string why;
-        std::string file = input;
+        options.extraction.upright = upright;
+        options.sync = sync;
+        KpzPictureJob::Done done;
         {
           py::gil_scoped_release unlocked;
-          KpzExtraction::Options options;
-          options.kind = k;
-          KpzSource source;
-          KpzExtraction::Outcome got = KpzExtraction::Extract(input, &source, options, false);
-          if (!got.ok()) {
-            status = got.status;
-            why = std::move(got.words);
-          } else {
-            switch (KpzOutputFile::Copy(output, source, got.range.offset, got.range.length,
-                                        KpzPictureReader::Name(k), sync, &why)) {
-              case KpzOutputFile::Status::Done:
-                written = got.range.length;
-                break;
-              case KpzOutputFile::Status::InputFailed:
-                status = KpzExitStatus::Input;
-                break;
-              case KpzOutputFile::Status::WouldReplaceInput:
-                status = KpzExitStatus::Usage;
-                file = output;
-                break;
-              case KpzOutputFile::Status::OutputFailed:
-                status = KpzExitStatus::Output;
-                file = output;
-                break;
-            }
-          }
+          done = KpzPictureJob::Run(input, output, options, [&refusal] { return refusal; });
         }
-        return py::make_tuple(KpzExitCode(status), written, why, file);
+        const KpzBatch::Outcome& o = done.outcome;
+        return py::make_tuple(o.status, o.out, o.err, o.reason, o.note, done.wrote);
       },
-      py::arg("input"), py::arg("output"), py::arg("kind"), py::arg("sync") = false,
-      "Writes the preview or thumbnail (`kind`) of the local file `input` to `output` as "
-      "`kpz preview`/`kpz thumbnail` writes one file: copied file to file, whole or not at all. "
-      "Returns (status, bytes written, words, file): status 0 done, else kpz's exit status "
-      "(1 input, 2 the output would replace the input, 3 output), with the words kpz prints "
-      "after 'kpz: FILE: ' and the FILE it names.");
-
+      py::arg("input"), py::arg("output"), py::arg("kind"), py::arg("upright") = false,
+      py::arg("sync") = false, py::arg("refusal") = "",
+      "One input of `kpz preview|thumbnail`, as kpz runs it: the picture (`kind`) of the local "
+      "file `input` taken out (turned the right way up with `upright`) and written to `output`, "
+      "whole or not at all (flushed to the disk with `sync`); `refusal`, when not '', refuses "
+      "the output name in those words (an earlier input wrote it) once the picture is read. "
+      "Returns (status, out, err, reason, note, wrote): kpz's exit status, its 'wrote' line, "
+      "its lines for standard error, the summary's reason and note, and whether the output "
+      "was written.");
+  m.def("wrote_line", &KpzPictureJob::WroteLine, py::arg("output"), py::arg("size"),
+        "kpz's line for an output written: 'wrote OUTPUT (SIZE bytes)\\n', the name shown as "
+        "shown_name shows it.");
+  m.def(
+      "picture_suffix",
+      [](const std::string& kind) -> std::string {
+        if (kind != "preview" && kind != "thumbnail") {
+          throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
+        }
+        return KpzPictureJob::Suffix(kind == "preview" ? KpzPictureReader::Kind::Preview
+                                                       : KpzPictureReader::Kind::Thumbnail);
+      },
+      py::arg("kind"), "The suffix of an output name of `kind`: '.preview.jpg' or '.thumb.jpg'.");
   m.def(
       "extract",
       [](const std::string& input, const std::string& kind, bool upright) {

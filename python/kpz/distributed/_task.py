@@ -180,7 +180,7 @@ def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, o
             r.fail(_OUTPUT, r.output, why)
             return
         claims.wrote(name, source)
-        r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(r.output), len(data))
+        r.out = kit.wrote_line(r.output, len(data))
         r.note = note
 
     # Files of the web whose output name is theirs alone: read many at once,
@@ -201,15 +201,14 @@ def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, o
         if is_web(source) and name not in shared:
             continue
         r = results[index]
-        if output.local and not upright and not is_url(source) and name not in claims:
-            # A local file to a local directory: copied file to file by the
-            # kit, exactly as kpz writes it (no bytes through Python).
-            status, written, why, named = kit.copy_picture(source, output.path(name), kind, sync)
-            if status:
-                r.fail(kit.ExitStatus(status), named, why)
-                continue
-            claims.wrote(name, source)
-            r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(r.output), written)
+        if output.local and not is_url(source):
+            # A local file to a local directory: the kit's job for one input,
+            # as kpz runs it (no bytes through Python).
+            r.status, r.out, r.err, r.reason, r.note, wrote = kit.picture_job(
+                source, output.path(name), kind, upright, sync,
+                claims.refusal(name, r.output) or "")
+            if wrote:
+                claims.wrote(name, source)
             continue
         if is_web(source):
             got = [g for _, g in _from_web([(index, source, name)], kind, upright, remote)][0]
