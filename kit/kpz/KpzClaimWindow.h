@@ -102,6 +102,8 @@ class KpzClaimWindow {
 
   // Inputs added and not yet released.
   std::size_t Held() const;
+  // Turns waiting in WaitForEarlier for an earlier input still running.
+  std::size_t Waiting() const;
   // Names written by released inputs.
   std::size_t Written() const;
   // Writers kept for the words (at most ownersKept).
@@ -126,6 +128,7 @@ class KpzClaimWindow {
   std::condition_variable m_finished;
   // Guarded by m_lock:
   std::size_t m_first = 0;                              // index of m_inputs.front()
+  std::size_t m_waiting = 0;                            // turns blocked in waitForEarlier
   std::deque<Input> m_inputs;                           // added, not released
   std::unordered_map<std::string, std::size_t> m_last;  // key -> last held input of it
   KpzNameSet m_written;                                 // keys released inputs wrote
