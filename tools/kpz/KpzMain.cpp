@@ -702,7 +702,8 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
     const InputFeed::Item& next = feed.At(i + 1);
     const InputFeed::Item& after = feed.At(i + 2);
     if (readAhead && next.present && next.entry.error.empty()) {
-      options.extraction.located = [&](const KpzSource& source, const KpzPictureReader::Picture& range) {
+      options.extraction.located = [&](const KpzSource& source,
+                                       const KpzPictureReader::Picture& range) {
         KpzReadHint::WillNeed(source.Fd(), range.offset, range.length);  // first this one's
         KpzPrefetch::Picture(next.entry.path, kind);  // then the next, while this one is written
         if (after.present && after.entry.error.empty()) {
