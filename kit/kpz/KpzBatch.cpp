@@ -4,6 +4,7 @@
 #include "kpz/KpzBatch.h"
 
 #include "kpz/KpzExitStatus.h"
+#include "kpz/KpzShownName.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -176,6 +177,15 @@ std::size_t KpzBatch::Window(unsigned int jobs) {
 unsigned int KpzBatch::DefaultJobs() {
   const unsigned int n = std::thread::hardware_concurrency();
   return n > 0 ? n : 1;
+}
+
+KpzBatch::Outcome KpzBatch::Failure(KpzExitStatus status, const std::string& file,
+                                     const std::string& why) {
+  Outcome o;
+  o.status = KpzExitCode(status);
+  o.err = "kpz: " + KpzShownName::Of(file) + ": " + why + "\n";
+  o.reason = why;
+  return o;
 }
 
 std::string KpzBatch::Thrown() {

@@ -37,6 +37,7 @@
 #include <string>
 
 #include "kpz/KpzClock.h"
+#include "kpz/KpzExitStatus.h"
 
 class KpzBatch {
  public:
@@ -90,6 +91,10 @@ class KpzBatch {
   static unsigned int RunWhile(unsigned int jobs, const More& more, const Task& task,
                                const Sink& sink, const Tick& tick,
                                const KpzClock& clock = KpzClock::Steady());
+
+  // A failure of `file`, told on one line: "kpz: <file>: <why>\n" in `err`,
+  // the name shown as KpzShownName shows it; `why` is the summary's reason.
+  static Outcome Failure(KpzExitStatus status, const std::string& file, const std::string& why);
 
   // The words for an exception a task threw, the one being handled (call
   // only inside a catch block): "not enough memory" for std::bad_alloc,

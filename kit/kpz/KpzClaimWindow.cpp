@@ -5,6 +5,17 @@
 
 #include <utility>
 
+#include "kpz/KpzShownName.h"
+
+std::string KpzClaimWindow::TakenWords(const std::string& output, const std::string& owner) {
+  return "not written: " + KpzShownName::Of(output) + " is already written by " +
+         KpzShownName::Of(owner);
+}
+
+std::string KpzClaimWindow::TakenEarlierWords(const std::string& output) {
+  return "not written: " + KpzShownName::Of(output) + " is already written by an earlier input";
+}
+
 KpzClaimWindow::KpzClaimWindow(std::size_t ownersKept) : m_ownersKept(ownersKept) {}
 
 void KpzClaimWindow::Add(std::size_t index, const std::string& key, const std::string& input) {
@@ -83,7 +94,9 @@ KpzClaimWindow::Earlier KpzClaimWindow::waitForEarlier(std::size_t index) {
   // At most one input of a name writes: each later one finds it here.
   std::size_t k = m_inputs[index - m_first].previous;
   while (k != kNone) {  // each pass goes to an earlier input
+    ++m_waiting;  // seen by others only while the wait has let go of the lock
     m_finished.wait(hold, [this, k] { return k < m_first || m_inputs[k - m_first].state != kRunning; });
+    --m_waiting;
     if (k < m_first) {
       // Released, and every input before it: what they wrote is in the set.
       writtenBefore(key, &earlier);
@@ -115,6 +128,11 @@ void KpzClaimWindow::finish(std::size_t index, bool wrote) {
 std::size_t KpzClaimWindow::Held() const {
   std::lock_guard<std::mutex> hold(m_lock);
   return m_inputs.size();
+}
+
+std::size_t KpzClaimWindow::Waiting() const {
+  std::lock_guard<std::mutex> hold(m_lock);
+  return m_waiting;
 }
 
 std::size_t KpzClaimWindow::Written() const {

@@ -1,21 +1,22 @@
 // KpzClaimWindow.h - which input of a kpz batch may write an output name
 // that several inputs share, when the inputs are found as the run goes.
 //
-// In the kit (kit/kpz); uses the C++ library and KpzNameSet.
-// The rule is KpzOutputClaims's: an output name belongs to the first input,
-// in input order, that actually wrote it; a later input of the same name
+// In the kit (kit/kpz); uses the C++ library, KpzNameSet and KpzShownName.
+// The rule, the same in every front end: an output name belongs to the first
+// input, in input order, that actually wrote it; an input that fails (its
+// file cannot be read, holds no such picture, its output cannot be written)
+// takes nothing, and the next one may write. A later input of the same name
 // waits until every earlier one has finished and is refused when one of them
-// wrote. KpzOutputClaims needs every input's name before the run; this one
-// takes them one at a time (Add, in input order) and lets them go once
-// delivered (Release, in input order), so what it holds does not grow with
-// the run beyond a digest per name written:
+// wrote. It takes the inputs one at a time (Add, in input order) and lets
+// them go once delivered (Release, in input order), so what it holds does not
+// grow with the run beyond a digest per name written:
 //   - the inputs added and not yet released (the batch's window): their
 //     names, input names and states, exactly;
 //   - the names that released inputs wrote, as digests (KpzNameSet, 12 to
 //     24 bytes each);
 //   - for the words, the input that wrote each of the last `ownersKept`
 //     names written; a name written longer ago is refused all the same, its
-//     writer told as "an earlier input" (KpzOutputClaims::TakenEarlierWords).
+//     writer told as "an earlier input" (TakenEarlierWords).
 //
 //   KpzClaimWindow claims;
 //   claims.Add(i, key, input);                     // as input i is found
@@ -46,6 +47,18 @@ class KpzClaimWindow {
 
   // Writers of names kept for the words, by default.
   static constexpr std::size_t kOwnersKept = 8192;
+
+  // The summary's reason for an input refused its output name.
+  static constexpr const char* kTakenReason = "output already written by an earlier input";
+
+  // What every front end says of an input whose output name `output` the
+  // earlier input `owner` wrote: "not written: <output> is already written
+  // by <owner>", the names shown as KpzShownName shows them.
+  static std::string TakenWords(const std::string& output, const std::string& owner);
+
+  // The same when the owner's name is no longer at hand: "not written:
+  // <output> is already written by an earlier input".
+  static std::string TakenEarlierWords(const std::string& output);
 
   // Whether an earlier input wrote the name, and which.
   struct Earlier {
@@ -89,6 +102,8 @@ class KpzClaimWindow {
 
   // Inputs added and not yet released.
   std::size_t Held() const;
+  // Turns waiting in WaitForEarlier for an earlier input still running.
+  std::size_t Waiting() const;
   // Names written by released inputs.
   std::size_t Written() const;
   // Writers kept for the words (at most ownersKept).
@@ -113,6 +128,7 @@ class KpzClaimWindow {
   std::condition_variable m_finished;
   // Guarded by m_lock:
   std::size_t m_first = 0;                              // index of m_inputs.front()
+  std::size_t m_waiting = 0;                            // turns blocked in waitForEarlier
   std::deque<Input> m_inputs;                           // added, not released
   std::unordered_map<std::string, std::size_t> m_last;  // key -> last held input of it
   KpzNameSet m_written;                                 // keys released inputs wrote

@@ -135,6 +135,9 @@ long long KpzProgressBar::width() const {
 }
 
 void KpzProgressBar::put(const std::string& text) const {
+  if (m_fd < 0) {
+    return;  // a front end that writes the bytes itself (Next, Clearing)
+  }
   std::size_t done = 0;
   while (done < text.size()) {  // each pass writes at least one byte or gives up
     const ssize_t n = write(m_fd, text.data() + done, text.size() - done);
@@ -148,36 +151,55 @@ void KpzProgressBar::put(const std::string& text) const {
   }
 }
 
-void KpzProgressBar::Update(std::size_t done, std::size_t total, bool more) {
-  if (!m_enabled) {
-    return;
-  }
-  const KpzClock::TimePoint now = m_clock.Now();
+bool KpzProgressBar::due(std::size_t done, std::size_t total, bool more,
+                         KpzClock::TimePoint now) const {
   if (!IsLong(total, msBetween(m_start, now))) {
-    return;
+    return false;
   }
-  if (m_shown && (more || done < total) && msBetween(m_lastDraw, now) < kRedrawMs) {
-    return;
-  }
+  return !(m_shown && (more || done < total) && msBetween(m_lastDraw, now) < kRedrawMs);
+}
+
+std::string KpzProgressBar::draw(std::size_t done, std::size_t total, bool more,
+                                 KpzClock::TimePoint now, long long width) {
   Frame frame;
   frame.done = done;
   frame.total = total;
   frame.more = more;
   frame.elapsedMs = msBetween(m_start, now);
-  const std::string line = Line(frame, width());
+  std::string line = Line(frame, width);
   if (line.empty()) {
-    Clear();  // too narrow for the bar: none
-    return;
+    return Clearing();  // too narrow for the bar: none
   }
-  put(line);
   m_shown = true;
   m_lastDraw = now;
+  return line;
 }
 
-void KpzProgressBar::Clear() {
-  if (!m_shown) {
+void KpzProgressBar::Update(std::size_t done, std::size_t total, bool more) {
+  if (!m_enabled) {
     return;
   }
-  put("\r\033[K");
-  m_shown = false;
+  const KpzClock::TimePoint now = m_clock.Now();
+  if (due(done, total, more, now)) {
+    put(draw(done, total, more, now, width()));  // the terminal's width asked only to draw
+  }
 }
+
+std::string KpzProgressBar::Next(std::size_t done, std::size_t total, bool more,
+                                 long long width) {
+  if (!m_enabled) {
+    return std::string();
+  }
+  const KpzClock::TimePoint now = m_clock.Now();
+  return due(done, total, more, now) ? draw(done, total, more, now, width) : std::string();
+}
+
+std::string KpzProgressBar::Clearing() {
+  if (!m_shown) {
+    return std::string();
+  }
+  m_shown = false;
+  return "\r\033[K";
+}
+
+void KpzProgressBar::Clear() { put(Clearing()); }

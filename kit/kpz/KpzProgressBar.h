@@ -25,6 +25,14 @@
 //   bar.Update(done, total);   // as often as wished
 //   bar.Clear();               // before printing anything else on that terminal
 //
+// A front end that writes to a stream of its own (Python's sys.stderr) makes
+// the bar with no descriptor (-1) and writes what Next and Clearing give:
+// the same bytes at the same moments as Update and Clear would write.
+//
+//   KpzProgressBar bar(-1, streamIsTerminal, clock);
+//   stream.write(bar.Next(done, total, more, columns));
+//   stream.write(bar.Clearing());
+//
 // Holds the descriptor borrowed (it must stay open while the bar lives) and
 // never closes it; the clock (KpzClock, the steady one by default) is
 // borrowed too.
@@ -88,14 +96,31 @@ class KpzProgressBar {
   // Takes the bar off the line when it is shown.
   void Clear();
 
+  // What Update would write now on a line of `width` columns (see Text for
+  // widths), or "" when nothing is to be drawn; the bar's state moves as
+  // Update moves it. For a bar made without a descriptor.
+  std::string Next(std::size_t done, std::size_t total, bool more, long long width);
+
+  // What Clear would write: "\r\033[K" when the bar is shown (then it is
+  // not), else "".
+  std::string Clearing();
+
   // True while the bar is on the line.
   bool IsShown() const { return m_shown; }
 
  private:
   long long width() const;
+  // Writes `text` to the descriptor; nothing without one.
   void put(const std::string& text) const;
+  // Whether a frame is to be drawn `now` (the run is long, the last drawing
+  // old enough or the end reached).
+  bool due(std::size_t done, std::size_t total, bool more, KpzClock::TimePoint now) const;
+  // The bytes that draw the frame (or clear a line too narrow for it), the
+  // bar's state moved.
+  std::string draw(std::size_t done, std::size_t total, bool more, KpzClock::TimePoint now,
+                   long long width);
 
-  int m_fd;  // borrowed
+  int m_fd;  // borrowed; below 0: none
   bool m_enabled;
   bool m_shown;
   const KpzClock& m_clock;  // borrowed

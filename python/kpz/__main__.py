@@ -81,6 +81,7 @@ def _parser() -> argparse.ArgumentParser:
 
 
 def main(argv: Optional[List[str]] = None) -> int:
+    from kpz._claims import REASON, Claims
     from kpz.distributed import _client
     from kpz.distributed._inputs import iter_sources
     from kpz.distributed._outputs import KINDS, Output
@@ -104,9 +105,10 @@ def main(argv: Optional[List[str]] = None) -> int:
     summary = Summary(noun)
     bar = Progress(0, sys.stderr)
     bar.count_ahead(list(args.sources), args.recursive, extensions)
-    written = kit.NameSet()
-    writers: Dict[str, str] = {}  # name -> the input that wrote it, for this batch's lines
     size = ROUNDS_PER_BATCH * settings.max_in_flight
+    # The first input written owns a name; the latest writers are named, past
+    # those "an earlier input".
+    claims = Claims(kept=4 * size)
     state = {"found": 0, "delivered": 0}
 
     def show(r: Result) -> None:
@@ -122,11 +124,8 @@ def main(argv: Optional[List[str]] = None) -> int:
 
     def taken(index: int, source: str, name: str) -> Result:
         shown = output.shown(name)
-        owner = writers.get(name)
-        words = kit.already_written_earlier_words(shown) if owner is None else \
-            kit.already_written_words(shown, owner)
-        return Result(index, source, shown).fail(kit.ExitStatus.OUTPUT, source, words,
-                                                 kit.ALREADY_WRITTEN_REASON)
+        return Result(index, source, shown).fail(kit.ExitStatus.OUTPUT, source,
+                                                 claims.refusal(name, shown), REASON)
 
     # Each input is told in input order: those settled as they are found (an
     # error of their own, an output present) wait behind the batch being
@@ -146,13 +145,10 @@ def main(argv: Optional[List[str]] = None) -> int:
                 r = got[index]
                 r.rewritten = index in rewritten
                 if r.status == 0 and r.out:
-                    written.add(names[index])
-                    writers[names[index]] = r.source
+                    claims.wrote(names[index], r.source)
             show(r)
         pending.clear()
         rewritten.clear()
-        while len(writers) > 4 * size:  # the latest writers named; past those "an earlier input"
-            writers.pop(next(iter(writers)))
         bar.update(state["delivered"], state["found"], True)
 
     in_batch: Dict[str, bool] = {}
@@ -166,7 +162,7 @@ def main(argv: Optional[List[str]] = None) -> int:
                     kit.ExitStatus.INPUT, source, error), None))
             else:
                 name = kit.default_path(source, suffix, True)
-                if name in written:
+                if name in claims:
                     pending.append((index, taken(index, source, name), None))
                 elif name in in_batch:
                     pending.append((index, None, (index, source, name)))

@@ -69,7 +69,7 @@ import ssl
 import urllib.parse
 from typing import AsyncIterator, Iterable, List, Optional, Sequence, Tuple
 
-from kpz import _s3
+from kpz import _claims, _s3
 from kpz._kpz import HEAD_SIZE, kit
 
 __all__ = ["Settings", "Result", "Reader", "read_many", "fetch", "fetch_async",
@@ -723,53 +723,42 @@ async def fetch_async(urls: Sequence[str], kind: str = "preview", *, upright: bo
     settings = settings if settings is not None else Settings(**fields)
     urls = list(urls)
     results: List[Optional[Result]] = [None] * len(urls)
-    claims = None
     targets: List[str] = []
     if out_dir is not None:
         why = kit.make_output_directory(out_dir)
         if why:
             raise OSError("kpz: %s" % why)
-        suffix = ".preview.jpg" if kind == "preview" else ".thumb.jpg"
+        suffix = kit.picture_suffix(kind)
         targets = [os.path.join(out_dir, output_name(u if isinstance(u, str) else "", suffix))
                    for u in urls]
-        claims = kit.OutputClaims(targets)  # the rule of kpz: the first written owns a name
-    settled = set()   # inputs whose turn at their name is over
-    parked = {}       # index of the earlier input of its name -> the result waiting for it
+    claims = _claims.Claims(kept=len(urls))  # the first input written owns a name
+    turns = _claims.InOrder(targets)
     loop = asyncio.get_running_loop()
 
     def turn(got: Result) -> None:
-        """Input got.index's turn at its name; every earlier input of the name
-        has had its own, so no wait."""
+        """Input got.index's turn at its name; every earlier input of the
+        name has had its own."""
         target = targets[got.index]
-        with claims.turn(got.index) as t:
-            if not got.ok:
-                return
-            owner = t.wait_for_earlier()
-            if owner is not None:
-                got.ok, got.status = False, int(kit.ExitStatus.OUTPUT)
-                got.words = kit.already_written_words(target, urls[owner])
+        if got.ok:
+            refusal = claims.refusal(target, target)
+            if refusal is not None:
+                got.ok, got.status, got.words = False, int(kit.ExitStatus.OUTPUT), refusal
             else:
                 why = kit.write_file(target, got.data, sync)
                 if why:
                     got.ok, got.status, got.words = False, int(kit.ExitStatus.OUTPUT), why
                 else:
-                    t.wrote()
+                    claims.wrote(target, urls[got.index])
                     got.output = target
         got.data = None
 
     async for got in read_many(urls, kind, upright=upright, settings=settings):
-        if claims is None:
+        if out_dir is None:
             results[got.index] = got
             continue
-        earlier = claims.previous(got.index)
-        if earlier is not None and earlier not in settled:
-            parked[earlier] = got
-            continue
-        while got is not None:
-            await loop.run_in_executor(None, turn, got)
-            results[got.index] = got
-            settled.add(got.index)
-            got = parked.pop(got.index, None)
+        for ready in turns.ready(got.index, got):
+            await loop.run_in_executor(None, turn, ready)
+            results[ready.index] = ready
     return [r for r in results if r is not None]
 
 

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -23,15 +24,17 @@
 #include <utility>
 #include <vector>
 
+#include "kpz/KpzClaimWindow.h"
+#include "kpz/KpzClock.h"
 #include "kpz/KpzExitStatus.h"
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInputCount.h"
 #include "kpz/KpzInputList.h"
 #include "kpz/KpzInputWalk.h"
 #include "kpz/KpzNameSet.h"
-#include "kpz/KpzOutputClaims.h"
 #include "kpz/KpzOutputFile.h"
 #include "kpz/KpzRotation.h"
+#include "kpz/KpzPictureJob.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzProgressBar.h"
 #include "kpz/KpzSource.h"
@@ -63,6 +66,37 @@ class PyInputCount {
   std::unique_ptr<KpzInputCount> m_count;
   std::size_t m_counted = 0;
   bool m_finished = false;
+};
+
+// The time a Python callable gives, in seconds (time.monotonic, or a test's
+// own clock), as the kit's clock. Called with the interpreter lock held (by
+// the bar's methods, which Python calls).
+class PyClock : public KpzClock {
+ public:
+  explicit PyClock(py::object now) : m_now(std::move(now)) {}
+  TimePoint Now() const override {
+    const double seconds = m_now().cast<double>();
+    const double ns = seconds * 1e9;
+    const double limit = 9.0e18;  // within a nanosecond count
+    const double bounded = ns > limit ? limit : (ns < -limit ? -limit : ns);
+    return TimePoint(std::chrono::nanoseconds(std::llround(bounded)));
+  }
+
+ private:
+  py::object m_now;
+};
+
+// kit.ProgressBar: the kit's bar for a Python stream, whose bytes Python
+// writes (KpzProgressBar::Next, Clearing); its clock lives as long as it.
+class PyProgressBar {
+ public:
+  PyProgressBar(bool enabled, py::object clock)
+      : m_clock(std::move(clock)), m_bar(-1, enabled, m_clock) {}
+  KpzProgressBar& bar() { return m_bar; }
+
+ private:
+  PyClock m_clock;  // declared first: outlives m_bar
+  KpzProgressBar m_bar;
 };
 
 // A Python int as a long long, clamped at the type's ends (never an
@@ -119,38 +153,6 @@ bool intIn(const py::handle& value, bool (*check)(long long)) {
   long long v = 0;
   return intValue(value, &v) && check(v);
 }
-
-// One input's turn at its output name (KpzOutputClaims::Turn), for Python:
-// a context manager whose end finishes the turn.
-class ClaimTurn {
- public:
-  ClaimTurn(std::shared_ptr<KpzOutputClaims> claims, std::size_t index)
-      : m_claims(std::move(claims)), m_turn(new KpzOutputClaims::Turn(*m_claims, index)) {}
-
-  py::object waitForEarlier() {
-    need();
-    std::size_t owner = KpzOutputClaims::kNone;
-    {
-      py::gil_scoped_release unlocked;
-      owner = m_turn->WaitForEarlier();
-    }
-    return owner == KpzOutputClaims::kNone ? py::none() : py::object(py::int_(owner));
-  }
-  void wrote() {
-    need();
-    m_turn->Wrote();
-  }
-  void finish() { m_turn.reset(); }  // the Turn's end records it; again: nothing
-
- private:
-  void need() const {
-    if (!m_turn) {
-      throw py::value_error("kpz: this turn is finished");
-    }
-  }
-  std::shared_ptr<KpzOutputClaims> m_claims;  // outlives m_turn
-  std::unique_ptr<KpzOutputClaims::Turn> m_turn;
-};
 
 std::string bytesOf(const py::bytes& b) {
   return std::string(PyBytes_AS_STRING(b.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(b.ptr())));
@@ -251,55 +253,47 @@ void KpzPyRegisterKit(py::module_& m) {
       "\"\" when written, else what failed in kpz's words.");
 
   m.def(
-      "copy_picture",
-      [](const std::string& input, const std::string& output, const std::string& kind, bool sync) {
+      "picture_job",
+      [](const std::string& input, const std::string& output, const std::string& kind,
+         bool upright, bool sync, const std::string& refusal) {
         if (kind != "preview" && kind != "thumbnail") {
           throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
         }
-        const KpzPictureReader::Kind k =
+        KpzPictureJob::Options options;
+        options.extraction.kind =
             kind == "preview" ? KpzPictureReader::Kind::Preview : KpzPictureReader::Kind::Thumbnail;
-        KpzExitStatus status = KpzExitStatus::Ok;
-        std::uint64_t written = 0;
-        std::string why;
-        std::string file = input;
+        options.extraction.upright = upright;
+        options.sync = sync;
+        KpzPictureJob::Done done;
         {
           py::gil_scoped_release unlocked;
-          KpzExtraction::Options options;
-          options.kind = k;
-          KpzSource source;
-          KpzExtraction::Outcome got = KpzExtraction::Extract(input, &source, options, false);
-          if (!got.ok()) {
-            status = got.status;
-            why = std::move(got.words);
-          } else {
-            switch (KpzOutputFile::Copy(output, source, got.range.offset, got.range.length,
-                                        KpzPictureReader::Name(k), sync, &why)) {
-              case KpzOutputFile::Status::Done:
-                written = got.range.length;
-                break;
-              case KpzOutputFile::Status::InputFailed:
-                status = KpzExitStatus::Input;
-                break;
-              case KpzOutputFile::Status::WouldReplaceInput:
-                status = KpzExitStatus::Usage;
-                file = output;
-                break;
-              case KpzOutputFile::Status::OutputFailed:
-                status = KpzExitStatus::Output;
-                file = output;
-                break;
-            }
-          }
+          done = KpzPictureJob::Run(input, output, options, [&refusal] { return refusal; });
         }
-        return py::make_tuple(KpzExitCode(status), written, why, file);
+        const KpzBatch::Outcome& o = done.outcome;
+        return py::make_tuple(o.status, o.out, o.err, o.reason, o.note, done.wrote);
       },
-      py::arg("input"), py::arg("output"), py::arg("kind"), py::arg("sync") = false,
-      "Writes the preview or thumbnail (`kind`) of the local file `input` to `output` as "
-      "`kpz preview`/`kpz thumbnail` writes one file: copied file to file, whole or not at all. "
-      "Returns (status, bytes written, words, file): status 0 done, else kpz's exit status "
-      "(1 input, 2 the output would replace the input, 3 output), with the words kpz prints "
-      "after 'kpz: FILE: ' and the FILE it names.");
-
+      py::arg("input"), py::arg("output"), py::arg("kind"), py::arg("upright") = false,
+      py::arg("sync") = false, py::arg("refusal") = "",
+      "One input of `kpz preview|thumbnail`, as kpz runs it: the picture (`kind`) of the local "
+      "file `input` taken out (turned the right way up with `upright`) and written to `output`, "
+      "whole or not at all (flushed to the disk with `sync`); `refusal`, when not '', refuses "
+      "the output name in those words (an earlier input wrote it) once the picture is read. "
+      "Returns (status, out, err, reason, note, wrote): kpz's exit status, its 'wrote' line, "
+      "its lines for standard error, the summary's reason and note, and whether the output "
+      "was written.");
+  m.def("wrote_line", &KpzPictureJob::WroteLine, py::arg("output"), py::arg("size"),
+        "kpz's line for an output written: 'wrote OUTPUT (SIZE bytes)\\n', the name shown as "
+        "shown_name shows it.");
+  m.def(
+      "picture_suffix",
+      [](const std::string& kind) -> std::string {
+        if (kind != "preview" && kind != "thumbnail") {
+          throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
+        }
+        return KpzPictureJob::Suffix(kind == "preview" ? KpzPictureReader::Kind::Preview
+                                                       : KpzPictureReader::Kind::Thumbnail);
+      },
+      py::arg("kind"), "The suffix of an output name of `kind`: '.preview.jpg' or '.thumb.jpg'.");
   m.def(
       "extract",
       [](const std::string& input, const std::string& kind, bool upright) {
@@ -366,15 +360,15 @@ void KpzPyRegisterKit(py::module_& m) {
         "What kpz says after 'kpz: ' (exit status 1) when its arguments gave no file: 'no files "
         "to work on: the directories named hold no file ending in .kpz', the `extensions` as "
         "normalise_extensions makes them, each shown as shown_name shows it.");
-  m.def("already_written_words", &KpzOutputClaims::TakenWords, py::arg("output"),
+  m.def("already_written_words", &KpzClaimWindow::TakenWords, py::arg("output"),
         py::arg("owner"),
         "What kpz says after 'kpz: INPUT: ' (exit status 3) of an input whose output name "
         "`output` the earlier input `owner` wrote: 'not written: OUTPUT is already written by "
         "OWNER', both names shown as shown_name shows them.");
-  m.def("already_written_earlier_words", &KpzOutputClaims::TakenEarlierWords, py::arg("output"),
+  m.def("already_written_earlier_words", &KpzClaimWindow::TakenEarlierWords, py::arg("output"),
         "The same words when the owner's name is no longer at hand: 'not written: OUTPUT is "
         "already written by an earlier input'.");
-  m.attr("ALREADY_WRITTEN_REASON") = KpzOutputClaims::kTakenReason;
+  m.attr("ALREADY_WRITTEN_REASON") = KpzClaimWindow::kTakenReason;
 
   py::class_<KpzInputWalk>(
       m, "InputWalk",
@@ -459,52 +453,6 @@ void KpzPyRegisterKit(py::module_& m) {
         "What kpz says of an Exif orientation value out of range: 'its orientation value VALUE "
         "is not one of 1 to 8'.");
 
-  py::class_<ClaimTurn>(m, "ClaimTurn", "One input's turn at its output name (OutputClaims.turn).")
-      .def("wait_for_earlier", &ClaimTurn::waitForEarlier,
-           "Waits until every earlier input with the same output name has finished its turn "
-           "(the interpreter lock released); the index of the one that wrote it, or None.")
-      .def("wrote", &ClaimTurn::wrote, "This input wrote the output.")
-      .def("finish", &ClaimTurn::finish,
-           "Ends the turn: written when wrote() was called, else failed (the next input of the "
-           "name may write). Again: nothing.")
-      .def("__enter__", [](py::object self) { return self; })
-      .def("__exit__", [](ClaimTurn& t, const py::args&) { t.finish(); });
-
-  py::class_<KpzOutputClaims, std::shared_ptr<KpzOutputClaims>>(
-      m, "OutputClaims",
-      "Which input may write an output name several inputs share, as kpz decides: the first "
-      "input in input order that is written owns the name; an input that fails takes nothing. "
-      "OutputClaims(keys), keys[i] input i's output name (normalised; '' for none). Each input "
-      "takes its turn, in index order, and ends it (with: ...); an input waits only for earlier "
-      "inputs of its name, so each earlier input's turn must be taken and ended (by this thread "
-      "first, or by another).\n\n"
-      "    with claims.turn(i) as t:\n"
-      "        owner = t.wait_for_earlier()          # None, or the input that wrote it\n"
-      "        if owner is None and write(): t.wrote()")
-      .def(py::init<const std::vector<std::string>&>(), py::arg("keys"))
-      .def("__len__", &KpzOutputClaims::Count)
-      .def(
-          "turn",
-          [](const std::shared_ptr<KpzOutputClaims>& self, std::size_t index) {
-            if (index >= self->Count()) {
-              throw py::index_error("kpz: input " + std::to_string(index) + " of " +
-                                    std::to_string(self->Count()));
-            }
-            return ClaimTurn(self, index);
-          },
-          py::arg("index"), "Input `index`'s turn (a context manager).")
-      .def(
-          "previous",
-          [](const KpzOutputClaims& self, std::size_t index) -> py::object {
-            if (index >= self.Count()) {
-              throw py::index_error("kpz: input " + std::to_string(index) + " of " +
-                                    std::to_string(self.Count()));
-            }
-            const std::size_t k = self.Previous(index);
-            return k == KpzOutputClaims::kNone ? py::none() : py::object(py::int_(k));
-          },
-          py::arg("index"), "The earlier input with the same output name just before `index`, or None.");
-
   // Any Python int is a width: 0 and below are unknown (80 assumed), and a
   // number too large for C++ is just wide (the bar is at most 40).
   const auto frameOf = [](std::size_t done, std::size_t total, bool more, const py::int_& elapsedMs) {
@@ -539,6 +487,29 @@ void KpzPyRegisterKit(py::module_& m) {
   m.def("progress_is_long", &KpzProgressBar::IsLong, py::arg("total"), py::arg("elapsed_ms"),
         "True when a run of `total` files that has lasted `elapsed_ms` is long enough for a bar.");
   m.attr("PROGRESS_REDRAW_MS") = KpzProgressBar::kRedrawMs;
+  py::class_<PyProgressBar>(
+      m, "ProgressBar",
+      "kpz's progress bar for a stream Python writes: ProgressBar(enabled, clock), clock() the "
+      "time in seconds. next() and clearing() give the bytes to write, at the moments kpz "
+      "draws and clears its own bar (not before the run is long, at most every "
+      "PROGRESS_REDRAW_MS, the end always).")
+      .def(py::init<bool, py::object>(), py::arg("enabled"), py::arg("clock"))
+      .def(
+          "next",
+          [](PyProgressBar& self, std::size_t done, std::size_t total, bool more,
+             const py::int_& width) {
+            return self.bar().Next(done, total, more, clampedInt(width));
+          },
+          py::arg("done"), py::arg("total"), py::arg("more") = false, py::arg("width") = 0,
+          "The bytes that draw the bar now for `done` of `total` files (`more`: the total is "
+          "the number found so far) on a line of `width` columns (0 or less: unknown, 80), or "
+          "'' when nothing is to be drawn.")
+      .def(
+          "clearing", [](PyProgressBar& self) { return self.bar().Clearing(); },
+          "The bytes that take the bar off the line ('\\r', ESC [K) when it is shown, else ''.")
+      .def_property_readonly(
+          "shown", [](PyProgressBar& self) { return self.bar().IsShown(); },
+          "True while the bar is on the line.");
   m.attr("SKIPPED_NOTE") = KpzOutputFile::kSkippedNote;
   m.attr("REWRITTEN_NOTE") = KpzOutputFile::kRewrittenNote;
 

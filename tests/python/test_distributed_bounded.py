@@ -184,7 +184,7 @@ def test_what_an_ended_task_gave_is_read_from_its_value_not_its_state():
     holding the result) and show another state by the time the client looks:
     the outcome is read from what came with it, and only a value of no known
     kind is asked of the future again."""
-    from kpz.distributed._client import _outcome
+    from kpz.distributed._batches import task_outcome
 
     class Future:
         def __init__(self, result=None, error=None):
@@ -199,12 +199,12 @@ def test_what_an_ended_task_gave_is_read_from_its_value_not_its_state():
 
     results = [object()]
     f = Future(error=AssertionError("not to be asked"))
-    assert _outcome(f, results) == (results, None) and f.asked == 0
+    assert task_outcome(f, results) == (results, None) and f.asked == 0
     boom = ValueError("boom")
-    assert _outcome(f, (ValueError, boom, None)) == (None, boom) and f.asked == 0
+    assert task_outcome(f, (ValueError, boom, None)) == (None, boom) and f.asked == 0
     cancelled = RuntimeError("cancelled")
-    assert _outcome(f, cancelled) == (None, cancelled) and f.asked == 0
+    assert task_outcome(f, cancelled) == (None, cancelled) and f.asked == 0
     again = Future(result=results)
-    assert _outcome(again, None) == (results, None) and again.asked == 1
+    assert task_outcome(again, None) == (results, None) and again.asked == 1
     lost = OSError("lost")
-    assert _outcome(Future(error=lost), None) == (None, lost)
+    assert task_outcome(Future(error=lost), None) == (None, lost)

@@ -7,6 +7,7 @@ never an error."""
 
 import io
 import os
+import re
 
 import pytest
 
@@ -214,18 +215,28 @@ def test_python_m_kpz_bar_total_is_the_files_named(tmp_path, monkeypatch, capsys
     from kpz import __main__ as kpz_main
 
     names = _files(tmp_path / "in", 20)
-    drawn = []
 
-    def progress_line(done, total, width, more=False, elapsed_ms=-1):
-        drawn.append((done, total, more))
-        return "\rbar"
+    class Ticking(Clock):
+        # Each reading two seconds later: the run is long from its first
+        # update on, and every update is due.
+        def __call__(self):
+            self.now += 2
+            return self.now
 
-    monkeypatch.setattr(kit, "progress_is_long", lambda total, ms: True)
-    monkeypatch.setattr(kit, "progress_line", progress_line)
-    monkeypatch.setattr(kit, "PROGRESS_REDRAW_MS", 0)
-    monkeypatch.setattr(sys, "stderr", Terminal())
+    class TickingProgress(_progress.Progress):
+        def __init__(self, total, stream):
+            super().__init__(total, stream, Ticking())
+
+    term = Terminal()
+    monkeypatch.setattr(_progress, "Progress", TickingProgress)
+    monkeypatch.setattr(sys, "stderr", term)
     status = kpz_main.main(["preview", "--max-in-flight", "1", "-o", str(tmp_path / "out")]
                            + names)
     assert status == 1  # none of them is a raw file
-    assert drawn and drawn[0] == (8, 20, False)
-    assert all(total == 20 and not more for _, total, more in drawn)
+    drawn = re.findall(r"\rkpz: \[[#-]*\] (\d+)/(\d+)(\+?) files", term.getvalue())
+    assert drawn and drawn[0] == ("8", "20", "")
+    assert all(total == "20" and not more for _, total, more in drawn)
+    assert drawn[-1] == ("20", "20", "")
+    # The bar drawn last is taken off the line before the summary.
+    text = term.getvalue()
+    assert text.rindex("\rkpz: [") < text.rindex("\r\x1b[K") < text.index("kpz: 20 files:")

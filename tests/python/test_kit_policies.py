@@ -1,11 +1,10 @@
 """The policies every front end shares, written once in the kit and bound on
 kpz._kpz.kit: the words for no files, an output already written and an
-orientation out of range, the output-name claims, the exit statuses; each
+orientation out of range, the exit statuses; each
 checked against what the kpz tool says."""
 
 import shutil
 import subprocess
-import threading
 
 import pytest
 
@@ -71,38 +70,3 @@ def test_exif_orientation_range_and_its_words():
 def test_exit_statuses_are_the_tool_s_numbers():
     assert [int(s) for s in (kit.ExitStatus.OK, kit.ExitStatus.INPUT, kit.ExitStatus.USAGE,
                              kit.ExitStatus.OUTPUT)] == [0, 1, 2, 3]
-
-
-def test_output_claims_give_the_name_to_the_first_input_that_writes_it():
-    claims = kit.OutputClaims(["a", "b", "a", "", "a"])
-    assert len(claims) == 5
-    assert [claims.previous(i) for i in range(5)] == [None, None, 0, None, 2]
-    with claims.turn(0) as t:  # input 0 fails: takes nothing
-        assert t.wait_for_earlier() is None
-    with claims.turn(1) as t:
-        assert t.wait_for_earlier() is None
-        t.wrote()
-    with claims.turn(2) as t:  # the first of "a" that writes
-        assert t.wait_for_earlier() is None
-        t.wrote()
-    with claims.turn(3) as t:  # no name: no group
-        assert t.wait_for_earlier() is None
-    with claims.turn(4) as t:
-        assert t.wait_for_earlier() == 2
-    with pytest.raises(ValueError):
-        t.wrote()  # the turn is over
-    with pytest.raises(IndexError):
-        claims.turn(5)
-
-
-def test_a_later_input_waits_for_the_earlier_one_on_another_thread():
-    claims = kit.OutputClaims(["x", "x"])
-    first = claims.turn(0)
-    got = []
-    waiter = threading.Thread(target=lambda: got.append(claims.turn(1).wait_for_earlier()))
-    waiter.start()
-    first.wrote()
-    first.finish()  # only now may input 1 learn its owner
-    waiter.join(timeout=30)
-    assert not waiter.is_alive()
-    assert got == [0]

@@ -44,8 +44,8 @@
 #include "kpz/KpzInputWalk.h"
 #include "kpz/KpzMetadata.h"
 #include "kpz/KpzMetadataReader.h"
-#include "kpz/KpzOutputClaims.h"
 #include "kpz/KpzOutputFile.h"
+#include "kpz/KpzPictureJob.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzPrefetch.h"
 #include "kpz/KpzReadHint.h"
@@ -439,11 +439,7 @@ struct BatchStyle {
 // A failure of `file`, told on one line: "kpz: <file>: <why>", the name
 // shown as KpzShownName shows it.
 KpzBatch::Outcome failure(KpzExitStatus status, const std::string& file, const std::string& why) {
-  KpzBatch::Outcome o;
-  o.status = KpzExitCode(status);
-  o.err = "kpz: " + KpzShownName::Of(file) + ": " + why + "\n";
-  o.reason = why;
-  return o;
+  return KpzBatch::Failure(status, file, why);
 }
 
 // Runs `task` over `inputs`, printing the outcomes in order, the progress
@@ -612,7 +608,7 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   // reports its own error and takes no name (KpzClaimWindow, which keeps
   // the names written as digests: a run of millions of files holds a few
   // dozen bytes per file).
-  const char* suffix = kind == KpzPictureReader::Kind::Preview ? ".preview.jpg" : ".thumb.jpg";
+  const char* suffix = KpzPictureJob::Suffix(kind);
   KpzClaimWindow claims;
   const auto found = [&](std::size_t i, InputFeed::Item& item) {
     const std::string& in = item.entry.path;
@@ -671,10 +667,12 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
   // while this one is written (KpzPrefetch). Not with --verbose, where the
   // library's lines of the early look would show twice.
   const bool readAhead = jobsOf(cmd) == 1 && !verbose;
-  KpzExtraction::Options want;
-  want.kind = kind;
-  want.upright = cmd.upright;
-  want.edges = edges;
+  KpzPictureJob::Options want;
+  want.extraction.kind = kind;
+  want.extraction.upright = cmd.upright;
+  want.extraction.edges = edges;
+  want.sync = sync;
+  want.verbose = verbose;
   const auto task = [&](std::size_t i) {
     KpzClaimWindow::Turn turn(claims, i);
     const InputFeed::Item& item = feed.At(i);
@@ -700,11 +698,12 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
                     std::filesystem::file_type::regular;
       }
     }
-    KpzExtraction::Options options = want;
+    KpzPictureJob::Options options = want;
     const InputFeed::Item& next = feed.At(i + 1);
     const InputFeed::Item& after = feed.At(i + 2);
     if (readAhead && next.present && next.entry.error.empty()) {
-      options.located = [&](const KpzSource& source, const KpzPictureReader::Picture& range) {
+      options.extraction.located = [&](const KpzSource& source,
+                                       const KpzPictureReader::Picture& range) {
         KpzReadHint::WillNeed(source.Fd(), range.offset, range.length);  // first this one's
         KpzPrefetch::Picture(next.entry.path, kind);  // then the next, while this one is written
         if (after.present && after.entry.error.empty()) {
@@ -713,50 +712,23 @@ int runPicture(KpzPictureReader::Kind kind, const Command& cmd) {
       };
     }
     // --upright: the turned picture is made before the output name is
-    // claimed, so that files are turned in parallel.
-    KpzSource source;
-    const KpzExtraction::Outcome got =
-        KpzExtraction::Extract(in, &source, options, /*wantBytes=*/false);
-    if (!got.ok()) {
-      return failure(got.status, in, got.words);
+    // claimed (the job asks for it once the picture is in hand), so that
+    // files are turned in parallel.
+    KpzPictureJob::Done done = KpzPictureJob::Run(in, out, options, [&turn, &out] {
+      const KpzClaimWindow::Earlier earlier = turn.WaitForEarlier();
+      if (!earlier.taken) {
+        return std::string();
+      }
+      return earlier.named ? KpzClaimWindow::TakenWords(out, earlier.owner)
+                           : KpzClaimWindow::TakenEarlierWords(out);
+    });
+    if (done.wrote) {
+      turn.Wrote();
+      if (rewritten) {
+        done.outcome.note = KpzOutputFile::kRewrittenNote;
+      }
     }
-    const KpzClaimWindow::Earlier earlier = turn.WaitForEarlier();
-    if (earlier.taken) {
-      KpzBatch::Outcome o =
-          failure(KpzExitStatus::Output, in,
-                  earlier.named ? KpzOutputClaims::TakenWords(out, earlier.owner)
-                                : KpzOutputClaims::TakenEarlierWords(out));
-      o.reason = KpzOutputClaims::kTakenReason;
-      return o;
-    }
-    std::string why;
-    const KpzOutputFile::Status status =
-        got.turned ? KpzOutputFile::Put(out, source, got.bytes, sync, &why)
-                   : KpzOutputFile::Copy(out, source, got.range.offset, got.range.length, name,
-                                         sync, &why);
-    switch (status) {
-      case KpzOutputFile::Status::Done:
-        break;
-      case KpzOutputFile::Status::InputFailed:
-        return failure(KpzExitStatus::Input, in, why);
-      case KpzOutputFile::Status::WouldReplaceInput:
-        return failure(KpzExitStatus::Usage, out, why);
-      case KpzOutputFile::Status::OutputFailed:
-        return failure(KpzExitStatus::Output, out == "-" ? "(standard output)" : out, why);
-    }
-    turn.Wrote();
-    KpzBatch::Outcome o;
-    const std::size_t written = got.turned ? got.bytes.size() : got.range.length;
-    if (out != "-") {
-      o.out = "wrote " + KpzShownName::Of(out) + " (" + std::to_string(written) + " bytes)\n";
-    }
-    // A trimmed picture is smaller than the stored one: always said.
-    if (!got.remark.empty() &&
-        (verbose || (got.turned && got.turn.treatment == KpzUpright::Treatment::Trimmed))) {
-      o.err = "kpz: " + KpzShownName::Of(in) + ": " + got.remark + "\n";
-    }
-    o.note = rewritten ? std::string(KpzOutputFile::kRewrittenNote) : got.note;
-    return o;
+    return done.outcome;
   };
   BatchStyle style;
   style.verbose = verbose;

@@ -35,9 +35,12 @@ gets each Result in input order as it comes).
 
 The parts: _inputs (the inputs' expansion), _outputs (the output directory),
 _task (what a worker runs), _pool (a worker's connections for http(s)),
-_client (the cluster, the batches, extract()), _guard (no cluster started
-from a script's unguarded top level), _progress (the bar), _results
-(Result, Summary, RunFailed).
+_client (extract()), _cluster (connecting to the cluster), _batches (the
+inputs cut into tasks, a task's outcome read), _run (the run on the client:
+reading, the window of tasks), _name_holds (output names held by batches on
+the cluster), _in_order (Results handed on in input order), _guard (no
+cluster started from a script's unguarded top level), _progress (the bar),
+_results (Result, Summary, RunFailed).
 """
 
 from ._client import DEFAULT_BATCH_SIZE, START_TIMEOUT, WINDOW_PER_THREAD, extract

@@ -14,7 +14,8 @@ from ._inputs import is_url, local_path, protocol_of
 from ._results import RunFailed
 
 # The kinds of picture: (suffix of the output name, noun in the summary).
-KINDS = {"preview": (".preview.jpg", "preview"), "thumbnail": (".thumb.jpg", "thumbnail")}
+# Each kind's output suffix (the kit's) and the summary's noun.
+KINDS = {kind: (kit.picture_suffix(kind), kind) for kind in ("preview", "thumbnail")}
 
 # Object stores: one PUT makes an object whole or leaves it absent.
 _ATOMIC_PUT = {"s3", "s3a", "gs", "gcs", "abfs", "az", "adl"}

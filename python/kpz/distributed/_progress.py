@@ -9,25 +9,22 @@ from kpz._kpz import kit
 
 class Progress:
     """The bar for a run of `total` files on `stream`, drawn when the stream
-    is a terminal and the run is long (kit.progress_is_long), redrawn at most
-    every kit.PROGRESS_REDRAW_MS. `clock` gives seconds (a test gives its own).
-    A run whose inputs are still being found gives update() the number found
-    so far and more=True: the bar shows that number with a '+' after it,
-    unless count_ahead() counts them ahead of the work, as kpz does: then
-    the total is the larger of the two, and the '+' goes once the count has
-    ended. The bar's text (count, rate, time left) is kpz's, drawn by the kit
-    (kit.progress_line)."""
+    is a terminal. `clock` gives seconds (a test gives its own). A run whose
+    inputs are still being found gives update() the number found so far and
+    more=True: the bar shows that number with a '+' after it, unless
+    count_ahead() counts them ahead of the work, as kpz does: then the total
+    is the larger of the two, and the '+' goes once the count has ended.
+    The bar is kpz's own (kit.ProgressBar): its text, when it is drawn (once
+    the run is long, at most every kit.PROGRESS_REDRAW_MS, the end always)
+    and how it is cleared; this class writes the kit's bytes to the stream."""
 
     def __init__(self, total: int, stream: Any,
                  clock: Callable[[], float] = time.monotonic) -> None:
         self._total = total
         self._stream = stream
-        self._clock = clock
         self._enabled = stream is not None and hasattr(stream, "isatty") and stream.isatty()
-        self._start = clock()
-        self._last = None
+        self._bar = kit.ProgressBar(self._enabled, clock)
         self._count: Any = None
-        self.shown = False
 
     def count_ahead(self, sources: Sequence[str], recursive: bool,
                     extensions: Sequence[str]) -> None:
@@ -58,33 +55,26 @@ class Progress:
             more = not self._count.finished
         if not self._enabled:
             return
-        now = self._clock()
-        if not kit.progress_is_long(self._total, int((now - self._start) * 1000)):
-            return
-        if (more or done < self._total) and self._last is not None and \
-                (now - self._last) * 1000 < kit.PROGRESS_REDRAW_MS:
-            return
         try:
             width = os.get_terminal_size(self._stream.fileno()).columns
         except (OSError, ValueError, AttributeError):  # not a terminal after all, or no fileno
             width = 0  # unknown: the kit assumes 80
-        # The kit draws the bar (kpz's own): any width, 0 and absurd ones
-        # included, gives a line or nothing.
-        line = kit.progress_line(done, self._total, width, more=more,
-                                 elapsed_ms=int((now - self._start) * 1000))
-        self._last = now
-        if not line:
-            self.clear()  # too narrow for the count: no bar
-            return
-        self._stream.write(line)
-        self._stream.flush()
-        self.shown = True
+        # Any width, 0 and absurd ones included, gives a line or nothing.
+        self._put(self._bar.next(done, self._total, more, width))
+
+    @property
+    def shown(self) -> bool:
+        """True while the bar is on the line."""
+        return self._bar.shown
 
     def clear(self) -> None:
-        if self.shown:
-            self._stream.write("\r\x1b[K")
+        """Takes the bar off the line when it is shown."""
+        self._put(self._bar.clearing())
+
+    def _put(self, text: str) -> None:
+        if text:
+            self._stream.write(text)
             self._stream.flush()
-            self.shown = False
 
     def close(self) -> None:
         """Clears the bar and stops the count ahead (the run has ended)."""

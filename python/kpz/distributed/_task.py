@@ -8,9 +8,10 @@ import errno
 import os
 import queue
 from collections import Counter
-from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple
+from typing import Any, Iterator, List, Optional, Sequence, Tuple
 
 import kpz
+from kpz._claims import REASON, Claims
 from kpz._kpz import kit
 
 from ._inputs import is_url
@@ -186,21 +187,21 @@ def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, o
         remote = Settings()
     output = Output(out, remote)
     results = {index: Result(index, source, output.shown(name)) for index, source, name in items}
-    owners: Dict[str, str] = {}
+    claims = Claims(kept=len(items))  # the first input written owns a name
     shared = {name for name, count in Counter(name for _, _, name in items).items() if count > 1}
 
     def put(index: int, source: str, name: str, data: bytes, note: str) -> None:
         r = results[index]
-        if name in owners:
-            r.fail(_OUTPUT, source, kit.already_written_words(r.output, owners[name]),
-                   kit.ALREADY_WRITTEN_REASON)
+        refusal = claims.refusal(name, r.output)
+        if refusal is not None:
+            r.fail(_OUTPUT, source, refusal, REASON)
             return
         why = output.write(name, data, sync)
         if why:
             r.fail(_OUTPUT, r.output, why)
             return
-        owners[name] = source
-        r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(r.output), len(data))
+        claims.wrote(name, source)
+        r.out = kit.wrote_line(r.output, len(data))
         r.note = note
 
     # Files of the web whose output name is theirs alone: read many at once,
@@ -221,15 +222,14 @@ def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, o
         if is_web(source) and name not in shared:
             continue
         r = results[index]
-        if output.local and not upright and not is_url(source) and name not in owners:
-            # A local file to a local directory: copied file to file by the
-            # kit, exactly as kpz writes it (no bytes through Python).
-            status, written, why, named = kit.copy_picture(source, output.path(name), kind, sync)
-            if status:
-                r.fail(kit.ExitStatus(status), named, why)
-                continue
-            owners[name] = source
-            r.out = "wrote %s (%d bytes)\n" % (kit.shown_name(r.output), written)
+        if output.local and not is_url(source):
+            # A local file to a local directory: the kit's job for one input,
+            # as kpz runs it (no bytes through Python).
+            r.status, r.out, r.err, r.reason, r.note, wrote = kit.picture_job(
+                source, output.path(name), kind, upright, sync,
+                claims.refusal(name, r.output) or "")
+            if wrote:
+                claims.wrote(name, source)
             continue
         if is_web(source):
             got = [g for _, g in _from_web([(index, source, name)], kind, upright, remote)][0]

@@ -71,14 +71,17 @@ TEST(KpzClaimWindow, AnInputWithoutANameTakesPartInNoGroup) {
 }
 
 TEST(KpzClaimWindow, ALaterInputWaitsForAnEarlierOneStillRunning) {
-  // The earlier input ends (and, in one case, is let go) only after the later
-  // one asked: the later one's answer follows the earlier one's outcome.
+  // The earlier input ends (and, in one case, is let go) only once the later
+  // one is seen waiting for it: the later one's answer follows the earlier
+  // one's outcome. A wait that did not wait answers before the earlier one
+  // ends, and the test fails, whatever the timing.
   for (const bool earlierWrites : {true, false}) {
     for (const bool released : {true, false}) {
       KpzClaimWindow claims;
       claims.Add(0, "x", "first");
       claims.Add(1, "x", "second");
       std::atomic<bool> earlierDone{false};
+      std::atomic<bool> answered{false};
       Earlier seen;
       bool answeredAfterTheEarlier = false;
       std::thread later;
@@ -88,7 +91,14 @@ TEST(KpzClaimWindow, ALaterInputWaitsForAnEarlierOneStillRunning) {
           KpzClaimWindow::Turn second(claims, 1);
           seen = second.WaitForEarlier();
           answeredAfterTheEarlier = earlierDone.load();
+          answered = true;
         });
+        // Until the later input waits or (a broken wait) has answered; the
+        // bound only keeps a hang from lasting.
+        for (long spins = 0; spins < 1000000000L && claims.Waiting() == 0 && !answered; ++spins) {
+          std::this_thread::yield();
+        }
+        EXPECT_EQ(claims.Waiting(), answered ? 0u : 1u);
         if (earlierWrites) first.Wrote();
         earlierDone = true;
       }
@@ -194,6 +204,15 @@ TEST(KpzClaimWindow, ABatchOfUnknownCountKeepsTheRuleAcrossItsWindow) {
     EXPECT_EQ(claims.Held(), 0u);
     EXPECT_EQ(claims.Written(), 300u);
   }
+}
+
+TEST(KpzClaimWindow, WordsNameTheOwnerOrAnEarlierInput) {
+  EXPECT_EQ(KpzClaimWindow::TakenWords("out/x.preview.jpg", "b/x.kpz"),
+            "not written: out/x.preview.jpg is already written by b/x.kpz");
+  EXPECT_EQ(KpzClaimWindow::TakenWords("o\n.jpg", "i.kpz"),
+            "not written: 'o\\n.jpg' is already written by i.kpz");
+  EXPECT_EQ(KpzClaimWindow::TakenEarlierWords("out/x.preview.jpg"),
+            "not written: out/x.preview.jpg is already written by an earlier input");
 }
 
 }  // namespace

@@ -250,6 +250,49 @@ TEST(KpzProgressBar, ClearTakesTheShownBarAwayOnce) {
   EXPECT_EQ(p.Drain(), "\r\033[K");  // the destructor clears it
 }
 
+TEST(KpzProgressBar, ABarWithoutDescriptorGivesTheBytesUpdateAndClearWrite) {
+  // Step by step on two clocks kept equal: what the piped bar writes is what
+  // Next and Clearing return, in the same calls (a pipe is 80 columns).
+  Pipe p;
+  KpzManualClock clockA;
+  KpzManualClock clockB;
+  KpzProgressBar written(p.WriteEnd(), true, clockA);
+  KpzProgressBar given(-1, true, clockB);
+  struct Step {
+    long long advanceMs;
+    std::size_t done;
+    std::size_t total;
+    bool more;
+    bool clear;
+  };
+  const Step steps[] = {{0, 1, 10, false, false},   {1001, 2, 10, false, false},
+                        {50, 3, 10, false, false},  {0, 3, 10, false, true},
+                        {0, 4, 10, false, false},   {99, 5, 60, true, false},
+                        {1, 6, 60, true, false},    {0, 60, 60, false, false},
+                        {0, 60, 60, false, true},   {0, 60, 60, false, true}};
+  std::size_t drawn = 0;
+  for (const Step& step : steps) {
+    clockA.Advance(std::chrono::milliseconds(step.advanceMs));
+    clockB.Advance(std::chrono::milliseconds(step.advanceMs));
+    std::string bytes;
+    if (step.clear) {
+      written.Clear();
+      bytes = given.Clearing();
+    } else {
+      written.Update(step.done, step.total, step.more);
+      bytes = given.Next(step.done, step.total, step.more, 80);
+    }
+    EXPECT_EQ(bytes, p.Drain()) << step.done << "/" << step.total;
+    EXPECT_EQ(given.IsShown(), written.IsShown());
+    if (!bytes.empty()) ++drawn;
+  }
+  EXPECT_EQ(drawn, 6u);  // every kind of step was taken: drawn, held back, cleared
+  EXPECT_FALSE(given.Next(61, 100, false, 80).empty());
+  clockB.Advance(std::chrono::milliseconds(KpzProgressBar::kRedrawMs));
+  EXPECT_EQ(given.Next(62, 100, false, 10), "\r\033[K");  // too narrow: the bar taken off
+  EXPECT_FALSE(given.IsShown());
+}
+
 TEST(KpzProgressBar, OnlyATerminalIsATerminal) {
   Pipe p;
   EXPECT_FALSE(KpzProgressBar::IsTerminal(p.WriteEnd()));
