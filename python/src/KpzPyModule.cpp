@@ -91,14 +91,25 @@ using LibraryLines = KpzPyLibraryLines;
   throw py::error_already_set();
 }
 
+// The failure kinds, numbered as Java's KpzException.Kind; kpz._errors
+// holds the one table from a kind to its class (_CLASS_OF_KIND).
+enum FailureKind : int { KindNotKpz = 0, KindDamaged, KindNoPreview, KindNoThumbnail, KindUnreadable };
+
+// A failure of `kind`, raised as kpz._errors._error_for makes it: `code`
+// the library's result or None, `err` the system's errno or 0.
+[[noreturn]] void raiseKind(FailureKind kind, const std::string& words, py::object code,
+                            py::object filename, int err = 0) {
+  py::object exc = py::module_::import("kpz._errors")
+                       .attr("_error_for")(static_cast<int>(kind), words, code, filename, err);
+  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc.ptr())), exc.ptr());
+  throw py::error_already_set();
+}
+
 // A failed KpzSource::Open: the system's error, or the kit's refusal of a
 // device, pipe or socket (which has no errno of its own).
 [[noreturn]] void raiseOpen(const KpzSource& source, const std::string& words,
                             py::object filename) {
-  if (source.Errno() != 0) {
-    raiseOs(source.Errno(), words, std::move(filename));
-  }
-  raiseKpz("KpzError", words, py::none(), std::move(filename));
+  raiseKind(KindUnreadable, words, py::none(), std::move(filename), source.Errno());
 }
 
 // ---- integer arguments ------------------------------------------------------
@@ -492,25 +503,22 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
   return py::bytes();
 }
 
-// A failed extraction raised as its kind: the OSError subclass for an
-// errno, else the KpzError subclass (a picture whose location cannot be
-// read, which carries the getter's result code, is a plain KpzError).
-[[noreturn]] void raiseExtraction(const KpzExtraction::Outcome& got, py::object filename) {
+// A failed extraction of the picture of `picture`, raised as its kind
+// (kpz._errors' table): a picture whose location cannot be read carries
+// the getter's result code, any other bad picture none.
+[[noreturn]] void raiseExtraction(const KpzExtraction::Outcome& got, KpzPictureReader::Kind picture,
+                                  py::object filename) {
   switch (got.failure) {
     case KpzExtraction::Failure::Unreadable:
-      if (got.err != 0) {
-        raiseOs(got.err, got.words, std::move(filename));
-      }
-      break;
+      raiseKind(KindUnreadable, got.words, py::none(), std::move(filename), got.err);
     case KpzExtraction::Failure::NotKpz:
-      raiseKpz("NotKpzError", got.words, py::int_(got.code), std::move(filename));
+      raiseKind(KindNotKpz, got.words, py::int_(got.code), std::move(filename));
     case KpzExtraction::Failure::NoPicture:
-      raiseKpz("NoPreviewError", got.words, py::int_(got.code), std::move(filename));
+      raiseKind(picture == KpzPictureReader::Kind::Thumbnail ? KindNoThumbnail : KindNoPreview,
+                got.words, py::int_(got.code), std::move(filename));
     case KpzExtraction::Failure::BadPicture:
-      if (got.code != 0) {
-        raiseKpz("KpzError", got.words, py::int_(got.code), std::move(filename));
-      }
-      raiseKpz("BadPreviewError", got.words, py::none(), std::move(filename));
+      raiseKind(KindDamaged, got.words, got.code != 0 ? py::object(py::int_(got.code)) : py::none(),
+                std::move(filename));
     case KpzExtraction::Failure::None:
       break;
   }
@@ -549,7 +557,7 @@ py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureRea
                                 opened.streamHead.size(), opened.streamSize, options);
   }
   if (!got.ok()) {
-    raiseExtraction(got, src.filename());
+    raiseExtraction(got, kind, src.filename());
   }
   if (got.turned) {
     return bytesOf(got.bytes);
@@ -564,7 +572,7 @@ py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureRea
                         static_cast<std::size_t>(PyBytes_GET_SIZE(stored.ptr())), options, &got);
   }
   if (!got.ok()) {
-    raiseExtraction(got, src.filename());
+    raiseExtraction(got, kind, src.filename());
   }
   return bytesOf(got.bytes);
 }
