@@ -10,7 +10,8 @@ without read permission), is asked for its preview and its thumbnail by
   descriptor this process opened and handed down;
 * the kpz tool: ``kpz preview`` / ``kpz thumbnail``, its words on standard
   error and its exit status;
-* Python: ``kpz.preview`` / ``kpz.thumbnail``, by path and as a file object.
+* Python: ``kpz.preview`` / ``kpz.thumbnail``, by path, as a file object and
+  as the file's bytes.
 
 Each answer is either the picture (its length and SHA-256) or a failure: a
 kind and words. The kinds are read through one table, KINDS below (a kind ->
@@ -23,8 +24,9 @@ answer and every reason, and the check fails.
 
 Not applicable, and so left blank with the reason: a descriptor or a file
 object for what cannot be opened (a missing path, a link loop, no
-permission); a file object for what is not a regular file (open() of a pipe
-waits for a writer, of a directory fails, of a device reads its stream);
+permission); a file object or bytes for what is not a regular file (open()
+of a pipe waits for a writer, of a directory fails, of a device reads its
+stream);
 kpz given a directory, which it takes as a batch of the files in it.
 """
 
@@ -58,7 +60,7 @@ _BY_JAVA = {java: kind for kind, (java, _status, _cls) in KINDS.items()}
 _BY_CLASS = {cls: kind for kind, (_java, _status, cls) in KINDS.items() if cls}
 
 # The columns of the table, in order.
-FRONT_ENDS = ("java-path", "java-fd", "kpz", "python-path", "python-file")
+FRONT_ENDS = ("java-path", "java-fd", "kpz", "python-path", "python-file", "python-bytes")
 
 PICTURES = ("preview", "thumbnail")
 
@@ -253,14 +255,20 @@ def ask_kpz(args, item: Input, picture: str, out_dir: str) -> Answer:
     return answer
 
 
-def ask_python(item: Input, picture: str, as_file: bool) -> Answer:
+def ask_python(item: Input, picture: str, how: str) -> Answer:
+    """Python's answer, given the path, a file object or the bytes (`how`)."""
     call = kpz.preview if picture == "preview" else kpz.thumbnail
-    if as_file and not item.regular:
-        return Answer(skipped="not a regular file: no file object")
+    if how != "path" and item.why_no_descriptor:
+        return Answer(skipped=f"no {how}: {item.why_no_descriptor}")
+    if how != "path" and not item.regular:
+        return Answer(skipped=f"no {how}: not a regular file")
     try:
-        if as_file:
+        if how == "file object":
             with open(item.path, "rb") as stream:
                 data = call(stream)
+        elif how == "bytes":
+            with open(item.path, "rb") as stream:
+                data = call(stream.read())
         else:
             data = call(item.path)
     except Exception as exc:  # every failure is an answer to compare
@@ -354,8 +362,9 @@ def main() -> int:
             for picture in PICTURES:
                 row = rows[(item.name, picture)]
                 row.answers["kpz"] = ask_kpz(args, item, picture, outputs)
-                row.answers["python-path"] = ask_python(item, picture, as_file=False)
-                row.answers["python-file"] = ask_python(item, picture, as_file=True)
+                row.answers["python-path"] = ask_python(item, picture, "path")
+                row.answers["python-file"] = ask_python(item, picture, "file object")
+                row.answers["python-bytes"] = ask_python(item, picture, "bytes")
                 missing = [end for end in FRONT_ENDS if end not in row.answers]
                 if missing:
                     row.problems.append("no answer from " + ", ".join(missing))
