@@ -27,7 +27,7 @@
 namespace {
 
 void CheckFailure(const KpzGalleryReader::Failure& why, const char* what) {
-  kpzfuzz::Check(why.m_kind != KpzGalleryReader::KindNone && why.m_words[0] != '\0', what,
+  kpzfuzz::Check(why.m_kind != DtRawFailure::KindNone && why.m_words[0] != '\0', what,
                  static_cast<int>(why.m_kind));
 }
 

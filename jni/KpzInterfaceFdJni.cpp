@@ -37,13 +37,13 @@
 
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <new>
 
 #include "raw/DtRaw.h"
 #include "raw/DtRawScreennailInfo.h"
 #include "util/DtNlTypes.h"
+#include "util/io/DtNlReadAt.h"
 
 namespace {
 
@@ -55,37 +55,14 @@ const UINT kHeadSize = 0x10000;
 // The largest Java array: jsize is a signed 32-bit count.
 const UINT kMaxJavaArray = 0x7FFFFFFFu;
 
-// The largest position pread takes here: off_t is 32 bits on 32-bit Android.
-const long long kMaxOffset = static_cast<long long>(std::numeric_limits<off_t>::max());
-
-// Reads up to `size` bytes at `offset` of `fd` into `buffer` with pread,
-// going on after short counts and interrupted calls, until `size` bytes are
-// read, the end of the file (a count of 0), or an error. Returns the count
-// read; *err is 0, or the errno of the failing call (EOVERFLOW for a position
-// beyond what off_t holds).
-UINT readAt(int fd, UINT8* buffer, UINT size, long long offset, int* err) {
-  *err = 0;
-  UINT done = 0;
-  while (done < size) {
-    const long long at = offset + done;
-    if (at > kMaxOffset) {
-      *err = EOVERFLOW;
-      break;
-    }
-    const ssize_t got = pread(fd, buffer + done, size - done, static_cast<off_t>(at));
-    if (got < 0) {
-      if (errno == EINTR) {
-        continue;
-      }
-      *err = errno;
-      break;
-    }
-    if (got == 0) {
-      break;  // end of the file
-    }
-    done += static_cast<UINT>(got);
-  }
-  return done;
+// Reads up to `size` bytes at `offset` of `file` into `buffer`
+// (DtNlReadAt's contract: all of them, fewer only at the end of the file or
+// on an error). Returns the count read; *err is 0, or the errno of the
+// failing read (EOVERFLOW for a position beyond what off_t holds).
+UINT readAt(DtNlFdReadAt& file, UINT8* buffer, UINT size, long long offset, int* err) {
+  std::size_t got = 0;
+  *err = file.GetData(static_cast<std::uint64_t>(offset), size, buffer, &got);
+  return static_cast<UINT>(got);
 }
 
 // A buffer of `size` bytes, or null when it cannot be had (logged).
@@ -97,7 +74,7 @@ std::unique_ptr<UINT8[]> allocate(UINT size) {
   return buffer;
 }
 
-// Reads the screennail: `size` bytes at `offset` of `fd`, whose status is `st`.
+// Reads the screennail: `size` bytes at `offset` of `fd`.
 // Returns the count read into *out (== size on success). The buffer is sized
 // by what the descriptor really holds, never by the claimed size alone: for a
 // regular file by its size after `offset`; beyond that (a file that grew, or
@@ -105,14 +82,13 @@ std::unique_ptr<UINT8[]> allocate(UINT size) {
 // further reads really return, through `scratch` (kHeadSize bytes), so a
 // forged size cannot make it allocate more than twice what is there.
 // *allocFailed tells an allocation failure from a short read.
-UINT readScreennail(int fd, const struct stat& st, UINT32 offset, UINT size, UINT8* scratch,
+UINT readScreennail(DtNlFdReadAt& fd, UINT32 offset, UINT size, UINT8* scratch,
                     std::unique_ptr<UINT8[]>* out, int* err, bool* allocFailed) {
   *allocFailed = false;
   *err = 0;
   UINT capacity = 0;
-  if (S_ISREG(st.st_mode) && st.st_size > static_cast<off_t>(offset)) {
-    const unsigned long long after =
-        static_cast<unsigned long long>(st.st_size) - static_cast<unsigned long long>(offset);
+  if (fd.FileType() == DtNlFdReadAt::TypeRegular && fd.Size() > offset) {
+    const std::uint64_t after = fd.Size() - offset;
     capacity = after < size ? static_cast<UINT>(after) : size;
   }
   std::unique_ptr<UINT8[]> buffer = allocate(capacity);
@@ -150,7 +126,7 @@ UINT readScreennail(int fd, const struct stat& st, UINT32 offset, UINT size, UIN
 
 // Everything after the descriptor was found open: the head, the facade, the
 // screennail, the array. Returns the new array, or null after logging why.
-jbyteArray readFromFd(JNIEnv* env, int fd, const struct stat& st) {
+jbyteArray readFromFd(JNIEnv* env, DtNlFdReadAt& fd) {
   std::unique_ptr<UINT8[]> head = allocate(kHeadSize);
   if (!head) {
     return nullptr;
@@ -162,7 +138,7 @@ jbyteArray readFromFd(JNIEnv* env, int fd, const struct stat& st) {
   // answers through a descriptor as through its path.
   std::memset(head.get() + headSize, 0, kHeadSize - headSize);
   if (err == ESPIPE) {
-    __android_log_print(ANDROID_LOG_ERROR, kLogTag, "fd is not seekable. fd=%d", fd);
+    __android_log_print(ANDROID_LOG_ERROR, kLogTag, "fd is not seekable. fd=%d", fd.Fd());
     return nullptr;
   }
   if (err != 0) {
@@ -210,7 +186,7 @@ jbyteArray readFromFd(JNIEnv* env, int fd, const struct stat& st) {
   std::unique_ptr<UINT8[]> buffer;
   bool allocFailed = false;
   const UINT readSize =
-      readScreennail(fd, st, info.m_fileOffset, toRead, head.get(), &buffer, &err, &allocFailed);
+      readScreennail(fd, info.m_fileOffset, toRead, head.get(), &buffer, &err, &allocFailed);
   head.reset();
   if (allocFailed) {
     return nullptr;  // logged by allocate
@@ -250,10 +226,9 @@ Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(JNIEnv* env,
     __android_log_print(ANDROID_LOG_ERROR, kLogTag, "fd is negative. fd=%d", static_cast<int>(fd));
     return nullptr;
   }
-  struct stat st;
-  std::memset(&st, 0, sizeof st);
-  if (fstat(fd, &st) != 0) {
-    const int err = errno;
+  DtNlFdReadAt file;  // borrows the descriptor: never closed here
+  const int err = file.Adopt(static_cast<int>(fd), false);
+  if (err != 0) {
     if (err == EBADF) {
       __android_log_print(ANDROID_LOG_ERROR, kLogTag, "fd is not open. fd=%d", static_cast<int>(fd));
     } else {
@@ -262,5 +237,5 @@ Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(JNIEnv* env,
     }
     return nullptr;
   }
-  return readFromFd(env, static_cast<int>(fd), st);
+  return readFromFd(env, file);
 }

@@ -99,7 +99,7 @@ Opened open(JNIEnv* env, jbyteArray path, jint fd, KpzGalleryReader& reader, Fai
   // The path's own bytes and a terminating zero: no more than Java holds.
   std::unique_ptr<char[]> chars(new (std::nothrow) char[static_cast<std::size_t>(length) + 1]);
   if (!chars) {
-    why->m_kind = KpzGalleryReader::KindUnreadable;
+    why->m_kind = DtRawFailure::KindUnreadable;
     why->m_errno = ENOMEM;
     std::snprintf(why->m_words, sizeof why->m_words, "not enough memory for the file's name");
     return Opened::Failed;
@@ -126,7 +126,7 @@ bool openOrThrow(JNIEnv* env, const char* method, jbyteArray path, jint fd,
 // A failure of the JNI methods' own, in words the tool has no need of.
 void throwTooLarge(JNIEnv* env, const char* method, const char* what) {
   Failure why;
-  why.m_kind = KpzGalleryReader::KindDamaged;
+  why.m_kind = DtRawFailure::KindDamaged;
   std::snprintf(why.m_words, sizeof why.m_words,
                 "the %s is larger than 2 GiB, more than a Java array holds", what);
   throwFailure(env, method, why);
@@ -206,7 +206,7 @@ Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_nativeThumbnail(JNIEnv* env, jcl
   // Located inside the file: the buffer is no larger than the file holds.
   std::unique_ptr<UINT8[]> bytes(new (std::nothrow) UINT8[picture.m_length]);
   if (!bytes) {
-    why.m_kind = KpzGalleryReader::KindUnreadable;
+    why.m_kind = DtRawFailure::KindUnreadable;
     why.m_errno = ENOMEM;
     std::snprintf(why.m_words, sizeof why.m_words, "not enough memory to read the thumbnail");
     throwFailure(env, method, why);

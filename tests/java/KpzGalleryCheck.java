@@ -86,14 +86,12 @@ public final class KpzGalleryCheck {
     static {
         KpzException.Kind notKpz = KpzException.Kind.NOT_KPZ;
         KpzException.Kind damaged = KpzException.Kind.DAMAGED;
+        // Every "not a KPZ raw file (...)" is NOT_KPZ, as its words say, also
+        // a file cut within its header or directories.
         for (String key : Arrays.asList("gallery.text", "gallery.empty", "gallery.onedir",
-                "gallery.nomakernote", "gallery.nomodel")) {
+                "gallery.nomakernote", "gallery.nomodel", "gallery.ifd1past", "gallery.exifpast",
+                "gallery.header", "gallery.cut")) {
             KINDS.put(key, notKpz);
-        }
-        // Cut within IFD1: the parse met zeros past the end, told as the cut.
-        for (String key : Arrays.asList("gallery.ifd1past", "gallery.exifpast", "gallery.header",
-                "gallery.cut")) {
-            KINDS.put(key, damaged);
         }
         KINDS.put("nosn/preview", KpzException.Kind.NO_PREVIEW);
         KINDS.put("empty/preview", KpzException.Kind.NO_PREVIEW);

@@ -143,10 +143,10 @@ TEST_F(KpzGalleryReaderTest, PicturesClaimingMoreThanTheFileHoldsAreRefusedUnrea
   EXPECT_EQ(info.m_thumbnailLength, 0u);
   Reader::Picture picture;
   EXPECT_FALSE(reader.Locate(Reader::PictureThumbnail, &picture, &why));
-  EXPECT_EQ(why.m_kind, Reader::KindDamaged);
+  EXPECT_EQ(why.m_kind, DtRawFailure::KindDamaged);
   EXPECT_STREQ(why.m_words, "thumbnail extends past the end of the file");
   EXPECT_FALSE(reader.Locate(Reader::PicturePreview, &picture, &why));
-  EXPECT_EQ(why.m_kind, Reader::KindDamaged);
+  EXPECT_EQ(why.m_kind, DtRawFailure::KindDamaged);
   EXPECT_STREQ(why.m_words, "preview extends past the end of the file");
 }
 
@@ -168,7 +168,7 @@ TEST_F(KpzGalleryReaderTest, AThumbnailClaimingHundredsOfMegabytesIsRefusedUnrea
   EXPECT_GT(info.m_previewLength, 0u);
   Reader::Picture picture;
   EXPECT_FALSE(reader.Locate(Reader::PictureThumbnail, &picture, &why));
-  EXPECT_EQ(why.m_kind, Reader::KindDamaged);
+  EXPECT_EQ(why.m_kind, DtRawFailure::KindDamaged);
   EXPECT_EQ(why.m_errno, 0);
   EXPECT_STREQ(why.m_words,
                "the thumbnail stored in this file is too large (629145600 bytes; a thumbnail is "
@@ -195,7 +195,7 @@ TEST_F(KpzGalleryReaderTest, AThumbnailOfTheBoundIsReadAndOneByteMoreIsRefused) 
       EXPECT_EQ(Bytes(out.begin(), out.end()), recipe.thumbnail);
     } else {
       EXPECT_FALSE(found);
-      EXPECT_EQ(why.m_kind, Reader::KindDamaged);
+      EXPECT_EQ(why.m_kind, DtRawFailure::KindDamaged);
       EXPECT_STREQ(why.m_words,
                    "the thumbnail stored in this file is too large (262145 bytes; a thumbnail is "
                    "at most 262144)");
@@ -214,7 +214,7 @@ TEST_F(KpzGalleryReaderTest, APreviewAtTwoGiBIsOutOfReach) {
   ASSERT_TRUE(reader.OpenPath(path.c_str(), &why));
   Reader::Picture picture;
   EXPECT_FALSE(reader.Locate(Reader::PicturePreview, &picture, &why));
-  EXPECT_EQ(why.m_kind, Reader::KindDamaged);
+  EXPECT_EQ(why.m_kind, DtRawFailure::KindDamaged);
   EXPECT_STREQ(why.m_words, "preview lies beyond the first 2 GiB of the file, out of reach");
 }
 
@@ -228,14 +228,14 @@ TEST_F(KpzGalleryReaderTest, MissingAndEmptyPictures) {
   struct Case {
     std::string path;
     Reader::PictureKind kind;
-    Reader::Kind expected;
+    DtRawFailure::Kind expected;
     const char* words;
   } cases[] = {
-      {Write("t.kpz", noThumb), Reader::PictureThumbnail, Reader::KindNoThumbnail,
+      {Write("t.kpz", noThumb), Reader::PictureThumbnail, DtRawFailure::KindNoThumbnail,
        "no thumbnail stored in this file"},
-      {Write("e.kpz", emptyPreview), Reader::PicturePreview, Reader::KindNoPreview,
+      {Write("e.kpz", emptyPreview), Reader::PicturePreview, DtRawFailure::KindNoPreview,
        "the preview stored in this file is empty (0 bytes)"},
-      {Write("p.kpz", noPreview), Reader::PicturePreview, Reader::KindNoPreview,
+      {Write("p.kpz", noPreview), Reader::PicturePreview, DtRawFailure::KindNoPreview,
        "no preview stored in this file"},
   };
   for (const Case& c : cases) {
@@ -250,7 +250,9 @@ TEST_F(KpzGalleryReaderTest, MissingAndEmptyPictures) {
   }
 }
 
-TEST_F(KpzGalleryReaderTest, NotKpzAndDamagedFiles) {
+// Every "not a KPZ raw file (...)" is KindNotKpz, as its words say, also a
+// file cut short within its header or directories.
+TEST_F(KpzGalleryReaderTest, AFileThatDoesNotParseIsNotKpzWhateverTheReason) {
   KpzSpec far;
   far.ifd1Pointer = 0x00F00000u;
   KpzSpec oneDir;
@@ -259,18 +261,18 @@ TEST_F(KpzGalleryReaderTest, NotKpzAndDamagedFiles) {
   cut.resize(6);
   struct Case {
     std::string path;
-    Reader::Kind kind;
+    DtRawFailure::Kind kind;
     const char* words;
   } cases[] = {
-      {Write("far.kpz", far), Reader::KindDamaged,
+      {Write("far.kpz", far), DtRawFailure::KindNotKpz,
        "not a KPZ raw file (IFD1 lies past the end of the file)"},
-      {Write("cut.kpz", cut), Reader::KindDamaged,
+      {Write("cut.kpz", cut), DtRawFailure::KindNotKpz,
        "not a KPZ raw file (the file ends within its TIFF header)"},
-      {Write("one.kpz", oneDir), Reader::KindNotKpz,
+      {Write("one.kpz", oneDir), DtRawFailure::KindNotKpz,
        "not a KPZ raw file (only one directory, no second one after IFD0)"},
-      {Write("text.kpz", kpztest::AsciiBytes("hello", false)), Reader::KindNotKpz,
+      {Write("text.kpz", kpztest::AsciiBytes("hello", false)), DtRawFailure::KindNotKpz,
        "not a KPZ raw file (no TIFF header)"},
-      {Write("empty.kpz", Bytes()), Reader::KindNotKpz, "not a KPZ raw file (the file is empty)"},
+      {Write("empty.kpz", Bytes()), DtRawFailure::KindNotKpz, "not a KPZ raw file (the file is empty)"},
   };
   for (const Case& c : cases) {
     Reader reader;
@@ -306,7 +308,7 @@ TEST_F(KpzGalleryReaderTest, UnreadableDescriptorsAndPaths) {
   {
     Reader reader;
     EXPECT_FALSE(reader.OpenFd(-1, &why));
-    EXPECT_EQ(why.m_kind, Reader::KindUnreadable);
+    EXPECT_EQ(why.m_kind, DtRawFailure::KindUnreadable);
     EXPECT_EQ(why.m_errno, EBADF);
   }
   int pipeFds[2];
@@ -314,7 +316,7 @@ TEST_F(KpzGalleryReaderTest, UnreadableDescriptorsAndPaths) {
   {
     Reader reader;
     EXPECT_FALSE(reader.OpenFd(pipeFds[0], &why));
-    EXPECT_EQ(why.m_kind, Reader::KindUnreadable);
+    EXPECT_EQ(why.m_kind, DtRawFailure::KindUnreadable);
     EXPECT_EQ(why.m_errno, ESPIPE);
     EXPECT_STREQ(why.m_words, "not a regular file (a device, named pipe or socket), not read");
   }
@@ -324,7 +326,7 @@ TEST_F(KpzGalleryReaderTest, UnreadableDescriptorsAndPaths) {
   {
     Reader reader;
     EXPECT_FALSE(reader.OpenPath((m_dir.Path() + "/gone.kpz").c_str(), &why));
-    EXPECT_EQ(why.m_kind, Reader::KindUnreadable);
+    EXPECT_EQ(why.m_kind, DtRawFailure::KindUnreadable);
     EXPECT_EQ(why.m_errno, ENOENT);
     EXPECT_STREQ(why.m_words, "file not found");
   }
@@ -345,7 +347,7 @@ TEST_F(KpzGalleryReaderTest, ReadErrorsCarryTheirErrno) {
     Reader reader;
     Reader::Failure why;
     EXPECT_FALSE(reader.OpenPath(path.c_str(), &why));
-    EXPECT_EQ(why.m_kind, Reader::KindUnreadable);
+    EXPECT_EQ(why.m_kind, DtRawFailure::KindUnreadable);
     EXPECT_EQ(why.m_errno, EIO);
     EXPECT_STREQ(why.m_words, "input/output error while reading the file");
   }
@@ -364,7 +366,7 @@ TEST_F(KpzGalleryReaderTest, ReadErrorsCarryTheirErrno) {
     kpztest::Arm(kpztest::Call::Pread, EIO);  // the preview
     std::vector<UINT8> out(picture.m_length);
     EXPECT_FALSE(reader.Read(picture, out.data(), &why));
-    EXPECT_EQ(why.m_kind, Reader::KindUnreadable);
+    EXPECT_EQ(why.m_kind, DtRawFailure::KindUnreadable);
     EXPECT_EQ(why.m_errno, EIO);
     EXPECT_STREQ(why.m_words, "input/output error while reading the preview");
   }
@@ -382,7 +384,7 @@ TEST_F(KpzGalleryReaderTest, AFileCutShortAfterItsHeadWasReadIsDamaged) {
   ASSERT_EQ(truncate(path.c_str(), static_cast<off_t>(picture.m_offset + 10)), 0);
   std::vector<UINT8> out(picture.m_length);
   EXPECT_FALSE(reader.Read(picture, out.data(), &why));
-  EXPECT_EQ(why.m_kind, Reader::KindDamaged);
+  EXPECT_EQ(why.m_kind, DtRawFailure::KindDamaged);
   EXPECT_EQ(why.m_errno, 0);
   EXPECT_STREQ(why.m_words, "preview extends past the end of the file");
 }

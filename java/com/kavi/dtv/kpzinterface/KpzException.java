@@ -26,11 +26,16 @@ public final class KpzException extends Exception {
 
     /** What kind of failure, in the order the native library numbers them. */
     public enum Kind {
-        /** The file is laid out as something else: not a KPZ raw file. */
+        /**
+         * Not a KPZ raw file: laid out as something else, or cut short or
+         * with broken pointers within its header and directories (the words
+         * say which).
+         */
         NOT_KPZ,
         /**
-         * A KPZ file cut short or with broken pointers, or a picture recorded
-         * that does not lie wholly inside the file.
+         * A picture recorded that does not lie wholly inside the file, lies
+         * out of reach or is too large, whose location cannot be read, or
+         * whose read meets the end of the file first.
          */
         DAMAGED,
         /** The file records no preview, or an empty one. */
