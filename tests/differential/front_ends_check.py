@@ -235,8 +235,11 @@ def ask_kpz(args, item: Input, picture: str, out_dir: str) -> Answer:
     if item.is_directory:
         return Answer(skipped="kpz takes a directory as a batch of its files")
     output = os.path.join(out_dir, f"{item.name}.{picture}.jpg")
-    done = subprocess.run([args.kpz, picture, "-q", "-j", "1", item.path, "-o", output],
-                          capture_output=True, timeout=60)
+    # From the file's own directory, by its plain name: kpz shows a name with
+    # unusual characters quoted, and the build tree's path may have them.
+    where, name = os.path.split(item.path)
+    done = subprocess.run([args.kpz, picture, "-q", "-j", "1", name, "-o", output],
+                          capture_output=True, timeout=60, cwd=where)
     stderr = done.stderr.decode("utf-8", "replace")
     answer = Answer(status=done.returncode)
     if done.returncode == 0:
@@ -245,7 +248,7 @@ def ask_kpz(args, item: Input, picture: str, out_dir: str) -> Answer:
         answer.kind = "ok"
         answer.shown = f"OK {answer.picture.split()[0]} bytes"
         return answer
-    prefix = f"kpz: {item.path}: "
+    prefix = f"kpz: {name}: "
     lines = stderr.splitlines()
     told = [line[len(prefix):] for line in lines if line.startswith(prefix)]
     answer.words = told[0] if len(told) == 1 else stderr.strip()
