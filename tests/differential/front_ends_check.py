@@ -350,6 +350,7 @@ def main() -> int:
     parser.add_argument("--work", default=None, help="where the test's own directory is made")
     parser.add_argument("--all", action="store_true", help="print every row, not only disagreements")
     args = parser.parse_args()
+    args.kpz = os.path.abspath(args.kpz)  # run from the files' directory
 
     work = tempfile.mkdtemp(prefix="kpz-differential-", dir=args.work)
     keep: list = []
