@@ -26,7 +26,7 @@ Not applicable, and so left blank with the reason: a descriptor or a file
 object for what cannot be opened (a missing path, a link loop, no
 permission); a file object or bytes for what is not a regular file (open()
 of a pipe waits for a writer, of a directory fails, of a device reads its
-stream);
+stream); bytes for a sparse file of hundreds of megabytes;
 kpz given a directory, which it takes as a batch of the files in it.
 """
 
@@ -63,6 +63,9 @@ _BY_CLASS = {cls: kind for kind, (_java, _status, cls) in KINDS.items() if cls}
 FRONT_ENDS = ("java-path", "java-fd", "kpz", "python-path", "python-file", "python-bytes")
 
 PICTURES = ("preview", "thumbnail")
+
+# Files read whole for Python's bytes form: not the sparse ones of hundreds of MB.
+BYTES_AT_MOST = 64 << 20
 
 
 @dataclass
@@ -265,6 +268,8 @@ def ask_python(item: Input, picture: str, how: str) -> Answer:
         return Answer(skipped=f"no {how}: {item.why_no_descriptor}")
     if how != "path" and not item.regular:
         return Answer(skipped=f"no {how}: not a regular file")
+    if how == "bytes" and os.path.getsize(item.path) > BYTES_AT_MOST:
+        return Answer(skipped=f"no bytes: larger than {BYTES_AT_MOST >> 20} MiB (sparse)")
     try:
         if how == "file object":
             with open(item.path, "rb") as stream:

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "support/KpzFileBuilder.h"
+#include "support/KpzFileBuilderExtras.h"
 
 namespace {
 
@@ -43,6 +44,14 @@ class Corpus {
   }
 
   void Add(const std::string& name, const KpzSpec& recipe) { Add(name, kpztest::BuildKpz(recipe)); }
+
+  // Makes <name>.kpz `size` bytes long without writing them (a sparse file).
+  void Grow(const std::string& name, std::uint64_t size) {
+    if (!kpztest::ExtendFileSparse((m_dir / (name + ".kpz")).string(), size)) {
+      std::fprintf(stderr, "kpz_diff_corpus: cannot grow %s.kpz\n", name.c_str());
+      m_ok = false;
+    }
+  }
 
   bool Finish() {
     std::ofstream out(m_dir / "corpus.txt", std::ios::binary);
@@ -191,6 +200,37 @@ int main(int argc, char** argv) {
     KpzSpec exifPast;
     exifPast.exifPointer = 0x00F00000u;
     corpus.Add("exif-past-end", exifPast);
+
+    // The preview's offset at 2 GiB and beyond (negative as a signed
+    // 32-bit offset): out of reach.
+    KpzLayout at;
+    Bytes far = kpztest::BuildKpz(KpzSpec(), &at);
+    const std::uint32_t field =
+        kpztest::TagValueOffset(far, DtNlLittleEndian, at.ifd0, kpztest::tag::kJpegOffset);
+    corpus.Add("preview-beyond-2gib",
+               kpztest::Patched(far, field, kpztest::U32Bytes(0x80000010u, DtNlLittleEndian)));
+  }
+
+  // Pictures where the head read ends: a thumbnail beyond the first 64 KiB
+  // and one across its end; a preview of a camera's size after them.
+  {
+    KpzSpec beyond;
+    beyond.thumbnailOffset = 0x10000 + 4000;
+    beyond.thumbnail = kpztest::FakeJpeg(5000, 0x34);
+    corpus.Add("thumbnail-beyond-head", beyond);
+    KpzSpec across;
+    across.thumbnailOffset = 0x10000 - 1000;
+    across.thumbnail = kpztest::FakeJpeg(3000, 0x35);
+    across.screennail = kpztest::FakeJpeg(1536 * 1024, 0x36);
+    corpus.Add("thumbnail-across-head", across);
+  }
+  {  // A thumbnail claiming 600 MB in a sparse file that holds that many:
+     // refused as too large, nothing read or allocated for it.
+    const std::uint32_t claimed = 600u * 1024 * 1024;
+    KpzSpec huge;
+    huge.thumbnailLengthTag = claimed;
+    corpus.Add("thumbnail-too-large", huge);
+    corpus.Grow("thumbnail-too-large", std::uint64_t{claimed} + 0x20000);
   }
   return corpus.Finish() ? 0 : 1;
 }
