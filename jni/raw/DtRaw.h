@@ -198,6 +198,10 @@ class DtRaw {
   int Update(const DtNlTime* time);
 
  private:
+  // The record (DtRawRecord) takes its answers from this object's one
+  // parse, also the orientation value as stored, which no getter gives.
+  friend class DtRawRecord;
+
   // Reads the head of m_file into `buff`. 0 on success (a short file is no
   // failure); a read error counts only when the close fails too.
   int readBuff(DtNlFile& file, unsigned char* buff, unsigned int size);

@@ -11,13 +11,18 @@
 #include "raw/DtRawError.h"
 #include "raw/DtRawErrorText.h"
 #include "raw/DtRawScreennailInfo.h"
+#include "raw/DtRawEng.h"
 #include "raw/DtRawThumbnailInfo.h"
+#include "raw/parser/DtRawTagData.h"
+#include "util/DtNlDataUtil.h"
 #include "util/io/DtNlReadAt.h"
 
 static_assert(DtRawRecord::HEAD_SIZE == DtRaw::READ_SIZE,
               "the record parses the head the facade reads");
 
 namespace {
+
+const unsigned short kTagOrientation = 0x0112;  // IFD0
 
 DtRawFailure readFailure(int err) {
   DtRawFailure why;
@@ -153,7 +158,17 @@ DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
   record.m_thumbnailSize = thumbnail.m_size;
 
   unsigned char rotation = 0;
-  record.m_orientationRecorded = raw.GetRotationInfo(&rotation) == DtRawOk;
+  record.m_rotationResult = raw.GetRotationInfo(&rotation);
+  record.m_orientationRecorded = record.m_rotationResult == DtRawOk;
+  if (record.m_orientationRecorded) {
+    record.m_rotationCode = rotation;
+    // The value itself, to tell an unknown value from orientation 1 (the
+    // rotation code is 0 for both): the tag GetRotationInfo just decoded.
+    const DtRawTagData* tag = raw.m_rawEng->getTagData(kTagOrientation, raw.m_rawEng->m_ifd0Parser);
+    if (tag != nullptr && tag->m_data != nullptr && tag->m_size >= 2) {
+      record.m_orientationStored = DtNlDataUtil::U8ArrayToU16(tag->m_data, tag->m_byteOrder);
+    }
+  }
   record.m_orientation =
       record.m_orientationRecorded ? DtRaw::convRotInfoUsetoStd(rotation) : UINT16{1};
   record.m_hasModel = raw.GetModelName(record.m_model, sizeof record.m_model) == DtRawOk;

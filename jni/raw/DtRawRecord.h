@@ -114,6 +114,10 @@ class DtRawRecord {
   UINT m_headRead = 0;                 // bytes of the head that are the file's
   UINT16 m_orientation = 1;            // Exif orientation 1-8 (1 when not recorded)
   bool m_orientationRecorded = false;  // IFD0 records one
+  int m_rotationResult = 0;            // DtRaw::GetRotationInfo's result (0, -100 none, ...)
+  UINT8 m_rotationCode = 0;            // its rotation code when the result is 0
+  INT32 m_orientationStored = -1;      // IFD0's orientation value as stored (any 16-bit
+                                       // number, 0 and 9 upwards too); -1 when none is
   UINT16 m_previewWidth = 0;           // pixels as recorded; 0 when not recorded
   UINT16 m_previewHeight = 0;
   bool m_hasModel = false;

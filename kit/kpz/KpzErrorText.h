@@ -10,9 +10,9 @@
 // the first 64 KiB or past the end of the file, or when the file has only one
 // directory. The tool tells these apart by reading the head itself
 // (KpzSource): a read that fails there is reported with the system's words;
-// a head read whole that does not parse is looked at by KpzLayoutCheck, which
-// names the first thing that stops the parse, as "not a KPZ raw file
-// (<reason>)".
+// a head read whole that does not parse is looked at by the library's layout
+// check (DtRawLayoutCheck), which names the first thing that stops the
+// parse, as "not a KPZ raw file (<reason>)".
 //
 //   KpzErrorText::Parse(initRet, src.Head(), src.Size());
 //   // "not a KPZ raw file (only one directory, no second one after IFD0)"
@@ -35,7 +35,7 @@ class KpzErrorText {
   // (DtRaw::InitializeBuf over KpzSource::Head). `head` holds
   // KpzSource::kHeadSize bytes (zeros after the file's end), `fileSize` is the
   // file's real size. For a layout code (-305, -306, -307, -400, -101):
-  // "not a KPZ raw file (<reason>)" with the reason KpzLayoutCheck finds in
+  // "not a KPZ raw file (<reason>)" with the reason DtRawLayoutCheck finds in
   // the head ("no camera model", "IFD1 lies past the end of the file", ...);
   // when the head is null or does not give that code, the code's own words
   // ("not a KPZ raw file (its directories cannot be read within the first

@@ -2,37 +2,48 @@
 // end. See the header.
 #include "kpz/KpzExtraction.h"
 
+#include <cerrno>
 #include <new>
 #include <utility>
 
 #include "kpz/KpzSource.h"
 
-namespace {
-
-KpzExtraction::Failure failureOf(KpzPictureReader::Failure found) {
-  switch (found) {
-    case KpzPictureReader::Failure::None:
-      return KpzExtraction::Failure::None;
-    case KpzPictureReader::Failure::NotKpz:
-      return KpzExtraction::Failure::NotKpz;
-    case KpzPictureReader::Failure::NoPicture:
-      return KpzExtraction::Failure::NoPicture;
-    case KpzPictureReader::Failure::Unusable:
-    case KpzPictureReader::Failure::Location:
-      break;
+KpzExtraction::Failure KpzExtraction::FailureOf(DtRawFailure::Kind kind) {
+  switch (kind) {
+    case DtRawFailure::KindNone:
+      return Failure::None;
+    case DtRawFailure::KindNotKpz:
+      return Failure::NotKpz;
+    case DtRawFailure::KindNoPreview:
+    case DtRawFailure::KindNoThumbnail:
+      return Failure::NoPicture;
+    case DtRawFailure::KindDamaged:
+      return Failure::BadPicture;
+    case DtRawFailure::KindUnreadable:
+    default:
+      return Failure::Unreadable;
   }
-  return KpzExtraction::Failure::BadPicture;
 }
 
-}  // namespace
-
-KpzExtraction::Outcome KpzExtraction::failed(Failure failure, KpzExitStatus status, int err,
-                                             int code, std::string words) {
+KpzExtraction::Outcome KpzExtraction::failed(const DtRawFailure& why) {
   Outcome o;
-  o.failure = failure;
-  o.status = status;
+  o.kind = why.m_kind;
+  o.failure = FailureOf(why.m_kind);
+  // Every failure to get a picture of an input is the input's: one status.
+  o.status = KpzExitStatus::Input;
+  o.err = why.m_errno;
+  o.code = why.m_code;
+  o.words = why.m_words;
+  return o;
+}
+
+KpzExtraction::Outcome KpzExtraction::failed(DtRawFailure::Kind kind, int err,
+                                             std::string words) {
+  Outcome o;
+  o.kind = kind;
+  o.failure = FailureOf(kind);
+  o.status = KpzExitStatus::Input;
   o.err = err;
-  o.code = code;
   o.words = std::move(words);
   return o;
 }
@@ -40,34 +51,25 @@ KpzExtraction::Outcome KpzExtraction::failed(Failure failure, KpzExitStatus stat
 KpzExtraction::Outcome KpzExtraction::Open(const std::string& path, KpzSource* source) {
   std::string why;
   if (!source->Open(path, &why)) {
-    return failed(Failure::Unreadable, KpzExitStatus::Input, source->Errno(), 0, std::move(why));
+    return failed(DtRawFailure::KindUnreadable, source->Errno(), std::move(why));
   }
   return Outcome();
 }
 
 KpzExtraction::Outcome KpzExtraction::Extract(KpzSource& source, const Options& options,
                                               bool wantBytes) {
-  Outcome o;
-  KpzPictureReader::Problem problem;
-  std::string why;
-  if (!KpzPictureReader::Find(source, options.kind, &o.range, &why, &problem)) {
-    return failed(failureOf(problem.failure), KpzExitStatus::Input, 0, problem.code,
-                  std::move(why));
+  const DtRawExpected<DtRawRecord> record = KpzPictureReader::Parse(source);
+  if (!record) {
+    return failed(record.Failure());
+  }
+  Outcome o = locate(*record, options);
+  if (!o.ok()) {
+    return o;
   }
   if (options.located) {
     options.located(source, o.range);
   }
-  if (options.upright) {
-    o.orientation = KpzUpright::ReadOrientation(source.Head(), KpzSource::kHeadSize);
-    o.turns = KpzUpright::Turns(o.orientation);
-  }
   if (!o.turns && !wantBytes) {
-    if (options.upright) {
-      // Not turned: only the remark ("preview not turned: ...").
-      o.remark = KpzUpright::Apply(o.orientation, nullptr, 0, options.edges,
-                                   KpzPictureReader::Name(options.kind))
-                     .remark;
-    }
     return o;
   }
   const char* name = KpzPictureReader::Name(options.kind);
@@ -75,19 +77,19 @@ KpzExtraction::Outcome KpzExtraction::Extract(KpzSource& source, const Options& 
   try {
     stored.resize(o.range.length);  // at most the file's size: Find checked the range
   } catch (const std::bad_alloc&) {
-    return failed(Failure::Unreadable, KpzExitStatus::Input, 0, 0,
+    return failed(DtRawFailure::KindUnreadable, 0,
                   std::string("not enough memory to read the ") + name +
                       (o.turns ? " and turn it" : ""));
   }
+  std::string why;
   if (!source.ReadAt(o.range.offset, o.range.length, stored.data(), name, &why)) {
+    // As DtRawRecord::ReadPicture sorts it: the file ended first (errno 0)
+    // is damage, an error of the system makes it unreadable.
     const int err = source.Errno();
-    return failed(err != 0 ? Failure::Unreadable : Failure::BadPicture, KpzExitStatus::Input, err,
-                  0, std::move(why));
+    return failed(err != 0 ? DtRawFailure::KindUnreadable : DtRawFailure::KindDamaged, err,
+                  std::move(why));
   }
   if (!o.turns) {
-    if (options.upright) {
-      o.remark = KpzUpright::Apply(o.orientation, nullptr, 0, options.edges, name).remark;
-    }
     o.bytes = std::move(stored);
     return o;
   }
@@ -106,19 +108,27 @@ KpzExtraction::Outcome KpzExtraction::Extract(const std::string& path, KpzSource
 
 KpzExtraction::Outcome KpzExtraction::Locate(const UINT8* head, std::size_t length,
                                              std::uint64_t fileSize, const Options& options) {
-  KpzSource source;
-  source.OpenMemory(head, length, fileSize);
-  Outcome o;
-  KpzPictureReader::Problem problem;
-  std::string why;
-  if (!KpzPictureReader::Find(source, options.kind, &o.range, &why, &problem)) {
-    return failed(failureOf(problem.failure), KpzExitStatus::Input, 0, problem.code,
-                  std::move(why));
+  const DtRawExpected<DtRawRecord> record = DtRawRecord::Parse(head, length, fileSize);
+  if (!record) {
+    return failed(record.Failure());
   }
+  return locate(*record, options);
+}
+
+KpzExtraction::Outcome KpzExtraction::locate(const DtRawRecord& record, const Options& options) {
+  Outcome o;
+  const DtRawExpected<DtRawRecord::Range> range =
+      record.Locate(KpzPictureReader::Which(options.kind));
+  if (!range) {
+    return failed(range.Failure());
+  }
+  o.range.offset = range->m_offset;
+  o.range.length = range->m_length;
   if (options.upright) {
-    o.orientation = KpzUpright::ReadOrientation(source.Head(), KpzSource::kHeadSize);
+    o.orientation = KpzUpright::OrientationOf(record);
     o.turns = KpzUpright::Turns(o.orientation);
     if (!o.turns) {
+      // Not turned: only the remark ("preview not turned: ...").
       o.remark = KpzUpright::Apply(o.orientation, nullptr, 0, options.edges,
                                    KpzPictureReader::Name(options.kind))
                      .remark;
@@ -132,7 +142,7 @@ void KpzExtraction::Turn(const UINT8* jpeg, std::size_t size, const Options& opt
   KpzUpright::Applied applied = KpzUpright::Apply(outcome->orientation, jpeg, size, options.edges,
                                                   KpzPictureReader::Name(options.kind));
   if (applied.turns && !applied.result.ok) {
-    *outcome = failed(Failure::BadPicture, KpzExitStatus::Input, 0, 0, std::move(applied.error));
+    *outcome = failed(DtRawFailure::KindDamaged, 0, std::move(applied.error));
     return;
   }
   outcome->remark = std::move(applied.remark);

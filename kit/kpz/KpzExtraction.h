@@ -36,6 +36,8 @@
 #include "kpz/KpzExitStatus.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzUpright.h"
+#include "raw/DtRawFailure.h"
+#include "raw/DtRawRecord.h"
 #include "util/DtNlTypes.h"
 
 class KpzSource;
@@ -54,8 +56,9 @@ class KpzExtraction {
     std::function<void(const KpzSource& source, const KpzPictureReader::Picture& range)> located;
   };
 
-  // What went wrong, for front ends that sort failures into kinds (Python's
-  // exception classes, Java's kinds). The words say it either way.
+  // The coarse sorting of `kind` that kpz serve's metrics count by (Unreadable:
+  // KindUnreadable; NotKpz: KindNotKpz; NoPicture: KindNoPreview and
+  // KindNoThumbnail; BadPicture: KindDamaged). Front ends map `kind` itself.
   enum class Failure {
     None,
     Unreadable,  // the source cannot be opened or read (errno in `err` when the system's)
@@ -66,7 +69,8 @@ class KpzExtraction {
   };
 
   struct Outcome {
-    Failure failure = Failure::None;
+    DtRawFailure::Kind kind = DtRawFailure::KindNone;  // the one failure kind
+    Failure failure = Failure::None;                   // FailureOf(kind)
     KpzExitStatus status = KpzExitStatus::Ok;
     int err = 0;        // the errno of an Unreadable failure; 0 when not the system's
     int code = 0;       // the library's result code, where one applies
@@ -81,8 +85,11 @@ class KpzExtraction {
     std::string remark;                     // the turn in words, for -v ("preview turned ...")
     std::string note;                       // the summary's note for the turn, or empty
 
-    bool ok() const { return failure == Failure::None; }
+    bool ok() const { return kind == DtRawFailure::KindNone; }
   };
+
+  // The coarse sorting of `kind`.
+  static Failure FailureOf(DtRawFailure::Kind kind);
 
   // Opens `path` into *source (its head read). A failure is Unreadable with
   // KpzSource::Open's words and errno.
@@ -117,8 +124,9 @@ class KpzExtraction {
   static void Turn(const UINT8* jpeg, std::size_t size, const Options& options, Outcome* outcome);
 
  private:
-  static Outcome failed(Failure failure, KpzExitStatus status, int err, int code,
-                        std::string words);
+  static Outcome failed(const DtRawFailure& why);
+  static Outcome failed(DtRawFailure::Kind kind, int err, std::string words);
+  static Outcome locate(const DtRawRecord& record, const Options& options);
 };
 
 #endif  // KPZ_KIT_KPZ_KPZEXTRACTION_H

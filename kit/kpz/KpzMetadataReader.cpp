@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "kpz/KpzErrorText.h"
-#include "kpz/KpzLayoutCheck.h"
 #include "kpz/KpzSource.h"
 #include "raw/DtRaw.h"
+#include "raw/DtRawLayoutCheck.h"
 
 namespace {
 
@@ -124,7 +124,7 @@ using Part = DtRawLayoutCheck::Part;
 // where its entry puts it: a value held outside its entry at an offset of
 // 2 GiB or more, which the library takes with its sign, so that its read of
 // the head clamps it to byte 0 and answers the file's first bytes.
-bool readFromTheStart(const KpzLayoutCheck::Place& p) {
+bool readFromTheStart(const DtRawLayoutCheck::Place& p) {
   return p.m_size > 4 && p.m_hasData && p.m_pos > 0x7FFFFFFFu;
 }
 
@@ -132,10 +132,10 @@ bool readFromTheStart(const KpzLayoutCheck::Place& p) {
 // from the file's start instead of its place: not recorded there, whatever
 // the library made of the bytes it read. `pastEnd` says which.
 template <typename T>
-void cutOff(KpzMetadata::Value<T>* v, const KpzLayoutCheck::Places& places, std::uint64_t fileSize,
+void cutOff(KpzMetadata::Value<T>* v, const DtRawLayoutCheck::Places& places, std::uint64_t fileSize,
             std::initializer_list<std::pair<Part, UINT16>> tags) {
   for (const auto& t : tags) {
-    const KpzLayoutCheck::Place* p = places.Get(t.first, t.second);
+    const DtRawLayoutCheck::Place* p = places.Get(t.first, t.second);
     const bool pastEnd = p != nullptr ? p->PastEnd(fileSize) : places.Cut(t.first);
     if (pastEnd || (p != nullptr && readFromTheStart(*p))) {
       v->result = DtRawErrNoData;
@@ -154,7 +154,8 @@ void markPastEnd(const UINT8* head, std::uint64_t fileSize, KpzMetadata* md) {
   // lies in the head, hence in the file (nominal places beyond the head
   // are not read from it), but for values at 2 GiB or more: those are
   // looked for in every file.
-  const KpzLayoutCheck::Places places = KpzLayoutCheck::Locate(head, fileSize);
+  DtRawLayoutCheck::Places places;
+  DtRawLayoutCheck::Locate(head, fileSize, &places);
   const std::uint64_t n = fileSize;
   cutOff(&md->make, places, n, {{DtRawLayoutCheck::PartIfd0, 0x010F}});
   cutOff(&md->model, places, n, {{DtRawLayoutCheck::PartIfd0, 0x0110}});

@@ -9,10 +9,10 @@
 #include <cstring>
 
 #include "kpz/KpzErrorText.h"
-#include "kpz/KpzLayoutCheck.h"
 #include "kpz/KpzSource.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawLayoutCheck.h"
 
 namespace {
 
@@ -84,7 +84,7 @@ const std::uint32_t kLastReachable = 0x7FFFFFFFu;
 // One place the write-back changes.
 struct Write {
   const char* what;
-  const KpzLayoutCheck::Place* place;
+  const DtRawLayoutCheck::Place* place;
 };
 
 bool overlaps(std::uint64_t aPos, std::uint64_t aSize, std::uint64_t bPos, std::uint64_t bSize) {
@@ -112,7 +112,7 @@ std::string partWords(DtRawLayoutCheck::Part part) {
 }
 
 // "(<what>, <n> bytes at byte <pos>)"
-std::string placeWords(const char* what, const KpzLayoutCheck::Place& p) {
+std::string placeWords(const char* what, const DtRawLayoutCheck::Place& p) {
   return std::string("(") + what + ", " + std::to_string(p.m_size) + " bytes at byte " +
          std::to_string(p.m_pos) + ")";
 }
@@ -146,23 +146,24 @@ std::string reachWords(std::uint32_t pos, std::uint32_t size, std::uint64_t file
 // read of the head to its start (a negative offset reads byte 0 on), so
 // these checks are made here, before it is asked to write.
 std::string checkPlan(KpzSource& source) {
-  const KpzLayoutCheck::Places places = KpzLayoutCheck::Locate(source.Head(), source.Size());
+  DtRawLayoutCheck::Places places;
+  DtRawLayoutCheck::Locate(source.Head(), source.Size(), &places);
   Write plan[3] = {};
   std::size_t count = 0;
-  const KpzLayoutCheck::Place* ifd0 = places.Get(DtRawLayoutCheck::PartIfd0, kTagOrientation);
+  const DtRawLayoutCheck::Place* ifd0 = places.Get(DtRawLayoutCheck::PartIfd0, kTagOrientation);
   if (ifd0 == nullptr || ifd0->m_size != kOrientationSize) {
     // The library found a 2-byte orientation the walk did not: the plan
     // would not be whole.
     return "the places of the orientation in the file cannot be worked out; not changed";
   }
   plan[count++] = Write{"IFD0's orientation", ifd0};
-  const KpzLayoutCheck::Place* ifd1 = places.Get(DtRawLayoutCheck::PartIfd1, kTagOrientation);
+  const DtRawLayoutCheck::Place* ifd1 = places.Get(DtRawLayoutCheck::PartIfd1, kTagOrientation);
   if (ifd1 != nullptr && ifd1->m_size == kOrientationSize) {
     plan[count++] = Write{"IFD1's orientation", ifd1};
   }
-  const KpzLayoutCheck::Place* time0 = places.Get(DtRawLayoutCheck::PartIfd0, kTagDateTime);
-  const KpzLayoutCheck::Place* time1 = places.Get(DtRawLayoutCheck::PartIfd1, kTagDateTime);
-  const KpzLayoutCheck::Place* copied = nullptr;
+  const DtRawLayoutCheck::Place* time0 = places.Get(DtRawLayoutCheck::PartIfd0, kTagDateTime);
+  const DtRawLayoutCheck::Place* time1 = places.Get(DtRawLayoutCheck::PartIfd1, kTagDateTime);
+  const DtRawLayoutCheck::Place* copied = nullptr;
   if (time0 != nullptr && time1 != nullptr && time0->m_size == kDateTimeSize &&
       time1->m_size == kDateTimeSize) {
     // Written when the two differ (compared as text); when either could not
@@ -181,8 +182,8 @@ std::string checkPlan(KpzSource& source) {
     // The bytes copied are IFD0's value as the library read it from the
     // head: they must be the file's own, where the entry says they are.
     std::string why = reachWords(copied->m_pos, copied->m_size, fileSize);
-    if (why.empty() && (copied->m_pos > KpzLayoutCheck::kHeadSize ||
-                        copied->m_size > KpzLayoutCheck::kHeadSize - copied->m_pos)) {
+    if (why.empty() && (copied->m_pos > DtRawLayoutCheck::HEAD_SIZE ||
+                        copied->m_size > DtRawLayoutCheck::HEAD_SIZE - copied->m_pos)) {
       why = "lies beyond the first 64 KiB, which is all that is read";
     }
     if (!why.empty()) {
@@ -191,7 +192,7 @@ std::string checkPlan(KpzSource& source) {
     }
   }
   for (std::size_t i = 0; i < count; ++i) {
-    const KpzLayoutCheck::Place& p = *plan[i].place;
+    const DtRawLayoutCheck::Place& p = *plan[i].place;
     const std::string head =
         "a place the new orientation is written to " + placeWords(plan[i].what, p) + " ";
     const std::string why = reachWords(p.m_pos, p.m_size, fileSize);
@@ -207,15 +208,15 @@ std::string checkPlan(KpzSource& source) {
     }
     // A value written over an entry: first the entries written, then every
     // other entry kept. A value held in its own entry's field is inside it.
-    const KpzLayoutCheck::Place* hit = nullptr;
+    const DtRawLayoutCheck::Place* hit = nullptr;
     for (std::size_t j = 0; j < count && hit == nullptr; ++j) {
-      const KpzLayoutCheck::Place& q = *plan[j].place;
+      const DtRawLayoutCheck::Place& q = *plan[j].place;
       if (&q != &p && overlaps(p.m_pos, p.m_size, q.m_entry, kEntrySize)) {
         hit = &q;
       }
     }
     for (UINT j = 0; j < places.m_count && hit == nullptr; ++j) {
-      const KpzLayoutCheck::Place& q = places.m_at[j];
+      const DtRawLayoutCheck::Place& q = places.m_at[j];
       if (&q != &p && overlaps(p.m_pos, p.m_size, q.m_entry, kEntrySize)) {
         hit = &q;
       }

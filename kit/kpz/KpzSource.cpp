@@ -36,6 +36,7 @@ KpzSource::~KpzSource() { Close(); }
 
 void KpzSource::Close() {
   m_path.clear();
+  m_reader.Close();  // borrowed: forgets the descriptor
   if (m_fd >= 0) {
     close(m_fd);
     m_fd = -1;
@@ -148,6 +149,7 @@ bool KpzSource::Adopt(int fd, const std::string& name, std::string* error) {
   m_size = static_cast<std::uint64_t>(st.st_size);
   m_dev = st.st_dev;
   m_ino = st.st_ino;
+  m_reader.Borrow(m_fd, m_size);
   return true;
 }
 
@@ -161,22 +163,14 @@ bool KpzSource::ReadHead(std::string* error) {
   // alone, not the readahead's guess around them.
   KpzReadHint::Random(m_fd);
   std::size_t got = 0;
-  while (got < want) {  // each pass reads at least one byte, or ends the loop
-    const ssize_t n = pread(m_fd, m_head.get() + got, want - got, static_cast<off_t>(got));
-    if (n < 0 && errno == EINTR) {
-      continue;
-    }
-    if (n < 0) {
-      m_errno = errno;
-      *error = ReadErrorWords(m_errno);
-      Close();
-      return false;
-    }
-    if (n == 0) {
-      break;  // the file became shorter meanwhile
-    }
-    got += static_cast<std::size_t>(n);
+  const int err = m_reader.GetData(0, want, m_head.get(), &got);
+  if (err != 0) {
+    m_errno = err;
+    *error = ReadErrorWords(m_errno);
+    Close();
+    return false;
   }
+  // got < want: the file became shorter meanwhile.
   // As in the library's copy: zeros after the file's end.
   std::memset(m_head.get() + got, 0, kHeadSize - got);
   return true;
@@ -188,22 +182,12 @@ bool KpzSource::ReadAt(std::uint64_t offset, std::size_t length, UINT8* out, con
   // exactly the range from a cold disk, and on a warm page cache the hint's
   // walk over the range's pages cost about a tenth of a 1.5 MB read.
   std::size_t got = 0;
-  while (got < length) {  // each pass reads at least one byte, or returns
-    const ssize_t n = pread(m_fd, out + got, length - got, static_cast<off_t>(offset + got));
-    if (n < 0 && errno == EINTR) {
-      continue;
-    }
-    if (n < 0) {
-      m_errno = errno;
-      *error = pictureWords(what, m_errno);
-      return false;
-    }
-    if (n == 0) {
-      m_errno = 0;
-      *error = pictureWords(what, 0);
-      return false;
-    }
-    got += static_cast<std::size_t>(n);
+  const int err = m_reader.GetData(offset, length, out, &got);
+  if (err != 0 || got < length) {
+    // err 0: the file ended first.
+    m_errno = err;
+    *error = pictureWords(what, err);
+    return false;
   }
   return true;
 }

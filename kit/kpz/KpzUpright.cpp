@@ -11,6 +11,7 @@
 
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawRecord.h"
 
 namespace {
 
@@ -214,24 +215,24 @@ std::string blockWords(int w, int h) {
 
 }  // namespace
 
-KpzUpright::Orientation KpzUpright::ReadOrientation(UINT8* head, std::size_t size) {
+KpzUpright::Orientation KpzUpright::OrientationOf(const DtRawRecord& record) {
   Orientation o;
-  DtRaw raw;
-  const int init = raw.InitializeBuf(head, static_cast<int>(size));
-  if (init != DtRawOk) {
-    o.result = init;
+  o.result = record.m_rotationResult;
+  o.code = record.m_orientationRecorded ? record.m_rotationCode : 0;
+  // The value itself tells an unknown value from orientation 1 (the
+  // library gives code 0 for both).
+  o.stored = record.m_orientationStored;
+  return o;
+}
+
+KpzUpright::Orientation KpzUpright::ReadOrientation(const UINT8* head, std::size_t size) {
+  const DtRawExpected<DtRawRecord> record = DtRawRecord::Parse(head, size, size);
+  if (!record) {
+    Orientation o;
+    o.result = record.Failure().m_code;
     return o;
   }
-  unsigned char code = 0;
-  o.result = raw.GetRotationInfo(&code);
-  raw.Finalize();
-  if (o.result == DtRawOk) {
-    o.code = code;
-  }
-  // The stored value itself, to tell an unknown value from orientation 1
-  // (the library gives code 0 for both).
-  o.stored = TiffOrientation(head, size, false);
-  return o;
+  return OrientationOf(*record);
 }
 
 bool KpzUpright::Turns(const Orientation& o) {

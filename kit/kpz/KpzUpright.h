@@ -60,6 +60,8 @@
 
 #include "util/DtNlTypes.h"
 
+class DtRawRecord;
+
 class KpzUpright {
  public:
   // What to do with partial blocks on an edge the turn moves.
@@ -79,9 +81,13 @@ class KpzUpright {
     int stored = -1;         // IFD0's orientation value as stored; -1 when not found
   };
 
+  // The orientation `record` holds (the one parse of the file's head).
+  static Orientation OrientationOf(const DtRawRecord& record);
+
   // The orientation of the file whose first bytes are `head` (`size`
-  // bytes, parsed by DtRaw in buffer mode). The buffer is borrowed.
-  static Orientation ReadOrientation(UINT8* head, std::size_t size);
+  // bytes): DtRawRecord::Parse, then OrientationOf; a head that does not
+  // parse gives the parse's result code.
+  static Orientation ReadOrientation(const UINT8* head, std::size_t size);
 
   // True when `o` asks for a turn (a rotation code 1..7 was read).
   static bool Turns(const Orientation& o);
@@ -163,8 +169,10 @@ class KpzUpright {
   static int SetOwnOrientationToNormal(UINT8* jpeg, std::size_t size);
 
   // The value of IFD0's orientation (tag 0x0112, one SHORT) in the TIFF
-  // structure of `size` bytes at `tiff`; -1 when it is not there or cannot
-  // be read within those bytes. With `setNormal`, the value is set to 1.
+  // structure of a JPEG's own Exif segment, `size` bytes at `tiff`; -1 when
+  // it is not there or cannot be read within those bytes. With `setNormal`,
+  // the value is set to 1. (A KPZ file's own orientation comes from its
+  // record: OrientationOf.)
   static int TiffOrientation(UINT8* tiff, std::size_t size, bool setNormal);
 
  private:

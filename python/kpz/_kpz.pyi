@@ -45,7 +45,7 @@ class _ExitStatus(int):
 
 class _Located:
     ok: bool
-    failure: str
+    kind: str
     status: int
     code: int
     words: str
@@ -53,6 +53,7 @@ class _Located:
     length: int
     turns: bool
     remark: str
+    def turn(self, stored: bytes, edges: str = ...) -> Tuple[int, bytes, str, str]: ...
 
 class _ClaimTurn:
     def wait_for_earlier(self) -> Optional[int]: ...
@@ -157,8 +158,5 @@ class _Kit:
     def output_is_whole(path: str) -> bool: ...
     @staticmethod
     def jpeg_ends_whole(head: bytes, tail: bytes, size: int) -> bool: ...
-    @staticmethod
-    def upright(head: bytes, stored: bytes, name: str = ...,
-                edges: str = ...) -> Tuple[int, bytes, str, str]: ...
 
 kit: _Kit

@@ -399,9 +399,10 @@ class Reader:
         if size is None:
             raise _Failed("the server tells no file size (Content-Range without a "
                           "length)", False)
+        # The one parse of the head: the range, and with upright the
+        # orientation the turn below uses.
         found = kit.locate(head, size, kind, upright=upright)
-        if not found.turns:
-            del head  # the turn reads the orientation from it again
+        del head
         if not found.ok:
             r.words, r.status = found.words, found.status
             return None
@@ -416,8 +417,7 @@ class Reader:
             # The turn as kpz makes it, with the summary's note: a decode and
             # an encode, off the event loop that other files' reads share.
             status, data, r.note, words = await asyncio.get_running_loop(
-            ).run_in_executor(None, kit.upright, head, data, kind)
-            del head
+            ).run_in_executor(None, found.turn, data)
             if status:
                 r.words, r.status = words, int(kit.ExitStatus.INPUT)
                 return None

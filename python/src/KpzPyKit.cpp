@@ -221,50 +221,6 @@ void KpzPyRegisterKit(py::module_& m) {
       "3), `tail` its last bytes (at least 2), `size` its size in bytes (neither part longer). "
       "True when size >= 4, head begins FF D8 FF and tail ends FF D9.");
 
-  m.def(
-      "upright",
-      [](const py::bytes& head, const py::bytes& stored, const std::string& name,
-         const std::string& edges) {
-        if (edges != "reencode" && edges != "trim") {
-          throw py::value_error("edges is 'reencode' or 'trim', not '" + edges + "'");
-        }
-        std::string h = bytesOf(head);
-        const std::string data = bytesOf(stored);
-        KpzUpright::Applied applied;
-        {
-          py::gil_scoped_release unlocked;
-          // ReadOrientation parses the head in place: it gets a copy (never
-          // empty, so that its pointer is a real one).
-          const std::size_t headSize = h.size();
-          h.push_back('\0');
-          const KpzUpright::Orientation orientation =
-              KpzUpright::ReadOrientation(reinterpret_cast<UINT8*>(&h[0]), headSize);
-          applied = KpzUpright::Apply(
-              orientation, reinterpret_cast<const UINT8*>(data.data()), data.size(),
-              edges == "trim" ? KpzUpright::Edges::Trim : KpzUpright::Edges::Reencode,
-              name.c_str());
-        }
-        if (applied.turns && !applied.result.ok) {
-          return py::make_tuple(1, py::bytes(), "", applied.error);
-        }
-        if (!applied.turns) {
-          return py::make_tuple(0, stored, "", applied.remark);
-        }
-        const std::vector<UINT8>& out = applied.result.jpeg;
-        return py::make_tuple(
-            0, py::bytes(reinterpret_cast<const char*>(out.data()), out.size()),
-            KpzUpright::SummaryNote(applied.result), applied.remark);
-      },
-      py::arg("head"), py::arg("stored"), py::arg("name") = "preview",
-      py::arg("edges") = "reencode",
-      "What `kpz preview --upright` does with one picture: `head` is the raw file's first "
-      "HEAD_SIZE bytes (where its orientation is read), `stored` the stored JPEG, `name` names "
-      "it in the words ('preview', 'thumbnail'). Returns (status, jpeg, note, words): status 0 "
-      "with the JPEG to write (the stored bytes when no turn is asked for), `note` the remark "
-      "the run's summary counts ('re-encoded at quality 95: ...', '' for a lossless turn or "
-      "none; pass it to Summary.add_note(name, note) as the tool does), `words` what -v tells; "
-      "or status 1 (exit status 1) with `words` why the picture cannot be turned.");
-
   m.def("default_path", &KpzOutputFile::DefaultPath, py::arg("input"), py::arg("suffix"),
         py::arg("in_current_directory"),
         "The output name kpz gives `input`: its file name with the last extension replaced by "
@@ -592,8 +548,8 @@ void KpzPyRegisterKit(py::module_& m) {
            "Counts one file: done when `status` is 0, else failed for `reason`.")
       .def("add_note", &KpzSummary::AddNote, py::arg("noun"), py::arg("note"),
            "Counts a remark about a file done: `noun` names the picture ('preview'), `note` "
-           "what was done to it. For --upright, the note of kit.upright (the tool's "
-           "KpzUpright::SummaryNote); render() then ends with 'kpz:   2 previews re-encoded "
+           "what was done to it. For --upright, the note of a turn (kit.extract, "
+           "Located.turn: the tool's KpzUpright::SummaryNote); render() then ends with 'kpz:   2 previews re-encoded "
            "at quality 95: edges not a whole number of 16-pixel blocks'. An empty note is "
            "not counted.")
       .def_property_readonly("files", &KpzSummary::Files)

@@ -56,6 +56,7 @@
 #include "kpz/KpzSource.h"
 #include "kpz/KpzUpright.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawFailure.h"
 
 namespace py = pybind11;
 
@@ -71,6 +72,8 @@ using LibraryLines = KpzPyLibraryLines;
 
 // ---- errors -----------------------------------------------------------------
 
+// A failure that is no failure of the library's kinds (metadata, a new
+// orientation, a file object's odd answers): kpz._errors' class `cls`.
 [[noreturn]] void raiseKpz(const char* cls, const std::string& words, py::object code,
                            py::object filename) {
   py::object type = py::module_::import("kpz._errors").attr(cls);
@@ -79,26 +82,14 @@ using LibraryLines = KpzPyLibraryLines;
   throw py::error_already_set();
 }
 
-// The OSError subclass Python itself raises for `err` (FileNotFoundError
-// for ENOENT, ...), with errno, strerror and filename as open() gives them,
-// and the kit's words.
-[[noreturn]] void raiseOs(int err, const std::string& words, py::object filename) {
-  py::object strerror = py::module_::import("os").attr("strerror")(err);
-  py::object exc = py::module_::import("builtins").attr("OSError")(err, strerror, filename);
-  exc.attr("words") = words;
-  exc.attr("code") = err;  // as every KpzError has one: here the errno
-  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc.ptr())), exc.ptr());
-  throw py::error_already_set();
-}
-
-// The failure kinds, numbered as Java's KpzException.Kind; kpz._errors
-// holds the one table from a kind to its class (_CLASS_OF_KIND).
-enum FailureKind : int { KindNotKpz = 0, KindDamaged, KindNoPreview, KindNoThumbnail, KindUnreadable };
-
-// A failure of `kind`, raised as kpz._errors._error_for makes it: `code`
-// the library's result or None, `err` the system's errno or 0.
-[[noreturn]] void raiseKind(FailureKind kind, const std::string& words, py::object code,
-                            py::object filename, int err = 0) {
+// A failure of the library's `kind` (DtRawFailure, numbered as Java's
+// KpzException.Kind), raised as kpz._errors._error_for makes it: the one
+// table from a kind to Python's class is there (_CLASS_OF_KIND), and every
+// exception carries the kind's name as `kind` ("not_kpz", "damaged",
+// "no_preview", "no_thumbnail", "unreadable"). `err` is the system's errno
+// or 0, `code` the library's result where one applies.
+[[noreturn]] void raiseFailure(DtRawFailure::Kind kind, int err, int code,
+                               const std::string& words, py::object filename) {
   py::object exc = py::module_::import("kpz._errors")
                        .attr("_error_for")(static_cast<int>(kind), words, code, filename, err);
   PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc.ptr())), exc.ptr());
@@ -106,10 +97,10 @@ enum FailureKind : int { KindNotKpz = 0, KindDamaged, KindNoPreview, KindNoThumb
 }
 
 // A failed KpzSource::Open: the system's error, or the kit's refusal of a
-// device, pipe or socket (which has no errno of its own).
+// device, pipe or socket (which has no errno of its own): unreadable.
 [[noreturn]] void raiseOpen(const KpzSource& source, const std::string& words,
                             py::object filename) {
-  raiseKind(KindUnreadable, words, py::none(), std::move(filename), source.Errno());
+  raiseFailure(DtRawFailure::KindUnreadable, source.Errno(), 0, words, std::move(filename));
 }
 
 // ---- integer arguments ------------------------------------------------------
@@ -459,10 +450,10 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
         ok = opened.source.ReadAt(pic.offset, pic.length, dest, name, &why);
       }
       if (!ok) {
-        if (opened.source.Errno() != 0) {
-          raiseOs(opened.source.Errno(), why, src.filename());
-        }
-        raiseKpz("BadPreviewError", why, py::none(), src.filename());
+        // As DtRawRecord::ReadPicture sorts it.
+        const int err = opened.source.Errno();
+        raiseFailure(err != 0 ? DtRawFailure::KindUnreadable : DtRawFailure::KindDamaged, err, 0,
+                     why, src.filename());
       }
       return out;
     }
@@ -492,10 +483,10 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
       }
       if (data.size() != pic.length) {
         // Find checked the range against the size the stream reported.
-        raiseKpz("BadPreviewError",
-                 std::string(name) + " extends past the end of the file: " +
-                     endedEarly(pic.offset + data.size(), opened.streamSize),
-                 py::none(), src.filename());
+        raiseFailure(DtRawFailure::KindDamaged, 0, 0,
+                     std::string(name) + " extends past the end of the file: " +
+                         endedEarly(pic.offset + data.size(), opened.streamSize),
+                     src.filename());
       }
       return py::bytes(data);
     }
@@ -503,26 +494,9 @@ py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader:
   return py::bytes();
 }
 
-// A failed extraction of the picture of `picture`, raised as its kind
-// (kpz._errors' table): a picture whose location cannot be read carries
-// the getter's result code, any other bad picture none.
-[[noreturn]] void raiseExtraction(const KpzExtraction::Outcome& got, KpzPictureReader::Kind picture,
-                                  py::object filename) {
-  switch (got.failure) {
-    case KpzExtraction::Failure::Unreadable:
-      raiseKind(KindUnreadable, got.words, py::none(), std::move(filename), got.err);
-    case KpzExtraction::Failure::NotKpz:
-      raiseKind(KindNotKpz, got.words, py::int_(got.code), std::move(filename));
-    case KpzExtraction::Failure::NoPicture:
-      raiseKind(picture == KpzPictureReader::Kind::Thumbnail ? KindNoThumbnail : KindNoPreview,
-                got.words, py::int_(got.code), std::move(filename));
-    case KpzExtraction::Failure::BadPicture:
-      raiseKind(KindDamaged, got.words, got.code != 0 ? py::object(py::int_(got.code)) : py::none(),
-                std::move(filename));
-    case KpzExtraction::Failure::None:
-      break;
-  }
-  raiseKpz("KpzError", got.words, py::none(), std::move(filename));
+// A failed extraction raised as its kind (raiseFailure's table).
+[[noreturn]] void raiseExtraction(const KpzExtraction::Outcome& got, py::object filename) {
+  raiseFailure(got.kind, got.err, got.code, got.words, std::move(filename));
 }
 
 py::bytes bytesOf(const std::vector<UINT8>& data) {
@@ -557,7 +531,7 @@ py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureRea
                                 opened.streamHead.size(), opened.streamSize, options);
   }
   if (!got.ok()) {
-    raiseExtraction(got, kind, src.filename());
+    raiseExtraction(got, src.filename());
   }
   if (got.turned) {
     return bytesOf(got.bytes);
@@ -572,7 +546,7 @@ py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureRea
                         static_cast<std::size_t>(PyBytes_GET_SIZE(stored.ptr())), options, &got);
   }
   if (!got.ok()) {
-    raiseExtraction(got, kind, src.filename());
+    raiseExtraction(got, src.filename());
   }
   return bytesOf(got.bytes);
 }

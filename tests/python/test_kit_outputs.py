@@ -77,7 +77,9 @@ def test_upright_note_renders_as_the_tools_summary(tool, tmp_path, fixtures):
     path = fixtures["byname"]["orient6_partial"]["path"]
     with open(path, "rb") as f:
         head = f.read(kpz.HEAD_SIZE)
-    status, jpeg, note, words = kit.upright(head, kpz.screennail(path), "preview")
+    found = kit.locate(head, os.path.getsize(path), "preview", upright=True)
+    assert found.ok and found.turns, found.words
+    status, jpeg, note, words = found.turn(kpz.screennail(path))
     assert status == 0, words
     assert jpeg == kpz.screennail(path, upright=True)
     assert note.startswith("re-encoded at quality 95")
@@ -105,5 +107,7 @@ def test_upright_without_a_turn_gives_the_stored_bytes(fixtures):
     with open(path, "rb") as f:
         head = f.read(kpz.HEAD_SIZE)
     stored = kpz.screennail(path)
-    status, jpeg, note, _ = kit.upright(head, stored)
+    found = kit.locate(head, os.path.getsize(path), "preview", upright=True)
+    assert found.ok and not found.turns
+    status, jpeg, note, _ = found.turn(stored)
     assert (status, jpeg, note) == (0, stored, "")

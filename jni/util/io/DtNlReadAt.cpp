@@ -77,6 +77,13 @@ int DtNlFdReadAt::Adopt(int fd, bool owned) {
   return 0;
 }
 
+void DtNlFdReadAt::Borrow(int fd, std::uint64_t size) {
+  Close();
+  m_fd = fd;
+  m_type = fd >= 0 ? TypeRegular : TypeNone;
+  m_size = size;
+}
+
 int DtNlFdReadAt::GetData(std::uint64_t offset, std::size_t length, UINT8* out,
                           std::size_t* got) {
   std::size_t done = 0;

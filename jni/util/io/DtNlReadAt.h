@@ -84,6 +84,10 @@ class DtNlFdReadAt : public DtNlReadAt {
   // for the caller to refuse in its own words (Type()).
   int Adopt(int fd, bool owned);
 
+  // Borrows `fd`, a regular file of `size` bytes as the caller's own fstat
+  // just found it, without asking the system again.
+  void Borrow(int fd, std::uint64_t size);
+
   // Closes the descriptor when owned and forgets it. Safe any number of times.
   void Close();
 

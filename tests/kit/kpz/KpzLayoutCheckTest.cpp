@@ -1,5 +1,6 @@
 // KpzLayoutCheckTest.cpp - the reasons the kpz kit gives for a file whose
-// head does not parse (kit/kpz/KpzLayoutCheck, through KpzErrorText): one
+// head does not parse (the library's jni/raw/DtRawLayoutCheck, through
+// KpzErrorText): one
 // case per reason, in both byte orders, through the kit's public readers
 // (KpzExtraction and KpzMetadataReader::Read, which reach the words
 // by the buffer-mode and the file-mode road), on files made by the test-data
@@ -19,13 +20,13 @@
 #include <vector>
 
 #include "kpz/KpzErrorText.h"
-#include "kpz/KpzLayoutCheck.h"
 #include "kpz/KpzMetadata.h"
 #include "kpz/KpzMetadataReader.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzSource.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawLayoutCheck.h"
 #include "support/KpzFileBuilder.h"
 #include "support/KpzReadPicture.h"
 #include "support/LogExpect.h"
@@ -37,6 +38,12 @@ using kpztest::Ifd;
 using kpztest::KpzFile;
 using kpztest::KpzSpec;
 namespace tag = kpztest::tag;
+
+std::string WordsOf(const DtRawLayoutCheck::Finding& f) {
+  char words[DtRawLayoutCheck::WORDS_SIZE];
+  DtRawLayoutCheck::Words(f, words, sizeof words);
+  return words;
+}
 
 const std::uint32_t kFar = 0x00FFFFF0;  // beyond every small file here
 
@@ -327,15 +334,15 @@ int LibraryResult(const Head& h) {
 // difference.
 bool Agrees(const Head& h, const std::string& what) {
   const int library = LibraryResult(h);
-  const KpzLayoutCheck::Finding f = KpzLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
-  const std::string words = KpzLayoutCheck::Words(f);
-  EXPECT_EQ(f.code, library) << what << " (" << words << ")";
-  if (f.code != library) {
+  const DtRawLayoutCheck::Finding f = DtRawLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+  const std::string words = WordsOf(f);
+  EXPECT_EQ(f.m_code, library) << what << " (" << words << ")";
+  if (f.m_code != library) {
     return false;
   }
   if (library == DtRawOk) {
-    EXPECT_EQ(f.reason, KpzLayoutCheck::Reason::None) << what;
-    return f.reason == KpzLayoutCheck::Reason::None;
+    EXPECT_EQ(f.m_reason, DtRawLayoutCheck::ReasonNone) << what;
+    return f.m_reason == DtRawLayoutCheck::ReasonNone;
   }
   EXPECT_FALSE(words.empty()) << what << " code " << library;
   return !words.empty();
@@ -482,19 +489,19 @@ TEST(KpzLayoutCheck, HostileHeadsNeverCrashAndAgree) {
       }
     }
   });
-  EXPECT_EQ(KpzLayoutCheck::Inspect(nullptr, 100).code, DtRawOk);
+  EXPECT_EQ(DtRawLayoutCheck::Inspect(nullptr, 100).m_code, DtRawOk);
 }
 
 TEST(KpzLayoutCheck, StandardFilesParse) {
   for (const Bytes& seed : Seeds()) {
     const Head h = HeadOf(seed, seed.size());
-    const KpzLayoutCheck::Finding f = KpzLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+    const DtRawLayoutCheck::Finding f = DtRawLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
     if (seed.size() == 8192) {
-      EXPECT_EQ(f.reason, KpzLayoutCheck::Reason::OneDirectory);  // the ordinary TIFF
+      EXPECT_EQ(f.m_reason, DtRawLayoutCheck::ReasonOneDirectory);  // the ordinary TIFF
       continue;
     }
-    EXPECT_EQ(f.code, DtRawOk);
-    EXPECT_EQ(KpzLayoutCheck::Words(f), "");
+    EXPECT_EQ(f.m_code, DtRawOk);
+    EXPECT_EQ(WordsOf(f), "");
   }
 }
 
@@ -508,12 +515,12 @@ TEST(KpzLayoutCheck, OffsetsOfTwoGiBAndMoreAreNamedByWhereThePartLies) {
     int library = 0;
     kpztest::CaptureStderr([&] { library = LibraryResult(h); });
     EXPECT_EQ(library, DtRawErrRead);
-    KpzLayoutCheck::Finding f = KpzLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
-    EXPECT_EQ(f.code, DtRawErrRead);
-    EXPECT_EQ(KpzLayoutCheck::Words(f), "IFD1 lies past the end of the file");
+    DtRawLayoutCheck::Finding f = DtRawLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+    EXPECT_EQ(f.m_code, DtRawErrRead);
+    EXPECT_EQ(WordsOf(f), "IFD1 lies past the end of the file");
     h.fileSize = 0x100000000ull;  // the same head in a 4 GiB file
-    f = KpzLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
-    EXPECT_EQ(KpzLayoutCheck::Words(f), "IFD1 lies beyond the first 64 KiB");
+    f = DtRawLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+    EXPECT_EQ(WordsOf(f), "IFD1 lies beyond the first 64 KiB");
 
     // The M372 maker note's header is then the TIFF header: -101, not -307.
     const Bytes note = Build(order, [](KpzSpec& r) {
@@ -523,9 +530,9 @@ TEST(KpzLayoutCheck, OffsetsOfTwoGiBAndMoreAreNamedByWhereThePartLies) {
     h = HeadOf(note, note.size());
     kpztest::CaptureStderr([&] { library = LibraryResult(h); });
     EXPECT_EQ(library, DtRawErrFormat);
-    f = KpzLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
-    EXPECT_EQ(f.code, DtRawErrFormat);
-    EXPECT_EQ(KpzLayoutCheck::Words(f), "the maker note lies past the end of the file");
+    f = DtRawLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+    EXPECT_EQ(f.m_code, DtRawErrFormat);
+    EXPECT_EQ(WordsOf(f), "the maker note lies past the end of the file");
   }
 }
 
