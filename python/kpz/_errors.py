@@ -49,6 +49,11 @@ class KpzError(Exception):
             extends past the end of the file, a JPEG that cannot be turned).
         filename: the path as given, the file object's ``name``, or None
             (for content given as bytes).
+        kind: for a failure to read a picture, the library's kind of failure
+            (``"not_kpz"``, ``"damaged"``, ``"no_preview"``,
+            ``"no_thumbnail"``, ``"unreadable"``), as Java's
+            ``KpzException.Kind`` names it; the OSErrors kpz raises carry it
+            too.
 
     ``str()`` gives ``"FILE: words"`` when the file has a name, else the words.
     Instances pickle with all three attributes (they cross process
@@ -67,7 +72,8 @@ class KpzError(Exception):
         return f"{os.fsdecode(self.filename)}: {self.words}"
 
     def __reduce__(self):
-        return (type(self), (self.words, self.code, self.filename))
+        # Attributes set after construction (``kind``) travel as its state.
+        return (type(self), (self.words, self.code, self.filename), self.__dict__)
 
 
 class NotKpzError(KpzError):
@@ -137,7 +143,7 @@ class NotRegularFileError(OSError):
         return f"{os.fsdecode(self.filename)}: {self.words}"
 
     def __reduce__(self):
-        return (type(self), (self.words, self.code, self.filename))
+        return (type(self), (self.words, self.code, self.filename), self.__dict__)
 
 
 class OrientationError(KpzError):
@@ -160,6 +166,15 @@ KIND_NO_PREVIEW = 2  # no preview recorded, or an empty one
 KIND_NO_THUMBNAIL = 3  # no thumbnail recorded, or an empty one
 KIND_UNREADABLE = 4  # cannot be opened or read
 
+#: Each kind's name, as an exception's ``kind`` attribute carries it.
+_KIND_NAMES: Dict[int, str] = {
+    KIND_NOT_KPZ: "not_kpz",
+    KIND_DAMAGED: "damaged",
+    KIND_NO_PREVIEW: "no_preview",
+    KIND_NO_THUMBNAIL: "no_thumbnail",
+    KIND_UNREADABLE: "unreadable",
+}
+
 #: The one table from a kind to the class raised for it. An unreadable file
 #: raises the OSError subclass for its errno (as ``open()`` does), or
 #: NotRegularFileError when kpz refused a file that is no regular file.
@@ -176,21 +191,30 @@ def _error_for(kind: int, words: str, code: Optional[int] = None, filename: _Nam
                err: int = 0) -> BaseException:
     """The exception for a failure of `kind` (a KIND_* number), in `words`.
 
-    `code` is the library's result where one applies; `err` the system's
-    error number of an unreadable file, 0 when it gave none. An unreadable
-    file with an errno is the OSError subclass Python raises for it
-    (``FileNotFoundError`` for ENOENT, ...), with errno, strerror and
-    filename as ``open()`` gives them, and ``words`` and ``code`` (the errno);
-    without one, :class:`NotRegularFileError`.
+    `code` is the library's result where one applies (kept for a file that
+    is no KPZ file and for a missing picture, where 0 means an empty one;
+    else 0 means none); `err` the system's error number of an unreadable
+    file, 0 when it gave none. An unreadable file with an errno is the
+    OSError subclass Python raises for it (``FileNotFoundError`` for ENOENT,
+    ...), with errno, strerror and filename as ``open()`` gives them, and
+    ``words`` and ``code`` (the errno); without one,
+    :class:`NotRegularFileError`. Every exception made here carries the
+    kind's name as ``kind`` (None for a kind outside the table).
     """
     cls = _CLASS_OF_KIND.get(kind)
+    if code == 0 and kind not in (KIND_NOT_KPZ, KIND_NO_PREVIEW, KIND_NO_THUMBNAIL):
+        code = None
+    exc: BaseException
     if cls is None:
-        return KpzError(words, code, filename)
-    if cls is OSError:
+        exc = KpzError(words, code, filename)
+    elif cls is OSError:
         if err == 0:
-            return NotRegularFileError(words, None, filename)
-        exc = OSError(err, os.strerror(err), filename)
-        exc.words = words  # type: ignore[attr-defined]
-        exc.code = err  # type: ignore[attr-defined]
-        return exc
-    return cls(words, code, filename)
+            exc = NotRegularFileError(words, None, filename)
+        else:
+            exc = OSError(err, os.strerror(err), filename)
+            exc.words = words  # type: ignore[attr-defined]
+            exc.code = err  # type: ignore[attr-defined]
+    else:
+        exc = cls(words, code, filename)
+    exc.kind = _KIND_NAMES.get(kind)  # type: ignore[attr-defined]
+    return exc

@@ -130,6 +130,10 @@ def test_a_missing_thumbnail_is_no_thumbnail_and_a_missing_preview_no_preview(fi
             assert type(caught.value) is cls, name
             assert isinstance(caught.value, kpz.KpzError)
             assert (caught.value.code, caught.value.words) == (code, words), name
+            assert caught.value.kind == {kpz.NoThumbnailError: "no_thumbnail",
+                                         kpz.NoPreviewError: "no_preview"}[cls], name
+            back = pickle.loads(pickle.dumps(caught.value))
+            assert (type(back), back.kind, back.code) == (cls, caught.value.kind, code)
     assert not issubclass(kpz.NoThumbnailError, kpz.NoPreviewError)
     assert not issubclass(kpz.NoPreviewError, kpz.NoThumbnailError)
 
@@ -142,9 +146,12 @@ def test_one_table_gives_every_kind_its_class():
         _errors.KIND_NO_PREVIEW: kpz.NoPreviewError,
         _errors.KIND_NO_THUMBNAIL: kpz.NoThumbnailError,
     }
+    names = {kpz.NotKpzError: "not_kpz", kpz.BadPreviewError: "damaged",
+             kpz.NoPreviewError: "no_preview", kpz.NoThumbnailError: "no_thumbnail"}
     for kind, cls in table.items():
         made = _errors._error_for(kind, "words", -1, "f.kpz")
         assert type(made) is cls
+        assert made.kind == names[cls]
         assert (made.words, made.code, made.filename, str(made)) == ("words", -1, "f.kpz",
                                                                       "f.kpz: words")
     gone = _errors._error_for(_errors.KIND_UNREADABLE, "file not found", None, "f.kpz",
@@ -154,6 +161,10 @@ def test_one_table_gives_every_kind_its_class():
                                                                   "file not found", errno.ENOENT)
     pipe = _errors._error_for(_errors.KIND_UNREADABLE, "not a regular file", None, "p.kpz")
     assert type(pipe) is kpz.NotRegularFileError and isinstance(pipe, OSError)
+    assert (pipe.kind, gone.kind) == ("unreadable", "unreadable")
+    # A damaged picture's result 0 is no result; an empty picture's 0 is.
+    assert _errors._error_for(_errors.KIND_DAMAGED, "w", 0).code is None
+    assert _errors._error_for(_errors.KIND_NO_THUMBNAIL, "w", 0).code == 0
     assert (pipe.errno, pipe.filename, str(pipe)) == (None, "p.kpz", "p.kpz: not a regular file")
     spipe = _errors._error_for(_errors.KIND_UNREADABLE, "not a regular file", None, "p.kpz",
                                errno.ESPIPE)
@@ -162,6 +173,7 @@ def test_one_table_gives_every_kind_its_class():
     assert type(back) is kpz.NotRegularFileError
     assert (back.words, back.code, back.filename, str(back)) == (pipe.words, None, "p.kpz",
                                                                  str(pipe))
+    assert back.kind == "unreadable"
 
 
 def test_exceptions_pickle_whole(fixtures):
