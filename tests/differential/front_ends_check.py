@@ -156,7 +156,14 @@ def make_inputs(work: str, corpus_writer: str) -> tuple:
     inputs.append(Input("fifo", fifo))
     sock_path = os.path.join(work, "socket.kpz")
     sock = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-    sock.bind(sock_path)
+    # Bound by its name in its directory: a socket's whole path may hold at
+    # most 107 bytes, and a build tree's path can be longer.
+    here = os.getcwd()
+    os.chdir(work)
+    try:
+        sock.bind(os.path.basename(sock_path))
+    finally:
+        os.chdir(here)
     sock.listen(1)
     keep.append(sock)
     inputs.append(Input("socket", sock_path, descriptor=sock.fileno()))
