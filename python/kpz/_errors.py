@@ -60,6 +60,9 @@ class KpzError(Exception):
     boundaries, for example in a Dask cluster).
     """
 
+    #: The library's kind of failure by name, None where it names none.
+    kind: Optional[str] = None
+
     def __init__(self, words: str, code: Optional[int] = None, filename: _Name = None) -> None:
         super().__init__(words, code, filename)
         self.words = words
@@ -131,6 +134,8 @@ class NotRegularFileError(OSError):
     socket), not read"``), ``code`` (the errno or None) and ``filename``, as
     a :class:`KpzError` has them; ``str()`` is ``"FILE: words"``.
     """
+
+    kind: Optional[str] = "unreadable"
 
     def __init__(self, words: str, code: Optional[int] = None, filename: _Name = None) -> None:
         super().__init__(code, words, filename)
