@@ -10,29 +10,68 @@
 #include "raw/DtRawError.h"
 #include "raw/DtRawErrorText.h"
 
-KpzGalleryReader::KpzGalleryReader() : m_file(), m_head(), m_parsed(false), m_record(), m_info() {}
+static_assert(static_cast<int>(KpzGalleryReader::PicturePreview) == DtRawRecord::PicturePreview &&
+                  static_cast<int>(KpzGalleryReader::PictureThumbnail) ==
+                      DtRawRecord::PictureThumbnail,
+              "the reader's picture kinds are the record's");
+
+namespace {
+
+DtRawRecord::Picture which(KpzGalleryReader::PictureKind kind) {
+  return static_cast<DtRawRecord::Picture>(kind);
+}
+
+}  // namespace
+
+KpzGalleryReader::KpzGalleryReader()
+    : m_file(), m_head(), m_headRead(0), m_parsed(false), m_record(), m_info() {}
 
 KpzGalleryReader::~KpzGalleryReader() = default;
 
-const char* KpzGalleryReader::Name(PictureKind kind) { return DtRawRecord::Name(kind); }
+const char* KpzGalleryReader::Name(PictureKind kind) { return DtRawRecord::Name(which(kind)); }
 
 bool KpzGalleryReader::OpenPath(const char* path, Failure* why) {
-  return DtRawRecord::OpenPath(&m_file, path, why) && readRecord(why);
+  return DtRawRecord::OpenPath(&m_file, path, why) && readHead(why) && parse(why);
 }
 
-bool KpzGalleryReader::OpenFd(int fd, Failure* why) {
-  return DtRawRecord::OpenFd(&m_file, fd, why) && readRecord(why);
+bool KpzGalleryReader::OpenFd(int fd, Failure* why) { return openDescriptor(fd, false, why); }
+
+bool KpzGalleryReader::openDescriptor(int fd, bool owned, Failure* why) {
+  if (!DtRawRecord::OpenFd(&m_file, fd, why, owned)) {
+    return false;
+  }
+  return readHead(why) && parse(why);
 }
 
-bool KpzGalleryReader::readRecord(Failure* why) {
+bool KpzGalleryReader::readHead(Failure* why) {
   m_head.reset(new (std::nothrow) UINT8[HEAD_SIZE]);
   if (!m_head) {
     why->Set(DtRawFailure::KindUnreadable, ENOMEM, 0, "not enough memory to read the file");
     return false;
   }
-  const DtRawExpected<DtRawRecord> record = DtRawRecord::Read(m_file, m_head.get());
+  // Up to the size just taken: no read is spent on finding the end.
+  const std::uint64_t size = m_file.Size();
+  const std::size_t want = size < HEAD_SIZE ? static_cast<std::size_t>(size) : HEAD_SIZE;
+  std::size_t got = 0;
+  const int err = m_file.GetData(0, want, m_head.get(), &got);
+  if (err != 0) {
+    why->m_kind = DtRawFailure::KindUnreadable;
+    why->m_errno = err;
+    why->m_code = 0;
+    DtRawErrorText::ReadError(err, why->m_words, sizeof why->m_words);
+    return false;
+  }
+  m_headRead = static_cast<UINT>(got);
+  // As in the facade's own copy: zeros after the file's end.
+  std::memset(m_head.get() + got, 0, HEAD_SIZE - got);
+  return true;
+}
+
+bool KpzGalleryReader::parse(Failure* why) {
+  const DtRawExpected<DtRawRecord> record =
+      DtRawRecord::Parse(m_head.get(), HEAD_SIZE, m_file.Size());
   if (!record) {
-    *why = record.Failure();
+    static_cast<DtRawFailure&>(*why) = record.Failure();
     return false;
   }
   m_record = *record;
@@ -45,13 +84,14 @@ bool KpzGalleryReader::readRecord(Failure* why) {
   std::memcpy(info.m_model, m_record.m_model, sizeof info.m_model);
   info.m_hasDateTime = m_record.m_hasDateTime;
   info.m_dateTime = m_record.m_dateTime;
-  const DtRawExpected<DtRawRecord::Range> preview = m_record.Locate(PicturePreview);
+  const DtRawExpected<DtRawRecord::Range> preview = m_record.Locate(DtRawRecord::PicturePreview);
   if (preview) {
     info.m_previewLength = preview->m_length;
     info.m_previewWidth = m_record.m_previewWidth;
     info.m_previewHeight = m_record.m_previewHeight;
   }
-  const DtRawExpected<DtRawRecord::Range> thumbnail = m_record.Locate(PictureThumbnail);
+  const DtRawExpected<DtRawRecord::Range> thumbnail =
+      m_record.Locate(DtRawRecord::PictureThumbnail);
   if (thumbnail) {
     info.m_thumbnailLength = thumbnail->m_length;
   }
@@ -68,9 +108,9 @@ bool KpzGalleryReader::Locate(PictureKind kind, Picture* picture, Failure* why) 
     DtRawErrorText::Initialize(DtRawErrNotInit, why->m_words, sizeof why->m_words);
     return false;
   }
-  const DtRawExpected<DtRawRecord::Range> range = m_record.Locate(kind);
+  const DtRawExpected<DtRawRecord::Range> range = m_record.Locate(which(kind));
   if (!range) {
-    *why = range.Failure();
+    static_cast<DtRawFailure&>(*why) = range.Failure();
     return false;
   }
   picture->m_kind = kind;
@@ -80,9 +120,8 @@ bool KpzGalleryReader::Locate(PictureKind kind, Picture* picture, Failure* why) 
 }
 
 const UINT8* KpzGalleryReader::InHead(const Picture& picture) const {
-  const UINT headRead = m_record.m_headRead;
-  if (!m_head || !m_parsed || picture.m_offset > headRead ||
-      picture.m_length > headRead - picture.m_offset) {
+  if (!m_head || !m_parsed || picture.m_offset > m_headRead ||
+      picture.m_length > m_headRead - picture.m_offset) {
     return nullptr;
   }
   return m_head.get() + static_cast<std::size_t>(picture.m_offset);  // within the head
@@ -95,7 +134,7 @@ bool KpzGalleryReader::Read(const Picture& picture, UINT8* out, Failure* why) {
     return true;
   }
   DtRawRecord::Range range;
-  range.m_picture = picture.m_kind;
+  range.m_picture = which(picture.m_kind);
   range.m_offset = picture.m_offset;
   range.m_length = picture.m_length;
   return DtRawRecord::ReadPicture(m_file, range, out, why);

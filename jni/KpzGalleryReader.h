@@ -54,11 +54,12 @@ class KpzGalleryReader {
   // Bytes offered to DtRaw::GetModelName, as the kpz tool offers them.
   static constexpr UINT MODEL_SIZE = DtRawRecord::MODEL_SIZE;
 
-  using Failure = DtRawFailure;
+  // The library's one failure record (kind, errno, code, words); its own
+  // name here keeps the library's exported signatures.
+  struct Failure : public DtRawFailure {};
 
-  using PictureKind = DtRawRecord::Picture;
-  static constexpr PictureKind PicturePreview = DtRawRecord::PicturePreview;
-  static constexpr PictureKind PictureThumbnail = DtRawRecord::PictureThumbnail;
+  // Numbered as DtRawRecord::Picture.
+  enum PictureKind : INT32 { PicturePreview, PictureThumbnail };
 
   // Where a picture lies: m_length bytes (at least 1) at m_offset, wholly
   // inside the file.
@@ -123,10 +124,15 @@ class KpzGalleryReader {
   static const char* Name(PictureKind kind);
 
  private:
-  bool readRecord(Failure* why);
+  // Takes `fd` (closed by the destructor when `owned`) and refuses what is
+  // not a regular file; then readHead and parse.
+  bool openDescriptor(int fd, bool owned, Failure* why);
+  bool readHead(Failure* why);
+  bool parse(Failure* why);
 
   DtNlFdReadAt m_file;
   std::unique_ptr<UINT8[]> m_head;
+  UINT m_headRead;  // bytes of the head that came from the file
   bool m_parsed;
   DtRawRecord m_record;
   Info m_info;

@@ -2,6 +2,8 @@
 // See DtRawRecord.h.
 #include "raw/DtRawRecord.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -60,14 +62,21 @@ const char* DtRawRecord::Name(Picture which) {
 bool DtRawRecord::OpenPath(DtNlFdReadAt* file, const char* path, DtRawFailure* why) {
   const int err = file->OpenPath(path);
   if (err != 0) {
+    // A Unix socket cannot be opened at all (ENXIO): what the name is, not
+    // the errno, is the reason, as for a socket taken by descriptor.
+    struct stat named;
+    if (err == ENXIO && stat(path, &named) == 0 && S_ISSOCK(named.st_mode)) {
+      why->Set(DtRawFailure::KindUnreadable, ESPIPE, 0, DtRawErrorText::NotRegular());
+      return false;
+    }
     *why = readFailure(err);
     return false;
   }
   return checkType(*file, why);
 }
 
-bool DtRawRecord::OpenFd(DtNlFdReadAt* file, int fd, DtRawFailure* why) {
-  const int err = file->Adopt(fd, false);
+bool DtRawRecord::OpenFd(DtNlFdReadAt* file, int fd, DtRawFailure* why, bool owned) {
+  const int err = file->Adopt(fd, owned);
   if (err != 0) {
     *why = readFailure(err);
     return false;
@@ -75,7 +84,7 @@ bool DtRawRecord::OpenFd(DtNlFdReadAt* file, int fd, DtRawFailure* why) {
   return checkType(*file, why);
 }
 
-DtRawExpected<DtRawRecord> DtRawRecord::Read(DtNlReadAt& stream, UINT8* head) {
+DtRawExpected<DtRawRecord> DtRawRecord::Read(DtNlReadAt& stream, UINT8* head, Fields fields) {
   const std::uint64_t size = stream.Size();
   // Up to the size the stream tells: no read is spent on finding the end.
   const std::size_t want = size < HEAD_SIZE ? static_cast<std::size_t>(size) : HEAD_SIZE;
@@ -83,7 +92,7 @@ DtRawExpected<DtRawRecord> DtRawRecord::Read(DtNlReadAt& stream, UINT8* head) {
   if (inMemory != nullptr) {
     // The facade only reads a buffer it is given (its write-back refuses
     // buffer mode), so the stream's own memory is parsed in place.
-    return parseFull(const_cast<UINT8*>(inMemory), HEAD_SIZE, size);
+    return parseFull(const_cast<UINT8*>(inMemory), HEAD_SIZE, size, fields);
   }
   std::size_t got = 0;
   const int err = stream.GetData(0, want, head, &got);
@@ -92,17 +101,17 @@ DtRawExpected<DtRawRecord> DtRawRecord::Read(DtNlReadAt& stream, UINT8* head) {
   }
   // As in the facade's own copy: zeros after the file's end.
   std::memset(head + got, 0, HEAD_SIZE - got);
-  return parseFull(head, static_cast<UINT>(got), size);
+  return parseFull(head, static_cast<UINT>(got), size, fields);
 }
 
 DtRawExpected<DtRawRecord> DtRawRecord::Parse(const UINT8* head, std::size_t length,
-                                              std::uint64_t fileSize) {
+                                              std::uint64_t fileSize, Fields fields) {
   if (head == nullptr) {
     length = 0;
   }
   if (length >= HEAD_SIZE) {
     // Read only, as in Read.
-    return parseFull(const_cast<UINT8*>(head), HEAD_SIZE, fileSize);
+    return parseFull(const_cast<UINT8*>(head), HEAD_SIZE, fileSize, fields);
   }
   std::unique_ptr<UINT8[]> copy(new (std::nothrow) UINT8[HEAD_SIZE]);
   if (!copy) {
@@ -112,11 +121,11 @@ DtRawExpected<DtRawRecord> DtRawRecord::Parse(const UINT8* head, std::size_t len
     std::memcpy(copy.get(), head, length);
   }
   std::memset(copy.get() + length, 0, HEAD_SIZE - length);
-  return parseFull(copy.get(), static_cast<UINT>(length), fileSize);
+  return parseFull(copy.get(), static_cast<UINT>(length), fileSize, fields);
 }
 
 DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
-                                                  std::uint64_t fileSize) {
+                                                  std::uint64_t fileSize, Fields fields) {
   DtRaw raw;
   const int initRet = raw.InitializeBuf(head, static_cast<int>(HEAD_SIZE));
   if (initRet != DtRawOk) {
@@ -171,13 +180,15 @@ DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
   }
   record.m_orientation =
       record.m_orientationRecorded ? DtRaw::convRotInfoUsetoStd(rotation) : UINT16{1};
-  record.m_hasModel = raw.GetModelName(record.m_model, sizeof record.m_model) == DtRawOk;
-  if (!record.m_hasModel) {
-    std::memset(record.m_model, 0, sizeof record.m_model);
-  }
-  record.m_hasDateTime = raw.GetOrgDateTime(&record.m_dateTime) == DtRawOk;
-  if (!record.m_hasDateTime) {
-    record.m_dateTime = DtRawDateTime();
+  if (fields == FieldsAll) {
+    record.m_hasModel = raw.GetModelName(record.m_model, sizeof record.m_model) == DtRawOk;
+    if (!record.m_hasModel) {
+      std::memset(record.m_model, 0, sizeof record.m_model);
+    }
+    record.m_hasDateTime = raw.GetOrgDateTime(&record.m_dateTime) == DtRawOk;
+    if (!record.m_hasDateTime) {
+      record.m_dateTime = DtRawDateTime();
+    }
   }
   raw.Finalize();
   return record;

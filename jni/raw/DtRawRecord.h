@@ -70,11 +70,19 @@ class DtRawRecord {
   // (DtRawErrorText::NotRegular(); m_errno ESPIPE for a pipe or socket, else 0).
   [[nodiscard]] static bool OpenPath(DtNlFdReadAt* file, const char* path, DtRawFailure* why);
 
-  // As OpenPath over the caller's descriptor `fd`, borrowed (never closed).
-  // A negative descriptor fails as EBADF.
-  [[nodiscard]] static bool OpenFd(DtNlFdReadAt* file, int fd, DtRawFailure* why);
+  // As OpenPath over the descriptor `fd`: borrowed (never closed) unless
+  // `owned` (then *file closes it, also when this fails). A negative
+  // descriptor fails as EBADF.
+  [[nodiscard]] static bool OpenFd(DtNlFdReadAt* file, int fd, DtRawFailure* why,
+                                   bool owned = false);
 
   // ---- the parse -----------------------------------------------------------
+
+  // What a parse fills: the pictures' ranges and the orientation always;
+  // the model and the original date-time only with FieldsAll (decoding the
+  // date-time costs about as much as the rest of a lookup, and locating a
+  // picture does not need it).
+  enum Fields : INT32 { FieldsPictures, FieldsAll };
 
   // Reads the head of `stream` into `head` (HEAD_SIZE bytes, the caller's;
   // zeros after the data's end) and parses it, or parses the stream's own
@@ -84,13 +92,14 @@ class DtRawRecord {
   // DtRawErrorText::Parse's words and the parse's result code (a code that
   // is not about the layout, such as a failed allocation, is
   // KindUnreadable in the same words).
-  static DtRawExpected<DtRawRecord> Read(DtNlReadAt& stream, UINT8* head);
+  static DtRawExpected<DtRawRecord> Read(DtNlReadAt& stream, UINT8* head,
+                                         Fields fields = FieldsAll);
 
   // Parses `head`, the first `length` bytes of a file of `fileSize` bytes
   // (the rest of HEAD_SIZE is taken as zeros). `length` beyond HEAD_SIZE is
   // taken as HEAD_SIZE. For readers that fetched the head themselves.
   static DtRawExpected<DtRawRecord> Parse(const UINT8* head, std::size_t length,
-                                          std::uint64_t fileSize);
+                                          std::uint64_t fileSize, Fields fields = FieldsAll);
 
   // ---- the answers ---------------------------------------------------------
 
@@ -120,10 +129,10 @@ class DtRawRecord {
                                        // number, 0 and 9 upwards too); -1 when none is
   UINT16 m_previewWidth = 0;           // pixels as recorded; 0 when not recorded
   UINT16 m_previewHeight = 0;
-  bool m_hasModel = false;
+  bool m_hasModel = false;        // (FieldsAll only)
   char m_model[MODEL_SIZE] = {};  // zero-terminated, as the file records it
-  bool m_hasDateTime = false;
-  DtRawDateTime m_dateTime;  // the original date-time, as recorded
+  bool m_hasDateTime = false;     // (FieldsAll only)
+  DtRawDateTime m_dateTime;       // the original date-time, as recorded
 
  private:
   // What the facade's getters answered, for Locate.
@@ -134,7 +143,8 @@ class DtRawRecord {
   UINT32 m_thumbnailOffset = 0;
   UINT32 m_thumbnailSize = 0;
 
-  static DtRawExpected<DtRawRecord> parseFull(UINT8* head, UINT headRead, std::uint64_t fileSize);
+  static DtRawExpected<DtRawRecord> parseFull(UINT8* head, UINT headRead, std::uint64_t fileSize,
+                                              Fields fields);
 };
 
 #endif  // KPZ_RAW_DTRAWRECORD_H

@@ -108,7 +108,8 @@ KpzExtraction::Outcome KpzExtraction::Extract(const std::string& path, KpzSource
 
 KpzExtraction::Outcome KpzExtraction::Locate(const UINT8* head, std::size_t length,
                                              std::uint64_t fileSize, const Options& options) {
-  const DtRawExpected<DtRawRecord> record = DtRawRecord::Parse(head, length, fileSize);
+  const DtRawExpected<DtRawRecord> record =
+      DtRawRecord::Parse(head, length, fileSize, DtRawRecord::FieldsPictures);
   if (!record) {
     return failed(record.Failure());
   }

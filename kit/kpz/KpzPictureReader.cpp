@@ -7,7 +7,8 @@
 const char* KpzPictureReader::Name(Kind kind) { return DtRawRecord::Name(Which(kind)); }
 
 DtRawExpected<DtRawRecord> KpzPictureReader::Parse(KpzSource& source) {
-  return DtRawRecord::Parse(source.Head(), KpzSource::kHeadSize, source.Size());
+  return DtRawRecord::Parse(source.Head(), KpzSource::kHeadSize, source.Size(),
+                            DtRawRecord::FieldsPictures);
 }
 
 bool KpzPictureReader::Find(const DtRawRecord& record, Kind kind, Picture* picture,

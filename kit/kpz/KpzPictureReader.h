@@ -50,7 +50,8 @@ class KpzPictureReader {
     std::uint32_t length = 0;  // at least 1
   };
 
-  // The one parse of the opened `source`'s head.
+  // The one parse of the opened `source`'s head (the pictures and the
+  // orientation: DtRawRecord::FieldsPictures).
   static DtRawExpected<DtRawRecord> Parse(KpzSource& source);
 
   // Locates the picture of `kind` in `record`. True when it holds at least

@@ -2,10 +2,11 @@
 // --upright` and `kpz thumbnail --upright`, so that it shows the right way up
 // in any viewer, also in one that ignores Exif orientation.
 //
-// Part of the kit (kit/kpz), above the library's raw
-// facade (the orientation) and TurboJPEG (the JPEG work). The stored JPEG is
-// as the sensor saw the scene; IFD0's orientation, as a rotation code 0..7
-// (DtRaw::GetRotationInfo), says what must be done to show it upright. The
+// Part of the kit (kit/kpz), above the library's record of a file
+// (DtRawRecord: the orientation, from the one parse of its head) and
+// TurboJPEG (the JPEG work). The stored JPEG is as the sensor saw the scene;
+// IFD0's orientation, as a rotation code 0..7 (DtRaw::GetRotationInfo's,
+// kept in the record), says what must be done to show it upright. The
 // code's Exif orientation (DtRaw::convRotInfoUsetoStd) picks the turn:
 //
 //   code  Exif  turn
@@ -44,9 +45,10 @@
 // by the data there; every TurboJPEG failure,
 // and every warning about damaged data, ends in words and no output.
 //
-//   KpzUpright::Result r = KpzUpright::Turn(jpeg.data(), jpeg.size(), code,
-//                                           KpzUpright::Edges::Reencode);
-//   if (r.ok) { write(r.jpeg); note(KpzUpright::Note(r, "preview")); }
+//   const KpzUpright::Orientation o = KpzUpright::OrientationOf(record);
+//   KpzUpright::Applied a = KpzUpright::Apply(o, jpeg.data(), jpeg.size(),
+//                                             KpzUpright::Edges::Reencode, "preview");
+//   if (!a.turns || a.result.ok) { write(a.turns ? a.result.jpeg : jpeg); say(a.remark); }
 //
 // Holds nothing; every operation is a static function, safe on any thread
 // (each thread keeps its own TurboJPEG handles).
@@ -132,10 +134,11 @@ class KpzUpright {
   // Turns the `size` bytes at `jpeg` for rotation `code` (1..7).
   static Result Turn(const UINT8* jpeg, std::size_t size, unsigned char code, Edges edges);
 
-  // What was done, for the per-file line of -v ("turned 90° clockwise,
-  // losslessly", "... re-encoded at quality 95: its height, 1080, is not a
-  // whole number of 16-pixel blocks", "... 8 pixel rows cut from the bottom
-  // edge ..."); `what` names the picture ("preview").
+  // What was done by the turn of rotation `code`, for the per-file line of
+  // -v ("turned 90° clockwise, losslessly", "... re-encoded at quality 95:
+  // its height, 1080, is not a whole number of 16-pixel blocks", "... 8
+  // pixel rows cut from the bottom edge ..."); Apply puts the picture's
+  // name before it.
   static std::string Note(const Result& r, unsigned char code);
   // The end-of-run summary's words for a run of such files, or empty for a
   // lossless turn: "re-encoded at quality 95: edges not a whole number of

@@ -3,6 +3,9 @@
 #include "raw/DtRawRecord.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -141,6 +144,27 @@ TEST_F(DtRawRecordTest, APathAWholeBufferAHeadAndAChoppyStreamGiveOneRecord) {
     EXPECT_STREQ(r->m_model, byPath->m_model);
     EXPECT_EQ(r->m_orientation, byPath->m_orientation);
     EXPECT_EQ(r->m_fileSize, bytes.size());
+  }
+}
+
+TEST_F(DtRawRecordTest, APicturesOnlyParseLocatesAlikeAndLeavesTheMetadataUnread) {
+  const Bytes bytes = kpztest::BuildKpz(KpzSpec());
+  const DtRawExpected<DtRawRecord> all = DtRawRecord::Parse(bytes.data(), bytes.size(), bytes.size());
+  const DtRawExpected<DtRawRecord> pictures = DtRawRecord::Parse(
+      bytes.data(), bytes.size(), bytes.size(), DtRawRecord::FieldsPictures);
+  ASSERT_TRUE(all);
+  ASSERT_TRUE(pictures);
+  EXPECT_TRUE(all->m_hasModel);
+  EXPECT_TRUE(all->m_hasDateTime);
+  EXPECT_FALSE(pictures->m_hasModel);
+  EXPECT_FALSE(pictures->m_hasDateTime);
+  EXPECT_STREQ(pictures->m_model, "");
+  EXPECT_EQ(pictures->m_orientationRecorded, all->m_orientationRecorded);
+  EXPECT_EQ(pictures->m_orientationStored, all->m_orientationStored);
+  for (DtRawRecord::Picture which : {DtRawRecord::PicturePreview, DtRawRecord::PictureThumbnail}) {
+    ASSERT_TRUE(pictures->Locate(which));
+    EXPECT_EQ(pictures->Locate(which)->m_offset, all->Locate(which)->m_offset);
+    EXPECT_EQ(pictures->Locate(which)->m_length, all->Locate(which)->m_length);
   }
 }
 
@@ -288,6 +312,23 @@ TEST_F(DtRawRecordTest, NotAFileIsUnreadableInTheToolsWords) {
   EXPECT_STREQ(why.m_words, DtRawErrorText::Directory());
   EXPECT_FALSE(DtRawRecord::OpenFd(&m_file, -1, &why));
   EXPECT_EQ(why.m_errno, EBADF);
+
+  // A socket by name: refused as what it is, not as "no such device".
+  const std::string path = m_dir.Path() + "/sock";
+  sockaddr_un addr;
+  std::memset(&addr, 0, sizeof addr);
+  addr.sun_family = AF_UNIX;
+  ASSERT_LT(path.size(), sizeof addr.sun_path);
+  std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+  const int sock = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_GE(sock, 0);
+  ASSERT_EQ(bind(sock, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
+  EXPECT_FALSE(DtRawRecord::OpenPath(&m_file, path.c_str(), &why));
+  EXPECT_EQ(why.m_kind, DtRawFailure::KindUnreadable);
+  EXPECT_EQ(why.m_errno, ESPIPE);
+  EXPECT_STREQ(why.m_words, DtRawErrorText::NotRegular());
+  close(sock);
+  unlink(path.c_str());
 }
 
 TEST(DtRawFailure, KindsKeepTheJavaNumbersAndHaveNames) {
