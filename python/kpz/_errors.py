@@ -20,6 +20,7 @@ and ``kpz`` tell the same file the same way.
 
 from __future__ import annotations
 
+import errno
 import os
 from typing import Dict, Optional, Type, Union
 
@@ -202,8 +203,8 @@ def _error_for(kind: int, words: str, code: Optional[int] = None, filename: _Nam
     file, 0 when it gave none. An unreadable file with an errno is the
     OSError subclass Python raises for it (``FileNotFoundError`` for ENOENT,
     ...), with errno, strerror and filename as ``open()`` gives them, and
-    ``words`` and ``code`` (the errno); without one,
-    :class:`NotRegularFileError`. Every exception made here carries the
+    ``words`` and ``code`` (the errno); without one, or with ``ESPIPE`` (a
+    pipe or socket), :class:`NotRegularFileError`. Every exception made here carries the
     kind's name as ``kind`` (None for a kind outside the table).
     """
     cls = _CLASS_OF_KIND.get(kind)
@@ -213,8 +214,8 @@ def _error_for(kind: int, words: str, code: Optional[int] = None, filename: _Nam
     if cls is None:
         exc = KpzError(words, code, filename)
     elif cls is OSError:
-        if err == 0:
-            exc = NotRegularFileError(words, None, filename)
+        if err in (0, errno.ESPIPE):  # refused unread: ESPIPE names a pipe or socket
+            exc = NotRegularFileError(words, err or None, filename)
         else:
             exc = OSError(err, os.strerror(err), filename)
             exc.words = words  # type: ignore[attr-defined]

@@ -168,7 +168,10 @@ def test_one_table_gives_every_kind_its_class():
     assert (pipe.errno, pipe.filename, str(pipe)) == (None, "p.kpz", "p.kpz: not a regular file")
     spipe = _errors._error_for(_errors.KIND_UNREADABLE, "not a regular file", None, "p.kpz",
                                errno.ESPIPE)
-    assert spipe.errno == errno.ESPIPE and spipe.words == "not a regular file"
+    assert type(spipe) is kpz.NotRegularFileError
+    assert (spipe.errno, spipe.code, spipe.words) == (errno.ESPIPE, errno.ESPIPE,
+                                                      "not a regular file")
+    assert str(spipe) == "p.kpz: not a regular file"
     back = pickle.loads(pickle.dumps(pipe))
     assert type(back) is kpz.NotRegularFileError
     assert (back.words, back.code, back.filename, str(back)) == (pipe.words, None, "p.kpz",
