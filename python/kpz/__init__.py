@@ -35,8 +35,11 @@ Sources. Every function takes a :data:`Source`:
 
 Errors. A file that cannot be read raises the ``OSError`` subclass for its
 errno with ``filename``, as ``open()`` does, and ``.code`` (the errno) and
-``.words``; a file kpz cannot use raises a :class:`KpzError` subclass
-(:class:`NotKpzError`, :class:`NoPreviewError`, :class:`BadPreviewError`,
+``.words``, or :class:`NotRegularFileError` (an ``OSError``) for a named
+pipe, socket or device, which kpz does not read; a file kpz cannot use
+raises a :class:`KpzError` subclass (:class:`NotKpzError`,
+:class:`NoPreviewError` or :class:`NoThumbnailError`, both a
+:class:`NoPictureError`, :class:`BadPreviewError`,
 :class:`OrientationError`) with ``.code`` and ``.words``; a source of the
 wrong type raises ``TypeError``, a strided buffer ``BufferError``, a file
 object that answers what no file does (a size that is not an int, more
@@ -69,8 +72,11 @@ from . import _kpz
 from ._errors import (
     BadPreviewError,
     KpzError,
+    NoPictureError,
     NoPreviewError,
+    NoThumbnailError,
     NotKpzError,
+    NotRegularFileError,
     OrientationError,
     OrientationWriteError,
 )
@@ -90,8 +96,11 @@ __all__ = [
     "orientation_words",
     "KpzError",
     "NotKpzError",
+    "NoPictureError",
     "NoPreviewError",
+    "NoThumbnailError",
     "BadPreviewError",
+    "NotRegularFileError",
     "OrientationError",
     "OrientationWriteError",
     "HEAD_SIZE",
@@ -138,9 +147,10 @@ def preview(source: Source, *, upright: bool = False) -> bytes:
     whole JPEG blocks, else re-encoded at quality 95); a file whose
     orientation is normal or not recorded gives the stored bytes.
 
-    Raises NotKpzError (not a KPZ raw file), NoPreviewError (none stored),
-    BadPreviewError (it extends past the end of the file, lies beyond 2 GiB,
-    or cannot be turned), an OSError subclass (the file cannot be read),
+    Raises NotKpzError (not a KPZ raw file), NoPreviewError (none stored,
+    or an empty one), BadPreviewError (it extends past the end of the file,
+    lies beyond 2 GiB, or cannot be turned), an OSError subclass (the file
+    cannot be read; NotRegularFileError for a pipe, socket or device),
     TypeError (not a source).
     """
     return _kpz.screennail(source, upright=upright)
@@ -153,7 +163,8 @@ screennail = preview
 def thumbnail(source: Source, *, upright: bool = False) -> bytes:
     """The thumbnail JPEG (IFD1) of a KPZ raw file, as bytes: the same bytes
     as ``kpz thumbnail`` (``--upright`` with ``upright=True``). Raises as
-    :func:`screennail` does; a thumbnail longer than
+    :func:`screennail` does, but NoThumbnailError where the file holds no
+    thumbnail (or an empty one); a thumbnail longer than
     :data:`THUMBNAIL_MAX_SIZE` raises BadPreviewError before any of it is
     read."""
     return _kpz.thumbnail(source, upright=upright)

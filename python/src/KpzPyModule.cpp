@@ -72,73 +72,28 @@ using LibraryLines = KpzPyLibraryLines;
 
 // ---- errors -----------------------------------------------------------------
 
+// A failure that is no failure of the library's kinds (metadata, a new
+// orientation, a file object's odd answers): kpz._errors' class `cls`.
 [[noreturn]] void raiseKpz(const char* cls, const std::string& words, py::object code,
-                           py::object filename, const char* kind = nullptr) {
+                           py::object filename) {
   py::object type = py::module_::import("kpz._errors").attr(cls);
   py::object exc = type(words, code, filename);
-  if (kind != nullptr) {
-    exc.attr("kind") = kind;  // the library's failure kind (DtRawFailure::Name)
-  }
   PyErr_SetObject(type.ptr(), exc.ptr());
   throw py::error_already_set();
 }
 
-// The OSError subclass Python itself raises for `err` (FileNotFoundError
-// for ENOENT, ...), with errno, strerror and filename as open() gives them,
-// and the kit's words.
-[[noreturn]] void raiseOs(int err, const std::string& words, py::object filename) {
-  py::object strerror = py::module_::import("os").attr("strerror")(err);
-  py::object exc = py::module_::import("builtins").attr("OSError")(err, strerror, filename);
-  exc.attr("words") = words;
-  exc.attr("code") = err;  // as every KpzError has one: here the errno
-  exc.attr("kind") = DtRawFailure::Name(DtRawFailure::KindUnreadable);
-  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc.ptr())), exc.ptr());
-  throw py::error_already_set();
-}
-
-// A failed KpzSource::Open: the system's error, or the kit's refusal of a
-// device, pipe or socket (which has no errno of its own).
-//
-// The module's one table from the library's failure kinds (DtRawFailure) to
-// Python's classes. Each exception also carries the kind's name as `kind`
-// ("not_kpz", "damaged", "no_preview", "no_thumbnail", "unreadable").
-//   unreadable    the OSError subclass for its errno; without one (a
-//                 device, pipe or socket refused unread; memory) a KpzError
-//   not_kpz       NotKpzError, `code` the parse's result
-//   no_preview    NoPreviewError, `code` -100 (none recorded) or 0 (empty)
-//   no_thumbnail  NoThumbnailError where kpz._errors has it, else
-//                 NoPreviewError (as before it), `code` as for a preview
-//   damaged       a picture whose location cannot be read (it carries the
-//                 getter's result code): a plain KpzError; else
-//                 BadPreviewError, `code` None
+// A failure of the library's `kind` (DtRawFailure, numbered as Java's
+// KpzException.Kind), raised as kpz._errors._error_for makes it: the one
+// table from a kind to Python's class is there (_CLASS_OF_KIND), and every
+// exception carries the kind's name as `kind` ("not_kpz", "damaged",
+// "no_preview", "no_thumbnail", "unreadable"). `err` is the system's errno
+// or 0, `code` the library's result where one applies.
 [[noreturn]] void raiseFailure(DtRawFailure::Kind kind, int err, int code,
                                const std::string& words, py::object filename) {
-  const char* const name = DtRawFailure::Name(kind);
-  switch (kind) {
-    case DtRawFailure::KindUnreadable:
-      if (err != 0) {
-        raiseOs(err, words, std::move(filename));
-      }
-      break;
-    case DtRawFailure::KindNotKpz:
-      raiseKpz("NotKpzError", words, py::int_(code), std::move(filename), name);
-    case DtRawFailure::KindNoPreview:
-      raiseKpz("NoPreviewError", words, py::int_(code), std::move(filename), name);
-    case DtRawFailure::KindNoThumbnail:
-      raiseKpz(py::hasattr(py::module_::import("kpz._errors"), "NoThumbnailError")
-                   ? "NoThumbnailError"
-                   : "NoPreviewError",
-               words, py::int_(code), std::move(filename), name);
-    case DtRawFailure::KindDamaged:
-      if (code != 0) {
-        raiseKpz("KpzError", words, py::int_(code), std::move(filename), name);
-      }
-      raiseKpz("BadPreviewError", words, py::none(), std::move(filename), name);
-    case DtRawFailure::KindNone:
-    default:
-      break;
-  }
-  raiseKpz("KpzError", words, py::none(), std::move(filename), name);
+  py::object exc = py::module_::import("kpz._errors")
+                       .attr("_error_for")(static_cast<int>(kind), words, code, filename, err);
+  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc.ptr())), exc.ptr());
+  throw py::error_already_set();
 }
 
 // A failed KpzSource::Open: the system's error, or the kit's refusal of a

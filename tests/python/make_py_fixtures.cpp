@@ -221,6 +221,18 @@ int main(int argc, char** argv) {
     r.screennailLengthTag = 0;
     ok &= w.Add("empty_preview", kpztest::BuildKpz(r), "NoPreviewError", "ok", 1);
   }
+
+  // KPZ files without a usable thumbnail: told apart from a missing preview.
+  {
+    KpzSpec r;
+    r.editIfd1 = [](kpztest::Ifd& ifd) { ifd.Remove(kpztest::tag::kJpegOffset); };
+    ok &= w.Add("no_thumbnail", kpztest::BuildKpz(r), "ok", "NoThumbnailError", 1);
+  }
+  {
+    KpzSpec r;
+    r.thumbnailLengthTag = 0;
+    ok &= w.Add("empty_thumbnail", kpztest::BuildKpz(r), "ok", "NoThumbnailError", 1);
+  }
   {
     KpzSpec r;
     r.screennailLengthTag = 1000000;

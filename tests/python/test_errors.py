@@ -86,8 +86,10 @@ def test_an_unreadable_file_is_a_permission_error(fixtures):
 def test_a_named_pipe_is_refused_without_being_read(tmp_path):
     fifo = str(tmp_path / "pipe.kpz")
     os.mkfifo(fifo)
-    with pytest.raises(kpz.KpzError) as caught:
+    with pytest.raises(kpz.NotRegularFileError) as caught:
         kpz.screennail(fifo)
+    assert isinstance(caught.value, OSError) and not isinstance(caught.value, kpz.KpzError)
+    assert caught.value.filename == fifo
     assert caught.value.code is None
     assert caught.value.words == "not a regular file (a device, named pipe or socket), not read"
 
@@ -110,6 +112,71 @@ def test_codes_and_classes(fixtures):
             assert caught.value.code is None or caught.value.code < 0, name
         assert isinstance(caught.value, kpz.KpzError)
         assert caught.value.words
+
+
+def test_a_missing_thumbnail_is_no_thumbnail_and_a_missing_preview_no_preview(fixtures):
+    cases = {
+        ("no_thumbnail", kpz.thumbnail): (kpz.NoThumbnailError, -100,
+                                          "no thumbnail stored in this file"),
+        ("empty_thumbnail", kpz.thumbnail): (kpz.NoThumbnailError, 0,
+                                             "the thumbnail stored in this file is empty (0 bytes)"),
+        ("no_preview", kpz.preview): (kpz.NoPreviewError, -100, "no preview stored in this file"),
+    }
+    for (name, func), (cls, code, words) in cases.items():
+        path = fixtures["byname"][name]["path"]
+        for source in (path, open(path, "rb").read()):  # noqa: SIM115
+            with pytest.raises(kpz.NoPictureError) as caught:
+                func(source)
+            assert type(caught.value) is cls, name
+            assert isinstance(caught.value, kpz.KpzError)
+            assert (caught.value.code, caught.value.words) == (code, words), name
+            assert caught.value.kind == {kpz.NoThumbnailError: "no_thumbnail",
+                                         kpz.NoPreviewError: "no_preview"}[cls], name
+            back = pickle.loads(pickle.dumps(caught.value))
+            assert (type(back), back.kind, back.code) == (cls, caught.value.kind, code)
+    assert not issubclass(kpz.NoThumbnailError, kpz.NoPreviewError)
+    assert not issubclass(kpz.NoPreviewError, kpz.NoThumbnailError)
+
+
+def test_one_table_gives_every_kind_its_class():
+    from kpz import _errors
+    table = {
+        _errors.KIND_NOT_KPZ: kpz.NotKpzError,
+        _errors.KIND_DAMAGED: kpz.BadPreviewError,
+        _errors.KIND_NO_PREVIEW: kpz.NoPreviewError,
+        _errors.KIND_NO_THUMBNAIL: kpz.NoThumbnailError,
+    }
+    names = {kpz.NotKpzError: "not_kpz", kpz.BadPreviewError: "damaged",
+             kpz.NoPreviewError: "no_preview", kpz.NoThumbnailError: "no_thumbnail"}
+    for kind, cls in table.items():
+        made = _errors._error_for(kind, "words", -1, "f.kpz")
+        assert type(made) is cls
+        assert made.kind == names[cls]
+        assert (made.words, made.code, made.filename, str(made)) == ("words", -1, "f.kpz",
+                                                                      "f.kpz: words")
+    gone = _errors._error_for(_errors.KIND_UNREADABLE, "file not found", None, "f.kpz",
+                              errno.ENOENT)
+    assert type(gone) is FileNotFoundError
+    assert (gone.errno, gone.filename, gone.words, gone.code) == (errno.ENOENT, "f.kpz",
+                                                                  "file not found", errno.ENOENT)
+    pipe = _errors._error_for(_errors.KIND_UNREADABLE, "not a regular file", None, "p.kpz")
+    assert type(pipe) is kpz.NotRegularFileError and isinstance(pipe, OSError)
+    assert (pipe.kind, gone.kind) == ("unreadable", "unreadable")
+    # A damaged picture's result 0 is no result; an empty picture's 0 is.
+    assert _errors._error_for(_errors.KIND_DAMAGED, "w", 0).code is None
+    assert _errors._error_for(_errors.KIND_NO_THUMBNAIL, "w", 0).code == 0
+    assert (pipe.errno, pipe.filename, str(pipe)) == (None, "p.kpz", "p.kpz: not a regular file")
+    spipe = _errors._error_for(_errors.KIND_UNREADABLE, "not a regular file", None, "p.kpz",
+                               errno.ESPIPE)
+    assert type(spipe) is kpz.NotRegularFileError
+    assert (spipe.errno, spipe.code, spipe.words) == (errno.ESPIPE, errno.ESPIPE,
+                                                      "not a regular file")
+    assert str(spipe) == "p.kpz: not a regular file"
+    back = pickle.loads(pickle.dumps(pipe))
+    assert type(back) is kpz.NotRegularFileError
+    assert (back.words, back.code, back.filename, str(back)) == (pipe.words, None, "p.kpz",
+                                                                 str(pipe))
+    assert back.kind == "unreadable"
 
 
 def test_exceptions_pickle_whole(fixtures):

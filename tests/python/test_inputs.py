@@ -56,7 +56,7 @@ PROBE = """
     try:
         getattr(kpz._kpz, sys.argv[1])(sys.argv[2], *map(int, sys.argv[3:]))
         print("no error")
-    except kpz.KpzError as e:
+    except (kpz.KpzError, kpz.NotRegularFileError) as e:
         print(type(e).__name__, e.code, e.words, sep="|")
 """
 
@@ -65,11 +65,11 @@ PROBE = """
 def test_fifo_is_refused_in_words_without_waiting(fifo, call):
     r = _bounded(PROBE, call[0], str(fifo), *call[1:])
     assert r.returncode == 0, r.stderr
-    assert r.stdout.strip() == f"KpzError|None|{NOT_REGULAR}"
+    assert r.stdout.strip() == f"NotRegularFileError|None|{NOT_REGULAR}"
 
 
 def test_device_is_not_read(tmp_path):
-    with pytest.raises(kpz.KpzError) as e:
+    with pytest.raises(kpz.NotRegularFileError) as e:
         kpz.info("/dev/zero")
     assert e.value.words == NOT_REGULAR
     assert e.value.code is None
