@@ -34,6 +34,7 @@
 #include "kpz/serve/KpzServeHttp.h"
 #include "kpz/serve/KpzServeMetrics.h"
 #include "kpz/serve/KpzServePage.h"
+#include "kpz/serve/KpzServeTurnedCache.h"
 
 namespace {
 
@@ -149,7 +150,8 @@ const char kNotFound[] = "not found\n";
 }  // namespace
 
 struct KpzServe::Impl {
-  explicit Impl(Options o) : options(std::move(o)), cache(options.cacheEntries) {}
+  explicit Impl(Options o)
+      : options(std::move(o)), cache(options.cacheEntries), turnedCache(options.turnedCacheBytes) {}
 
   Options options;
   int rootFd = -1;
@@ -158,6 +160,7 @@ struct KpzServe::Impl {
   std::string urlHost;
   KpzServeMetrics metrics;
   LocatedCache cache;
+  KpzServeTurnedCache turnedCache;
   std::atomic<unsigned> inFlight{0};
   std::mutex connMutex;
   std::unordered_set<Conn*> conns;
@@ -352,8 +355,17 @@ struct KpzServe::Impl {
     }
     if (path == "/metrics") {
       r->route = Route::Metrics;
-      return text(c, r, MHD_HTTP_OK, metrics.Text(inFlight.load(), cache.Size()),
-                  "text/plain; version=0.0.4; charset=utf-8");
+      KpzServeMetrics::Gauges g;
+      g.inFlight = inFlight.load();
+      g.cacheEntries = cache.Size();
+      const KpzServeTurnedCache::Figures t = turnedCache.Snapshot();
+      g.turnedEntries = t.entries;
+      g.turnedBytes = t.bytes;
+      g.turnedCapacity = t.capacity;
+      g.turnedHits = t.hits;
+      g.turnedMisses = t.misses;
+      g.turnedEvictions = t.evictions;
+      return text(c, r, MHD_HTTP_OK, metrics.Text(g), "text/plain; version=0.0.4; charset=utf-8");
     }
     if (path == "/healthz") {
       r->route = Route::Health;
@@ -689,35 +701,47 @@ struct KpzServe::Impl {
   MHD_Result turned(MHD_Connection* c, Req* r, KpzSource& source,
                     const KpzExtraction::Outcome& located, KpzExtraction::Kind kind,
                     const std::string& etag, const Identity& id) {
-    std::vector<UINT8> stored;
-    try {
-      stored.resize(located.range.length);  // inside the file: Locate checked it
-    } catch (const std::bad_alloc&) {
-      return busy(c, r, false);
+    KpzServeTurnedCache::File file;
+    file.dev = id.dev;
+    file.ino = id.ino;
+    file.size = id.size;
+    file.mtimeSec = id.mtimeSec;
+    file.mtimeNsec = id.mtimeNsec;
+    const char variant = kind == KpzExtraction::Kind::Preview ? 'P' : 'T';
+    KpzServeTurnedCache::Bytes bytes = turnedCache.Get(file, variant);
+    if (!bytes) {
+      std::vector<UINT8> stored;
+      try {
+        stored.resize(located.range.length);  // inside the file: Locate checked it
+      } catch (const std::bad_alloc&) {
+        return busy(c, r, false);
+      }
+      std::string why;
+      if (!source.ReadAt(located.range.offset, located.range.length, stored.data(),
+                         KpzPictureReader::Name(kind), &why)) {
+        KpzExtraction::Outcome o;
+        o.failure = source.Errno() != 0 ? KpzExtraction::Failure::Unreadable
+                                        : KpzExtraction::Failure::BadPicture;
+        o.words = why;
+        return unprocessable(c, r, o);
+      }
+      KpzExtraction::Options want;
+      want.kind = kind;
+      want.upright = true;
+      KpzExtraction::Outcome o = located;
+      KpzExtraction::Turn(stored.data(), stored.size(), want, &o);
+      if (!o.ok()) return unprocessable(c, r, o);
+      bytes = std::make_shared<const std::vector<UINT8>>(std::move(o.bytes));
+      // Kept under the identity read when the file was opened: a file
+      // changed since is another identity and misses.
+      turnedCache.Put(file, variant, bytes);
     }
-    std::string why;
-    if (!source.ReadAt(located.range.offset, located.range.length, stored.data(),
-                       KpzPictureReader::Name(kind), &why)) {
-      KpzExtraction::Outcome o;
-      o.failure = source.Errno() != 0 ? KpzExtraction::Failure::Unreadable
-                                      : KpzExtraction::Failure::BadPicture;
-      o.words = why;
-      return unprocessable(c, r, o);
-    }
-    KpzExtraction::Options want;
-    want.kind = kind;
-    want.upright = true;
-    KpzExtraction::Outcome o = located;
-    KpzExtraction::Turn(stored.data(), stored.size(), want, &o);
-    if (!o.ok()) return unprocessable(c, r, o);
-    auto* bytes = new std::vector<UINT8>(std::move(o.bytes));
     const std::uint64_t size = bytes->size();
     std::uint64_t first = 0;
     std::uint64_t length = size;
     unsigned status = MHD_HTTP_OK;
     KpzServeHttp::Range range;
     if (!rangeOf(c, etag, size, &range)) {
-      delete bytes;
       return unsatisfiable(c, r, size);
     }
     if (range.kind == KpzServeHttp::Range::Kind::Satisfiable) {
@@ -725,11 +749,14 @@ struct KpzServe::Impl {
       length = range.length;
       status = MHD_HTTP_PARTIAL_CONTENT;
     }
+    // The response holds its own reference: the bytes outlive their entry
+    // in the cache until they are sent.
+    auto* held = new KpzServeTurnedCache::Bytes(bytes);
     MHD_Response* response = MHD_create_response_from_buffer_with_free_callback_cls(
-        static_cast<size_t>(length), bytes->data() + first,
-        [](void* cls) { delete static_cast<std::vector<UINT8>*>(cls); }, bytes);
+        static_cast<size_t>(length), const_cast<UINT8*>(bytes->data()) + first,
+        [](void* cls) { delete static_cast<KpzServeTurnedCache::Bytes*>(cls); }, held);
     if (response == nullptr) {
-      delete bytes;
+      delete held;
       return MHD_NO;
     }
     pictureHeaders(response, etag, id, status, first, length, size);
