@@ -158,6 +158,12 @@ def test_ranges_answer_206_and_416(server, tree):
     assert status == 206 and body == whole[-10:]
     status, headers, body = get(server, path, {"Range": "bytes=3000000-"})
     assert status == 416 and headers["content-range"] == "bytes */3000000"
+    # Up to 64 KiB is read and sent with the head; more is sent from the
+    # file's descriptor: the same bytes either side of the line.
+    for first, last in ((0, 65535), (0, 65536), (7, 65542), (2934463, 2999999)):
+        status, headers, body = get(server, path, {"Range": "bytes=%d-%d" % (first, last)})
+        assert status == 206 and body == whole[first:last + 1], (first, last)
+        assert headers["content-length"] == str(last - first + 1)
     # Several ranges, or a stale If-Range: the whole picture.
     assert get(server, path, {"Range": "bytes=0-1,5-6"})[0] == 200
     assert get(server, path, {"Range": "bytes=0-1", "If-Range": '"old"'})[0] == 200
