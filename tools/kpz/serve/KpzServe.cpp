@@ -31,6 +31,7 @@
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzMetadataReader.h"
+#include "kpz/KpzReadHint.h"
 #include "kpz/KpzSource.h"
 #include "kpz/serve/KpzServeHttp.h"
 #include "kpz/serve/KpzServeMetrics.h"
@@ -656,8 +657,12 @@ struct KpzServe::Impl {
       return inline_(c, r, source, o, kind, status, first, length, etag, id);
     }
     // Sent from the raw file's own descriptor (sendfile), which the
-    // response owns and closes.
+    // response owns and closes. libmicrohttpd sends it 128 KiB at a time:
+    // on a cold page cache the whole range is asked for at once first, not
+    // read 128 KiB by 128 KiB as each send needs it (the head's read turned
+    // readahead off for this descriptor).
     const int sendFd = source.Release();
+    KpzReadHint::WillNeed(sendFd, o.range.offset + first, length);
     MHD_Response* response = MHD_create_response_from_fd_at_offset64(
         length, sendFd, o.range.offset + first);
     if (response == nullptr) {
