@@ -5,8 +5,10 @@
 
 #if defined(KPZ_TEST_HAVE_SERVE)
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "kpz/serve/KpzServeTurnedCache.h"
@@ -119,6 +121,30 @@ TEST(KpzServeTurnedCache, BytesHandedOutOutliveTheirEntry) {
   EXPECT_FALSE(cache.Get(fileOf(1), 'T'));
   ASSERT_TRUE(held);
   EXPECT_EQ(*held, std::vector<std::uint8_t>(100, 0x5A));
+}
+
+TEST(KpzServeTurnedCache, ManyThreadsAtOnceKeepTheBoundAndTheBytes) {
+  const std::size_t bound = roomFor(8, 64);
+  Cache cache(bound);
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong{0};
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&cache, &wrong, t] {
+      for (int i = 0; i < 2000; ++i) {  // a fixed count: no clock
+        const std::uint64_t ino = static_cast<std::uint64_t>((i * 7 + t) % 16);
+        const std::uint8_t fill = static_cast<std::uint8_t>(ino);
+        const Cache::Bytes got = cache.Get(fileOf(ino), 'T');
+        if (got && (got->size() != 64 || (*got)[63] != fill)) ++wrong;
+        if (!got) cache.Put(fileOf(ino), 'T', bytesOf(64, fill));
+      }
+    });
+  }
+  for (std::thread& th : threads) th.join();
+  EXPECT_EQ(wrong.load(), 0);
+  const Cache::Figures f = cache.Snapshot();
+  EXPECT_LE(f.bytes, bound);
+  EXPECT_LE(f.entries, 8u);
+  EXPECT_EQ(f.hits + f.misses, 4u * 2000u);
 }
 
 #else
