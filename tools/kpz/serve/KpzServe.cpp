@@ -654,7 +654,7 @@ struct KpzServe::Impl {
       status = MHD_HTTP_PARTIAL_CONTENT;
     }
     if (length <= kInlineBytes) {
-      return inline_(c, r, source, o, kind, status, first, length, etag, id);
+      return withHead(c, r, source, o, kind, status, first, length, etag, id);
     }
     // Sent from the raw file's own descriptor (sendfile), which the
     // response owns and closes. libmicrohttpd sends it 128 KiB at a time:
@@ -681,10 +681,12 @@ struct KpzServe::Impl {
   // from the page cache); a preview is still sent from the descriptor.
   static constexpr std::uint64_t kInlineBytes = 64 * 1024;
 
-  MHD_Result inline_(MHD_Connection* c, Req* r, KpzSource& source,
-                     const KpzExtraction::Outcome& located, KpzExtraction::Kind kind,
-                     unsigned status, std::uint64_t first, std::uint64_t length,
-                     const std::string& etag, const Identity& id) {
+  // Reads `length` bytes of the picture from `first` on and answers with
+  // them (a 422 in the kit's words when the file no longer holds them).
+  MHD_Result withHead(MHD_Connection* c, Req* r, KpzSource& source,
+                      const KpzExtraction::Outcome& located, KpzExtraction::Kind kind,
+                      unsigned status, std::uint64_t first, std::uint64_t length,
+                      const std::string& etag, const Identity& id) {
     auto* bytes = new (std::nothrow) std::vector<UINT8>();
     if (bytes == nullptr) return busy(c, r, false);
     try {
