@@ -82,7 +82,11 @@ class Nginx:
         (self.prefix / "logs").mkdir(parents=True)
         self.port = free_port()
         conf = self.prefix / "nginx.conf"
+        # As root, nginx's workers would run as nobody and could not read a
+        # work folder made by mktemp (0700): they run as the user we are.
+        user = "user root;" if os.geteuid() == 0 else ""
         conf.write_text(f"""
+{user}
 worker_processes {workers};
 pid {self.prefix}/nginx.pid;
 error_log {self.prefix}/logs/error.log warn;
@@ -255,6 +259,10 @@ def plot(out, rows):
 def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     ap.add_argument("--kpz")
+    ap.add_argument("--kpz-before", metavar="KPZ",
+                    help="also an earlier kpz (a build of another revision), in the same "
+                         "rounds and order: the table gains its figures and the ratio of "
+                         "kpz serve to it")
     ap.add_argument("--corpus", help="a folder of .kpz files")
     ap.add_argument("--work", default="/tmp/kpz-bench-serve")
     ap.add_argument("--out", required=True)
@@ -297,7 +305,7 @@ def main():
         kp.write_text("".join(route + n + "\n" for n in names))
         ng = work / ("nginx-%s.txt" % kind)
         ng.write_text("".join("/%s/%s%s\n" % (sub, n[:-4], suffix) for n in names))
-        lists[kind] = {"kpz serve": kp, "nginx": ng}
+        lists[kind] = {"kpz serve": kp, "nginx": ng, "kpz before": kp}
     # The same bytes from both.
     for kind in lists:
         import urllib.request
@@ -319,11 +327,17 @@ def main():
     for r in range(args.rounds):
         for kind in ("preview", "thumbnail"):
             for phase in ("warm", "cold"):
-                order = ("kpz serve", "nginx") if (r + (kind == "thumbnail")) % 2 == 0 else ("nginx", "kpz serve")
+                order = ["kpz serve", "nginx"]
+                if args.kpz_before:
+                    order.append("kpz before")
+                if (r + (kind == "thumbnail")) % 2:
+                    order.reverse()
                 for who in order:
                     if phase == "cold":
                         dropped = drop_caches()
                     server = (Kpz(args.kpz, corpus, args.server_threads) if who == "kpz serve"
+                              else Kpz(args.kpz_before, corpus, args.server_threads)
+                              if who == "kpz before"
                               else Nginx(work / "nginx", docroot, args.server_threads))
                     try:
                         if phase == "warm":
@@ -345,7 +359,7 @@ def main():
     for kind in ("preview", "thumbnail"):
         for phase in ("warm", "cold"):
             sel = {w: [x for x in runs if x["kind"] == kind and x["phase"] == phase and x["server"] == w]
-                   for w in ("kpz serve", "nginx")}
+                   for w in ("kpz serve", "nginx", "kpz before")}
             pairs = list(zip(sel["kpz serve"], sel["nginx"]))
             rows.append({
                 "kind": kind, "phase": phase,
@@ -357,6 +371,17 @@ def main():
                 "p99_ratio": geomean([(a["p99_ms"] or 0) / b["p99_ms"] for a, b in pairs if b["p99_ms"]]),
                 "errors": sum(x["non2xx"] for x in sel["kpz serve"] + sel["nginx"]),
             })
+            if sel["kpz before"]:
+                before = list(zip(sel["kpz serve"], sel["kpz before"]))
+                rows[-1].update({
+                    "before_rps": statistics.median(x["rps"] for x in sel["kpz before"]),
+                    "before_p99": statistics.median(x["p99_ms"] or 0 for x in sel["kpz before"]),
+                    "before_rps_ratio": geomean([b["rps"] / n["rps"] for b, n in zip(
+                        sel["kpz before"], sel["nginx"]) if n["rps"]]),
+                    "before_p99_ratio": geomean([(b["p99_ms"] or 0) / n["p99_ms"] for b, n in zip(
+                        sel["kpz before"], sel["nginx"]) if n["p99_ms"]]),
+                    "after_before_rps": geomean([a["rps"] / b["rps"] for a, b in before if b["rps"]]),
+                })
     lines = ["| picture | cache | kpz serve req/s | nginx req/s | ratio (goal >= 0.9) | "
              "kpz serve p99 | nginx p99 | p99 ratio (goal <= 1.5) |",
              "|---|---|---:|---:|---:|---:|---:|---:|"]
@@ -364,6 +389,14 @@ def main():
         lines.append("| %s | %s | %.0f | %.0f | %.2f | %.2f ms | %.2f ms | %.2f |" % (
             x["kind"], x["phase"], x["kpz_rps"], x["nginx_rps"], x["rps_ratio"],
             x["kpz_p99"], x["nginx_p99"], x["p99_ratio"]))
+    if args.kpz_before:
+        lines += ["", "The earlier kpz (%s), in the same rounds:" % args.kpz_before, "",
+                  "| picture | cache | earlier req/s | ratio to nginx | earlier p99 | p99 ratio to "
+                  "nginx | kpz serve req/s / earlier's |", "|---|---|---:|---:|---:|---:|---:|"]
+        for x in rows:
+            lines.append("| %s | %s | %.0f | %.2f | %.2f ms | %.2f | %.2f |" % (
+                x["kind"], x["phase"], x["before_rps"], x["before_rps_ratio"], x["before_p99"],
+                x["before_p99_ratio"], x["after_before_rps"]))
     loads = [x["load1"] for x in runs]
     lines.append("")
     lines.append("%d files, %d rounds, wrk -c %d -t %d, %d s warm runs (after 2 s unmeasured), "

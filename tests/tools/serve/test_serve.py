@@ -10,6 +10,7 @@ import os
 import shutil
 import socket
 import stat
+import struct
 import sys
 import time
 import urllib.parse
@@ -157,6 +158,12 @@ def test_ranges_answer_206_and_416(server, tree):
     assert status == 206 and body == whole[-10:]
     status, headers, body = get(server, path, {"Range": "bytes=3000000-"})
     assert status == 416 and headers["content-range"] == "bytes */3000000"
+    # Up to 64 KiB is read and sent with the head; more is sent from the
+    # file's descriptor: the same bytes either side of the line.
+    for first, last in ((0, 65535), (0, 65536), (7, 65542), (2934463, 2999999)):
+        status, headers, body = get(server, path, {"Range": "bytes=%d-%d" % (first, last)})
+        assert status == 206 and body == whole[first:last + 1], (first, last)
+        assert headers["content-length"] == str(last - first + 1)
     # Several ranges, or a stale If-Range: the whole picture.
     assert get(server, path, {"Range": "bytes=0-1,5-6"})[0] == 200
     assert get(server, path, {"Range": "bytes=0-1", "If-Range": '"old"'})[0] == 200
@@ -469,6 +476,112 @@ def test_a_file_changed_is_served_anew(tree, tmp_path):
         assert second[0] == 200 and second[1]["etag"] != first[1]["etag"]
         assert second[2] == tool("preview", "x.kpz", "-o", "-", cwd=root)[1]
         assert get(s, "/preview/x.kpz", {"If-None-Match": first[1]["etag"]})[0] == 200
+
+
+def metric(server, name):
+    """The value of the line of /metrics that starts with `name `."""
+    text = get(server, "/metrics")[2].decode()
+    lines = [l for l in text.splitlines() if l.startswith(name + " ")]
+    assert len(lines) == 1, name
+    return float(lines[0].rsplit(" ", 1)[1])
+
+
+def test_a_turned_picture_is_kept_and_answered_again_from_the_cache(tree):
+    name = q(tree["good"][1])  # orientation 6: turned
+    with Server(tree["root"]) as s:
+        first = get(s, "/thumbnail/%s?upright=1" % name)
+        assert first[0] == 200
+        assert metric(s, "kpz_serve_turned_cache_entries") == 1
+        second = get(s, "/thumbnail/%s?upright=1" % name)
+        assert second[2] == first[2] and second[1]["etag"] == first[1]["etag"]
+        assert metric(s, "kpz_serve_turned_cache_hits_total") == 1
+        # A range of a kept picture is a range of the same bytes.
+        part = get(s, "/thumbnail/%s?upright=1" % name, {"Range": "bytes=5-14"})
+        assert part[0] == 206 and part[2] == first[2][5:15]
+        # The plain picture is not the turned one and does not touch the cache.
+        assert get(s, "/thumbnail/%s" % name)[2] != first[2]
+        assert metric(s, "kpz_serve_turned_cache_hits_total") == 2
+
+
+def orientation_changed(data, old, new):
+    """`data` with every orientation entry (tag 0x0112, SHORT, count 1) of
+    value `old` set to `new`, in either byte order: the same size."""
+    out = data
+    for order in ("<", ">"):
+        pattern = struct.pack(order + "HHIH", 0x0112, 3, 1, old)
+        out = out.replace(pattern, struct.pack(order + "HHIH", 0x0112, 3, 1, new))
+    assert out != data and len(out) == len(data)
+    return out
+
+
+def test_a_changed_file_is_never_answered_from_the_turned_cache(tree, tmp_path):
+    root = str(tmp_path / "root")
+    os.mkdir(root)
+    target = os.path.join(root, "x.kpz")
+    shot02 = open(os.path.join(tree["root"], "shot02.kpz"), "rb").read()  # orientation 6
+    shot04 = open(os.path.join(tree["root"], "shot04.kpz"), "rb").read()  # orientation 8
+
+    def replace(data):  # another file under the name (a new inode)
+        with open(target + ".new", "wb") as f:
+            f.write(data)
+        os.rename(target + ".new", target)
+
+    def rewrite(data):  # the same file written again; its time moved on for sure
+        before = os.stat(target)
+        with open(target, "r+b") as f:
+            f.truncate(0)
+            f.write(data)
+        os.utime(target, ns=(before.st_atime_ns, before.st_mtime_ns + 1000))
+        assert os.stat(target).st_ino == before.st_ino
+
+    with Server(root) as s:
+        # Each step changes the file, then asks twice (the second from the
+        # cache): the answer is always the tool's for the file as it is now.
+        steps = (lambda: replace(shot02), lambda: replace(shot04),
+                 lambda: rewrite(shot02),  # another size
+                 lambda: rewrite(orientation_changed(shot02, 6, 8)))  # the same size
+        for i, step in enumerate(steps):
+            step()
+            for route in ("thumbnail", "preview"):
+                want = tool(route, "--upright", "x.kpz", "-o", "-", cwd=root)[1]
+                for _ in range(2):
+                    status, _, body = get(s, "/%s/x.kpz?upright=1" % route)
+                    assert status == 200 and body == want, (i, route)
+        assert metric(s, "kpz_serve_turned_cache_hits_total") == 8
+        # The first file's two pictures are kept until pushed out (its inode
+        # is gone, no request reaches them); the versions rewritten in place
+        # were dropped, not kept beside the last.
+        assert metric(s, "kpz_serve_turned_cache_entries") == 4
+
+
+def test_the_turned_cache_keeps_its_bound(tree):
+    names = [n for n in tree["good"] if n.startswith("shot")]
+    sizes = {}
+    with Server(tree["root"], "--turned-cache", "0") as s:
+        for n in names:
+            status, _, body = get(s, "/preview/%s?upright=1" % q(n))
+            assert status == 200
+            sizes[n] = len(body)
+        assert metric(s, "kpz_serve_turned_cache_entries") == 0
+        assert metric(s, "kpz_serve_turned_cache_hits_total") == 0
+    turned = [n for n in names if tool("preview", "--upright", n, "-o", "-", cwd=tree["root"])[1]
+              != tool("preview", n, "-o", "-", cwd=tree["root"])[1]]
+    assert len(turned) >= 3
+    # Room for the two largest turned previews and their bookkeeping, not three.
+    largest = sorted((sizes[n] for n in turned), reverse=True)
+    bound = largest[0] + largest[1] + 2 * 256
+    assert bound < sum(largest[:3]) + 3 * 256
+    with Server(tree["root"], "--turned-cache", str(bound)) as s:
+        assert metric(s, "kpz_serve_turned_cache_capacity_bytes") == bound
+        for _ in range(3):
+            for n in turned:
+                status, _, body = get(s, "/preview/%s?upright=1" % q(n))
+                assert status == 200 and len(body) == sizes[n]
+                assert metric(s, "kpz_serve_turned_cache_bytes") <= bound
+                assert metric(s, "kpz_serve_turned_cache_entries") <= 2
+        assert metric(s, "kpz_serve_turned_cache_evictions_total") > 0
+    with Server(tree["root"], "--turned-cache", "1MiB") as s:
+        assert metric(s, "kpz_serve_turned_cache_capacity_bytes") == 1 << 20
 
 
 def test_many_connections_at_once(server, tree):

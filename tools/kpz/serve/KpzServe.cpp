@@ -19,6 +19,7 @@
 #include <cstring>
 #include <list>
 #include <mutex>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <queue>
 #include <thread>
@@ -30,10 +31,12 @@
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzMetadataReader.h"
+#include "kpz/KpzReadHint.h"
 #include "kpz/KpzSource.h"
 #include "kpz/serve/KpzServeHttp.h"
 #include "kpz/serve/KpzServeMetrics.h"
 #include "kpz/serve/KpzServePage.h"
+#include "kpz/serve/KpzServeTurnedCache.h"
 
 namespace {
 
@@ -149,7 +152,8 @@ const char kNotFound[] = "not found\n";
 }  // namespace
 
 struct KpzServe::Impl {
-  explicit Impl(Options o) : options(std::move(o)), cache(options.cacheEntries) {}
+  explicit Impl(Options o)
+      : options(std::move(o)), cache(options.cacheEntries), turnedCache(options.turnedCacheBytes) {}
 
   Options options;
   int rootFd = -1;
@@ -158,6 +162,7 @@ struct KpzServe::Impl {
   std::string urlHost;
   KpzServeMetrics metrics;
   LocatedCache cache;
+  KpzServeTurnedCache turnedCache;
   std::atomic<unsigned> inFlight{0};
   std::mutex connMutex;
   std::unordered_set<Conn*> conns;
@@ -352,8 +357,17 @@ struct KpzServe::Impl {
     }
     if (path == "/metrics") {
       r->route = Route::Metrics;
-      return text(c, r, MHD_HTTP_OK, metrics.Text(inFlight.load(), cache.Size()),
-                  "text/plain; version=0.0.4; charset=utf-8");
+      KpzServeMetrics::Gauges g;
+      g.inFlight = inFlight.load();
+      g.cacheEntries = cache.Size();
+      const KpzServeTurnedCache::Figures t = turnedCache.Snapshot();
+      g.turnedEntries = t.entries;
+      g.turnedBytes = t.bytes;
+      g.turnedCapacity = t.capacity;
+      g.turnedHits = t.hits;
+      g.turnedMisses = t.misses;
+      g.turnedEvictions = t.evictions;
+      return text(c, r, MHD_HTTP_OK, metrics.Text(g), "text/plain; version=0.0.4; charset=utf-8");
     }
     if (path == "/healthz") {
       r->route = Route::Health;
@@ -639,9 +653,16 @@ struct KpzServe::Impl {
       length = range.length;
       status = MHD_HTTP_PARTIAL_CONTENT;
     }
+    if (length <= kInlineBytes) {
+      return withHead(c, r, source, o, kind, status, first, length, etag, id);
+    }
     // Sent from the raw file's own descriptor (sendfile), which the
-    // response owns and closes.
+    // response owns and closes. libmicrohttpd sends it 128 KiB at a time:
+    // on a cold page cache the whole range is asked for at once first, not
+    // read 128 KiB by 128 KiB as each send needs it (the head's read turned
+    // readahead off for this descriptor).
     const int sendFd = source.Release();
+    KpzReadHint::WillNeed(sendFd, o.range.offset + first, length);
     MHD_Response* response = MHD_create_response_from_fd_at_offset64(
         length, sendFd, o.range.offset + first);
     if (response == nullptr) {
@@ -649,6 +670,49 @@ struct KpzServe::Impl {
       return MHD_NO;
     }
     pictureHeaders(response, etag, id, status, first, length, o.range.length);
+    return queue(c, r, status, response, length);
+  }
+
+  // A picture (or range) this small is read and sent with its head in one
+  // write. libmicrohttpd sends the head of a response from a descriptor on
+  // its own, with TCP_NODELAY set, before the first sendfile: two segments,
+  // and two wake-ups of the client, where one does. For a thumbnail that
+  // second segment costs more than reading its bytes (a copy of a few KiB
+  // from the page cache); a preview is still sent from the descriptor.
+  static constexpr std::uint64_t kInlineBytes = 64 * 1024;
+
+  // Reads `length` bytes of the picture from `first` on and answers with
+  // them (a 422 in the kit's words when the file no longer holds them).
+  MHD_Result withHead(MHD_Connection* c, Req* r, KpzSource& source,
+                      const KpzExtraction::Outcome& located, KpzExtraction::Kind kind,
+                      unsigned status, std::uint64_t first, std::uint64_t length,
+                      const std::string& etag, const Identity& id) {
+    auto* bytes = new (std::nothrow) std::vector<UINT8>();
+    if (bytes == nullptr) return busy(c, r, false);
+    try {
+      bytes->resize(static_cast<std::size_t>(length));
+    } catch (const std::bad_alloc&) {
+      delete bytes;
+      return busy(c, r, false);
+    }
+    std::string why;
+    if (length != 0 && !source.ReadAt(located.range.offset + first, static_cast<std::size_t>(length),
+                                      bytes->data(), KpzPictureReader::Name(kind), &why)) {
+      delete bytes;
+      KpzExtraction::Outcome o;
+      o.failure = source.Errno() != 0 ? KpzExtraction::Failure::Unreadable
+                                      : KpzExtraction::Failure::BadPicture;
+      o.words = why;
+      return unprocessable(c, r, o);
+    }
+    MHD_Response* response = MHD_create_response_from_buffer_with_free_callback_cls(
+        static_cast<size_t>(length), bytes->data(),
+        [](void* cls) { delete static_cast<std::vector<UINT8>*>(cls); }, bytes);
+    if (response == nullptr) {
+      delete bytes;
+      return MHD_NO;
+    }
+    pictureHeaders(response, etag, id, status, first, length, located.range.length);
     return queue(c, r, status, response, length);
   }
 
@@ -689,35 +753,47 @@ struct KpzServe::Impl {
   MHD_Result turned(MHD_Connection* c, Req* r, KpzSource& source,
                     const KpzExtraction::Outcome& located, KpzExtraction::Kind kind,
                     const std::string& etag, const Identity& id) {
-    std::vector<UINT8> stored;
-    try {
-      stored.resize(located.range.length);  // inside the file: Locate checked it
-    } catch (const std::bad_alloc&) {
-      return busy(c, r, false);
+    KpzServeTurnedCache::File file;
+    file.dev = id.dev;
+    file.ino = id.ino;
+    file.size = id.size;
+    file.mtimeSec = id.mtimeSec;
+    file.mtimeNsec = id.mtimeNsec;
+    const char variant = kind == KpzExtraction::Kind::Preview ? 'P' : 'T';
+    KpzServeTurnedCache::Bytes bytes = turnedCache.Get(file, variant);
+    if (!bytes) {
+      std::vector<UINT8> stored;
+      try {
+        stored.resize(located.range.length);  // inside the file: Locate checked it
+      } catch (const std::bad_alloc&) {
+        return busy(c, r, false);
+      }
+      std::string why;
+      if (!source.ReadAt(located.range.offset, located.range.length, stored.data(),
+                         KpzPictureReader::Name(kind), &why)) {
+        KpzExtraction::Outcome o;
+        o.failure = source.Errno() != 0 ? KpzExtraction::Failure::Unreadable
+                                        : KpzExtraction::Failure::BadPicture;
+        o.words = why;
+        return unprocessable(c, r, o);
+      }
+      KpzExtraction::Options want;
+      want.kind = kind;
+      want.upright = true;
+      KpzExtraction::Outcome o = located;
+      KpzExtraction::Turn(stored.data(), stored.size(), want, &o);
+      if (!o.ok()) return unprocessable(c, r, o);
+      bytes = std::make_shared<const std::vector<UINT8>>(std::move(o.bytes));
+      // Kept under the identity read when the file was opened: a file
+      // changed since is another identity and misses.
+      turnedCache.Put(file, variant, bytes);
     }
-    std::string why;
-    if (!source.ReadAt(located.range.offset, located.range.length, stored.data(),
-                       KpzPictureReader::Name(kind), &why)) {
-      KpzExtraction::Outcome o;
-      o.failure = source.Errno() != 0 ? KpzExtraction::Failure::Unreadable
-                                      : KpzExtraction::Failure::BadPicture;
-      o.words = why;
-      return unprocessable(c, r, o);
-    }
-    KpzExtraction::Options want;
-    want.kind = kind;
-    want.upright = true;
-    KpzExtraction::Outcome o = located;
-    KpzExtraction::Turn(stored.data(), stored.size(), want, &o);
-    if (!o.ok()) return unprocessable(c, r, o);
-    auto* bytes = new std::vector<UINT8>(std::move(o.bytes));
     const std::uint64_t size = bytes->size();
     std::uint64_t first = 0;
     std::uint64_t length = size;
     unsigned status = MHD_HTTP_OK;
     KpzServeHttp::Range range;
     if (!rangeOf(c, etag, size, &range)) {
-      delete bytes;
       return unsatisfiable(c, r, size);
     }
     if (range.kind == KpzServeHttp::Range::Kind::Satisfiable) {
@@ -725,11 +801,14 @@ struct KpzServe::Impl {
       length = range.length;
       status = MHD_HTTP_PARTIAL_CONTENT;
     }
+    // The response holds its own reference: the bytes outlive their entry
+    // in the cache until they are sent.
+    auto* held = new KpzServeTurnedCache::Bytes(bytes);
     MHD_Response* response = MHD_create_response_from_buffer_with_free_callback_cls(
-        static_cast<size_t>(length), bytes->data() + first,
-        [](void* cls) { delete static_cast<std::vector<UINT8>*>(cls); }, bytes);
+        static_cast<size_t>(length), const_cast<UINT8*>(bytes->data()) + first,
+        [](void* cls) { delete static_cast<KpzServeTurnedCache::Bytes*>(cls); }, held);
     if (response == nullptr) {
-      delete bytes;
+      delete held;
       return MHD_NO;
     }
     pictureHeaders(response, etag, id, status, first, length, size);

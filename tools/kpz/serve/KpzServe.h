@@ -25,6 +25,7 @@
 #ifndef KPZ_TOOLS_KPZ_SERVE_KPZSERVE_H
 #define KPZ_TOOLS_KPZ_SERVE_KPZSERVE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -47,6 +48,7 @@ class KpzServe {
     unsigned maxUrlBytes = 4096;        // longer: 414
     unsigned maxHeaderBytes = 8192;     // all header lines together; more: 431
     unsigned cacheEntries = 8192;       // located pictures kept (by file identity)
+    std::size_t turnedCacheBytes = 64u << 20;  // turned pictures kept (?upright=1); 0: none
     unsigned retryAfterSeconds = 1;     // told with a 503
     unsigned drainSeconds = 5;          // Stop waits this long for answers under way
     unsigned listLimit = 1000;          // most entries one /list page gives

@@ -109,6 +109,11 @@ KpzServeCommand::KpzServeCommand(CLI::App& app) {
                     "files whose pictures' places are kept, by device, inode, size and "
                     "modification time (default 8192, ~1 KB each)")
       ->check(CLI::Range(1u, 10000000u));
+  m_sub->add_option("--turned-cache", o.turnedCacheBytes,
+                    "bytes of pictures turned upright (?upright=1) kept for the next request, "
+                    "the least recently used dropped first; a suffix KiB, MiB, GiB (or KB, MB, "
+                    "GB: also 1024-based) may follow; 0: none (default 64MiB)")
+      ->transform(CLI::AsSizeValue(false));
   m_sub->add_option("--list-limit", o.listLimit,
                     "most entries in one page of /list (default 1000)")
       ->check(CLI::Range(1u, 100000u));

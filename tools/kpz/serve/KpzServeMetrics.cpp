@@ -63,7 +63,7 @@ void KpzServeMetrics::Request(Route route, unsigned status, std::uint64_t bytes,
                                    std::memory_order_relaxed);
 }
 
-std::string KpzServeMetrics::Text(unsigned inFlight, std::size_t cacheEntries) const {
+std::string KpzServeMetrics::Text(const Gauges& gauges) const {
   std::string out;
   out += "# HELP kpz_serve_requests_total Requests answered, by route and status.\n"
          "# TYPE kpz_serve_requests_total counter\n";
@@ -125,11 +125,43 @@ std::string KpzServeMetrics::Text(unsigned inFlight, std::size_t cacheEntries) c
          "# HELP kpz_serve_requests_in_progress Requests being answered.\n"
          "# TYPE kpz_serve_requests_in_progress gauge\n"
          "kpz_serve_requests_in_progress %u\n",
-         inFlight);
+         gauges.inFlight);
   append(&out,
          "# HELP kpz_serve_located_cache_entries Files whose pictures' places are kept.\n"
          "# TYPE kpz_serve_located_cache_entries gauge\n"
          "kpz_serve_located_cache_entries %zu\n",
-         cacheEntries);
+         gauges.cacheEntries);
+  append(&out,
+         "# HELP kpz_serve_turned_cache_entries Turned pictures (?upright=1) kept.\n"
+         "# TYPE kpz_serve_turned_cache_entries gauge\n"
+         "kpz_serve_turned_cache_entries %zu\n",
+         gauges.turnedEntries);
+  append(&out,
+         "# HELP kpz_serve_turned_cache_bytes Bytes the kept turned pictures count against "
+         "the bound.\n"
+         "# TYPE kpz_serve_turned_cache_bytes gauge\n"
+         "kpz_serve_turned_cache_bytes %zu\n",
+         gauges.turnedBytes);
+  append(&out,
+         "# HELP kpz_serve_turned_cache_capacity_bytes The bound of the turned pictures kept.\n"
+         "# TYPE kpz_serve_turned_cache_capacity_bytes gauge\n"
+         "kpz_serve_turned_cache_capacity_bytes %zu\n",
+         gauges.turnedCapacity);
+  append(&out,
+         "# HELP kpz_serve_turned_cache_hits_total Turned pictures answered from the cache.\n"
+         "# TYPE kpz_serve_turned_cache_hits_total counter\n"
+         "kpz_serve_turned_cache_hits_total %" PRIu64 "\n",
+         gauges.turnedHits);
+  append(&out,
+         "# HELP kpz_serve_turned_cache_misses_total Turned pictures decoded and turned anew.\n"
+         "# TYPE kpz_serve_turned_cache_misses_total counter\n"
+         "kpz_serve_turned_cache_misses_total %" PRIu64 "\n",
+         gauges.turnedMisses);
+  append(&out,
+         "# HELP kpz_serve_turned_cache_evictions_total Turned pictures dropped to keep the "
+         "bound.\n"
+         "# TYPE kpz_serve_turned_cache_evictions_total counter\n"
+         "kpz_serve_turned_cache_evictions_total %" PRIu64 "\n",
+         gauges.turnedEvictions);
   return out;
 }

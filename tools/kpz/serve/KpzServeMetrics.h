@@ -8,6 +8,7 @@
 #define KPZ_TOOLS_KPZ_SERVE_KPZSERVEMETRICS_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -37,9 +38,20 @@ class KpzServeMetrics {
   void Connections(long delta) { m_connections.fetch_add(delta, std::memory_order_relaxed); }
   long OpenConnections() const { return m_connections.load(std::memory_order_relaxed); }
 
-  // The Prometheus text exposition of every counter, `inFlight` and
-  // `cacheEntries` as gauges.
-  std::string Text(unsigned inFlight, std::size_t cacheEntries) const;
+  // What the caches and the requests under way hold at the time of asking.
+  struct Gauges {
+    unsigned inFlight = 0;
+    std::size_t cacheEntries = 0;        // files whose pictures' places are kept
+    std::size_t turnedEntries = 0;       // turned pictures kept
+    std::size_t turnedBytes = 0;         // their bytes as the bound counts them
+    std::size_t turnedCapacity = 0;      // the bound
+    std::uint64_t turnedHits = 0;
+    std::uint64_t turnedMisses = 0;
+    std::uint64_t turnedEvictions = 0;
+  };
+
+  // The Prometheus text exposition of every counter and of `gauges`.
+  std::string Text(const Gauges& gauges) const;
 
   static const char* RouteName(Route route);
 
