@@ -1,8 +1,9 @@
 """Previews of objects in an S3 API server (s3rver, as the tests run it) on
 127.0.0.1, direct and through the latency proxy: kpz.remote, `python3 -m
 kpz` and kpz.distributed (a standing LocalCluster of 2 workers of one
-thread) against the floor, paired, alternating order. Run by
-scripts/bench.sh --s3; writes s3.md and s3.json into --out.
+thread, configured as kpz.distributed's own: QUIET_WORKERS) against the
+floor, paired, alternating order. Run by scripts/bench.sh --s3; writes
+s3.md and s3.json into --out.
 
 The floor is one asyncio process (aiohttp, one pool, 64 objects in
 flight) that signs each request with botocore's S3SigV4Auth as it sends it
@@ -180,7 +181,13 @@ def main():
         sys.path.insert(0, str(Path(__file__).resolve().parent))
         from bench_distributed import local_cluster
 
-        cluster, client, _ = local_cluster(2)
+        import dask
+        from kpz.distributed._client import QUIET_WORKERS
+
+        # Configured as kpz's own local cluster is, and as docs/DISTRIBUTED.md
+        # tells for a cluster of one's own (Dask's periodic work made rarer).
+        with dask.config.set(QUIET_WORKERS):
+            cluster, client, _ = local_cluster(2)
         workers = list(client.run(os.getpid).values())
         try:
             for rtt in (float(x) for x in args.rtts.split(",")):
