@@ -323,9 +323,13 @@ class Reader:
         timeout = aiohttp.ClientTimeout(total=None, sock_connect=s.connect_timeout,
                                         sock_read=s.read_timeout)
         # No compression: a range of a compressed body is not the file's.
+        # No cookies: a range of a file needs none, and aiohttp's jar costs
+        # about a tenth of each request's CPU (filtered for every request,
+        # updated from every answer; docs/PERFORMANCE.md).
         self._session = aiohttp.ClientSession(connector=connector, timeout=timeout,
                                               auto_decompress=False,
                                               headers={"Accept-Encoding": "identity"},
+                                              cookie_jar=aiohttp.DummyCookieJar(),
                                               request_class=_s3.request_class(self.store))
         self._files = asyncio.Semaphore(s.max_in_flight)
         return self
