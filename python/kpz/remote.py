@@ -49,6 +49,7 @@ Faults of real storage are handled so (defaults in :class:`Settings`):
   holding at most 64 KiB and its picture; a picture larger than
   ``max_picture`` bytes is refused in words.
 - ``https://`` uses the system's CA store, or ``ca_file``.
+- No cookies are kept or sent: a range of a file needs none.
 - ``s3://bucket/key`` is read the same way from the store that
   ``Settings.s3`` or the environment names (``AWS_ENDPOINT_URL``, the
   profile ...), each request signed as it is sent (kpz._s3); the store's
