@@ -1,8 +1,9 @@
 """Previews of objects in an S3 API server (s3rver, as the tests run it) on
 127.0.0.1, direct and through the latency proxy: kpz.remote, `python3 -m
 kpz` and kpz.distributed (a standing LocalCluster of 2 workers of one
-thread) against the floor, paired, alternating order. Run by
-scripts/bench.sh --s3; writes s3.md and s3.json into --out.
+thread, configured as kpz.distributed's own: QUIET_WORKERS) against the
+floor, paired, alternating order. Run by scripts/bench.sh --s3; writes
+s3.md and s3.json into --out.
 
 The floor is one asyncio process (aiohttp, one pool, 64 objects in
 flight) that signs each request with botocore's S3SigV4Auth as it sends it
@@ -180,7 +181,14 @@ def main():
         sys.path.insert(0, str(Path(__file__).resolve().parent))
         from bench_distributed import local_cluster
 
-        cluster, client, _ = local_cluster(2)
+        import dask
+        import distributed  # noqa: F401 - its defaults are in the config before the set
+        from kpz.distributed._cluster import QUIET_WORKERS
+
+        # Configured as kpz's own local cluster is, and as docs/DISTRIBUTED.md
+        # tells for a cluster of one's own (Dask's periodic work made rarer).
+        with dask.config.set(QUIET_WORKERS):
+            cluster, client, _ = local_cluster(2)
         workers = list(client.run(os.getpid).values())
         try:
             for rtt in (float(x) for x in args.rtts.split(",")):
@@ -224,7 +232,39 @@ def main():
         "%.2f ms/file at %g ms" % (r["kpz.distributed"]["client_cpu_ms"], r["rtt_ms"])
         for r in report["rows"])]
     (out / "s3.md").write_text("\n".join(L) + "\n")
+    plot(report, out)
     print("\n".join(L))
+
+
+def plot(report: dict, out: Path) -> None:
+    """perf-s3.png: each contender's files/s and workers' CPU per file, as
+    ratios to the floor's in the same pairs, at each added RTT (gnuplot)."""
+    if shutil.which("gnuplot") is None:
+        return
+    who = ("kpz.remote", "python3 -m kpz", "kpz.distributed")
+    dat = out / "s3.dat"
+    lines = ["# who " + " ".join("rate@%gms cpu@%gms" % (r["rtt_ms"], r["rtt_ms"])
+                                 for r in report["rows"])]
+    for w in who:
+        cells = []
+        for r in report["rows"]:
+            m = r[w]
+            cells += ["%.3f" % m["ratio"], "%.3f" % (m["cpu_ms"] / m["floor_cpu_ms"])]
+        lines.append('"%s" %s' % (w, " ".join(cells)))
+    dat.write_text("\n".join(lines) + "\n")
+    cols = []
+    for i, r in enumerate(report["rows"]):
+        cols.append("'%s' using %d:xtic(1) title 'files/s vs floor, %g ms'"
+                    % (dat, 2 + 2 * i, r["rtt_ms"]))
+        cols.append("'' using %d title 'CPU/file vs floor, %g ms'" % (3 + 2 * i, r["rtt_ms"]))
+    script = ['set terminal pngcairo size 720,400 font ",10"', "set grid ytics",
+              "set output '%s'" % (out / "perf-s3.png"), "set style data histograms",
+              "set style fill solid 0.8 border -1", "set key top left", "set yrange [0:*]",
+              "set ylabel 'ratio to the floor (same pairs)'",
+              "set title 's3:// from s3rver: files/s and CPU per file against the floor'",
+              "plot " + ", ".join(cols) + ", 1 with lines lc 'black' notitle, "
+              "2 with lines dt 2 lc 'black' notitle"]
+    subprocess.run(["gnuplot"], input="\n".join(script) + "\n", text=True, check=False)
 
 
 def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, workers, work,

@@ -60,7 +60,8 @@
 #                                          # object, 64 in flight), from s3rver on 127.0.0.1 direct and
 #                                          # through the latency proxy at 50 ms; files/s, CPU per file
 #                                          # and bytes per object (bench/bench_s3.py); 240 objects of
-#                                          # 1.3 MB with 256 KiB previews; --quick narrows it
+#                                          # 1.3 MB with 256 KiB previews; s3.md and perf-s3.png;
+#                                          # --quick narrows it
 #   scripts/bench.sh --serve               # only kpz serve against nginx sending the same previews
 #                                          # and thumbnails extracted as files (sendfile on): wrk at
 #                                          # 64 connections, requests/s and p99, warm and cold, in

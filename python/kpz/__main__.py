@@ -7,12 +7,17 @@ process, remote files read over kpz.remote's connection pool (two ranged
 GETs each, many at once). No cluster: for that, python3 -m kpz.distributed.
 
 The run is kpz.distributed's without Dask: its input expansion, its output
-directory and the batch a worker runs (run_batch), called here batch after
-batch, each batch's remote files read max_in_flight at once.
+directory and the batch a worker runs (run_batch). Up to BATCHES_AT_ONCE
+batches run at once, each in a thread of its own, their remote files
+sharing one pool of max_in_flight reads: while the oldest batch waits for
+its slowest file, the later ones keep the pool full. Lines are told in
+input order, a batch's once every earlier batch's are.
 """
 
 import argparse
 import sys
+import threading
+from collections import Counter, deque
 from typing import Dict, List, Optional, Tuple
 
 from kpz import _cli
@@ -61,9 +66,32 @@ holds no such picture, or the picture is cut off (also no credentials);
 2 wrong usage; 3 an output cannot be written. The highest applies.
 """
 
-# Files per batch: several rounds of max_in_flight, so that the wait for a
-# batch's last files is a small part of it.
+# Files per batch: several rounds of max_in_flight, so that a batch's cost
+# (its thread, its hand-over of results) is spread over many files.
 ROUNDS_PER_BATCH = 8
+
+# Batches running at once. A file that is slow to come holds its own batch's
+# lines (told in input order) but not the reads of the others: the pool
+# stays full until (BATCHES_AT_ONCE - 1) * ROUNDS_PER_BATCH * max_in_flight
+# files past it are done.
+BATCHES_AT_ONCE = 4
+
+
+class _Batch(threading.Thread):
+    """One batch run in a thread of its own (a daemon: a run stopped with
+    Ctrl-C does not wait for its reads)."""
+
+    def __init__(self, work) -> None:
+        super().__init__(name="kpz-batch", daemon=True)
+        self._work = work
+        self.results: list = []
+        self.error: Optional[BaseException] = None
+
+    def run(self) -> None:
+        try:
+            self.results = self._work()
+        except BaseException as e:  # noqa: BLE001 - raised again where the batch is told
+            self.error = e
 
 
 def _parser() -> argparse.ArgumentParser:
@@ -129,27 +157,55 @@ def main(argv: Optional[List[str]] = None) -> int:
 
     # Each input is told in input order: those settled as they are found (an
     # error of their own, an output present) wait behind the batch being
-    # filled, whose files are read and written together.
+    # filled, whose files are read and written together, and behind the
+    # batches still running.
     pending: List[Tuple[int, Optional[Result], Optional[Tuple[int, str, str]]]] = []
     rewritten = set()
+    # Batches started and not yet told, oldest first: (thread or None,
+    # what to tell, inputs replacing a broken output, output names).
+    running: deque = deque()
+    names_running: Counter = Counter()  # output names of the running batches
 
-    def run_pending() -> None:
+    def start_pending() -> None:
         jobs = [job for _, r, job in pending if job is not None]
-        got: Dict[int, Result] = {}
+        batch = None
         if jobs:
-            for r in run_batch(jobs, args.kind, args.upright, args.output, args.sync, settings):
-                got[r.index] = r
+            batch = _Batch(lambda: run_batch(jobs, args.kind, args.upright, args.output,
+                                             args.sync, settings))
+            batch.start()
         names = {job[0]: job[2] for job in jobs}
-        for index, r, job in pending:
+        names_running.update(names.values())
+        running.append((batch, list(pending), set(rewritten), names))
+        pending.clear()
+        rewritten.clear()
+
+    def tell_oldest() -> None:
+        batch, told, replaced, names = running.popleft()
+        got: Dict[int, Result] = {}
+        if batch is not None:
+            batch.join()
+            if batch.error is not None:
+                raise batch.error
+            got = {r.index: r for r in batch.results}
+        names_running.subtract(names.values())
+        for name in names.values():
+            if names_running[name] <= 0:
+                del names_running[name]
+        for index, r, job in told:
             if r is None:
                 r = got[index]
-                r.rewritten = index in rewritten
+                r.rewritten = index in replaced
                 if r.status == 0 and r.out:
                     claims.wrote(names[index], r.source)
             show(r)
-        pending.clear()
-        rewritten.clear()
         bar.update(state["delivered"], state["found"], True)
+
+    def tell_done(room: int) -> None:
+        """Tells the batches that have ended, oldest first, and waits for
+        the oldest while more than `room` are running."""
+        while running and (len(running) > room or running[0][0] is None
+                           or not running[0][0].is_alive()):
+            tell_oldest()
 
     in_batch: Dict[str, bool] = {}
     try:
@@ -162,6 +218,12 @@ def main(argv: Optional[List[str]] = None) -> int:
                     kit.ExitStatus.INPUT, source, error), None))
             else:
                 name = kit.default_path(source, suffix, True)
+                if name in names_running and name not in in_batch:
+                    # An earlier input of this name is in a running batch:
+                    # whether it was written is known once it is told.
+                    in_batch.clear()
+                    start_pending()
+                    tell_done(0)
                 if name in claims:
                     pending.append((index, taken(index, source, name), None))
                 elif name in in_batch:
@@ -178,9 +240,12 @@ def main(argv: Optional[List[str]] = None) -> int:
                         pending.append((index, None, (index, source, name)))
             if len(in_batch) >= size or len(pending) >= 4 * size:
                 in_batch.clear()
-                run_pending()
+                start_pending()
+                tell_done(BATCHES_AT_ONCE - 1)
         in_batch.clear()
-        run_pending()
+        if pending:
+            start_pending()
+        tell_done(0)
     except RunFailed as e:
         bar.clear()
         sys.stderr.write("%s\n" % e)

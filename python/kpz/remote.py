@@ -49,6 +49,7 @@ Faults of real storage are handled so (defaults in :class:`Settings`):
   holding at most 64 KiB and its picture; a picture larger than
   ``max_picture`` bytes is refused in words.
 - ``https://`` uses the system's CA store, or ``ca_file``.
+- No cookies are kept or sent: a range of a file needs none.
 - ``s3://bucket/key`` is read the same way from the store that
   ``Settings.s3`` or the environment names (``AWS_ENDPOINT_URL``, the
   profile ...), each request signed as it is sent (kpz._s3); the store's
@@ -323,9 +324,13 @@ class Reader:
         timeout = aiohttp.ClientTimeout(total=None, sock_connect=s.connect_timeout,
                                         sock_read=s.read_timeout)
         # No compression: a range of a compressed body is not the file's.
+        # No cookies: a range of a file needs none, and aiohttp's jar costs
+        # about a tenth of each request's CPU (filtered for every request,
+        # updated from every answer; docs/PERFORMANCE.md).
         self._session = aiohttp.ClientSession(connector=connector, timeout=timeout,
                                               auto_decompress=False,
                                               headers={"Accept-Encoding": "identity"},
+                                              cookie_jar=aiohttp.DummyCookieJar(),
                                               request_class=_s3.request_class(self.store))
         self._files = asyncio.Semaphore(s.max_in_flight)
         return self
