@@ -7,7 +7,8 @@
 // content:// URI, not a path; ContentResolver.openFileDescriptor(uri, "r")
 // gives a ParcelFileDescriptor whose getFd() is the descriptor handed here.
 // Reopening /proc/self/fd/N by path is refused for some providers' descriptors,
-// so the bytes are read through the descriptor itself, positionally:
+// so the bytes are read through the descriptor itself, positionally, by the
+// library's one read-at loop (DtNlFdReadAt, borrowing the descriptor):
 //
 //   1. pread of the file's first 64 KiB (the head the facade parses; zeros
 //      after the end of a shorter file, as DtRaw::Initialize has them),

@@ -90,10 +90,6 @@ class KpzSource {
   // the picture from it after this object is gone.
   int Release();
 
-  // The file as a read-at stream (after Open or Adopt; borrowed from this
-  // object, valid until it is closed).
-  DtNlReadAt& Stream() const { return m_reader; }
-
   // A name under which the library can open the very file Open opened:
   // "<procDir>/<fd>" when that name leads to the same file (device and
   // inode as the descriptor's), so a file, pipe or link put under the
@@ -140,7 +136,8 @@ class KpzSource {
   // either read or set to zero by Open / OpenMemory.
   std::unique_ptr<UINT8[]> m_head;
   mutable int m_errno = 0;
-  // Reads m_fd (borrowed) once Adopt took it: the library's one pread loop.
+  // Reads m_fd (borrowed) once Adopt took it: the library's one pread
+  // loop (ReadHead, ReadAt).
   mutable DtNlFdReadAt m_reader;
 };
 
