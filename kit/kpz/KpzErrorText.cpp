@@ -67,6 +67,7 @@ int KpzErrorText::OpenResult(int err) {
   switch (err) {
     case 0:
     case EISDIR:
+    case ESPIPE:  // a pipe or socket: refused unread, no library result
       return 0;
     case ENOENT:
       return DtRawErrNotFound;

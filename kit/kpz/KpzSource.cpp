@@ -101,7 +101,7 @@ bool KpzSource::Open(const std::string& path, std::string* error) {
     // the only one to tell.
     struct stat named;
     if (m_errno == ENXIO && stat(path.c_str(), &named) == 0 && S_ISSOCK(named.st_mode)) {
-      m_errno = 0;
+      m_errno = ESPIPE;  // as the library's record tells a socket taken by descriptor
       *error = NotRegularWords();
       return false;
     }
@@ -132,6 +132,9 @@ bool KpzSource::Adopt(int fd, const std::string& name, std::string* error) {
     return false;
   }
   if (!S_ISREG(st.st_mode)) {
+    // A pipe or socket is ESPIPE (it could not be read at an offset anyway),
+    // a device 0, as the library's record tells them.
+    m_errno = S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode) ? ESPIPE : 0;
     *error = NotRegularWords();
     Close();
     return false;
