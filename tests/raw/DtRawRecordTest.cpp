@@ -77,11 +77,11 @@ class DtRawRecordTest : public ::testing::Test {
 };
 
 TEST_F(DtRawRecordTest, OneParseGivesBothPicturesTheOrientationTheModelAndTheDate) {
-  KpzSpec spec;
-  spec.orientation = 6;
-  spec.dateTimeOriginal = std::string("2011:02:03 04:05:06");
+  KpzSpec layout;
+  layout.orientation = 6;
+  layout.dateTimeOriginal = std::string("2011:02:03 04:05:06");
   kpztest::KpzLayout where;
-  const Bytes bytes = kpztest::BuildKpz(spec, &where);
+  const Bytes bytes = kpztest::BuildKpz(layout, &where);
   const DtRawExpected<DtRawRecord> record = FromPath("a.kpz", bytes);
   ASSERT_TRUE(record) << record.Failure().m_words;
   EXPECT_EQ(record->m_fileSize, bytes.size());
@@ -97,21 +97,21 @@ TEST_F(DtRawRecordTest, OneParseGivesBothPicturesTheOrientationTheModelAndTheDat
   const DtRawExpected<DtRawRecord::Range> preview = record->Locate(DtRawRecord::PicturePreview);
   ASSERT_TRUE(preview);
   EXPECT_EQ(preview->m_offset, where.screennail);
-  EXPECT_EQ(preview->m_length, spec.screennail.size());
+  EXPECT_EQ(preview->m_length, layout.screennail.size());
   const DtRawExpected<DtRawRecord::Range> thumb = record->Locate(DtRawRecord::PictureThumbnail);
   ASSERT_TRUE(thumb);
   EXPECT_EQ(thumb->m_offset, where.thumbnail);
-  EXPECT_EQ(thumb->m_length, spec.thumbnail.size());
+  EXPECT_EQ(thumb->m_length, layout.thumbnail.size());
   std::vector<UINT8> jpeg(thumb->m_length);
   DtRawFailure why;
   ASSERT_TRUE(DtRawRecord::ReadPicture(m_file, *thumb, jpeg.data(), &why)) << why.m_words;
-  EXPECT_EQ(jpeg, spec.thumbnail);
+  EXPECT_EQ(jpeg, layout.thumbnail);
 }
 
 TEST_F(DtRawRecordTest, APathAWholeBufferAHeadAndAChoppyStreamGiveOneRecord) {
-  KpzSpec spec;
-  spec.minTotalSize = 3 * DtRawRecord::HEAD_SIZE;
-  const Bytes bytes = kpztest::BuildKpz(spec);
+  KpzSpec layout;
+  layout.minTotalSize = 3 * DtRawRecord::HEAD_SIZE;
+  const Bytes bytes = kpztest::BuildKpz(layout);
   const DtRawExpected<DtRawRecord> byPath = FromPath("a.kpz", bytes);
   ASSERT_TRUE(byPath);
 
@@ -228,10 +228,10 @@ TEST_F(DtRawRecordTest, EveryNotAKpzFileIsNotKpzAlsoWhenCutShort) {
 }
 
 TEST_F(DtRawRecordTest, EachPictureFailsOnItsOwnWithItsKind) {
-  KpzSpec spec;
-  spec.hasIfd1 = false;
-  spec.ifd0ScreennailTags = true;
-  spec.screennailLengthTag = 0x7FFFFFF0u;
+  KpzSpec layout;
+  layout.hasIfd1 = false;
+  layout.ifd0ScreennailTags = true;
+  layout.screennailLengthTag = 0x7FFFFFF0u;
   KpzSpec noThumbnail;
   noThumbnail.thumbnailLengthTag = 0;
   KpzSpec hugeThumbnail;
@@ -241,7 +241,7 @@ TEST_F(DtRawRecordTest, EachPictureFailsOnItsOwnWithItsKind) {
   noPreview.ifd0ScreennailTags = false;
   struct Case {
     const char* name;
-    KpzSpec spec;
+    KpzSpec layout;
     DtRawRecord::Picture which;
     DtRawFailure::Kind kind;
     const char* words;
@@ -255,7 +255,7 @@ TEST_F(DtRawRecordTest, EachPictureFailsOnItsOwnWithItsKind) {
        "no preview stored in this file"},
   };
   for (const Case& c : cases) {
-    const DtRawExpected<DtRawRecord> record = FromPath(c.name, kpztest::BuildKpz(c.spec));
+    const DtRawExpected<DtRawRecord> record = FromPath(c.name, kpztest::BuildKpz(c.layout));
     ASSERT_TRUE(record) << c.name << ": " << record.Failure().m_words;
     const DtRawExpected<DtRawRecord::Range> range = record->Locate(c.which);
     ASSERT_FALSE(range) << c.name;
