@@ -14,6 +14,7 @@
 #                                          its version file, the exported target
 #   LIBDIR/pkgconfig/kpzinterface.pc                                   development
 #   bin/kpz, share/man/man1/kpz.1.gz,      the command-line tool       tool
+#   libexec/kpz/kpz-serve (kpz serve),
 #   share/doc/kpz/KPZ-JSON.md, share/kpz/sample.kpz
 #
 # Every header of jni/util and jni/raw is public: callers use DtRaw and every
@@ -83,6 +84,8 @@ install(FILES ${PROJECT_BINARY_DIR}/package/kpzinterface.pc
 # --- the command-line tool ---------------------------------------------------------------
 if(TARGET kpz)
   install(TARGETS kpz RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  # kpz serve runs this program, found from kpz's own path.
+  install(TARGETS kpz-serve RUNTIME DESTINATION ${KPZ_SERVE_PROGRAM_DIR} COMPONENT tool)
   # kpz reads this sample when it is given no file (found beside its own
   # binary, ../share/kpz/sample.kpz).
   install(FILES ${PROJECT_SOURCE_DIR}/samples/sample.kpz

@@ -147,7 +147,8 @@ check_layout() {
   for f in "$lib/cmake/KpzInterface/KpzInterfaceConfig.cmake" \
            "$lib/cmake/KpzInterface/KpzInterfaceConfigVersion.cmake" \
            "$lib/pkgconfig/kpzinterface.pc" \
-           "$prefix/bin/kpz" "$prefix/share/kpz/sample.kpz" "$prefix/share/doc/kpz/KPZ-JSON.md"; do
+           "$prefix/bin/kpz" "$prefix/libexec/kpz/kpz-serve" "$prefix/share/kpz/sample.kpz" \
+           "$prefix/share/doc/kpz/KPZ-JSON.md"; do
     [ -f "$f" ] || fail "missing: $f"
   done
   if [ -f "$build/lib/kpzinterface.jar" ]; then
@@ -166,6 +167,18 @@ check_layout() {
     fail "kpz --version printed '$version'"
   "$prefix/bin/kpz" info 2>/dev/null | head -1 | grep -qx "$prefix/share/kpz/sample.kpz" ||
     fail "the installed kpz does not read the installed sample"
+  # kpz serve runs the installed server program (found from kpz's own path):
+  # its first line is read through a FIFO, then it is stopped by its pid.
+  mkfifo "$work/serve.out"
+  "$prefix/bin/kpz" serve --listen 127.0.0.1:0 "$prefix/share/kpz" >"$work/serve.out" 2>"$work/serve.err" &
+  local pid=$! line=""
+  line=$(timeout 60 head -1 "$work/serve.out") || true
+  kill "$pid" 2>/dev/null || true
+  wait "$pid" || true
+  case "$line" in
+    "kpz: serving $prefix/share/kpz on http://127.0.0.1:"*) ;;
+    *) fail "the installed kpz serve printed '$line' ($(cat "$work/serve.err"))" ;;
+  esac
   echo "ok: $(cd "$prefix" && find . -type f | wc -l) files"
 }
 

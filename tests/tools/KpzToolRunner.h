@@ -36,13 +36,14 @@ inline std::string Text(const kpztest::Bytes& bytes) {
 // go to files in `scratch` (removed afterwards). With `stderrFd` >= 0 the
 // tool's standard error is that descriptor instead, and Result::err is empty.
 // With `stdoutPath`, standard output is opened there instead (/dev/full, say)
-// and Result::out is empty.
+// and Result::out is empty. `program` is the binary run (the tool built, by
+// default).
 inline Result RunTool(const std::vector<std::string>& args, const std::string& cwd,
                       const std::string& scratch, int stderrFd = -1,
-                      const std::string& stdoutPath = "") {
+                      const std::string& stdoutPath = "", const std::string& program = KPZ_TOOL) {
   const std::string outPath = stdoutPath.empty() ? scratch + "/.stdout" : stdoutPath;
   const std::string errPath = scratch + "/.stderr";
-  std::vector<std::string> argv = {KPZ_TOOL};
+  std::vector<std::string> argv = {program};
   argv.insert(argv.end(), args.begin(), args.end());
   std::vector<char*> cargv;
   for (std::string& a : argv) {

@@ -52,6 +52,7 @@
 #include "kpz/KpzRotation.h"
 #include "kpz/KpzRotator.h"
 #include "kpz/KpzSample.h"
+#include "kpz/KpzServeProgram.h"
 #include "kpz/KpzShownName.h"
 #include "kpz/KpzSource.h"
 #include "kpz/KpzSummary.h"
@@ -893,9 +894,16 @@ int main(int argc, char** argv) {
     cmd->quiet = cmd->quiet || allQuiet;
   }
   if (serve.Chosen()) {
-    // The server stops on SIGINT/SIGTERM itself (connections drained within a
-    // bound), so it runs outside the batch commands' interrupt handling.
+#ifdef KPZ_SERVE_PROGRAM
+    // kpz: the server is a program of its own (see KpzServeProgram.h), given
+    // this command line as it is.
+    return finish(KpzServeProgram::Exec(KPZ_SERVE_PROGRAM, argv));
+#else
+    // kpz-serve: the server stops on SIGINT/SIGTERM itself (connections
+    // drained within a bound), so it runs outside the batch commands'
+    // interrupt handling.
     return finish(serve.Run());
+#endif
   }
   int status = 0;
   {

@@ -7,6 +7,11 @@
 //   KpzServeCommand serve(app);                    // before app.parse
 //   if (serve.Chosen()) return serve.Run();        // after it
 //
+// The options and help (KpzServeCommand.cpp) link with CLI11 alone; Run
+// (KpzServeRun.cpp, library kpz_serve) needs the HTTP and crypto libraries,
+// so only the server program (kpz-serve) links it, and kpz hands a serve
+// command line to that program (KpzServeProgram) instead of calling Run.
+//
 // Holds the options CLI11 fills; borrowed `app` must outlive it.
 #ifndef KPZ_TOOLS_KPZ_SERVE_KPZSERVECOMMAND_H
 #define KPZ_TOOLS_KPZ_SERVE_KPZSERVECOMMAND_H
