@@ -7,8 +7,8 @@
 #   install      cmake --install into a temporary prefix; checks what lies
 #                there (the versioned library and its links, every public
 #                header and nothing else, the CMake and pkg-config packages,
-#                the jar, kpz with its manual page, sample and JSON key
-#                reference); runs the installed kpz; builds and runs the
+#                the jar, kpz with its manual page, server program, sample and JSON key
+#                reference); runs the installed kpz and kpz serve; builds and runs the
 #                consumer (tests/package/consumer) with find_package; moves
 #                the whole prefix and builds the consumer again from there.
 #   pkg-config   installs likewise and builds the consumer with
