@@ -107,8 +107,7 @@ int main(int argc, char** argv) {
   }
 
   nlohmann::json manifest = {{"root", root.string()}, {"good", good}, {"bad", bad},
-                             {"large", "large.kpz"}, {"many", many},
-                             {"partial", partial}};
+                             {"large", "large.kpz"},  {"many", many}, {"partial", partial}};
   std::ofstream out(dir / "manifest.json");
   out << manifest.dump(1) << "\n";
   return ok && out ? 0 : 1;

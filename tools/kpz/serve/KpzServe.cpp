@@ -662,8 +662,8 @@ struct KpzServe::Impl {
                                                : KpzSource::kHeadSize;
       // The one parse of this file: both pictures and the orientation.
       metrics.Parsed();
-      auto fresh = std::make_shared<const Located>(DtRawRecord::Parse(
-          source.Head(), headBytes, source.Size(), DtRawRecord::FieldsPictures));
+      auto fresh = std::make_shared<const Located>(
+          DtRawRecord::Parse(source.Head(), headBytes, source.Size(), DtRawRecord::FieldsPictures));
       cache.Put(id, fresh);
       located = std::move(fresh);
     }
@@ -698,8 +698,8 @@ struct KpzServe::Impl {
     // readahead off for this descriptor).
     const int sendFd = source.Release();
     KpzReadHint::WillNeed(sendFd, o.m_offset + first, length);
-    MHD_Response* response = MHD_create_response_from_fd_at_offset64(
-        length, sendFd, o.m_offset + first);
+    MHD_Response* response =
+        MHD_create_response_from_fd_at_offset64(length, sendFd, o.m_offset + first);
     if (response == nullptr) {
       close(sendFd);
       return MHD_NO;

@@ -12,10 +12,9 @@ const unsigned kStatusCodes[] = {200, 206, 301, 304, 400, 403, 404, 405,
                                  414, 416, 422, 431, 500, 503, 0};
 const double kBounds[] = {0.0001, 0.00025, 0.0005, 0.001, 0.0025, 0.005, 0.01,
                           0.025,  0.05,    0.1,    0.25,  0.5,    1,     5};
-const char* const kFailureNames[] = {"not_found",    "not_kpz",    "damaged",
-                                     "no_preview",   "no_thumbnail", "unreadable",
-                                     "forbidden",    "limit",      "bad_request",
-                                     "incomplete"};
+const char* const kFailureNames[] = {"not_found",    "not_kpz",    "damaged",   "no_preview",
+                                     "no_thumbnail", "unreadable", "forbidden", "limit",
+                                     "bad_request",  "incomplete"};
 
 void append(std::string* out, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void append(std::string* out, const char* format, ...) {
