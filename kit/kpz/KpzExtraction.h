@@ -56,9 +56,9 @@ class KpzExtraction {
     std::function<void(const KpzSource& source, const KpzPictureReader::Picture& range)> located;
   };
 
-  // The coarse sorting of `kind` that kpz serve's metrics count by (Unreadable:
-  // KindUnreadable; NotKpz: KindNotKpz; NoPicture: KindNoPreview and
-  // KindNoThumbnail; BadPicture: KindDamaged). Front ends map `kind` itself.
+  // A coarse sorting of `kind` (Unreadable: KindUnreadable; NotKpz:
+  // KindNotKpz; NoPicture: KindNoPreview and KindNoThumbnail; BadPicture:
+  // KindDamaged). Front ends map `kind` itself, each with one table.
   enum class Failure {
     None,
     Unreadable,  // the source cannot be opened or read (errno in `err` when the system's)

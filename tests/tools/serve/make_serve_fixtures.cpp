@@ -7,7 +7,9 @@
 //
 // manifest.json: {"root": path, "good": [relative names], "bad": [relative
 // names of files that are not KPZ raw files], "large": name of a file with
-// a 3 MB preview, "many": [names of the files in root/many/]}. Good files
+// a 3 MB preview, "many": [names of the files in root/many/], "partial":
+// {"no_preview": name, "no_thumbnail": name}: KPZ files that lack one of
+// their pictures, in root/partial/}. Good files
 // hold real JPEG pictures (a browser decodes them), with orientations 1, 3,
 // 6 and 8 among them, some in a subfolder, one with a space in its name.
 #include <cstdint>
@@ -48,6 +50,7 @@ int main(int argc, char** argv) {
   std::error_code ec;
   std::filesystem::create_directories(root / "sub", ec);
   std::filesystem::create_directories(root / "many", ec);
+  std::filesystem::create_directories(root / "partial", ec);
   bool ok = true;
   nlohmann::json good = nlohmann::json::array();
   nlohmann::json bad = nlohmann::json::array();
@@ -83,6 +86,20 @@ int main(int argc, char** argv) {
     cut.resize(40);
     write("truncated.kpz", cut, &bad);
   }
+  nlohmann::json partial = nlohmann::json::object();
+  {
+    // A KPZ file whose thumbnail is recorded empty, and one without a
+    // preview: each has the other picture.
+    nlohmann::json unused = nlohmann::json::array();
+    KpzSpec r = realPictures(320, 240, 6, 120);
+    r.thumbnailLengthTag = 0;
+    write("partial/no_thumbnail.kpz", kpztest::BuildKpz(r), &unused);
+    partial["no_thumbnail"] = "partial/no_thumbnail.kpz";
+    KpzSpec p = realPictures(320, 240, 1, 125);
+    p.ifd0ScreennailTags = false;
+    write("partial/no_preview.kpz", kpztest::BuildKpz(p), &unused);
+    partial["no_preview"] = "partial/no_preview.kpz";
+  }
   for (int i = 0; i < 40; ++i) {
     char name[32];
     std::snprintf(name, sizeof name, "many/m%03d.kpz", i);
@@ -90,7 +107,7 @@ int main(int argc, char** argv) {
   }
 
   nlohmann::json manifest = {{"root", root.string()}, {"good", good}, {"bad", bad},
-                             {"large", "large.kpz"}, {"many", many}};
+                             {"large", "large.kpz"},  {"many", many}, {"partial", partial}};
   std::ofstream out(dir / "manifest.json");
   out << manifest.dump(1) << "\n";
   return ok && out ? 0 : 1;

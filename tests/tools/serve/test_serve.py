@@ -461,6 +461,10 @@ def test_a_file_cut_while_being_served(tree, tmp_path):
         status, _, words = get(s, "/preview/big.kpz")
         assert status == 422 and b"past the end" in words
         assert get(s, "/healthz")[0] == 200
+        # A picture that does not lie inside its file is counted as damage;
+        # the cut file is another file, parsed anew.
+        assert metric(s, 'kpz_serve_failures_total{kind="damaged"}') == 1
+        assert metric(s, "kpz_serve_head_parses_total") == 2
 
 
 def test_a_file_changed_is_served_anew(tree, tmp_path):
@@ -476,6 +480,57 @@ def test_a_file_changed_is_served_anew(tree, tmp_path):
         assert second[0] == 200 and second[1]["etag"] != first[1]["etag"]
         assert second[2] == tool("preview", "x.kpz", "-o", "-", cwd=root)[1]
         assert get(s, "/preview/x.kpz", {"If-None-Match": first[1]["etag"]})[0] == 200
+
+
+def test_a_cold_file_is_parsed_once_for_both_pictures(tree):
+    turned = q(tree["good"][1])  # orientation 6: ?upright=1 turns it
+    plain = q(tree["good"][0])
+    with Server(tree["root"]) as s:
+        assert metric(s, "kpz_serve_head_parses_total") == 0
+        assert get(s, "/preview/" + turned)[0] == 200
+        assert metric(s, "kpz_serve_head_parses_total") == 1
+        # The thumbnail, both turned, and the metadata: no parse of the head
+        # again (the metadata are read by the library's reader, as kpz info
+        # reads them).
+        assert get(s, "/thumbnail/" + turned)[0] == 200
+        assert get(s, "/thumbnail/" + turned + "?upright=1")[0] == 200
+        assert get(s, "/preview/" + turned + "?upright=1")[0] == 200
+        assert get(s, "/info/" + turned)[0] == 200
+        assert metric(s, "kpz_serve_head_parses_total") == 1
+        # The other way round on another file.
+        assert get(s, "/thumbnail/" + plain)[0] == 200
+        assert get(s, "/preview/" + plain)[0] == 200
+        assert metric(s, "kpz_serve_head_parses_total") == 2
+        # A file that is not KPZ is parsed once too: its failure is kept.
+        assert get(s, "/preview/not_tiff.kpz")[0] == 422
+        assert get(s, "/thumbnail/not_tiff.kpz")[0] == 422
+        assert get(s, "/preview/not_tiff.kpz")[0] == 422
+        assert metric(s, "kpz_serve_head_parses_total") == 3
+        assert metric(s, 'kpz_serve_failures_total{kind="not_kpz"}') == 3
+        assert metric(s, "kpz_serve_located_cache_entries") == 3
+
+
+def test_a_missing_picture_is_told_as_that_picture(tree):
+    no_thumbnail = tree["partial"]["no_thumbnail"]
+    no_preview = tree["partial"]["no_preview"]
+    with Server(tree["root"]) as s:
+        for name, missing, present in ((no_thumbnail, "thumbnail", "preview"),
+                                       (no_preview, "preview", "thumbnail")):
+            rc, _, err = tool(missing, name, "-o", "-", cwd=tree["root"])
+            assert rc != 0
+            for suffix in ("", "?upright=1"):
+                status, headers, body = get(s, "/%s/%s%s" % (missing, q(name), suffix))
+                assert status == 422, (name, suffix)
+                assert headers["cache-control"] == "no-store"
+                assert "kpz: %s: %s" % (name, body.decode().strip()) == err.strip().split("\n")[-1]
+            status, _, body = get(s, "/%s/%s" % (present, q(name)))
+            assert status == 200
+            assert body == tool(present, name, "-o", "-", cwd=tree["root"])[1]
+        assert metric(s, 'kpz_serve_failures_total{kind="no_thumbnail"}') == 2
+        assert metric(s, 'kpz_serve_failures_total{kind="no_preview"}') == 2
+        assert metric(s, 'kpz_serve_failures_total{kind="damaged"}') == 0
+        assert metric(s, 'kpz_serve_failures_total{kind="not_kpz"}') == 0
+        assert metric(s, "kpz_serve_head_parses_total") == 2
 
 
 def metric(server, name):

@@ -33,10 +33,15 @@
 #include "kpz/KpzMetadataReader.h"
 #include "kpz/KpzReadHint.h"
 #include "kpz/KpzSource.h"
+#include "kpz/KpzUpright.h"
+#include "kpz/serve/KpzServeFailure.h"
 #include "kpz/serve/KpzServeHttp.h"
 #include "kpz/serve/KpzServeMetrics.h"
 #include "kpz/serve/KpzServePage.h"
 #include "kpz/serve/KpzServeTurnedCache.h"
+#include "raw/DtRawExpected.h"
+#include "raw/DtRawFailure.h"
+#include "raw/DtRawRecord.h"
 
 namespace {
 
@@ -92,12 +97,35 @@ struct IdentityHash {
   }
 };
 
-// Both pictures of one file as located from its head (with the
-// orientation), failures included: a file that is not KPZ is not parsed
-// again either.
+// Both pictures of one file as located by one parse of its head
+// (DtRawRecord), with the orientation ?upright=1 turns by; a failure in a
+// picture's place, the parse's own when the head does not parse: a file
+// that is not KPZ is not parsed again either.
 struct Located {
-  KpzExtraction::Outcome preview;
-  KpzExtraction::Outcome thumbnail;
+  explicit Located(const DtRawExpected<DtRawRecord>& record)
+      : preview(locate(record, DtRawRecord::PicturePreview)),
+        thumbnail(locate(record, DtRawRecord::PictureThumbnail)) {
+    if (record) {
+      orientation = KpzUpright::OrientationOf(*record);
+      turns = KpzUpright::Turns(orientation);
+    }
+  }
+
+  const DtRawExpected<DtRawRecord::Range>& Of(DtRawRecord::Picture which) const {
+    return which == DtRawRecord::PicturePreview ? preview : thumbnail;
+  }
+
+  DtRawExpected<DtRawRecord::Range> preview;
+  DtRawExpected<DtRawRecord::Range> thumbnail;
+  KpzUpright::Orientation orientation;
+  bool turns = false;  // the orientation asks for a turn
+
+ private:
+  static DtRawExpected<DtRawRecord::Range> locate(const DtRawExpected<DtRawRecord>& record,
+                                                  DtRawRecord::Picture which) {
+    if (!record) return record.Failure();
+    return record->Locate(which);
+  }
 };
 
 // The located pictures of the last `capacity` files asked for, by identity.
@@ -543,14 +571,24 @@ struct KpzServe::Impl {
            static_cast<std::time_t>(id.mtimeSec) <= since;
   }
 
-  MHD_Result unprocessable(MHD_Connection* c, Req* r, const KpzExtraction::Outcome& o) {
-    switch (o.failure) {
-      case KpzExtraction::Failure::NotKpz: metrics.Fail(Failure::NotKpz); break;
-      case KpzExtraction::Failure::NoPicture: metrics.Fail(Failure::NoPicture); break;
-      case KpzExtraction::Failure::BadPicture: metrics.Fail(Failure::BadPicture); break;
-      default: metrics.Fail(Failure::Unreadable); break;
-    }
-    return text(c, r, MHD_HTTP_UNPROCESSABLE_CONTENT, o.words + "\n");
+  // A file that cannot be used, answered and counted by KpzServeFailure's
+  // row of `kind`, in `words` (the kit's).
+  MHD_Result unprocessable(MHD_Connection* c, Req* r, DtRawFailure::Kind kind,
+                           const std::string& words) {
+    const KpzServeFailure::Row row = KpzServeFailure::Of(kind);
+    metrics.Fail(row.counted);
+    return text(c, r, row.status, words + "\n");
+  }
+
+  MHD_Result unprocessable(MHD_Connection* c, Req* r, const DtRawFailure& why) {
+    return unprocessable(c, r, why.m_kind, why.m_words);
+  }
+
+  // A picture's bytes not read: as the kit sorts it, the file ended first
+  // (no errno) is damage, an error of the system makes it unreadable.
+  MHD_Result unread(MHD_Connection* c, Req* r, const KpzSource& source, const std::string& why) {
+    return unprocessable(
+        c, r, source.Errno() != 0 ? DtRawFailure::KindUnreadable : DtRawFailure::KindDamaged, why);
   }
 
   MHD_Result file(MHD_Connection* c, Req* r, Route route, const std::string& rel) {
@@ -590,14 +628,17 @@ struct KpzServe::Impl {
 
     if (route == Route::Info) {
       if (!source.ReadHead(&why)) {
-        KpzExtraction::Outcome o;
-        o.failure = KpzExtraction::Failure::Unreadable;
-        o.words = why;
-        return unprocessable(c, r, o);
+        return unprocessable(c, r, DtRawFailure::KindUnreadable, why);
       }
       KpzMetadata md;
       const bool ok = KpzMetadataReader::ReadOpened(source, rel, &md);
-      if (!ok) metrics.Fail(Failure::NotKpz);
+      if (!ok) {
+        // Answered below with kpz info's JSON; counted by the same table.
+        metrics.Fail(KpzServeFailure::Of(DtRawErrorText::IsParseCode(md.initResult)
+                                             ? DtRawFailure::KindNotKpz
+                                             : DtRawFailure::KindUnreadable)
+                         .counted);
+      }
       const std::string body = KpzInfoJson::Line(md);
       MHD_Response* response = MHD_create_response_from_buffer(
           body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_MUST_COPY);
@@ -614,35 +655,29 @@ struct KpzServe::Impl {
     std::shared_ptr<const Located> located = cache.Get(id);
     if (!located) {
       if (!source.ReadHead(&why)) {
-        KpzExtraction::Outcome o;
-        o.failure = KpzExtraction::Failure::Unreadable;
-        o.words = why;
-        return unprocessable(c, r, o);
+        return unprocessable(c, r, DtRawFailure::KindUnreadable, why);
       }
-      auto fresh = std::make_shared<Located>();
       const std::size_t headBytes =
           source.Size() < KpzSource::kHeadSize ? static_cast<std::size_t>(source.Size())
                                                : KpzSource::kHeadSize;
-      KpzExtraction::Options want;
-      want.upright = true;  // the orientation too, for ?upright=1
-      want.kind = KpzExtraction::Kind::Preview;
-      fresh->preview = KpzExtraction::Locate(source.Head(), headBytes, source.Size(), want);
-      want.kind = KpzExtraction::Kind::Thumbnail;
-      fresh->thumbnail = KpzExtraction::Locate(source.Head(), headBytes, source.Size(), want);
+      // The one parse of this file: both pictures and the orientation.
+      metrics.Parsed();
+      auto fresh = std::make_shared<const Located>(
+          DtRawRecord::Parse(source.Head(), headBytes, source.Size(), DtRawRecord::FieldsPictures));
       cache.Put(id, fresh);
       located = std::move(fresh);
     }
-    const KpzExtraction::Kind kind =
-        route == Route::Preview ? KpzExtraction::Kind::Preview : KpzExtraction::Kind::Thumbnail;
-    const KpzExtraction::Outcome& o =
-        kind == KpzExtraction::Kind::Preview ? located->preview : located->thumbnail;
-    if (!o.ok()) return unprocessable(c, r, o);
+    const DtRawRecord::Picture which =
+        route == Route::Preview ? DtRawRecord::PicturePreview : DtRawRecord::PictureThumbnail;
+    const DtRawExpected<DtRawRecord::Range>& picture = located->Of(which);
+    if (!picture) return unprocessable(c, r, picture.Failure());
+    const DtRawRecord::Range& o = *picture;
 
-    if (upright && o.turns) {
-      return turned(c, r, source, o, kind, etag, id);
+    if (upright && located->turns) {
+      return turned(c, r, source, *located, o, etag, id);
     }
     std::uint64_t first = 0;
-    std::uint64_t length = o.range.length;
+    std::uint64_t length = o.m_length;
     unsigned status = MHD_HTTP_OK;
     KpzServeHttp::Range range;
     if (!rangeOf(c, etag, length, &range)) {
@@ -654,7 +689,7 @@ struct KpzServe::Impl {
       status = MHD_HTTP_PARTIAL_CONTENT;
     }
     if (length <= kInlineBytes) {
-      return withHead(c, r, source, o, kind, status, first, length, etag, id);
+      return withHead(c, r, source, o, status, first, length, etag, id);
     }
     // Sent from the raw file's own descriptor (sendfile), which the
     // response owns and closes. libmicrohttpd sends it 128 KiB at a time:
@@ -662,14 +697,14 @@ struct KpzServe::Impl {
     // read 128 KiB by 128 KiB as each send needs it (the head's read turned
     // readahead off for this descriptor).
     const int sendFd = source.Release();
-    KpzReadHint::WillNeed(sendFd, o.range.offset + first, length);
-    MHD_Response* response = MHD_create_response_from_fd_at_offset64(
-        length, sendFd, o.range.offset + first);
+    KpzReadHint::WillNeed(sendFd, o.m_offset + first, length);
+    MHD_Response* response =
+        MHD_create_response_from_fd_at_offset64(length, sendFd, o.m_offset + first);
     if (response == nullptr) {
       close(sendFd);
       return MHD_NO;
     }
-    pictureHeaders(response, etag, id, status, first, length, o.range.length);
+    pictureHeaders(response, etag, id, status, first, length, o.m_length);
     return queue(c, r, status, response, length);
   }
 
@@ -684,9 +719,8 @@ struct KpzServe::Impl {
   // Reads `length` bytes of the picture from `first` on and answers with
   // them (a 422 in the kit's words when the file no longer holds them).
   MHD_Result withHead(MHD_Connection* c, Req* r, KpzSource& source,
-                      const KpzExtraction::Outcome& located, KpzExtraction::Kind kind,
-                      unsigned status, std::uint64_t first, std::uint64_t length,
-                      const std::string& etag, const Identity& id) {
+                      const DtRawRecord::Range& located, unsigned status, std::uint64_t first,
+                      std::uint64_t length, const std::string& etag, const Identity& id) {
     auto* bytes = new (std::nothrow) std::vector<UINT8>();
     if (bytes == nullptr) return busy(c, r, false);
     try {
@@ -696,14 +730,10 @@ struct KpzServe::Impl {
       return busy(c, r, false);
     }
     std::string why;
-    if (length != 0 && !source.ReadAt(located.range.offset + first, static_cast<std::size_t>(length),
-                                      bytes->data(), KpzPictureReader::Name(kind), &why)) {
+    if (length != 0 && !source.ReadAt(located.m_offset + first, static_cast<std::size_t>(length),
+                                      bytes->data(), DtRawRecord::Name(located.m_picture), &why)) {
       delete bytes;
-      KpzExtraction::Outcome o;
-      o.failure = source.Errno() != 0 ? KpzExtraction::Failure::Unreadable
-                                      : KpzExtraction::Failure::BadPicture;
-      o.words = why;
-      return unprocessable(c, r, o);
+      return unread(c, r, source, why);
     }
     MHD_Response* response = MHD_create_response_from_buffer_with_free_callback_cls(
         static_cast<size_t>(length), bytes->data(),
@@ -712,7 +742,7 @@ struct KpzServe::Impl {
       delete bytes;
       return MHD_NO;
     }
-    pictureHeaders(response, etag, id, status, first, length, located.range.length);
+    pictureHeaders(response, etag, id, status, first, length, located.m_length);
     return queue(c, r, status, response, length);
   }
 
@@ -750,39 +780,42 @@ struct KpzServe::Impl {
     }
   }
 
-  MHD_Result turned(MHD_Connection* c, Req* r, KpzSource& source,
-                    const KpzExtraction::Outcome& located, KpzExtraction::Kind kind,
-                    const std::string& etag, const Identity& id) {
+  // The picture at `stored` of a file whose orientation (in `located`) asks
+  // for a turn, turned by the kit (KpzExtraction::Turn) or found turned in
+  // the cache of turned pictures.
+  MHD_Result turned(MHD_Connection* c, Req* r, KpzSource& source, const Located& located,
+                    const DtRawRecord::Range& stored, const std::string& etag, const Identity& id) {
     KpzServeTurnedCache::File file;
     file.dev = id.dev;
     file.ino = id.ino;
     file.size = id.size;
     file.mtimeSec = id.mtimeSec;
     file.mtimeNsec = id.mtimeNsec;
-    const char variant = kind == KpzExtraction::Kind::Preview ? 'P' : 'T';
+    const bool preview = stored.m_picture == DtRawRecord::PicturePreview;
+    const char variant = preview ? 'P' : 'T';
     KpzServeTurnedCache::Bytes bytes = turnedCache.Get(file, variant);
     if (!bytes) {
-      std::vector<UINT8> stored;
+      std::vector<UINT8> original;
       try {
-        stored.resize(located.range.length);  // inside the file: Locate checked it
+        original.resize(stored.m_length);  // inside the file: Locate checked it
       } catch (const std::bad_alloc&) {
         return busy(c, r, false);
       }
       std::string why;
-      if (!source.ReadAt(located.range.offset, located.range.length, stored.data(),
-                         KpzPictureReader::Name(kind), &why)) {
-        KpzExtraction::Outcome o;
-        o.failure = source.Errno() != 0 ? KpzExtraction::Failure::Unreadable
-                                        : KpzExtraction::Failure::BadPicture;
-        o.words = why;
-        return unprocessable(c, r, o);
+      if (!source.ReadAt(stored.m_offset, stored.m_length, original.data(),
+                         DtRawRecord::Name(stored.m_picture), &why)) {
+        return unread(c, r, source, why);
       }
       KpzExtraction::Options want;
-      want.kind = kind;
+      want.kind = preview ? KpzExtraction::Kind::Preview : KpzExtraction::Kind::Thumbnail;
       want.upright = true;
-      KpzExtraction::Outcome o = located;
-      KpzExtraction::Turn(stored.data(), stored.size(), want, &o);
-      if (!o.ok()) return unprocessable(c, r, o);
+      KpzExtraction::Outcome o;
+      o.range.offset = stored.m_offset;
+      o.range.length = stored.m_length;
+      o.orientation = located.orientation;
+      o.turns = true;
+      KpzExtraction::Turn(original.data(), original.size(), want, &o);
+      if (!o.ok()) return unprocessable(c, r, o.kind, o.words);
       bytes = std::make_shared<const std::vector<UINT8>>(std::move(o.bytes));
       // Kept under the identity read when the file was opened: a file
       // changed since is another identity and misses.

@@ -5,10 +5,12 @@
 //
 // Part of the kpz tool (tools/kpz/serve), a front end over the kit: a file
 // is opened beneath ROOT (KpzBeneath), checked and its head read
-// (KpzSource), its pictures located (KpzExtraction::Locate), turned
-// (KpzExtraction::Turn) and its metadata read (KpzMetadataReader,
-// KpzInfoJson) by the kit's own steps. HTTP is libmicrohttpd's: this file
-// parses no request; it routes them, answers them and keeps the limits.
+// (KpzSource), the head parsed once into the record of both its pictures
+// and its orientation (DtRawRecord), a picture turned (KpzExtraction::Turn)
+// and the metadata read (KpzMetadataReader, KpzInfoJson) by the kit's own
+// steps; a failure is answered by one table of its kind (KpzServeFailure).
+// HTTP is libmicrohttpd's: this file parses no request; it routes them,
+// answers them and keeps the limits.
 //
 //   KpzServe::Options o;
 //   o.root = "photos";

@@ -12,9 +12,9 @@ const unsigned kStatusCodes[] = {200, 206, 301, 304, 400, 403, 404, 405,
                                  414, 416, 422, 431, 500, 503, 0};
 const double kBounds[] = {0.0001, 0.00025, 0.0005, 0.001, 0.0025, 0.005, 0.01,
                           0.025,  0.05,    0.1,    0.25,  0.5,    1,     5};
-const char* const kFailureNames[] = {"not_found", "not_kpz",   "no_picture",
-                                     "bad_picture", "unreadable", "forbidden",
-                                     "limit",     "bad_request", "incomplete"};
+const char* const kFailureNames[] = {"not_found",    "not_kpz",    "damaged",   "no_preview",
+                                     "no_thumbnail", "unreadable", "forbidden", "limit",
+                                     "bad_request",  "incomplete"};
 
 void append(std::string* out, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void append(std::string* out, const char* format, ...) {
@@ -32,7 +32,7 @@ static_assert(sizeof kBounds / sizeof kBounds[0] == 14, "one bound per bucket");
 static_assert(sizeof kFailureNames / sizeof kFailureNames[0] == KpzServeMetrics::kFailures,
               "one name per failure");
 
-KpzServeMetrics::KpzServeMetrics() : m_cut(0), m_connections(0) {
+KpzServeMetrics::KpzServeMetrics() : m_parsed(0), m_cut(0), m_connections(0) {
   for (auto& route : m_requests) for (auto& c : route) c.store(0);
   for (auto& c : m_bytes) c.store(0);
   for (auto& route : m_latency) for (auto& c : route) c.store(0);
@@ -44,6 +44,10 @@ const char* KpzServeMetrics::RouteName(Route route) {
   static const char* const kNames[] = {"page", "list", "preview", "thumbnail", "info",
                                        "metrics", "healthz", "asset", "other"};
   return kNames[route];
+}
+
+const char* KpzServeMetrics::FailureName(Failure failure) {
+  return failure >= 0 && failure < kFailures ? kFailureNames[failure] : "other";
 }
 
 int KpzServeMetrics::statusIndex(unsigned status) {
@@ -111,6 +115,12 @@ std::string KpzServeMetrics::Text(const Gauges& gauges) const {
     append(&out, "kpz_serve_failures_total{kind=\"%s\"} %" PRIu64 "\n", kFailureNames[f],
            m_failures[f].load(std::memory_order_relaxed));
   }
+  append(&out,
+         "# HELP kpz_serve_head_parses_total Heads of files parsed to locate their pictures "
+         "(once per file not in the located cache).\n"
+         "# TYPE kpz_serve_head_parses_total counter\n"
+         "kpz_serve_head_parses_total %" PRIu64 "\n",
+         m_parsed.load(std::memory_order_relaxed));
   append(&out,
          "# HELP kpz_serve_connections_cut_total Connections closed for sending too slowly.\n"
          "# TYPE kpz_serve_connections_cut_total counter\n"

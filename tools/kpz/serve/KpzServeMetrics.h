@@ -1,6 +1,7 @@
 // KpzServeMetrics.h - what kpz serve counts, told as Prometheus text at
 // /metrics: requests by route and status, bytes of bodies sent, a latency
-// histogram by route, failures by kind and the connections cut.
+// histogram by route, failures by kind, the heads parsed and the connections
+// cut.
 //
 // Part of the kpz tool (tools/kpz/serve). Fixed arrays of atomic counters:
 // counting takes no lock and no memory, whatever the traffic.
@@ -17,9 +18,10 @@ class KpzServeMetrics {
   enum Route { Page, List, Preview, Thumbnail, Info, Metrics, Health, Asset, Other, kRoutes };
   enum Failure {
     NotFound,     // 404: not there or not allowed
-    NotKpz,       // 422
-    NoPicture,    // 422
-    BadPicture,   // 422
+    NotKpz,       // 422: the file's kinds of failure (KpzServeFailure's table)
+    Damaged,      // 422
+    NoPreview,    // 422
+    NoThumbnail,  // 422
     Unreadable,   // 422: a read failed after the file was opened
     Forbidden,    // 403: no valid signature
     Limit,        // 503
@@ -35,6 +37,9 @@ class KpzServeMetrics {
   void Request(Route route, unsigned status, std::uint64_t bytes, double seconds);
   void Fail(Failure failure) { m_failures[failure].fetch_add(1, std::memory_order_relaxed); }
   void Cut() { m_cut.fetch_add(1, std::memory_order_relaxed); }
+  // A file's head parsed to locate its pictures (a file not in the cache of
+  // located pictures: once per file for both pictures).
+  void Parsed() { m_parsed.fetch_add(1, std::memory_order_relaxed); }
   void Connections(long delta) { m_connections.fetch_add(delta, std::memory_order_relaxed); }
   long OpenConnections() const { return m_connections.load(std::memory_order_relaxed); }
 
@@ -54,6 +59,8 @@ class KpzServeMetrics {
   std::string Text(const Gauges& gauges) const;
 
   static const char* RouteName(Route route);
+  // The label of `failure` at /metrics ("not_found", "not_kpz", ...).
+  static const char* FailureName(Failure failure);
 
  private:
   static constexpr int kStatuses = 16;
@@ -65,6 +72,7 @@ class KpzServeMetrics {
   std::atomic<std::uint64_t> m_latency[kRoutes][kBuckets + 1];  // the last: +Inf
   std::atomic<std::uint64_t> m_latencyMicros[kRoutes];
   std::atomic<std::uint64_t> m_failures[kFailures];
+  std::atomic<std::uint64_t> m_parsed;
   std::atomic<std::uint64_t> m_cut;
   std::atomic<long> m_connections;
 };
