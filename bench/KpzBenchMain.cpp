@@ -1,6 +1,7 @@
 // KpzBenchMain.cpp - kpz_bench: the Google Benchmark program that times the
-// library's preview path against the floor (the bare system calls) and, when
-// built with it, libexiv2's PreviewManager, all over one corpus.
+// library's preview path (by path and by descriptor) against the floor (the
+// bare system calls) and, when built with it, libexiv2's PreviewManager, all
+// over one corpus.
 //
 // Part of bench/ (preset `bench`); never run by the unit tests or CI. Every
 // benchmark processes one file per iteration, going round the corpus, so a
@@ -29,6 +30,9 @@
 #include "BenchCorpus.h"
 #include "BenchJobs.h"
 #include "support/KpzFileBuilder.h"
+#if KPZ_BENCH_DESCRIPTOR
+#include "BenchDescriptorJob.h"
+#endif
 #if KPZ_BENCH_EXIV2
 #include "BenchExiv2Job.h"
 #endif
@@ -61,7 +65,8 @@ struct Fixture {
 };
 
 // Reads every file once (warming the page cache), keeps its head and checks
-// that the main path gives exactly the floor's bytes. false with a message
+// that the main path and the descriptor path (when built) give exactly the
+// floor's bytes. false with a message
 // printed when a file fails.
 bool prepare(Fixture* fx) {
   for (const BenchFile& file : fx->files) {
@@ -78,6 +83,16 @@ bool prepare(Fixture* fx) {
       std::printf("kpz_bench: %s: the main path does not give the preview\n", file.path.c_str());
       return false;
     }
+#if KPZ_BENCH_DESCRIPTOR
+    expected.same = false;
+    if (BenchDescriptorJob::Preview(file.path.c_str(), &compareSink, &expected) !=
+            file.previewSize ||
+        !expected.same) {
+      std::printf("kpz_bench: %s: the descriptor path does not give the preview\n",
+                  file.path.c_str());
+      return false;
+    }
+#endif
     fx->heads.push_back(std::move(head));
     fx->previewBytes += file.previewSize;
   }
@@ -185,13 +200,21 @@ int main(int argc, char** argv) {
   if (!prepare(&fx)) {
     return 1;
   }
-  std::printf("kpz_bench: %zu files, %.2f MB of previews; main path checked against the floor\n",
-              fx.files.size(), static_cast<double>(fx.previewBytes) / 1e6);
+  std::printf(
+      "kpz_bench: %zu files, %.2f MB of previews; main and descriptor paths checked against "
+      "the floor\n",
+      fx.files.size(), static_cast<double>(fx.previewBytes) / 1e6);
 
   Fixture* f = &fx;
   add("MainPath", fx, fx.previewBytes, [f](std::size_t i) {
     return BenchJobs::MainPath(f->files[i].path.c_str(), &BenchJobs::IgnorePreview, nullptr) != 0;
   });
+#if KPZ_BENCH_DESCRIPTOR
+  add("Descriptor", fx, fx.previewBytes, [f](std::size_t i) {
+    return BenchDescriptorJob::Preview(f->files[i].path.c_str(), &BenchJobs::IgnorePreview,
+                                       nullptr) != 0;
+  });
+#endif
   add("Floor", fx, fx.previewBytes, [f](std::size_t i) {
     return BenchJobs::Floor(f->files[i], f->scratch.data(), &BenchJobs::IgnorePreview,
                             nullptr) != 0;

@@ -15,7 +15,8 @@
 // 92 unless given), encoded once with TurboJPEG (BenchJpeg), instead of
 // JPEG-shaped bytes; --orientation-mix varies IFD0's orientation as
 // BenchCorpus::OrientationFor says and writes orientations.tsv.
-// JOB is one of: main (the JNI entry's path), locate, parse (a head held in
+// JOB is one of: main (the JNI entry's path), fd (the descriptor entry's,
+// with the app's open and close; when built), locate, parse (a head held in
 // memory; the heads are read before the jobs run), floor, floorhinted (the
 // floor with the library's access hints, for a cold page cache), floorhead,
 // exiv2 (when built with libexiv2). --files 0 runs no job at all: the baseline to
@@ -51,6 +52,9 @@
 #include "BenchAllocCounter.h"
 #include "BenchCorpus.h"
 #include "BenchJobs.h"
+#if KPZ_BENCH_DESCRIPTOR
+#include "BenchDescriptorJob.h"
+#endif
 #if KPZ_BENCH_TURBOJPEG
 #include "BenchJpeg.h"
 #endif
@@ -68,6 +72,9 @@ const char* const kUsage =
     "       kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker] [--any-result]\n"
     "       kpz_bench_run paired MANIFEST [--files N] [--passes P]\n"
     "       JOB: main locate parse floor floorhinted floorhead"
+#if KPZ_BENCH_DESCRIPTOR
+    " fd"
+#endif
 #if KPZ_BENCH_EXIV2
     " exiv2"
 #endif
@@ -186,6 +193,12 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
     return BenchJobs::MainPath(file.path.c_str(), &BenchJobs::IgnorePreview, nullptr) ==
            file.previewSize;
   }
+#if KPZ_BENCH_DESCRIPTOR
+  if (job == "fd") {
+    return BenchDescriptorJob::Preview(file.path.c_str(), &BenchJobs::IgnorePreview, nullptr) ==
+           file.previewSize;
+  }
+#endif
   if (job == "locate") {
     DtRawScreennailInfo info;
     return BenchJobs::Locate(file.path.c_str(), &info) == 0 &&
@@ -221,6 +234,9 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
 bool knownJob(const std::string& job) {
   return job == "main" || job == "locate" || job == "parse" || job == "floor" ||
          job == "floorhinted" || job == "floorhead"
+#if KPZ_BENCH_DESCRIPTOR
+         || job == "fd"
+#endif
 #if KPZ_BENCH_EXIV2
          || job == "exiv2"
 #endif

@@ -25,6 +25,7 @@ import sys
 JOBS = [
     ("Floor", "floor: open, read 64 KiB, close; open, seek, read the preview, close"),
     ("MainPath", "main path, as the JNI entry runs it (with its log lines)"),
+    ("Descriptor", "descriptor path, as getScreennailFromFd runs it (with the app's open and close)"),
     ("FloorHead64K", "floor of locating: open, read 64 KiB, close"),
     ("LocateOnly", "locate only: Initialize + GetScreennailInfo (+ Finalize)"),
     ("ParseBuffer", "parse only: InitializeBuf over the head in memory + every query"),
@@ -136,8 +137,9 @@ def main_table(facts, bench):
 
 
 def counts_table(facts):
-    jobs = [("main", "main path"), ("locate", "locate only"), ("parse", "parse only"),
-            ("floor", "floor"), ("floorhead", "floor of locating"), ("exiv2", "libexiv2")]
+    jobs = [("main", "main path"), ("fd", "descriptor path"), ("locate", "locate only"),
+            ("parse", "parse only"), ("floor", "floor"), ("floorhead", "floor of locating"),
+            ("exiv2", "libexiv2")]
     lines = [
         "| per file | " + " | ".join(name for _, name in jobs) + " | goal | result |",
         "|---|" + "---:|" * len(jobs) + "---|---|",

@@ -2,11 +2,12 @@
 // getScreennailNative of com.kavi.dtv.kpzinterface.KaviKPZInterface.
 //
 // Layer: the top one (jni/), over its JNI-free read path
-// (KpzScreennailReader), above the raw facade (jni/raw/DtRaw) and the
-// files-and-streams layer (jni/util/io/DtNlFileIo). Given the path of a KPZ raw
-// file it returns the bytes of the screennail (the large preview JPEG stored in
-// the file) as a new Java byte[], or null on any failure; the reason is written
-// only to the Android log (tag "KpzInterface", INFO for progress, ERROR for
+// (KpzScreennailReader) and the array it hands to Java (KpzJavaBytes), above
+// the raw facade (jni/raw/DtRaw) and the files-and-streams layer
+// (jni/util/io/DtNlFileIo). Given the path of a KPZ raw file it returns the
+// bytes of the screennail (the large preview JPEG stored in the file) as a new
+// Java byte[], or null on any failure; the reason is written only to the
+// Android log (tag "KpzInterface", INFO for progress, ERROR for
 // failures), never through DtNlLogger. It keeps nothing between calls and runs
 // wholly on the calling thread; concurrent calls from several threads are fine.
 //
@@ -23,6 +24,7 @@
 
 #include <memory>
 
+#include "KpzJavaBytes.h"
 #include "KpzScreennailReader.h"
 #include "raw/DtRaw.h"
 #include "util/DtNlTypes.h"
@@ -33,25 +35,16 @@ namespace {
 const char* const kLogTag = "KpzInterface";
 
 // Everything between taking the path's characters and releasing them: the
-// read (KpzScreennailReader), then the array. Returns the new array, or null
-// after logging why. `raw` and `fileIo` belong to the caller, which destroys
-// them (the channel first) after releasing `chars`.
+// read (KpzScreennailReader), then the array (KpzJavaBytes). Returns the new
+// array, or null after logging why. `raw` and `fileIo` belong to the caller,
+// which destroys them (the channel first) after releasing `chars`.
 jbyteArray readScreennail(JNIEnv* env, const char* chars, DtRaw& raw, DtNlFileIo& fileIo) {
   UINT size = 0;
   std::unique_ptr<UINT8[]> buffer = KpzScreennailReader::Read(chars, raw, fileIo, &size);
   if (!buffer) {
     return nullptr;  // logged by the reader
   }
-  // size <= KpzScreennailReader::kMaxJavaArray, so the count fits a jsize.
-  const jsize length = static_cast<jsize>(size);
-  jbyteArray array = env->NewByteArray(length);
-  if (array == nullptr) {
-    // The JVM could not make the array and has an OutOfMemoryError pending.
-    __android_log_print(ANDROID_LOG_ERROR, kLogTag, "NewByteArray ERROR. size=%u", size);
-    return nullptr;  // the buffer is freed on the way out
-  }
-  env->SetByteArrayRegion(array, 0, length, reinterpret_cast<const jbyte*>(buffer.get()));
-  return array;
+  return KpzJavaBytes::NewArray(env, buffer.get(), size);  // the buffer is freed on the way out
 }
 
 }  // namespace

@@ -471,6 +471,7 @@ fact load.after_timing "$(load1)"
 cg_function() {  # <job> -> the function whose instructions count
   case "$1" in
     main) echo 'BenchJobs::MainPath(*' ;;
+    fd) echo 'BenchDescriptorJob::Preview(*' ;;
     locate) echo 'BenchJobs::Locate(*' ;;
     parse) echo 'BenchJobs::ParseBuffer(*' ;;
     floor) echo 'BenchJobs::Floor(*' ;;
@@ -487,6 +488,7 @@ cg_total() {  # <tunables> <job> <rounds> -> instructions in the job function
 }
 cg_jobs="locate parse main floor floorhead"
 run_usage="$("$bin/kpz_bench_run" 2>&1 || true)"
+case "$run_usage" in *" fd"*) cg_jobs="$cg_jobs fd" ;; esac
 case "$run_usage" in *exiv2*) cg_jobs="$cg_jobs exiv2" ;; esac
 if have valgrind; then
   log "counting instructions (callgrind, $cg_files files)"

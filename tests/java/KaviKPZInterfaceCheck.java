@@ -36,13 +36,10 @@ import com.kavi.dtv.kpzinterface.KaviKPZInterface;
 
 import java.io.File;
 import java.io.FileInputStream;
-import java.io.IOException;
 import java.io.InputStream;
 import java.io.RandomAccessFile;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.DirectoryStream;
 import java.nio.file.Files;
-import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.security.MessageDigest;
 import java.security.NoSuchAlgorithmException;
@@ -55,6 +52,15 @@ import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
+
+import static kpztest.ChildSupport.closeKept;
+import static kpztest.ChildSupport.descriptorOf;
+import static kpztest.ChildSupport.linkOf;
+import static kpztest.ChildSupport.openKept;
+import static kpztest.ChildSupport.realPath;
+import static kpztest.ChildSupport.report;
+import static kpztest.ChildSupport.runThreads;
+import static kpztest.ChildSupport.vmRssKiB;
 
 public final class KaviKPZInterfaceCheck {
     // One line of the Android log library on standard error:
@@ -162,40 +168,11 @@ public final class KaviKPZInterfaceCheck {
         return 0;
     }
 
-    // The number of this process's descriptor open on `path` (the highest, if
-    // several), found in /proc/self/fd; -1 when there is none.
-    private static int descriptorOf(String path) throws IOException {
-        String real = realPath(path);
-        int found = -1;
-        try (DirectoryStream<Path> fds = Files.newDirectoryStream(Paths.get("/proc/self/fd"))) {
-            for (Path p : fds) {
-                int n = Integer.parseInt(p.getFileName().toString());
-                if (n > found && real.equals(linkOf(n))) {
-                    found = n;
-                }
-            }
-        }
-        return found;
-    }
-
-    private static String realPath(String path) throws IOException {
-        return Paths.get(path).toRealPath().toString();
-    }
-
-    // What descriptor `fd` of this process is open on, or null when it is not open.
-    private static String linkOf(int fd) {
-        try {
-            return Files.readSymbolicLink(Paths.get("/proc/self/fd/" + fd)).toString();
-        } catch (IOException e) {
-            return null;
-        }
-    }
-
     // Arguments: <path> <expected> pairs, one per thread. Through descriptors
     // (`viaFd`), each thread calls with a descriptor of its own, opened before
     // the threads start and positioned at KEPT_OFFSET, which must stay there.
     // Prints "ok <calls> <rss after warm-up KiB> <rss at end KiB>" or
-    // "fail <reason>".
+    // "fail <reason>" (ChildSupport.report).
     private static int childStress(String[] pairs, boolean viaFd) throws Exception {
         final int threads = pairs.length / 2;
         final String[] paths = new String[threads];
@@ -207,83 +184,40 @@ public final class KaviKPZInterfaceCheck {
         final RandomAccessFile[] files = new RandomAccessFile[threads];
         final int[] fds = new int[threads];
         if (viaFd) {
-            for (int i = 0; i < threads; i++) {
-                files[i] = new RandomAccessFile(paths[i], "r");
-                fds[i] = descriptorOf(paths[i]);
-                files[i].seek(KEPT_OFFSET);
-            }
+            openKept(paths, KEPT_OFFSET, files, fds);
         }
         final KaviKPZInterface entry = new KaviKPZInterface();
         final AtomicInteger good = new AtomicInteger();
         final List<String> failures = new ArrayList<>();
         final long[] rss = new long[2];
         final CyclicBarrier warmedUp = new CyclicBarrier(threads, () -> rss[0] = vmRssKiB());
-        List<Thread> workers = new ArrayList<>();
-        for (int t = 0; t < threads; t++) {
-            final int me = t;
-            Thread worker = new Thread(() -> {
-                try {
-                    for (int i = 0; i < WARM_UP_CALLS; i++) {
-                        if (viaFd) {
-                            entry.getScreennailFromFd(fds[me]);
-                        } else {
-                            entry.getScreennailNative(paths[me]);
-                        }
-                    }
-                    warmedUp.await();
-                    for (int i = 0; i < CALLS; i++) {
-                        byte[] got = viaFd ? entry.getScreennailFromFd(fds[me])
-                                : entry.getScreennailNative(paths[me]);
-                        if (got != null && Arrays.equals(got, expected[me])) {
-                            good.incrementAndGet();
-                        } else {
-                            synchronized (failures) {
-                                failures.add("thread " + me + " call " + i + ": "
-                                        + (got == null ? "null" : got.length + " bytes differ"));
-                            }
-                        }
-                    }
-                } catch (Exception e) {
+        runThreads(threads, me -> {
+            for (int i = 0; i < WARM_UP_CALLS; i++) {
+                if (viaFd) {
+                    entry.getScreennailFromFd(fds[me]);
+                } else {
+                    entry.getScreennailNative(paths[me]);
+                }
+            }
+            warmedUp.await();
+            for (int i = 0; i < CALLS; i++) {
+                byte[] got = viaFd ? entry.getScreennailFromFd(fds[me])
+                        : entry.getScreennailNative(paths[me]);
+                if (got != null && Arrays.equals(got, expected[me])) {
+                    good.incrementAndGet();
+                } else {
                     synchronized (failures) {
-                        failures.add("thread " + me + ": " + e);
+                        failures.add("thread " + me + " call " + i + ": "
+                                + (got == null ? "null" : got.length + " bytes differ"));
                     }
                 }
-            });
-            workers.add(worker);
-            worker.start();
-        }
-        for (Thread worker : workers) {
-            worker.join();
-        }
+            }
+        }, failures);
         rss[1] = vmRssKiB();
         if (viaFd) {
-            for (int i = 0; i < threads; i++) {
-                if (files[i].getFilePointer() != KEPT_OFFSET || !realPath(paths[i]).equals(linkOf(fds[i]))) {
-                    failures.add("thread " + i + ": descriptor " + fds[i] + " moved to "
-                            + files[i].getFilePointer() + " or was closed");
-                }
-                files[i].close();
-            }
+            closeKept(paths, KEPT_OFFSET, files, fds, failures);
         }
-        if (!failures.isEmpty()) {
-            System.out.println("fail " + failures.size() + " wrong results, first: " + failures.get(0));
-            return 0;
-        }
-        System.out.println("ok " + good.get() + " " + rss[0] + " " + rss[1]);
-        return 0;
-    }
-
-    private static long vmRssKiB() {
-        try {
-            for (String line : Files.readAllLines(Paths.get("/proc/self/status"))) {
-                if (line.startsWith("VmRSS:")) {
-                    return Long.parseLong(line.replaceAll("[^0-9]", ""));
-                }
-            }
-        } catch (IOException e) {
-            return -1;
-        }
-        return -1;
+        return report(failures, good.get(), rss[0], rss[1]);
     }
 
     // ---- checking side --------------------------------------------------

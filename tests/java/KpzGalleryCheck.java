@@ -38,7 +38,6 @@ import com.kavi.dtv.kpzinterface.KpzInfo;
 
 import java.io.File;
 import java.io.FileInputStream;
-import java.io.IOException;
 import java.io.InputStream;
 import java.io.RandomAccessFile;
 import java.nio.ByteBuffer;
@@ -60,6 +59,15 @@ import java.util.concurrent.CyclicBarrier;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.regex.Pattern;
+
+import static kpztest.ChildSupport.closeKept;
+import static kpztest.ChildSupport.descriptorOf;
+import static kpztest.ChildSupport.linkOf;
+import static kpztest.ChildSupport.openKept;
+import static kpztest.ChildSupport.realPath;
+import static kpztest.ChildSupport.report;
+import static kpztest.ChildSupport.runThreads;
+import static kpztest.ChildSupport.vmRssKiB;
 
 public final class KpzGalleryCheck {
     // Where the descriptor cases put the descriptor's offset before the call.
@@ -612,80 +620,52 @@ public final class KpzGalleryCheck {
         final KaviKPZInterface kpz = new KaviKPZInterface();
         final RandomAccessFile[] files = new RandomAccessFile[threads];
         final int[] fds = new int[threads];
-        for (int i = 0; i < threads; i++) {
-            files[i] = new RandomAccessFile(args[i + 1], "r");
-            fds[i] = descriptorOf(args[i + 1]);
-            files[i].seek(KEPT_OFFSET);
-        }
+        final String[] paths = Arrays.copyOfRange(args, 1, args.length);
+        openKept(paths, KEPT_OFFSET, files, fds);
         final AtomicLong good = new AtomicLong();
         final List<String> problems = new ArrayList<>();
         final long[] rss = new long[2];
         final CyclicBarrier warmedUp = new CyclicBarrier(threads, () -> rss[0] = vmRssKiB());
         final int rounds = ROUNDS / threads;
-        List<Thread> workers = new ArrayList<>();
-        for (int t = 0; t < threads; t++) {
-            final int me = t;
-            final String path = args[t + 1];
-            Thread worker = new Thread(() -> {
+        runThreads(threads, me -> {
+            final String path = paths[me];
+            KpzInfo first = kpz.getInfo(path);
+            byte[] thumb = kpz.getThumbnail(path);
+            ByteBuffer buf = ByteBuffer.allocateDirect((int) first.getPreviewLength());
+            kpz.readPreview(path, buf);
+            byte[] preview = new byte[buf.remaining()];
+            buf.duplicate().get(preview);
+            byte[] got = new byte[preview.length];
+            for (int i = -WARM_UP_ROUNDS; i < rounds; i++) {
+                if (i == 0) {
+                    warmedUp.await();
+                }
+                boolean byFd = (i & 1) != 0;
+                KpzInfo info = byFd ? kpz.getInfo(fds[me]) : kpz.getInfo(path);
+                byte[] th = byFd ? kpz.getThumbnail(fds[me]) : kpz.getThumbnail(path);
+                int n = byFd ? kpz.readPreview(fds[me], buf) : kpz.readPreview(path, buf);
+                buf.duplicate().get(got);
+                boolean failedRight = false;
                 try {
-                    KpzInfo first = kpz.getInfo(path);
-                    byte[] thumb = kpz.getThumbnail(path);
-                    ByteBuffer buf = ByteBuffer.allocateDirect((int) first.getPreviewLength());
-                    kpz.readPreview(path, buf);
-                    byte[] preview = new byte[buf.remaining()];
-                    buf.duplicate().get(preview);
-                    byte[] got = new byte[preview.length];
-                    for (int i = -WARM_UP_ROUNDS; i < rounds; i++) {
-                        if (i == 0) {
-                            warmedUp.await();
-                        }
-                        boolean byFd = (i & 1) != 0;
-                        KpzInfo info = byFd ? kpz.getInfo(fds[me]) : kpz.getInfo(path);
-                        byte[] th = byFd ? kpz.getThumbnail(fds[me]) : kpz.getThumbnail(path);
-                        int n = byFd ? kpz.readPreview(fds[me], buf) : kpz.readPreview(path, buf);
-                        buf.duplicate().get(got);
-                        boolean failedRight = false;
-                        try {
-                            kpz.getInfo(notKpz);
-                        } catch (KpzException e) {
-                            failedRight = e.getKind() == KpzException.Kind.NOT_KPZ;
-                        }
-                        boolean same = info.toString().equals(first.toString())
-                                && Arrays.equals(th, thumb) && n == preview.length
-                                && Arrays.equals(got, preview) && failedRight;
-                        if (i >= 0 && same) {
-                            good.incrementAndGet();
-                        } else if (!same) {
-                            synchronized (problems) {
-                                problems.add("thread " + me + " round " + i + " differs");
-                            }
-                        }
-                    }
-                } catch (Exception e) {
+                    kpz.getInfo(notKpz);
+                } catch (KpzException e) {
+                    failedRight = e.getKind() == KpzException.Kind.NOT_KPZ;
+                }
+                boolean same = info.toString().equals(first.toString())
+                        && Arrays.equals(th, thumb) && n == preview.length
+                        && Arrays.equals(got, preview) && failedRight;
+                if (i >= 0 && same) {
+                    good.incrementAndGet();
+                } else if (!same) {
                     synchronized (problems) {
-                        problems.add("thread " + me + ": " + e);
+                        problems.add("thread " + me + " round " + i + " differs");
                     }
                 }
-            });
-            workers.add(worker);
-            worker.start();
-        }
-        for (Thread worker : workers) {
-            worker.join();
-        }
-        rss[1] = vmRssKiB();
-        for (int i = 0; i < threads; i++) {
-            if (files[i].getFilePointer() != KEPT_OFFSET || !realPath(args[i + 1]).equals(linkOf(fds[i]))) {
-                problems.add("descriptor " + fds[i] + " moved or was closed");
             }
-            files[i].close();
-        }
-        if (!problems.isEmpty()) {
-            System.out.println("fail " + problems.size() + " problems, first: " + problems.get(0));
-            return 0;
-        }
-        System.out.println("ok " + good.get() + " " + rss[0] + " " + rss[1]);
-        return 0;
+        }, problems);
+        rss[1] = vmRssKiB();
+        closeKept(paths, KEPT_OFFSET, files, fds, problems);
+        return report(problems, good.get(), rss[0], rss[1]);
     }
 
     // One file as a gallery shows it, for measuring what is read (strace):
@@ -903,46 +883,5 @@ public final class KpzGalleryCheck {
         d.clear();
         d.get(out);
         return out;
-    }
-
-    // The number of this process's descriptor open on `path` (the highest, if
-    // several), found in /proc/self/fd; -1 when there is none.
-    static int descriptorOf(String path) throws IOException {
-        String real = realPath(path);
-        int found = -1;
-        try (DirectoryStream<Path> fds = Files.newDirectoryStream(Paths.get("/proc/self/fd"))) {
-            for (Path p : fds) {
-                int n = Integer.parseInt(p.getFileName().toString());
-                if (n > found && real.equals(linkOf(n))) {
-                    found = n;
-                }
-            }
-        }
-        return found;
-    }
-
-    static String realPath(String path) throws IOException {
-        return Paths.get(path).toRealPath().toString();
-    }
-
-    static String linkOf(int fd) {
-        try {
-            return Files.readSymbolicLink(Paths.get("/proc/self/fd/" + fd)).toString();
-        } catch (IOException e) {
-            return null;
-        }
-    }
-
-    static long vmRssKiB() {
-        try {
-            for (String line : Files.readAllLines(Paths.get("/proc/self/status"))) {
-                if (line.startsWith("VmRSS:")) {
-                    return Long.parseLong(line.replaceAll("[^0-9]", ""));
-                }
-            }
-        } catch (IOException e) {
-            return -1;
-        }
-        return -1;
     }
 }

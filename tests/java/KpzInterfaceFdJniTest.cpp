@@ -30,11 +30,14 @@
 
 extern char** environ;
 
+#include "KpzScreennailReader.h"
 #include "java/JniTestHarness.h"
 #include "raw/DtRaw.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 #include "support/LogExpect.h"
+#include "util/io/DtNlFileIo.h"
+#include "util/io/DtNlReadAt.h"
 
 extern "C" JNIEXPORT jbyteArray JNICALL
 Java_com_kavi_dtv_kpzinterface_KaviKPZInterface_getScreennailFromFd(JNIEnv* env, jobject self,
@@ -50,6 +53,7 @@ using kpztest::jni::Events;
 using kpztest::jni::ExpectEntryTagOnly;
 using kpztest::jni::InfoLine;
 using kpztest::jni::LargestArrayRequest;
+using kpztest::jni::ResetRecorders;
 using kpztest::jni::Then;
 using kpztest::jni::Write;
 
@@ -576,6 +580,115 @@ TEST(KpzInterfaceFdJni, RefusedArrayGivesNull) {
   EXPECT_EQ(jvm.Call(fd.Get()), nullptr);
   EXPECT_EQ(Events(), Then(Head(fd.Get()), {InfoLine(f.where.screennail, 4000, 1616, 1080),
                                             "NewByteArray 4000", "E NewByteArray ERROR. size=4000"}));
+}
+
+// ---- one reader for both entries ----------------------------------------------------
+
+// What one of KpzScreennailReader's readers made of a file: its bytes (or
+// none) and its log lines.
+struct ReaderRun {
+  bool read = false;
+  Bytes bytes;
+  std::vector<std::string> lines;
+};
+
+ReaderRun RunRead(const std::string& path) {
+  ResetRecorders();
+  ReaderRun run;
+  kpztest::CaptureStderr([&] {
+    DtRaw raw;
+    DtNlFileIo fileIo;
+    UINT size = 0;
+    std::unique_ptr<UINT8[]> got = KpzScreennailReader::Read(path.c_str(), raw, fileIo, &size);
+    run.read = got != nullptr;
+    if (got) {
+      run.bytes.assign(got.get(), got.get() + size);
+    }
+  });
+  run.lines = Events();
+  return run;
+}
+
+ReaderRun RunReadFd(int fd) {
+  ResetRecorders();
+  ReaderRun run;
+  DtNlFdReadAt file;
+  EXPECT_EQ(file.Adopt(fd, false), 0);
+  kpztest::CaptureStderr([&] {
+    UINT size = 0;
+    std::unique_ptr<UINT8[]> got = KpzScreennailReader::ReadFd(file, &size);
+    run.read = got != nullptr;
+    if (got) {
+      run.bytes.assign(got.get(), got.get() + size);
+    }
+  });
+  run.lines = Events();
+  return run;
+}
+
+// The path and the descriptor readers share the step that asks the facade where
+// the screennail lies: over one file they give the same bytes (or none) and the
+// same lines of that step, the initialisation's own name aside; only the
+// reading of the picture has words of its own (fileIo.* against pread).
+TEST(KpzInterfaceFdJni, ThePathAndTheDescriptorReaderLocateAlike) {
+  struct Case {
+    const char* name;
+    KpzSpec recipe;
+    std::vector<std::string> locate;  // the shared step's failure line; empty: it found the picture
+  };
+  kpztest::TempDir dir;
+  std::vector<Case> cases;
+  {
+    Case c{"le.kpz", {}, {}};
+    c.recipe.screennail = kpztest::FakeJpeg(5000, 0x20);
+    cases.push_back(c);
+    Case be{"be.kpz", {}, {}};
+    be.recipe.order = DtNlBigEndian;
+    be.recipe.screennail = kpztest::FakeJpeg(3001, 0x21);
+    cases.push_back(be);
+    Case empty{"empty-sn.kpz", {}, {}};
+    empty.recipe.screennail = Bytes();
+    cases.push_back(empty);
+    Case none{"nosn.kpz", {}, {"E raw.GetScreennailInfo ERROR. ret=-100"}};
+    none.recipe.ifd0ScreennailTags = false;
+    cases.push_back(none);
+    Case past{"past.kpz", {}, {}};
+    past.recipe.screennail = kpztest::FakeJpeg(5000, 0x22);
+    past.recipe.screennailLengthTag = 5000 + 4096;
+    cases.push_back(past);
+  }
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Built f = Write(dir, c.name, c.recipe);
+    const ReaderRun byPath = RunRead(f.path);
+    Fd fd(OpenRead(f.path));
+    const ReaderRun byFd = RunReadFd(fd.Get());
+    EXPECT_EQ(byPath.read, byFd.read);
+    EXPECT_EQ(byPath.bytes, byFd.bytes);
+    ASSERT_FALSE(byPath.lines.empty());
+    ASSERT_FALSE(byFd.lines.empty());
+    // The first line is the shared step's, here always: each file initializes.
+    const std::uint32_t claimed = c.recipe.screennailLengthTag.value_or(
+        static_cast<std::uint32_t>(c.recipe.screennail.size()));
+    const std::string first =
+        c.locate.empty() ? InfoLine(f.where.screennail, claimed, 1616, 1080) : c.locate.front();
+    EXPECT_EQ(byPath.lines.front(), first);
+    EXPECT_EQ(byFd.lines.front(), first);
+    if (byPath.read) {
+      EXPECT_EQ(byPath.lines, std::vector<std::string>{first});
+      EXPECT_EQ(byFd.lines, std::vector<std::string>{first});
+      EXPECT_EQ(byFd.bytes, c.recipe.screennail);
+    }
+  }
+  // A file that is not TIFF: the same code from either initialisation.
+  const std::string empty = dir.Write("empty.kpz", Bytes());
+  const ReaderRun byPath = RunRead(empty);
+  Fd fd(OpenRead(empty));
+  const ReaderRun byFd = RunReadFd(fd.Get());
+  EXPECT_FALSE(byPath.read);
+  EXPECT_FALSE(byFd.read);
+  EXPECT_EQ(byPath.lines, std::vector<std::string>{"E raw.Initialize ERROR. ret=-400"});
+  EXPECT_EQ(byFd.lines, std::vector<std::string>{"E raw.InitializeBuf ERROR. ret=-400"});
 }
 
 }  // namespace
