@@ -172,8 +172,8 @@ std::size_t KpzPyStreamReadAt::readIntoOnce(UINT8* out, std::size_t room) {
     throw py::error_already_set();
   }
   py::object result = call(m_stream, "readinto", view.ptr());
-  // The memory is the caller's only for this call: a view the object kept
-  // may not write to it later.
+  // The memory is lent for this call only: an object that still holds the
+  // view's buffer once readinto() returned could write to it later.
   PyObject* released = PyObject_CallMethod(view.ptr(), "release", nullptr);
   if (released == nullptr) {
     raiseFromPending(PyExc_BufferError,
