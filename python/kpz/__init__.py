@@ -153,7 +153,7 @@ def preview(source: Source, *, upright: bool = False) -> bytes:
     cannot be read; NotRegularFileError for a pipe, socket or device),
     TypeError (not a source).
     """
-    return _kpz.screennail(source, upright=upright)
+    return _kpz.picture(source, "preview", upright=upright)
 
 
 #: The same function as :func:`preview`, under the file format's name.
@@ -167,7 +167,7 @@ def thumbnail(source: Source, *, upright: bool = False) -> bytes:
     thumbnail (or an empty one); a thumbnail longer than
     :data:`THUMBNAIL_MAX_SIZE` raises BadPreviewError before any of it is
     read."""
-    return _kpz.thumbnail(source, upright=upright)
+    return _kpz.picture(source, "thumbnail", upright=upright)
 
 
 def info(source: Source) -> Dict[str, Any]:
@@ -389,14 +389,14 @@ class RawFile:
     # -- pictures -------------------------------------------------------------
     def preview(self, *, upright: bool = False) -> bytes:
         """The preview JPEG's bytes, as :func:`kpz.preview`."""
-        return _kpz.screennail(self._need_source(), upright=upright)
+        return _kpz.picture(self._need_source(), "preview", upright=upright)
 
     #: The same method as :meth:`preview`, under the file format's name.
     screennail = preview
 
     def thumbnail(self, *, upright: bool = False) -> bytes:
         """The thumbnail JPEG's bytes, as :func:`kpz.thumbnail`."""
-        return _kpz.thumbnail(self._need_source(), upright=upright)
+        return _kpz.picture(self._need_source(), "thumbnail", upright=upright)
 
     # -- metadata -------------------------------------------------------------
     @property

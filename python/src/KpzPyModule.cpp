@@ -536,17 +536,17 @@ PYBIND11_MODULE(_kpz, m) {
   // The logger the library's lines go to, held by the functions below.
   const py::object logger = py::module_::import("logging").attr("getLogger")("kpz.library");
   m.def(
-      "screennail",
-      [logger](const py::handle& source, bool upright) {
-        return picture(logger, source, KpzPictureReader::Kind::Preview, upright);
+      "picture",
+      [logger](const py::handle& source, const std::string& kind, bool upright) {
+        if (kind != "preview" && kind != "thumbnail") {
+          throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
+        }
+        return picture(logger, source,
+                       kind == "preview" ? KpzPictureReader::Kind::Preview
+                                         : KpzPictureReader::Kind::Thumbnail,
+                       upright);
       },
-      py::arg("source"), py::kw_only(), py::arg("upright") = false);
-  m.def(
-      "thumbnail",
-      [logger](const py::handle& source, bool upright) {
-        return picture(logger, source, KpzPictureReader::Kind::Thumbnail, upright);
-      },
-      py::arg("source"), py::kw_only(), py::arg("upright") = false);
+      py::arg("source"), py::arg("kind") = "preview", py::kw_only(), py::arg("upright") = false);
   m.def(
       "info_json", [logger](const py::handle& source) { return infoJson(logger, source); },
       py::arg("source"));
