@@ -30,8 +30,8 @@ Sources. Every function takes a :data:`Source`:
   any C-contiguous buffer): the file's whole content;
 * a binary file object with ``read()`` and ``seek()``: kpz asks its size
   (``seek(0, 2)``), reads its first 64 KiB and then the picture's range
-  only, never the whole file. The object's position is left wherever those
-  reads end.
+  only, never the whole file, with ``readinto()`` where the object's class
+  has its own. The object's position is left wherever those reads end.
 
 Errors. A file that cannot be read raises the ``OSError`` subclass for its
 errno with ``filename``, as ``open()`` does, and ``.code`` (the errno) and
@@ -44,7 +44,7 @@ raises a :class:`KpzError` subclass (:class:`NotKpzError`,
 wrong type raises ``TypeError``, a strided buffer ``BufferError``, a file
 object that answers what no file does (a size that is not an int, more
 bytes than asked) ``TypeError``/``ValueError``; what a file object's own
-methods raise passes through. :func:`error_words` gives the ``kpz`` tool's
+methods raise passes through unchanged. :func:`error_words` gives the ``kpz`` tool's
 words for any of them.
 
 ``kpz.__version__`` is the package's version, the one the compiled module
