@@ -123,7 +123,9 @@ KpzExtraction::Outcome KpzExtraction::Extract(DtNlReadAt& stream, const Options&
                                               const Destination& into) {
   // The head is parsed where it lies when the stream holds it in memory.
   std::unique_ptr<UINT8[]> head;
-  if (stream.Size() < DtRawRecord::HEAD_SIZE || stream.View(0, DtRawRecord::HEAD_SIZE) == nullptr) {
+  const bool inMemory = stream.Size() >= DtRawRecord::HEAD_SIZE &&
+                        stream.View(0, DtRawRecord::HEAD_SIZE) != nullptr;
+  if (!inMemory) {
     head.reset(new (std::nothrow) UINT8[DtRawRecord::HEAD_SIZE]);
     if (!head) {
       return failed(DtRawFailure::KindUnreadable, ENOMEM, KpzSource::ReadErrorWords(ENOMEM));

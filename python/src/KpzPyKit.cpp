@@ -327,8 +327,8 @@ void KpzPyRegisterKit(py::module_& m) {
   py::class_<KpzInputWalk>(
       m, "InputWalk",
       "The files named by `args` as kpz expands them (directories give their files with the "
-      "wanted extensions, -r enters subdirectories), in argument order, one at a time: iterating gives "
-      "(path, error) pairs, listing one directory at a time (the interpreter lock released), "
+      "wanted extensions, -r enters subdirectories), in argument order, one at a time: "
+      "iterating gives (path, error) pairs, listing one directory at a time (the interpreter lock released), "
       "so that a run over millions of files in folders holds a few thousand names.\n\n"
       "    for path, error in kit.InputWalk(['shots/'], recursive=True): ...")
       .def(py::init([](std::vector<std::string> args, bool recursive,

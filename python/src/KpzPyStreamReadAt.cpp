@@ -51,9 +51,9 @@ std::uint64_t sizeFrom(const py::object& value, const char* call) {
 // (BufferedIOBase): an object that inherits it is read with read(), whose
 // answers are checked here in words.
 bool readsInto(const py::object& stream) {
-  py::object own = py::getattr(py::reinterpret_borrow<py::object>(
-                                   reinterpret_cast<PyObject*>(Py_TYPE(stream.ptr()))),
-                               "readinto", py::none());
+  py::object own = py::getattr(
+      py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(Py_TYPE(stream.ptr()))),
+      "readinto", py::none());
   if (own.is_none() || PyCallable_Check(own.ptr()) == 0) {
     return false;
   }
@@ -79,8 +79,7 @@ py::object call(const py::object& stream, const char* method, PyObject* arg) {
 }  // namespace
 
 KpzPyStreamReadAt::KpzPyStreamReadAt(py::object stream)
-    : m_stream(std::move(stream)), m_readinto(false), m_size(0), m_endedEarly(false),
-      m_endedAt(0) {
+    : m_stream(std::move(stream)), m_readinto(false), m_size(0), m_endedEarly(false), m_endedAt(0) {
   py::object end = m_stream.attr("seek")(0, 2);
   m_size = !end.is_none() ? sizeFrom(end, "seek(0, 2)")
                           : sizeFrom(m_stream.attr("tell")(), "tell() after seek(0, 2)");
@@ -91,7 +90,8 @@ KpzPyStreamReadAt::~KpzPyStreamReadAt() = default;
 
 std::string KpzPyStreamReadAt::EndedEarlyWords(std::uint64_t end, std::uint64_t size) {
   return "the file object ended at byte " + std::to_string(end) + ", before the " +
-         std::to_string(size) + " bytes its seek(0, 2) reported: it is truncated or its size is wrong";
+         std::to_string(size) +
+         " bytes its seek(0, 2) reported: it is truncated or its size is wrong";
 }
 
 void KpzPyStreamReadAt::RaisePending() {
@@ -145,8 +145,8 @@ int KpzPyStreamReadAt::readLocked(std::uint64_t offset, std::size_t length, UINT
   call(m_stream, "seek", at.ptr());
   std::size_t done = 0;
   while (done < want) {  // each pass reads at least one byte or ends the loop
-    const std::size_t n = m_readinto ? readIntoOnce(out + done, want - done)
-                                     : readOnce(out + done, want - done);
+    const std::size_t n =
+        m_readinto ? readIntoOnce(out + done, want - done) : readOnce(out + done, want - done);
     if (n == 0) {
       break;
     }
@@ -193,9 +193,8 @@ std::size_t KpzPyStreamReadAt::readIntoOnce(UINT8* out, std::size_t room) {
     throw py::error_already_set();
   }
   if (overflow != 0 || n < 0 || static_cast<unsigned long long>(n) > room) {
-    raiseWords(PyExc_ValueError, "kpz: the file object's readinto() of " +
-                                     std::to_string(room) + " bytes returned " +
-                                     py::repr(result).cast<std::string>() +
+    raiseWords(PyExc_ValueError, "kpz: the file object's readinto() of " + std::to_string(room) +
+                                     " bytes returned " + py::repr(result).cast<std::string>() +
                                      ", which is no count of bytes it read");
   }
   return static_cast<std::size_t>(n);
@@ -231,8 +230,7 @@ std::size_t KpzPyStreamReadAt::readOnce(UINT8* out, std::size_t room) {
   const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> held(&view, PyBuffer_Release);
   const std::size_t got = static_cast<std::size_t>(view.len);
   if (got > room) {
-    raiseWords(PyExc_ValueError,
-               asked + "more bytes than asked for (" + std::to_string(got) + ")");
+    raiseWords(PyExc_ValueError, asked + "more bytes than asked for (" + std::to_string(got) + ")");
   }
   if (got > 0 && PyBuffer_ToContiguous(out, &view, view.len, 'C') != 0) {
     throw py::error_already_set();
