@@ -3,10 +3,13 @@
 #include "kpz/KpzExtraction.h"
 
 #include <cerrno>
+#include <memory>
 #include <new>
 #include <utility>
 
+#include "kpz/KpzReadHint.h"
 #include "kpz/KpzSource.h"
+#include "util/io/DtNlReadAt.h"
 
 KpzExtraction::Failure KpzExtraction::FailureOf(DtRawFailure::Kind kind) {
   switch (kind) {
@@ -104,6 +107,74 @@ KpzExtraction::Outcome KpzExtraction::Extract(const std::string& path, KpzSource
     return opened;
   }
   return Extract(*source, options, wantBytes);
+}
+
+KpzExtraction::Outcome KpzExtraction::Open(const std::string& path, DtNlFdReadAt* file) {
+  DtRawFailure why;
+  if (!DtRawRecord::OpenPath(file, path.c_str(), &why)) {
+    return failed(why);
+  }
+  // The head and one picture are all that is read (KpzSource::ReadHead).
+  KpzReadHint::Random(file->Fd());
+  return Outcome();
+}
+
+KpzExtraction::Outcome KpzExtraction::Extract(DtNlReadAt& stream, const Options& options,
+                                              const Destination& into) {
+  // The head is parsed where it lies when the stream holds it in memory.
+  std::unique_ptr<UINT8[]> head;
+  const bool inMemory = stream.Size() >= DtRawRecord::HEAD_SIZE &&
+                        stream.View(0, DtRawRecord::HEAD_SIZE) != nullptr;
+  if (!inMemory) {
+    head.reset(new (std::nothrow) UINT8[DtRawRecord::HEAD_SIZE]);
+    if (!head) {
+      return failed(DtRawFailure::KindUnreadable, ENOMEM, KpzSource::ReadErrorWords(ENOMEM));
+    }
+  }
+  const DtRawExpected<DtRawRecord> record =
+      DtRawRecord::Read(stream, head.get(), DtRawRecord::FieldsPictures);
+  if (!record) {
+    return failed(record.Failure());
+  }
+  head.reset();
+  Outcome o = locate(*record, options);
+  if (!o.ok()) {
+    return o;
+  }
+  DtRawRecord::Range range;
+  range.m_picture = KpzPictureReader::Which(options.kind);
+  range.m_offset = o.range.offset;
+  range.m_length = o.range.length;
+  const char* name = KpzPictureReader::Name(options.kind);
+  std::vector<UINT8> stored;
+  UINT8* to = nullptr;
+  if (!o.turns && into) {
+    to = into(o.range.length);
+  } else {
+    try {
+      stored.resize(o.range.length);  // at most the file's size: Locate checked the range
+      to = stored.data();
+    } catch (const std::bad_alloc&) {
+      to = nullptr;
+    }
+  }
+  if (to == nullptr) {
+    return failed(DtRawFailure::KindUnreadable, 0,
+                  std::string("not enough memory to read the ") + name +
+                      (o.turns ? " and turn it" : ""));
+  }
+  DtRawFailure why;
+  if (!DtRawRecord::ReadPicture(stream, range, to, &why)) {
+    Outcome f = failed(why);
+    f.range = o.range;  // where the picture lies, for the caller's words
+    return f;
+  }
+  if (!o.turns) {
+    o.bytes = std::move(stored);  // empty when it went `into`
+    return o;
+  }
+  Turn(stored.data(), stored.size(), options, &o);
+  return o;
 }
 
 KpzExtraction::Outcome KpzExtraction::Locate(const UINT8* head, std::size_t length,

@@ -17,6 +17,11 @@
 //   // the stored picture: got.range.length bytes at got.range.offset of source
 //   // (got.bytes holds the turned picture when got.turned)
 //
+// Every source that reads at an offset (jni/util/io/DtNlReadAt: a file
+// opened by Open into a DtNlFdReadAt, bytes in memory, a Python file object)
+// takes one road: Extract over the stream reads the head, locates the
+// picture, reads it and turns it as asked.
+//
 // The head-only form serves readers that fetch ranges themselves (a remote
 // file read in two ranged requests): Locate takes the head's bytes and the
 // file's size and gives the picture's range and the orientation, or the
@@ -40,6 +45,8 @@
 #include "raw/DtRawRecord.h"
 #include "util/DtNlTypes.h"
 
+class DtNlFdReadAt;
+class DtNlReadAt;
 class KpzSource;
 
 class KpzExtraction {
@@ -108,6 +115,30 @@ class KpzExtraction {
   // caller keeps, to copy the picture's range from it).
   static Outcome Extract(const std::string& path, KpzSource* source, const Options& options,
                          bool wantBytes);
+
+  // Where Extract(DtNlReadAt&, ...) puts a stored picture's bytes: called
+  // once, when the picture is located and will not be turned, with its
+  // length; returns that many writable bytes (the caller's), or null when
+  // they cannot be had (the extraction then fails: not enough memory).
+  using Destination = std::function<UINT8*(std::size_t length)>;
+
+  // Opens `path` into *file for Extract(DtNlReadAt&, ...): a regular file,
+  // refused otherwise in the record's words (DtRawRecord::OpenPath: a
+  // directory, device, pipe or socket without being read). A failure is
+  // Unreadable with the errno where the system gave one.
+  static Outcome Open(const std::string& path, DtNlFdReadAt* file);
+
+  // From any source read at an offset: its head read and parsed
+  // (DtRawRecord::Read: a failed read is Unreadable, a head that does not
+  // parse NotKpz), the picture of `options.kind` located, read
+  // (DtRawRecord::ReadPicture: a failed read is Unreadable with its errno,
+  // data that ends first Damaged) and, with `options.upright`, turned when
+  // the orientation asks for it (then `bytes` holds the turned picture and
+  // `turned` is set). The stored picture goes where `into` says or, when
+  // `into` is empty, into `bytes`. `options.located` is not called. When
+  // the picture's read fails, `range` still tells where it lies (it is
+  // empty for every failure before it).
+  static Outcome Extract(DtNlReadAt& stream, const Options& options, const Destination& into);
 
   // The head-only form: from the first `length` bytes of a file of
   // `fileSize` bytes, where its picture of `options.kind` lies and, with

@@ -30,8 +30,8 @@ Sources. Every function takes a :data:`Source`:
   any C-contiguous buffer): the file's whole content;
 * a binary file object with ``read()`` and ``seek()``: kpz asks its size
   (``seek(0, 2)``), reads its first 64 KiB and then the picture's range
-  only, never the whole file. The object's position is left wherever those
-  reads end.
+  only, never the whole file, with ``readinto()`` where the object's class
+  has its own. The object's position is left wherever those reads end.
 
 Errors. A file that cannot be read raises the ``OSError`` subclass for its
 errno with ``filename``, as ``open()`` does, and ``.code`` (the errno) and
@@ -44,7 +44,7 @@ raises a :class:`KpzError` subclass (:class:`NotKpzError`,
 wrong type raises ``TypeError``, a strided buffer ``BufferError``, a file
 object that answers what no file does (a size that is not an int, more
 bytes than asked) ``TypeError``/``ValueError``; what a file object's own
-methods raise passes through. :func:`error_words` gives the ``kpz`` tool's
+methods raise passes through unchanged. :func:`error_words` gives the ``kpz`` tool's
 words for any of them.
 
 ``kpz.__version__`` is the package's version, the one the compiled module
@@ -153,7 +153,7 @@ def preview(source: Source, *, upright: bool = False) -> bytes:
     cannot be read; NotRegularFileError for a pipe, socket or device),
     TypeError (not a source).
     """
-    return _kpz.screennail(source, upright=upright)
+    return _kpz.picture(source, "preview", upright=upright)
 
 
 #: The same function as :func:`preview`, under the file format's name.
@@ -167,7 +167,7 @@ def thumbnail(source: Source, *, upright: bool = False) -> bytes:
     thumbnail (or an empty one); a thumbnail longer than
     :data:`THUMBNAIL_MAX_SIZE` raises BadPreviewError before any of it is
     read."""
-    return _kpz.thumbnail(source, upright=upright)
+    return _kpz.picture(source, "thumbnail", upright=upright)
 
 
 def info(source: Source) -> Dict[str, Any]:
@@ -389,14 +389,14 @@ class RawFile:
     # -- pictures -------------------------------------------------------------
     def preview(self, *, upright: bool = False) -> bytes:
         """The preview JPEG's bytes, as :func:`kpz.preview`."""
-        return _kpz.screennail(self._need_source(), upright=upright)
+        return _kpz.picture(self._need_source(), "preview", upright=upright)
 
     #: The same method as :meth:`preview`, under the file format's name.
     screennail = preview
 
     def thumbnail(self, *, upright: bool = False) -> bytes:
         """The thumbnail JPEG's bytes, as :func:`kpz.thumbnail`."""
-        return _kpz.thumbnail(self._need_source(), upright=upright)
+        return _kpz.picture(self._need_source(), "thumbnail", upright=upright)
 
     # -- metadata -------------------------------------------------------------
     @property

@@ -33,7 +33,6 @@
 #include "kpz/KpzInputWalk.h"
 #include "kpz/KpzNameSet.h"
 #include "kpz/KpzOutputFile.h"
-#include "kpz/KpzRotation.h"
 #include "kpz/KpzPictureJob.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzProgressBar.h"
@@ -132,26 +131,6 @@ std::string nameBytes(const py::handle& name) {
   }
   return std::string(PyBytes_AS_STRING(encoded.ptr()),
                      static_cast<std::size_t>(PyBytes_GET_SIZE(encoded.ptr())));
-}
-
-// A Python int as a long long, or nothing when none holds it (TypeError
-// for anything that is not an int; a bool is not one).
-bool intValue(const py::handle& obj, long long* value) {
-  if (PyBool_Check(obj.ptr()) || !PyLong_Check(obj.ptr())) {
-    throw py::type_error(std::string("an int, not '") + Py_TYPE(obj.ptr())->tp_name + "'");
-  }
-  int overflow = 0;
-  *value = PyLong_AsLongLongAndOverflow(obj.ptr(), &overflow);
-  if (*value == -1 && PyErr_Occurred() != nullptr) {
-    throw py::error_already_set();
-  }
-  return overflow == 0;
-}
-
-// True when the int `value` passes `check` (false when no long long holds it).
-bool intIn(const py::handle& value, bool (*check)(long long)) {
-  long long v = 0;
-  return intValue(value, &v) && check(v);
 }
 
 std::string bytesOf(const py::bytes& b) {
@@ -325,31 +304,6 @@ void KpzPyRegisterKit(py::module_& m) {
       "95: ...', '' for a lossless turn or none), else kpz's exit status (1) and the words kpz "
       "prints after 'kpz: FILE: '.");
 
-  m.def(
-      "expand_inputs",
-      [](const std::vector<std::string>& args, bool recursive,
-         const std::vector<std::string>& extensions) {
-        KpzInputList::Options options;
-        options.recursive = recursive;
-        options.extensions = extensions;
-        std::vector<KpzInputList::Entry> entries;
-        {
-          py::gil_scoped_release unlocked;
-          entries = KpzInputList::Expand(args, options);
-        }
-        std::vector<std::pair<std::string, std::string>> out;
-        out.reserve(entries.size());
-        for (auto& e : entries) {
-          out.emplace_back(std::move(e.path), std::move(e.error));
-        }
-        return out;
-      },
-      py::arg("args"), py::arg("recursive") = false,
-      py::arg("extensions") = std::vector<std::string>{},
-      "The files named by `args` as kpz expands them (directories give their files with the "
-      "wanted extensions, -r enters subdirectories), in argument order: a list of (path, error) "
-      "pairs; a non-empty error stands for a directory that could not be read. kpz prints the "
-      "lines about unreadable arguments on standard error itself.");
   m.def("normalise_extensions", &KpzInputList::Normalise, py::arg("extensions"),
         "The extensions as kpz compares them: lower case with a leading dot, '*' kept, '.kpz' "
         "when none is left.");
@@ -372,8 +326,9 @@ void KpzPyRegisterKit(py::module_& m) {
 
   py::class_<KpzInputWalk>(
       m, "InputWalk",
-      "The files named by `args` as expand_inputs gives them, one at a time: iterating gives "
-      "(path, error) pairs, listing one directory at a time (the interpreter lock released), "
+      "The files named by `args` as kpz expands them (directories give their files with the "
+      "wanted extensions, -r enters subdirectories), in argument order, one at a time: "
+      "iterating gives (path, error) pairs, listing one directory at a time (the interpreter lock released), "
       "so that a run over millions of files in folders holds a few thousand names.\n\n"
       "    for path, error in kit.InputWalk(['shots/'], recursive=True): ...")
       .def(py::init([](std::vector<std::string> args, bool recursive,
@@ -436,22 +391,6 @@ void KpzPyRegisterKit(py::module_& m) {
       .def("__contains__", &KpzNameSet::Contains, py::arg("name"))
       .def("__len__", &KpzNameSet::Size)
       .def_property_readonly("nbytes", &KpzNameSet::Bytes, "The bytes its table holds.");
-  m.def(
-      "is_rotation_code",
-      [](const py::handle& value) { return intIn(value, &KpzRotation::IsCode); },
-      py::arg("value"), "True when the int `value` is a rotation code, 0 to 7.");
-  m.def(
-      "not_a_rotation_code_words",
-      [](const py::handle& value) { return KpzRotation::NotACodeWords(py::str(value)); },
-      py::arg("value"),
-      "What kpz says of a rotation code out of range: 'a rotation code is 0 to 7, not VALUE'.");
-  m.def(
-      "is_exif_orientation",
-      [](const py::handle& value) { return intIn(value, &KpzUpright::IsExifOrientation); },
-      py::arg("value"), "True when the int `value` is an Exif orientation value, 1 to 8.");
-  m.def("not_an_exif_orientation_words", &KpzUpright::NotAnExifOrientationWords, py::arg("value"),
-        "What kpz says of an Exif orientation value out of range: 'its orientation value VALUE "
-        "is not one of 1 to 8'.");
 
   // Any Python int is a width: 0 and below are unknown (80 assumed), and a
   // number too large for C++ is just wide (the bar is at most 40).
@@ -484,8 +423,6 @@ void KpzPyRegisterKit(py::module_& m) {
       py::arg("elapsed_ms") = -1,
       "What draws progress_text() over the terminal's line ('\\r', the text, ESC [K); '' "
       "when there is nothing to draw.");
-  m.def("progress_is_long", &KpzProgressBar::IsLong, py::arg("total"), py::arg("elapsed_ms"),
-        "True when a run of `total` files that has lasted `elapsed_ms` is long enough for a bar.");
   m.attr("PROGRESS_REDRAW_MS") = KpzProgressBar::kRedrawMs;
   py::class_<PyProgressBar>(
       m, "ProgressBar",

@@ -2,22 +2,24 @@
 // (kit/kpz, target kpz_kit) for Python.
 //
 // A front end beside the kpz command-line tool: the same classes find and
-// read the pictures (KpzSource, KpzPictureReader), turn them upright
-// (KpzUpright), read the metadata (KpzMetadataReader, KpzInfoJson) and write
-// a new orientation (KpzRotator), so both give the same bytes, the same
-// metadata and the same words. The Python package (python/kpz) wraps this
-// module; users import `kpz`, never `kpz._kpz`.
+// read the pictures (KpzExtraction over the read-at interface), turn them
+// upright (KpzUpright), read the metadata (KpzMetadataReader, KpzInfoJson)
+// and write a new orientation (KpzRotator), so both give the same bytes, the
+// same metadata and the same words. The Python package (python/kpz) wraps
+// this module; users import `kpz`, never `kpz._kpz`.
 //
 // Sources. Every function takes a path (str or os.PathLike), a bytes-like
 // object (the file's whole content, used in place: one C-contiguous run of
-// bytes) or a binary file object (read/seek). A file object is asked for
-// its size (seek(0, 2)), its first 64 KiB and then the picture's range only;
-// what it returns is checked (an int size a file can have, read() results
-// that are bytes-like and no longer than asked, copied by their strides).
+// bytes) or a binary file object (read/seek). Each becomes a DtNlReadAt (a
+// descriptor the kit opened, the buffer's memory, KpzPyStreamReadAt) and a
+// picture takes the one road of KpzExtraction::Extract. A file object is
+// asked for its size (seek(0, 2)), its first 64 KiB and then the picture's
+// range only; what it returns is checked (KpzPyStreamReadAt.h).
 //
 // Threads. The interpreter lock is released around every call into the
-// library, the kit and TurboJPEG, and around every copy of a picture; each
-// call uses its own library objects, so any number of threads may call.
+// library, the kit and TurboJPEG, and around every copy of a picture, and
+// taken again only inside a file object's own calls; each call uses its own
+// library objects, so any number of threads may call.
 //
 // Errors are raised as the classes of kpz._errors (KpzError and its
 // subclasses) and, for a file that cannot be read, as the OSError subclass
@@ -44,6 +46,7 @@
 #include <vector>
 
 #include "KpzPyLibraryLines.h"
+#include "KpzPyStreamReadAt.h"
 #include "kpz/KpzErrorText.h"
 #include "kpz/KpzExtraction.h"
 #include "kpz/KpzInfoJson.h"
@@ -57,6 +60,7 @@
 #include "kpz/KpzUpright.h"
 #include "raw/DtRawError.h"
 #include "raw/DtRawFailure.h"
+#include "util/io/DtNlReadAt.h"
 
 namespace py = pybind11;
 
@@ -247,7 +251,7 @@ class Source {
       // A text-mode file decodes what it reads (and fails at the first
       // byte that is no character): refused before anything is read.
       if (py::isinstance(obj, py::module_::import("io").attr("TextIOBase"))) {
-        throw py::type_error(kTextMode);
+        throw py::type_error(KpzPyStreamReadAt::kTextMode);
       }
       py::object name = py::getattr(obj, "name", py::none());
       m_filename = (PyUnicode_Check(name.ptr()) || PyBytes_Check(name.ptr())) ? name : py::none();
@@ -266,9 +270,6 @@ class Source {
   Source(const Source&) = delete;
   Source& operator=(const Source&) = delete;
 
-  static constexpr const char* kTextMode =
-      "kpz: the file object is in text mode: open it in binary mode ('rb')";
-
   Type type() const { return m_type; }
   const std::string& path() const { return m_path; }
   py::object filename() const { return m_filename; }
@@ -284,147 +285,9 @@ class Source {
   std::unique_ptr<Py_buffer> m_view;
 };
 
-// What a file object's read(n) returned, appended to *out: at most `room`
-// bytes (ValueError for more), 0 for the end (b"", or None from a
-// non-blocking stream without data). The result may be any bytes-like
-// object; it is copied by its strides in its logical order, as bytes(chunk)
-// takes it (PyBUF_FULL_RO and PyBuffer_ToContiguous), so a strided,
-// reversed, 0-d or multi-dimensional view gives its own bytes and never a
-// byte outside it. A read's result is copied anyway, so nothing is refused
-// for its layout. Text (str) and anything without a buffer is a TypeError.
-std::size_t appendChunk(const py::object& chunk, std::size_t n, std::size_t room,
-                        std::string* out) {
-  if (chunk.is_none()) {
-    return 0;
-  }
-  if (PyUnicode_Check(chunk.ptr())) {
-    throw py::type_error(Source::kTextMode);
-  }
-  if (PyObject_CheckBuffer(chunk.ptr()) != 1) {
-    throw py::type_error("kpz: the file object's read(" + std::to_string(n) + ") returned '" +
-                         typeName(chunk) + "', not bytes");
-  }
-  Py_buffer view;
-  if (PyObject_GetBuffer(chunk.ptr(), &view, PyBUF_FULL_RO) != 0) {
-    throw py::error_already_set();
-  }
-  const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> held(&view, PyBuffer_Release);
-  const std::size_t got = static_cast<std::size_t>(view.len);
-  if (got > room) {
-    throw py::value_error("kpz: the file object's read(" + std::to_string(n) +
-                          ") returned more bytes than asked for (" + std::to_string(got) + ")");
-  }
-  const std::size_t at = out->size();
-  out->resize(at + got);
-  if (got > 0 && PyBuffer_ToContiguous(&(*out)[at], &view, view.len, 'C') != 0) {
-    out->resize(at);
-    throw py::error_already_set();
-  }
-  return got;
-}
-
-// stream.read(n); a text-mode stream's failure to decode is a TypeError.
-py::object callRead(const py::object& stream, std::size_t n) {
-  PyObject* result = PyObject_CallMethod(stream.ptr(), "read", "n", static_cast<Py_ssize_t>(n));
-  if (result == nullptr) {
-    if (PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) {
-      raiseFromPending(PyExc_TypeError, Source::kTextMode);
-    }
-    throw py::error_already_set();
-  }
-  return py::reinterpret_steal<py::object>(result);
-}
-
-// Calls stream.read() until `n` bytes came or it gives b"" (or None for a
-// non-blocking stream without data); appends to *out.
-void readStream(const py::object& stream, std::size_t n, std::string* out) {
-  while (out->size() < n) {  // each pass appends at least one byte or ends
-    const std::size_t room = n - out->size();
-    if (appendChunk(callRead(stream, room), room, room, out) == 0) {
-      break;
-    }
-  }
-}
-
-// Words for a stream that ended at byte `end`, before its reported `size`.
-std::string endedEarly(std::uint64_t end, std::uint64_t size) {
-  return "the file object ended at byte " + std::to_string(end) + ", before the " +
-         std::to_string(size) + " bytes its seek(0, 2) reported: it is truncated or its size is wrong";
-}
-
-// A file size as a stream's seek(0, 2) (or tell()) returned it: an int
-// (TypeError otherwise) from 0 to 2**63 - 1 (ValueError otherwise), the
-// sizes a file can have.
-std::uint64_t sizeFrom(const py::object& value, const char* call) {
-  if (!PyLong_Check(value.ptr()) || PyBool_Check(value.ptr())) {
-    throw py::type_error(std::string("kpz: the file object's ") + call + " returned '" +
-                         typeName(value) + "', not an int (the file's size)");
-  }
-  int overflow = 0;
-  const long long size = PyLong_AsLongLongAndOverflow(value.ptr(), &overflow);
-  if (size == -1 && PyErr_Occurred() != nullptr) {
-    throw py::error_already_set();
-  }
-  if (overflow != 0 || size < 0) {
-    throw py::value_error(std::string("kpz: the file object's ") + call + " returned " +
-                          py::repr(value).cast<std::string>() +
-                          ", which is no file size (0 to 2**63 - 1 bytes)");
-  }
-  return static_cast<std::uint64_t>(size);
-}
-
-// The size of a stream: seek(0, 2)'s result, or tell() when it gives none.
-std::uint64_t streamSize(const py::object& stream) {
-  py::object end = stream.attr("seek")(0, 2);
-  if (!end.is_none()) {
-    return sizeFrom(end, "seek(0, 2)");
-  }
-  return sizeFrom(stream.attr("tell")(), "tell() after seek(0, 2)");
-}
-
-// A source opened: its head read, so the kit can parse it. For a stream,
-// the head is read and held here.
-struct Opened {
-  KpzSource source;
-  std::string streamHead;
-  std::uint64_t streamSize = 0;  // as the stream reports it
-};
-
-// Opens `src` into *out, raising the matching error when it cannot be read.
-void openSource(const Source& src, Opened* out) {
-  switch (src.type()) {
-    case Source::Type::Path: {
-      bool ok = false;
-      std::string why;
-      {
-        py::gil_scoped_release unlocked;
-        ok = out->source.Open(src.path(), &why);
-      }
-      if (!ok) {
-        raiseOpen(out->source, why, src.filename());
-      }
-      return;
-    }
-    case Source::Type::Buffer:
-      // The head is copied (64 KiB at most): not worth a release.
-      out->source.OpenMemory(src.data(), src.size(), src.size());
-      return;
-    case Source::Type::Stream: {
-      const std::uint64_t size = streamSize(src.object());
-      src.object().attr("seek")(0);
-      readStream(src.object(), KpzSource::kHeadSize, &out->streamHead);
-      const std::uint64_t head = out->streamHead.size();
-      if (head < KpzSource::kHeadSize && head < size) {
-        // Parsed, its missing bytes would read as zeros: words about them
-        // would not be true. Say what is wrong instead.
-        raiseKpz("KpzError", endedEarly(head, size), py::none(), src.filename());
-      }
-      out->streamSize = size;
-      out->source.OpenMemory(reinterpret_cast<const UINT8*>(out->streamHead.data()),
-                             out->streamHead.size(), size);
-      return;
-    }
-  }
+// A failed extraction raised as its kind (raiseFailure's table).
+[[noreturn]] void raiseExtraction(const KpzExtraction::Outcome& got, py::object filename) {
+  raiseFailure(got.kind, got.err, got.code, got.words, std::move(filename));
 }
 
 // A new bytes object of `length` bytes, not yet filled.
@@ -436,119 +299,123 @@ py::bytes newBytes(std::size_t length) {
   return py::reinterpret_steal<py::bytes>(raw);
 }
 
-// Reads the located picture's bytes from `src`.
-py::bytes readPicture(const Source& src, Opened& opened, const KpzPictureReader::Picture& pic,
-                      const char* name) {
-  switch (src.type()) {
-    case Source::Type::Path: {
-      py::bytes out = newBytes(pic.length);
-      UINT8* dest = reinterpret_cast<UINT8*>(PyBytes_AS_STRING(out.ptr()));
-      bool ok = false;
-      std::string why;
-      {
-        py::gil_scoped_release unlocked;
-        ok = opened.source.ReadAt(pic.offset, pic.length, dest, name, &why);
-      }
-      if (!ok) {
-        // As DtRawRecord::ReadPicture sorts it.
-        const int err = opened.source.Errno();
-        raiseFailure(err != 0 ? DtRawFailure::KindUnreadable : DtRawFailure::KindDamaged, err, 0,
-                     why, src.filename());
-      }
-      return out;
-    }
-    case Source::Type::Buffer: {
-      // Find checked that the range lies inside the buffer.
-      py::bytes out = newBytes(pic.length);
-      char* dest = PyBytes_AS_STRING(out.ptr());
-      const UINT8* from = src.data() + pic.offset;
-      {
-        py::gil_scoped_release unlocked;
-        std::memcpy(dest, from, pic.length);
-      }
-      return out;
-    }
-    case Source::Type::Stream: {
-      src.object().attr("seek")(static_cast<unsigned long long>(pic.offset));
-      // One read of the whole range; a stream that gives it whole in one
-      // bytes object is handed on without a copy.
-      py::object chunk = callRead(src.object(), pic.length);
-      if (PyBytes_CheckExact(chunk.ptr()) &&
-          static_cast<std::size_t>(PyBytes_GET_SIZE(chunk.ptr())) == pic.length) {
-        return py::reinterpret_borrow<py::bytes>(chunk);
-      }
-      std::string data;
-      if (appendChunk(chunk, pic.length, pic.length, &data) > 0) {
-        readStream(src.object(), pic.length, &data);
-      }
-      if (data.size() != pic.length) {
-        // Find checked the range against the size the stream reported.
-        raiseFailure(DtRawFailure::KindDamaged, 0, 0,
-                     std::string(name) + " extends past the end of the file: " +
-                         endedEarly(pic.offset + data.size(), opened.streamSize),
-                     src.filename());
-      }
-      return py::bytes(data);
-    }
-  }
-  return py::bytes();
-}
-
-// A failed extraction raised as its kind (raiseFailure's table).
-[[noreturn]] void raiseExtraction(const KpzExtraction::Outcome& got, py::object filename) {
-  raiseFailure(got.kind, got.err, got.code, got.words, std::move(filename));
-}
-
 py::bytes bytesOf(const std::vector<UINT8>& data) {
   py::bytes out = newBytes(data.size());
   std::memcpy(PyBytes_AS_STRING(out.ptr()), data.data(), data.size());
   return out;
 }
 
-// The picture of `kind` as the kit's extraction gives it: a path is opened,
-// located, read and turned by KpzExtraction without the lock; a buffer or a
-// stream is located from its head (KpzExtraction::Locate), its range read
-// here and turned by KpzExtraction::Turn.
+// The bytes object a stored picture is read into: made when the extraction
+// asks for it (KpzExtraction::Destination), with the lock taken for that
+// moment only, so the picture is read straight into what Python gets. A
+// failed allocation is kept and raised as the MemoryError it is.
+class PictureBytes {
+ public:
+  PictureBytes() = default;
+  PictureBytes(const PictureBytes&) = delete;
+  PictureBytes& operator=(const PictureBytes&) = delete;
+
+  KpzExtraction::Destination Destination() {
+    return [this](std::size_t length) { return allocate(length); };
+  }
+
+  // The lock held: raises the failed allocation, if any.
+  void RaisePending() {
+    if (m_failed) {
+      std::unique_ptr<py::error_already_set> failed = std::move(m_failed);
+      failed->restore();
+      throw py::error_already_set();
+    }
+  }
+
+  py::bytes Bytes() const { return py::reinterpret_borrow<py::bytes>(m_bytes); }
+
+ private:
+  UINT8* allocate(std::size_t length) {
+    py::gil_scoped_acquire locked;
+    PyObject* raw = PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(length));
+    if (raw == nullptr) {
+      m_failed.reset(new (std::nothrow) py::error_already_set());
+      if (!m_failed) {
+        PyErr_Clear();
+      }
+      return nullptr;
+    }
+    m_bytes = py::reinterpret_steal<py::object>(raw);
+    return reinterpret_cast<UINT8*>(PyBytes_AS_STRING(raw));
+  }
+
+  py::object m_bytes;
+  std::unique_ptr<py::error_already_set> m_failed;
+};
+
+// A file object that ended before the size it reported, raised in words
+// that say so: in its head a KpzError (nothing was parsed from bytes that
+// never came), in its picture the picture's damage.
+[[noreturn]] void raiseEndedEarly(const KpzPyStreamReadAt& stream,
+                                  const KpzExtraction::Outcome& got, KpzPictureReader::Kind kind,
+                                  py::object filename) {
+  const std::string words = KpzPyStreamReadAt::EndedEarlyWords(stream.EndedAt(), stream.Size());
+  if (got.range.length == 0) {
+    raiseKpz("KpzError", words, py::none(), std::move(filename));
+  }
+  raiseFailure(DtRawFailure::KindDamaged, 0, 0,
+               std::string(KpzPictureReader::Name(kind)) +
+                   " extends past the end of the file: " + words,
+               std::move(filename));
+}
+
+// The picture of `kind` by the kit's one extraction over the read-at
+// interface, whatever the source: a path opened by the kit (DtNlFdReadAt),
+// a buffer where it lies (DtNlMemReadAt), a file object (KpzPyStreamReadAt,
+// which takes the lock only for its own calls). The lock is released
+// around the whole extraction.
 py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureReader::Kind kind,
                   bool upright) {
   LibraryLines lines(logger);
   Source src(obj);
-  Opened opened;
   KpzExtraction::Options options;
   options.kind = kind;
   options.upright = upright;
+  PictureBytes stored;
   KpzExtraction::Outcome got;
-  if (src.type() == Source::Type::Path) {
-    py::gil_scoped_release unlocked;
-    got = KpzExtraction::Extract(src.path(), &opened.source, options, /*wantBytes=*/false);
-  } else if (src.type() == Source::Type::Buffer) {
-    py::gil_scoped_release unlocked;
-    got = KpzExtraction::Locate(src.data(), src.size(), src.size(), options);
-  } else {
-    openSource(src, &opened);
-    py::gil_scoped_release unlocked;
-    got = KpzExtraction::Locate(reinterpret_cast<const UINT8*>(opened.streamHead.data()),
-                                opened.streamHead.size(), opened.streamSize, options);
+  switch (src.type()) {
+    case Source::Type::Path: {
+      py::gil_scoped_release unlocked;
+      DtNlFdReadAt file;
+      got = KpzExtraction::Open(src.path(), &file);
+      if (got.ok()) {
+        got = KpzExtraction::Extract(file, options, stored.Destination());
+      }
+      break;
+    }
+    case Source::Type::Buffer: {
+      DtNlMemReadAt memory(src.data(), src.size());
+      py::gil_scoped_release unlocked;
+      got = KpzExtraction::Extract(memory, options, stored.Destination());
+      break;
+    }
+    case Source::Type::Stream: {
+      KpzPyStreamReadAt stream(src.object());
+      {
+        py::gil_scoped_release unlocked;
+        got = KpzExtraction::Extract(stream, options, stored.Destination());
+      }
+      stream.RaisePending();
+      if (stream.EndedEarly()) {
+        raiseEndedEarly(stream, got, kind, src.filename());
+      }
+      break;
+    }
   }
+  stored.RaisePending();
   if (!got.ok()) {
     raiseExtraction(got, src.filename());
   }
   if (got.turned) {
     return bytesOf(got.bytes);
   }
-  py::bytes stored = readPicture(src, opened, got.range, KpzPictureReader::Name(kind));
-  if (!got.turns) {
-    return stored;
-  }
-  {
-    py::gil_scoped_release unlocked;
-    KpzExtraction::Turn(reinterpret_cast<const UINT8*>(PyBytes_AS_STRING(stored.ptr())),
-                        static_cast<std::size_t>(PyBytes_GET_SIZE(stored.ptr())), options, &got);
-  }
-  if (!got.ok()) {
-    raiseExtraction(got, src.filename());
-  }
-  return bytesOf(got.bytes);
+  return stored.Bytes();
 }
 
 // The metadata of `obj` as the line `kpz info --json` prints, or the error.
@@ -556,6 +423,7 @@ std::string infoJson(const py::object& logger, const py::handle& obj) {
   LibraryLines lines(logger);
   Source src(obj);
   KpzMetadata md;
+  bool ok = false;
   if (src.type() == Source::Type::Path) {
     // As `kpz info` reads a path: opened once by the kit (a pipe or device
     // refused without waiting), the library's file mode over that very
@@ -563,7 +431,6 @@ std::string infoJson(const py::object& logger, const py::handle& obj) {
     KpzSource source;
     std::string why;
     bool opened = false;
-    bool ok = false;
     {
       py::gil_scoped_release unlocked;
       opened = source.Open(src.path(), &why);
@@ -574,20 +441,43 @@ std::string infoJson(const py::object& logger, const py::handle& obj) {
     if (!opened) {
       raiseOpen(source, why, src.filename());
     }
-    if (!ok) {
-      raiseKpz("NotKpzError", md.error, py::int_(md.initResult), src.filename());
-    }
-  } else {
-    Opened opened;
-    openSource(src, &opened);
-    bool ok = false;
+  } else if (src.type() == Source::Type::Buffer) {
+    KpzSource source;
     {
       py::gil_scoped_release unlocked;
-      ok = KpzMetadataReader::ReadHead(opened.source, std::string(), &md);
+      source.OpenMemory(src.data(), src.size(), src.size());
+      ok = KpzMetadataReader::ReadHead(source, std::string(), &md);
     }
-    if (!ok) {
-      raiseKpz("NotKpzError", md.error, py::int_(md.initResult), src.filename());
+  } else {
+    // The head through the read-at interface, as the record reads it.
+    KpzPyStreamReadAt stream(src.object());
+    const std::uint64_t size = stream.Size();
+    const std::size_t want = size < KpzSource::kHeadSize ? static_cast<std::size_t>(size)
+                                                         : KpzSource::kHeadSize;
+    std::unique_ptr<UINT8[]> head(new UINT8[KpzSource::kHeadSize]);
+    KpzSource source;
+    int err = 0;
+    {
+      py::gil_scoped_release unlocked;
+      std::size_t got = 0;
+      err = stream.GetData(0, want, head.get(), &got);
+      if (err == 0) {
+        source.OpenMemory(head.get(), got, size);
+        ok = KpzMetadataReader::ReadHead(source, std::string(), &md);
+      }
     }
+    stream.RaisePending();
+    if (stream.EndedEarly()) {
+      raiseKpz("KpzError", KpzPyStreamReadAt::EndedEarlyWords(stream.EndedAt(), size), py::none(),
+               src.filename());
+    }
+    if (err != 0) {
+      raiseFailure(DtRawFailure::KindUnreadable, err, 0, KpzSource::ReadErrorWords(err),
+                   src.filename());
+    }
+  }
+  if (!ok) {
+    raiseKpz("NotKpzError", md.error, py::int_(md.initResult), src.filename());
   }
   std::string line;
   {
@@ -646,17 +536,17 @@ PYBIND11_MODULE(_kpz, m) {
   // The logger the library's lines go to, held by the functions below.
   const py::object logger = py::module_::import("logging").attr("getLogger")("kpz.library");
   m.def(
-      "screennail",
-      [logger](const py::handle& source, bool upright) {
-        return picture(logger, source, KpzPictureReader::Kind::Preview, upright);
+      "picture",
+      [logger](const py::handle& source, const std::string& kind, bool upright) {
+        if (kind != "preview" && kind != "thumbnail") {
+          throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
+        }
+        return picture(logger, source,
+                       kind == "preview" ? KpzPictureReader::Kind::Preview
+                                         : KpzPictureReader::Kind::Thumbnail,
+                       upright);
       },
-      py::arg("source"), py::kw_only(), py::arg("upright") = false);
-  m.def(
-      "thumbnail",
-      [logger](const py::handle& source, bool upright) {
-        return picture(logger, source, KpzPictureReader::Kind::Thumbnail, upright);
-      },
-      py::arg("source"), py::kw_only(), py::arg("upright") = false);
+      py::arg("source"), py::arg("kind") = "preview", py::kw_only(), py::arg("upright") = false);
   m.def(
       "info_json", [logger](const py::handle& source) { return infoJson(logger, source); },
       py::arg("source"));

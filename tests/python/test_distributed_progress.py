@@ -119,8 +119,9 @@ def test_skip_existing_words_are_the_kits():
     # kpz --skip-existing and kpz.distributed count skipped outputs in the
     # same words, kept once in the kit.
     from kpz.distributed import _results
-    assert kit.SKIPPED_NOTE == _results.SKIPPED_NOTE
-    assert kit.REWRITTEN_NOTE == _results.REWRITTEN_NOTE
+    assert _results.SKIPPED_NOTE == "already present, not written again (--skip-existing)"
+    assert _results.REWRITTEN_NOTE == (
+        "written again, as the file present was not a whole JPEG (--skip-existing)")
 
 
 # -- the total counted ahead of the work, as kpz counts it -------------------

@@ -7,10 +7,10 @@ from typing import Optional
 from kpz._kpz import kit
 
 # The summary's remark for an output that was present under its name but was
-# not a whole JPEG, and was written again (--skip-existing).
-REWRITTEN_NOTE = "written again, as the file present was not a whole JPEG (--skip-existing)"
+# not a whole JPEG, and was written again (--skip-existing): the kit's words.
+REWRITTEN_NOTE = kit.REWRITTEN_NOTE
 # The summary's remark for an output already present and whole.
-SKIPPED_NOTE = "already present, not written again (--skip-existing)"
+SKIPPED_NOTE = kit.SKIPPED_NOTE
 
 
 class Result:

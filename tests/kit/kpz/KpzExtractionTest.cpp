@@ -11,7 +11,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kpz/KpzSource.h"
@@ -19,6 +21,7 @@
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 #include "support/LogExpect.h"
+#include "util/io/DtNlReadAt.h"
 
 #if defined(KPZ_TEST_HAVE_JPEG)
 #include "support/KpzJpegBuilder.h"
@@ -238,6 +241,139 @@ TEST(KpzExtraction, NoThumbnailIsNoPicture) {
   EXPECT_EQ(o.status, KpzExitStatus::Input);
 }
 
+// Bytes in memory that fail (`err`) or end (err 0) at byte `stop`: a
+// source whose read goes wrong at a chosen point.
+class BreakingReadAt : public DtNlReadAt {
+ public:
+  BreakingReadAt(Bytes data, std::uint64_t stop, int err)
+      : m_data(std::move(data)), m_stop(stop), m_err(err) {}
+  int GetData(std::uint64_t offset, std::size_t length, UINT8* out, std::size_t* got) override {
+    *got = 0;
+    if (offset >= m_data.size()) {
+      return 0;
+    }
+    const std::uint64_t end = std::min<std::uint64_t>(offset + length, m_data.size());
+    const std::uint64_t until = std::min(end, std::max(offset, m_stop));
+    *got = static_cast<std::size_t>(until - offset);
+    std::memcpy(out, m_data.data() + offset, *got);
+    return until < end ? m_err : 0;
+  }
+  std::uint64_t Size() const override { return m_data.size(); }
+
+ private:
+  Bytes m_data;
+  std::uint64_t m_stop;
+  int m_err;
+};
+
+KpzExtraction::Outcome ExtractStream(DtNlReadAt& stream, const KpzExtraction::Options& want,
+                                     const KpzExtraction::Destination& into = {}) {
+  KpzExtraction::Outcome o;
+  kpztest::CaptureStderr([&] { o = KpzExtraction::Extract(stream, want, into); });
+  return o;
+}
+
+TEST(KpzExtraction, TheStreamFormGivesTheStoredBytesFromAFileAndFromMemory) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(70000, 7);  // past the head
+  recipe.thumbnail = kpztest::FakeJpeg(900, 8);
+  const Bytes file = kpztest::BuildKpz(recipe);
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("s.kpz", file);
+  for (Kind kind : {Kind::Preview, Kind::Thumbnail}) {
+    KpzExtraction::Options want;
+    want.kind = kind;
+    const Bytes& stored = kind == Kind::Preview ? recipe.screennail : recipe.thumbnail;
+    DtNlFdReadAt opened;
+    ASSERT_TRUE(KpzExtraction::Open(path, &opened).ok());
+    const KpzExtraction::Outcome byPath = ExtractStream(opened, want);
+    ASSERT_TRUE(byPath.ok()) << byPath.words;
+    EXPECT_EQ(byPath.bytes, stored);
+    DtNlMemReadAt memory(file.data(), file.size());
+    const KpzExtraction::Outcome byMemory = ExtractStream(memory, want);
+    ASSERT_TRUE(byMemory.ok()) << byMemory.words;
+    EXPECT_EQ(byMemory.bytes, stored);
+    EXPECT_EQ(byMemory.range.offset, byPath.range.offset);
+  }
+}
+
+TEST(KpzExtraction, TheStreamFormReadsThePictureStraightIntoTheDestination) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(2500, 9);  // a file shorter than the head
+  const Bytes file = kpztest::BuildKpz(recipe);
+  DtNlMemReadAt memory(file.data(), file.size());
+  Bytes target;
+  int calls = 0;
+  const KpzExtraction::Outcome o =
+      ExtractStream(memory, {}, [&](std::size_t length) -> UINT8* {
+        ++calls;
+        target.assign(length, 0);
+        return target.data();
+      });
+  ASSERT_TRUE(o.ok()) << o.words;
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(target, recipe.screennail);
+  EXPECT_TRUE(o.bytes.empty());  // it went to the destination
+}
+
+TEST(KpzExtraction, TheStreamFormFailsInWordsWhenNoDestinationIsToBeHad) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(2500, 10);
+  const Bytes file = kpztest::BuildKpz(recipe);
+  DtNlMemReadAt memory(file.data(), file.size());
+  const KpzExtraction::Outcome o =
+      ExtractStream(memory, {}, [](std::size_t) -> UINT8* { return nullptr; });
+  EXPECT_EQ(o.failure, Failure::Unreadable);
+  EXPECT_EQ(o.words, "not enough memory to read the preview");
+}
+
+TEST(KpzExtraction, TheStreamFormSortsAFailedPictureReadAndKeepsItsRange) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(70000, 11);
+  const Bytes file = kpztest::BuildKpz(recipe);
+  DtNlMemReadAt whole(file.data(), file.size());
+  const KpzExtraction::Outcome good = ExtractStream(whole, {});
+  ASSERT_TRUE(good.ok()) << good.words;
+  // Past the head, inside the preview.
+  const std::uint64_t inside = KpzSource::kHeadSize + 100;
+  ASSERT_LT(inside, good.range.offset + good.range.length);
+
+  BreakingReadAt failing(file, inside, EIO);
+  const KpzExtraction::Outcome io = ExtractStream(failing, {});
+  EXPECT_EQ(io.kind, DtRawFailure::KindUnreadable);
+  EXPECT_EQ(io.err, EIO);
+  EXPECT_EQ(io.words, "input/output error while reading the preview");
+  EXPECT_EQ(io.range.offset, good.range.offset);
+  EXPECT_EQ(io.range.length, good.range.length);
+
+  BreakingReadAt ending(file, inside, 0);
+  const KpzExtraction::Outcome ended = ExtractStream(ending, {});
+  EXPECT_EQ(ended.kind, DtRawFailure::KindDamaged);
+  EXPECT_EQ(ended.err, 0);
+  EXPECT_EQ(ended.words, "preview extends past the end of the file");
+
+  // A failure in the head: nothing located.
+  BreakingReadAt head(file, 10, EIO);
+  const KpzExtraction::Outcome inHead = ExtractStream(head, {});
+  EXPECT_EQ(inHead.kind, DtRawFailure::KindUnreadable);
+  EXPECT_EQ(inHead.err, EIO);
+  EXPECT_EQ(inHead.words, "input/output error while reading the file");
+  EXPECT_EQ(inHead.range.length, 0u);
+}
+
+TEST(KpzExtraction, OpenRefusesADirectoryAndAMissingFileInTheRecordsWords) {
+  kpztest::TempDir dir;
+  DtNlFdReadAt file;
+  const KpzExtraction::Outcome directory = KpzExtraction::Open(dir.Path(), &file);
+  EXPECT_EQ(directory.kind, DtRawFailure::KindUnreadable);
+  EXPECT_EQ(directory.err, EISDIR);
+  EXPECT_EQ(directory.words, "is a directory, not a KPZ raw file");
+  const KpzExtraction::Outcome missing = KpzExtraction::Open(dir.Path() + "/none.kpz", &file);
+  EXPECT_EQ(missing.err, ENOENT);
+  EXPECT_EQ(missing.words, "file not found");
+  EXPECT_EQ(missing.status, KpzExitStatus::Input);
+}
+
 TEST(KpzExtraction, ExitStatusesAreTheToolsNumbers) {
   EXPECT_EQ(KpzExitCode(KpzExitStatus::Ok), 0);
   EXPECT_EQ(KpzExitCode(KpzExitStatus::Input), 1);
@@ -275,6 +411,30 @@ TEST(KpzExtraction, UprightTurnsAsTheFileAsksAndSaysSo) {
   EXPECT_EQ(o.remark, direct.remark);
   EXPECT_EQ(o.turn.outWidth, 48);
   EXPECT_EQ(o.turn.outHeight, 64);
+}
+
+TEST(KpzExtraction, TheStreamFormTurnsWithoutTheDestination) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::MakeJpeg(64, 48, TJSAMP_420);
+  recipe.orientation = 6;
+  const Bytes file = kpztest::BuildKpz(recipe);
+  kpztest::TempDir dir;
+  const std::string path = dir.Write("u.kpz", file);
+  KpzExtraction::Options want;
+  want.upright = true;
+  const KpzExtraction::Outcome byPath = ExtractPath(path, want, false);
+  ASSERT_TRUE(byPath.turned) << byPath.words;
+  DtNlMemReadAt memory(file.data(), file.size());
+  int calls = 0;
+  const KpzExtraction::Outcome o = ExtractStream(memory, want, [&](std::size_t) -> UINT8* {
+    ++calls;
+    return nullptr;
+  });
+  ASSERT_TRUE(o.ok()) << o.words;
+  EXPECT_EQ(calls, 0);  // the stored bytes are only the turn's input
+  EXPECT_TRUE(o.turned);
+  EXPECT_EQ(o.bytes, byPath.bytes);
+  EXPECT_EQ(o.remark, byPath.remark);
 }
 
 TEST(KpzExtraction, UprightOfANormalPictureIsTheStoredBytes) {
