@@ -1,7 +1,7 @@
 """Previews of objects in an S3 API server (s3rver, as the tests run it) on
 127.0.0.1, direct and through the latency proxy: kpz.remote, `python3 -m
 kpz` and kpz.distributed (a standing LocalCluster of 2 workers of one
-thread, configured as kpz.distributed's own: QUIET_WORKERS) against the
+thread, configured as kpz.distributed's own: worker_config()) against the
 floor, paired, alternating order. Run by scripts/bench.sh --s3; writes
 s3.md and s3.json into --out.
 
@@ -182,12 +182,12 @@ def main():
         from bench_distributed import local_cluster
 
         import dask
-        import distributed  # noqa: F401 - its defaults are in the config before the set
-        from kpz.distributed._cluster import QUIET_WORKERS
+        from kpz.distributed._cluster import worker_config
 
         # Configured as kpz's own local cluster is, and as docs/DISTRIBUTED.md
-        # tells for a cluster of one's own (Dask's periodic work made rarer).
-        with dask.config.set(QUIET_WORKERS):
+        # tells for a cluster of one's own (Dask's periodic work made rarer,
+        # glibc's malloc thresholds for buffers of a picture's size).
+        with dask.config.set(worker_config()):
             cluster, client, _ = local_cluster(2)
         workers = list(client.run(os.getpid).values())
         try:

@@ -3,6 +3,7 @@ listens on 127.0.0.1 only, and a script that calls extract() at its top
 level, without `if __name__ == "__main__":`, is refused in words instead of
 starting clusters in its own workers without end."""
 
+import json
 import os
 import signal
 import subprocess
@@ -33,10 +34,11 @@ def test_every_listening_socket_of_the_local_cluster_is_on_loopback(fixtures, tm
     assert {address for _, address, _ in seen} == {"127.0.0.1"}, seen
 
 
-def _run_script(path, tmp_path, seconds=90):
+def _run_script(path, tmp_path, seconds=90, env=None):
     """Runs a script in a session of its own, killed whole (by its process
     group's id, which is its pid) when it outlives `seconds`."""
-    proc = subprocess.Popen([sys.executable, str(path)], cwd=tmp_path, env=python_env(),
+    proc = subprocess.Popen([sys.executable, str(path)], cwd=tmp_path,
+                            env=env if env is not None else python_env(),
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                             start_new_session=True)
     try:
@@ -87,3 +89,51 @@ def test_a_script_with_the_main_guard_runs(fixtures, tmp_path, guard):
         """))
     status, out, err = _run_script(script, tmp_path)
     assert (status, out) == (0, "done 1\n"), err
+
+
+def test_the_workers_run_with_kpz_s_malloc_thresholds(fixtures, tmp_path):
+    # Dask's nanny would start them with MALLOC_TRIM_THRESHOLD_=65536, which
+    # maps and unmaps every buffer of a picture's size; the worker
+    # processes' own environment (/proc/PID/environ), read during the run,
+    # holds kpz's thresholds instead. A fresh process: a nanny of this test
+    # session may have put Dask's value into this process's environment,
+    # which Dask gives to the workers it starts afterwards.
+    script = tmp_path / "environ.py"
+    script.write_text(textwrap.dedent(f"""\
+        import json, os
+        import kpz.distributed
+
+        seen = []
+
+        def workers_environ():
+            me = str(os.getpid())
+            for pid in filter(str.isdigit, os.listdir("/proc")):
+                try:
+                    with open("/proc/%s/stat" % pid) as f:
+                        parent = f.read().rsplit(")", 1)[1].split()[1]
+                    with open("/proc/%s/cmdline" % pid, "rb") as f:
+                        command = f.read()
+                    with open("/proc/%s/environ" % pid, "rb") as f:
+                        environ = f.read().decode("utf-8", "replace").split("\\0")
+                except OSError:
+                    continue  # a process that ended meanwhile
+                if parent == me and b"spawn_main" in command:
+                    pairs = dict(e.split("=", 1) for e in environ if "=" in e)
+                    yield {{k: v for k, v in pairs.items() if k.startswith("MALLOC_")}}
+
+        def during_the_run(result):
+            if not seen:
+                seen.extend(workers_environ())
+
+        if __name__ == "__main__":
+            summary = kpz.distributed.extract({[str(f) for f in fixtures["many"][:2]]!r}, "out",
+                                              workers=1, on_result=during_the_run)
+            print(json.dumps({{"done": summary.done, "seen": seen}}))
+        """))
+    env = {k: v for k, v in python_env().items() if not k.startswith("MALLOC_")}
+    status, out, err = _run_script(script, tmp_path, env=env)
+    assert status == 0, err
+    got = json.loads(out)
+    assert got["done"] == 2
+    assert got["seen"] == [{"MALLOC_MMAP_THRESHOLD_": str(16 * 1024 * 1024),
+                            "MALLOC_TRIM_THRESHOLD_": str(32 * 1024 * 1024)}], got

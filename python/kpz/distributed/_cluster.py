@@ -23,8 +23,38 @@ QUIET_WORKERS = {"distributed.worker.profile.enabled": False,
                  "distributed.admin.tick.interval": "1s",
                  "distributed.worker.memory.monitor-interval": "1s"}
 
+# glibc's malloc in the workers of that cluster. Dask's nanny starts each
+# worker with MALLOC_TRIM_THRESHOLD_=65536 (distributed.nanny.pre-spawn-environ),
+# which also fixes glibc's mmap threshold at 128 KiB: every buffer of a
+# picture's size (a preview, or the 256 KiB asyncio reads a socket into) is
+# then mapped and unmapped again, its pages faulted in each time, and the
+# top of each heap handed back to the system as soon as 64 KiB of it is free.
+# Page faults and munmap were a fifth of a worker's CPU per file
+# (perf). With buffers up to 16 MiB taken from the heaps and up to 32 MiB
+# of free heap kept, the workers spend a quarter less CPU per file (medians
+# of 12 runs of 240 s3:// objects, clusters alternating: 2.79 against 3.71
+# ms with Dask's setting; 2.73 against 3.17 with glibc's own defaults);
+# what stays mapped is bounded all the same, by the reads in flight and
+# those 32 MiB per heap.
+WORKER_MALLOC = {"MALLOC_MMAP_THRESHOLD_": 16 * 1024 * 1024,
+                 "MALLOC_TRIM_THRESHOLD_": 32 * 1024 * 1024}
+
 _LOOPBACK = "127.0.0.1"
 _LOCAL = "the local cluster"
+
+
+def worker_config() -> dict:
+    """Dask's configuration for the workers kpz's local cluster starts:
+    QUIET_WORKERS, and the environment the nanny gives a worker process
+    (Dask's own, distributed.nanny.pre-spawn-environ) with WORKER_MALLOC in
+    place of Dask's malloc setting. A variable set in this process's own
+    environment is given to the workers as set (Dask's rule)."""
+    import dask
+    import distributed  # noqa: F401 - its defaults are in the configuration once imported
+
+    environ = dict(dask.config.get("distributed.nanny.pre-spawn-environ", default=None) or {})
+    environ.update(WORKER_MALLOC)
+    return dict(QUIET_WORKERS, **{"distributed.nanny.pre-spawn-environ": environ})
 
 
 class Cluster:
@@ -55,7 +85,7 @@ def start_local_cluster(workers: Optional[int], threads_per_worker: Optional[int
     # nanny without end).
     import dask
 
-    quiet = dask.config.set(QUIET_WORKERS)  # the workers take the config as they start
+    quiet = dask.config.set(worker_config())  # the workers take the config as they start
     try:
         cluster = LocalCluster(n_workers=0, threads_per_worker=threads_per_worker or 1,
                                processes=True, host=_LOOPBACK,

@@ -130,6 +130,12 @@ def _remote_inputs(url: str, recursive: bool,
                    normalised: List[str]) -> Iterable[Tuple[str, str]]:
     """(url, error) pairs for one fsspec URL: a glob, a directory (ending in
     '/', or any directory of a store that has them) or one file."""
+    if url.startswith(("http://", "https://")) and "::" not in url and not url.endswith("/") \
+            and not any(c in url.split("?", 1)[0] for c in _GLOB_CHARS if c != "?"):
+        # One file of the web (fsspec's path of it is the URL itself, and
+        # no glob, no folder: nothing to list): read by kpz.remote, with no
+        # file system loaded for it.
+        return [(url, "")]
     import fsspec
 
     try:
