@@ -32,6 +32,8 @@
 
 #include "util/DtNlTypes.h"
 
+class DtRawHeadIo;
+
 class DtRawErrorText {
  public:
   // Bytes that hold any phrase of this class and its terminating zero.
@@ -48,6 +50,13 @@ class DtRawErrorText {
   // missing)"). Any other code: "the file cannot be read as a KPZ raw file
   // (error <code>)".
   static UINT Parse(int code, const UINT8* head, std::uint64_t fileSize, char* out, UINT size);
+
+  // Words for result `code` of a parse that read through the head channel
+  // `io` (DtRawHeadIo), from where and why the parse recorded that it
+  // stopped: for a layout code "not a KPZ raw file (<reason>)", in the same
+  // words Parse gives for that head; when nothing was recorded for that
+  // code, the code's own words, as Parse's without a head.
+  static UINT Stopped(int code, const DtRawHeadIo& io, char* out, UINT size);
 
   // Words for a failed DtRaw::Initialize result `code` as the facade reports
   // it, without looking at the file ("file not found", "not a KPZ raw file

@@ -43,6 +43,8 @@
 
 #include "util/DtNlTypes.h"
 
+class DtRawHeadIo;
+
 class DtRawLayoutCheck {
  public:
   // Bytes of the head: DtRaw::READ_SIZE (checked where the walk is defined).
@@ -101,6 +103,13 @@ class DtRawLayoutCheck {
   // (or lying) past the end of the file: what the zeros made the parse
   // meet next ("only one directory", "no maker note", ...) is not the cause.
   static Finding Inspect(const UINT8* head, std::uint64_t fileSize);
+
+  // The reason the parse itself recorded in its head channel `io` as it
+  // failed with `code`: where and why it stopped, and the first structure it
+  // read whole from the zeros past the file's end (DtRawHeadIo). The same
+  // Finding Inspect gives for that head, without walking it: m_code is the
+  // code of the step that recorded (0 with ReasonNone when none did).
+  static Finding Recorded(const DtRawHeadIo& io, int code);
 
   // One kept entry (a target tag) as the walk found it.
   struct Place {

@@ -15,8 +15,10 @@
 #include "raw/DtRawScreennailInfo.h"
 #include "raw/DtRawEng.h"
 #include "raw/DtRawThumbnailInfo.h"
+#include "raw/parser/DtRawHeadIo.h"
 #include "raw/parser/DtRawTagData.h"
 #include "util/DtNlDataUtil.h"
+#include "util/io/DtNlDataStream.h"
 #include "util/io/DtNlReadAt.h"
 
 static_assert(DtRawRecord::HEAD_SIZE == DtRaw::READ_SIZE,
@@ -126,7 +128,12 @@ DtRawExpected<DtRawRecord> DtRawRecord::Parse(const UINT8* head, std::size_t len
 
 DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
                                                   std::uint64_t fileSize, Fields fields) {
+  // The facade parses through a head channel of the record's own, lent to
+  // its stream (which it then owns and deletes; the channel outlives it):
+  // the parse records there where and why it stops, as it fails.
+  DtRawHeadIo io(fileSize);
   DtRaw raw;
+  raw.m_stream = new DtNlDataStream(&io);
   const int initRet = raw.InitializeBuf(head, static_cast<int>(HEAD_SIZE));
   if (initRet != DtRawOk) {
     // The kind the words say: the layout codes are "not a KPZ raw file
@@ -136,7 +143,7 @@ DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
     why.m_kind = DtRawErrorText::IsParseCode(initRet) ? DtRawFailure::KindNotKpz
                                                       : DtRawFailure::KindUnreadable;
     why.m_code = initRet;
-    DtRawErrorText::Parse(initRet, head, fileSize, why.m_words, sizeof why.m_words);
+    DtRawErrorText::Stopped(initRet, io, why.m_words, sizeof why.m_words);
     return why;
   }
 
