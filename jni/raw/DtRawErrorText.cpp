@@ -117,11 +117,25 @@ UINT DtRawErrorText::Parse(int code, const UINT8* head, std::uint64_t fileSize, 
   return explained(code, DtRawLayoutCheck::Inspect(head, fileSize), out, size);
 }
 
-UINT DtRawErrorText::Stopped(int code, const DtRawHeadIo& io, char* out, UINT size) {
-  if (!IsParseCode(code)) {
-    return withoutHead(code, out, size);
+UINT DtRawErrorText::Stopped(int code, const DtRawHeadIo& io, char* out, UINT size,
+                             DtRawLayoutCheck::Finding* finding, std::uint64_t* at) {
+  DtRawLayoutCheck::Finding found;
+  std::uint64_t where = 0;
+  if (IsParseCode(code)) {
+    found = DtRawLayoutCheck::Recorded(io, code, &where);
   }
-  return explained(code, DtRawLayoutCheck::Recorded(io, code), out, size);
+  const UINT length = explained(code, found, out, size);
+  // The reason only where the words are its own.
+  const bool told = IsParseCode(code) && (found.m_code == code ||
+                                          (readFamily(found.m_code) && readFamily(code))) &&
+                    found.m_reason != DtRawLayoutCheck::ReasonNone;
+  if (finding != nullptr) {
+    *finding = told ? found : DtRawLayoutCheck::Finding();
+  }
+  if (at != nullptr) {
+    *at = told ? where : 0;
+  }
+  return length;
 }
 
 UINT DtRawErrorText::Initialize(int code, char* out, UINT size) {

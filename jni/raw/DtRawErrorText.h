@@ -30,6 +30,7 @@
 
 #include <cstdint>
 
+#include "raw/DtRawLayoutCheck.h"
 #include "util/DtNlTypes.h"
 
 class DtRawHeadIo;
@@ -56,7 +57,11 @@ class DtRawErrorText {
   // stopped: for a layout code "not a KPZ raw file (<reason>)", in the same
   // words Parse gives for that head; when nothing was recorded for that
   // code, the code's own words, as Parse's without a head.
-  static UINT Stopped(int code, const DtRawHeadIo& io, char* out, UINT size);
+  // With `finding`, also the reason itself (DtRawLayoutCheck::Recorded's)
+  // and with `at` where its part starts, when the words tell it (else a
+  // Finding of ReasonNone and 0).
+  static UINT Stopped(int code, const DtRawHeadIo& io, char* out, UINT size,
+                      DtRawLayoutCheck::Finding* finding = nullptr, std::uint64_t* at = nullptr);
 
   // Words for a failed DtRaw::Initialize result `code` as the facade reports
   // it, without looking at the file ("file not found", "not a KPZ raw file

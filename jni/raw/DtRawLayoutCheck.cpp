@@ -602,10 +602,20 @@ Finding whyStopped(const DtRawHeadIo::Stop& s, std::uint64_t fileSize) {
 
 }  // namespace
 
-DtRawLayoutCheck::Finding DtRawLayoutCheck::Recorded(const DtRawHeadIo& io, int code) {
+DtRawLayoutCheck::Finding DtRawLayoutCheck::Recorded(const DtRawHeadIo& io, int code,
+                                                     std::uint64_t* at) {
   const std::uint64_t fileSize = io.FileSize();
-  Finding f = whyStopped(io.Stopped(), fileSize);
+  const DtRawHeadIo::Stop& stop = io.Stopped();
+  Finding f = whyStopped(stop, fileSize);
+  std::uint64_t where = 0;
+  if (f.m_part != PartNone) {
+    // As located() names it: a part at 2 GiB or more by its offset.
+    where = stop.m_offset > 0x7FFFFFFFu ? stop.m_offset : stop.m_start;
+  }
   if (f.m_code == DtRawOk || code == DtRawOk) {
+    if (at != nullptr) {
+      *at = 0;
+    }
     return Finding();
   }
   // A failure after a read from past the file's end is named as that read.
@@ -615,9 +625,16 @@ DtRawLayoutCheck::Finding DtRawLayoutCheck::Recorded(const DtRawHeadIo& io, int 
     f.m_part = partOf(cut.m_category);
     f.m_value = cut.m_value;
     f.m_bytes = 0;
+    where = cut.m_start;
   }
   if (io.Head() != nullptr && io.HeadSize() >= 8) {
     headerCut(io.Head(), fileSize, &f);
+  }
+  if (f.m_part == PartNone) {
+    where = 0;
+  }
+  if (at != nullptr) {
+    *at = where;
   }
   return f;
 }

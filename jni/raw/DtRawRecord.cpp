@@ -14,6 +14,7 @@
 #include "raw/DtRawErrorText.h"
 #include "raw/DtRawScreennailInfo.h"
 #include "raw/DtRawEng.h"
+#include "raw/DtRawLayoutCheck.h"
 #include "raw/DtRawThumbnailInfo.h"
 #include "raw/parser/DtRawHeadIo.h"
 #include "raw/parser/DtRawTagData.h"
@@ -143,7 +144,11 @@ DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
     why.m_kind = DtRawErrorText::IsParseCode(initRet) ? DtRawFailure::KindNotKpz
                                                       : DtRawFailure::KindUnreadable;
     why.m_code = initRet;
-    DtRawErrorText::Stopped(initRet, io, why.m_words, sizeof why.m_words);
+    DtRawLayoutCheck::Finding found;
+    DtRawErrorText::Stopped(initRet, io, why.m_words, sizeof why.m_words, &found, &why.m_at);
+    why.m_reason = found.m_reason;
+    why.m_part = found.m_part;
+    why.m_value = found.m_value;
     return why;
   }
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -128,7 +129,18 @@ bool Agrees(Head& h, const std::string& what) {
                      record.Failure().m_code == plain;
   EXPECT_TRUE(words) << what << ": \"" << (record.Ok() ? "" : record.Failure().m_words)
                      << "\" against \"" << walkedWords << "\"";
-  return same && words;
+  // The failure carries the reason its words tell (none when the words are
+  // the code's own).
+  const bool told = std::string(walkedWords).find(WordsOf(walked)) != std::string::npos &&
+                    walked.m_reason != DtRawLayoutCheck::ReasonNone;
+  const DtRawFailure& why = record.Failure();
+  const bool reason = record.Ok() ||
+                      (told ? why.m_reason == walked.m_reason && why.m_part == walked.m_part &&
+                                  why.m_value == walked.m_value
+                            : why.m_reason == DtRawLayoutCheck::ReasonNone && why.m_at == 0);
+  EXPECT_TRUE(reason) << what << ": the failure's reason " << why.m_reason << " part "
+                      << why.m_part << " against " << Describe(walked);
+  return same && words && reason;
 }
 
 // An ordinary TIFF: one directory at offset 8 whose next offset is 0.
@@ -278,6 +290,37 @@ TEST(DtRawHeadIo, ATagsLengthIsTakenWithoutTheWrap) {
 }
 
 // ---- what the parse records, against the walk -------------------------------
+
+// IFD0 points at a second directory past the end of a 1 KiB file: the parse
+// reads zeros there and fails later; the failure names IFD1 and its offset.
+TEST(DtRawHeadIo, TheFailureSaysWhereThePartLies) {
+  for (const DtNlByteOrder order : {DtNlLittleEndian, DtNlBigEndian}) {
+    kpztest::Ifd ifd(order);
+    ifd.AddShort(0x0100, 64).AddShort(0x0101, 64);
+    ifd.SetNext(0x5000);
+    kpztest::KpzFile file(order);
+    file.Header(8).PlaceIfd(8, ifd).PadTo(1024);
+    const Bytes bytes = file.Take();
+    std::optional<DtRawExpected<DtRawRecord>> record;
+    kpztest::CaptureStderr(
+        [&] { record.emplace(DtRawRecord::Parse(bytes.data(), bytes.size(), bytes.size())); });
+    ASSERT_TRUE(record.has_value());
+    ASSERT_FALSE(record->Ok());
+    const DtRawFailure& why = record->Failure();
+    EXPECT_EQ(why.m_kind, DtRawFailure::KindNotKpz);
+    EXPECT_STREQ(why.m_words, "not a KPZ raw file (IFD1 lies past the end of the file)");
+    EXPECT_EQ(why.m_reason, DtRawLayoutCheck::ReasonPastEnd);
+    EXPECT_EQ(why.m_part, DtRawLayoutCheck::PartIfd1);
+    EXPECT_FALSE(why.m_value);
+    EXPECT_EQ(why.m_at, 0x5000u);
+  }
+  // A failure that is not the layout's names no place.
+  DtRawFailure why;
+  why.Set(DtRawFailure::KindUnreadable, 5, 0, "input/output error while reading the file");
+  EXPECT_EQ(why.m_reason, DtRawLayoutCheck::ReasonNone);
+  EXPECT_EQ(why.m_part, DtRawLayoutCheck::PartNone);
+  EXPECT_EQ(why.m_at, 0u);
+}
 
 TEST(DtRawHeadIo, AGoodFileRecordsNothing) {
   for (const Bytes& file : Seeds()) {
