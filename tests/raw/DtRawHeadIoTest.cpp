@@ -23,6 +23,7 @@
 #include "raw/DtRawLayoutCheck.h"
 #include "raw/DtRawRecord.h"
 #include "raw/parser/DtRawTagData.h"
+#include "raw/parser/DtRawTagDataList.h"
 #include "support/KpzFileBuilder.h"
 #include "support/LogExpect.h"
 #include "util/io/DtNlBuffIo.h"
@@ -230,10 +231,11 @@ TEST(DtRawHeadIo, KeepsTheFirstStructureReadFromPastTheFilesEnd) {
   const UINT8 block[16] = {};
   DtRawHeadIo io(100);
   ASSERT_EQ(io.Open(block, sizeof block), 0);
-  io.TookDirectory(DtRawTagCategoryIfd0, 8, 2, nullptr, 0);  // 8..38: inside
-  EXPECT_FALSE(io.FirstCut().m_set);
-  io.TookDirectory(DtRawTagCategoryIfd1, 90, 1, nullptr, 0);  // 90..108: runs past 100
+  io.TookDirectory(DtRawTagCategoryIfd0, 8, 2, nullptr, nullptr, 0);  // 8..38: inside
+  io.TookDirectory(DtRawTagCategoryIfd1, 90, 1, nullptr, nullptr, 0);  // 90..108: runs past 100
   io.TookHeader(200);
+  EXPECT_FALSE(io.FirstCut().m_set);  // looked for at the first failure only
+  io.Refuse(DtRawHeadIo::StepMakerNote, nullptr, DtRawErrFormat);
   EXPECT_TRUE(io.FirstCut().m_set);
   EXPECT_EQ(io.FirstCut().m_category, static_cast<INT32>(DtRawTagCategoryIfd1));
   EXPECT_EQ(io.FirstCut().m_start, 90u);
@@ -242,22 +244,24 @@ TEST(DtRawHeadIo, KeepsTheFirstStructureReadFromPastTheFilesEnd) {
   // A value at 2 GiB or more (read at 0) is named by where it lies.
   DtRawHeadIo whole(0x18000);
   ASSERT_EQ(whole.Open(block, sizeof block), 0);
-  UINT8 bytes[10] = {};
-  DtRawTagData inside;
-  inside.m_offset = 100;
-  inside.m_size = 10;
-  inside.m_data = bytes;
-  DtRawTagData far = inside;  // a copy carries no bytes
-  far.m_offset = 0x80000000u;
-  far.m_data = bytes;
-  const DtRawTagData* const values[] = {&inside, nullptr, &far};
-  whole.TookDirectory(DtRawTagCategoryExif, 8, 3, values, 3);
+  static const UINT16 kTargets[] = {0x9003, 0x829A};
+  DtRawTagDataList kept;
+  DtRawTagData* inside = kept.NewTagData(10);  // first kept, later in target order
+  inside->m_tagId = 0x829A;
+  inside->m_offset = 0x10000;  // ends past the file too
+  inside->m_size = 10;
+  ASSERT_EQ(kept.PushBack(inside, inside->m_tagId), 0);
+  DtRawTagData* far = kept.NewTagData(20);
+  far->m_tagId = 0x9003;
+  far->m_offset = 0x80000000u;
+  far->m_size = 20;
+  ASSERT_EQ(kept.PushBack(far, far->m_tagId), 0);
+  whole.TookDirectory(DtRawTagCategoryExif, 8, 3, &kept, kTargets, 2);
+  whole.StopInDirectory(DtRawTagCategoryMakerNote, 0x7000, -1, 0, 0, DtRawErrRead);
   EXPECT_TRUE(whole.FirstCut().m_set);
   EXPECT_TRUE(whole.FirstCut().m_value);
   EXPECT_EQ(whole.FirstCut().m_category, static_cast<INT32>(DtRawTagCategoryExif));
-  EXPECT_EQ(whole.FirstCut().m_start, 0x80000000u);
-  inside.m_data = nullptr;  // the bytes are the test's
-  far.m_data = nullptr;
+  EXPECT_EQ(whole.FirstCut().m_start, 0x80000000u);  // the first in target order
 }
 
 TEST(DtRawHeadIo, ATagsLengthIsTakenWithoutTheWrap) {

@@ -5,6 +5,8 @@
 #include <typeinfo>
 
 #include "raw/parser/DtRawTagData.h"
+#include "raw/parser/DtRawTagDataList.h"
+#include "util/DtNlListImpl.h"
 #include "util/DtNlDataUtil.h"
 
 namespace {
@@ -39,8 +41,7 @@ DtRawHeadIo::DtRawHeadIo(std::uint64_t fileSize)
       m_movedTo(0),
       m_stop(),
       m_cut(),
-      m_lengthTags(),
-      m_lengths(),
+      m_takenCount(0),
       m_lengthCount(0) {}
 
 DtRawHeadIo::~DtRawHeadIo() = default;
@@ -52,6 +53,7 @@ int DtRawHeadIo::Open(const UINT8* buffer, UINT size) {
     m_headSize = size;
     m_stop = Stop();
     m_cut = Cut();
+    m_takenCount = 0;
     m_lengthCount = 0;
     m_movedTo = 0;
   }
@@ -67,10 +69,8 @@ int DtRawHeadIo::Seek(long long offset, DtNlIoSeekPos origin) {
 
 
 DtRawHeadIo* DtRawHeadIo::Of(DtNlIo* io) {
-  if (io == nullptr || typeid(*io) == typeid(DtNlBuffIo)) {
-    return nullptr;
-  }
-  return typeid(*io) == typeid(DtRawHeadIo) ? static_cast<DtRawHeadIo*>(io) : nullptr;
+  return (io != nullptr && typeid(*io) == typeid(DtRawHeadIo)) ? static_cast<DtRawHeadIo*>(io)
+                                                                 : nullptr;
 }
 
 int DtRawHeadIo::StopInDirectory(UINT32 category, UINT32 offset, INT32 entries, UINT32 valuePos,
@@ -78,6 +78,7 @@ int DtRawHeadIo::StopInDirectory(UINT32 category, UINT32 offset, INT32 entries, 
   if (m_stop.m_step != StepNone) {
     return code;
   }
+  findCut();
   m_stop.m_step = StepRead;
   m_stop.m_code = code;
   m_stop.m_category = static_cast<INT32>(category);
@@ -102,6 +103,7 @@ int DtRawHeadIo::StopInHeader(UINT32 offset, int code) {
   if (m_stop.m_step != StepNone) {
     return code;
   }
+  findCut();
   m_stop.m_step = StepRead;
   m_stop.m_code = code;
   m_stop.m_category = DtRawTagCategoryMakerNote;
@@ -115,6 +117,7 @@ int DtRawHeadIo::Refuse(Step step, const DtRawTagData* tag, int code, UINT32 off
   if (m_stop.m_step != StepNone) {
     return code;
   }
+  findCut();
   m_stop.m_step = step;
   m_stop.m_code = code;
   m_stop.m_tagFound = tag != nullptr;
@@ -129,28 +132,72 @@ int DtRawHeadIo::Refuse(Step step, const DtRawTagData* tag, int code, UINT32 off
 }
 
 void DtRawHeadIo::TookDirectory(UINT32 category, UINT32 offset, UINT32 entries,
-                                const DtRawTagData* const* values, UINT32 count) {
-  if (m_cut.m_set) {
-    return;
-  }
-  const INT32 part = static_cast<INT32>(category);
-  if (offset <= kLargestOffset) {
-    noteCut(part, false, offset, offset + kCountSize + kEntrySize * entries + kNextSize);
-  }
-  for (UINT32 i = 0; i < count; ++i) {
-    const DtRawTagData* tag = values[i];
-    // A value at 2 GiB or more was read at 0, but is named by where it lies.
-    if (tag != nullptr && tag->m_data != nullptr && tag->m_size > 4) {
-      noteCut(part, true, tag->m_offset, std::uint64_t{tag->m_offset} + tag->m_size);
-    }
+                                const DtRawTagDataList* tags, const UINT16* targets,
+                                INT32 targetCount) {
+  if (m_takenCount < MAX_TAKEN && m_stop.m_step == StepNone) {
+    Taken& t = m_taken[m_takenCount++];
+    t.m_header = false;
+    t.m_category = static_cast<INT32>(category);
+    t.m_offset = offset;
+    t.m_entries = entries;
+    t.m_tags = tags;
+    t.m_targets = targets;
+    t.m_targetCount = targetCount;
   }
 }
 
 bool DtRawHeadIo::TookHeader(UINT32 offset) {
-  if (offset <= kLargestOffset) {
-    noteCut(DtRawTagCategoryMakerNote, false, offset, offset + kMakerNoteHeader);
+  if (m_takenCount < MAX_TAKEN && m_stop.m_step == StepNone) {
+    Taken& t = m_taken[m_takenCount++];
+    t = Taken();
+    t.m_header = true;
+    t.m_category = DtRawTagCategoryMakerNote;
+    t.m_offset = offset;
   }
   return true;
+}
+
+void DtRawHeadIo::findCut() {
+  // At most MAX_TAKEN structures, each with at most its list's entries.
+  for (UINT i = 0; i < m_takenCount && !m_cut.m_set; ++i) {
+    const Taken& t = m_taken[i];
+    if (t.m_header) {
+      if (t.m_offset <= kLargestOffset) {
+        noteCut(t.m_category, false, t.m_offset, t.m_offset + kMakerNoteHeader);
+      }
+      continue;
+    }
+    if (t.m_offset <= kLargestOffset) {
+      noteCut(t.m_category, false, t.m_offset,
+              t.m_offset + kCountSize + kEntrySize * t.m_entries + kNextSize);
+    }
+    if (m_cut.m_set || t.m_tags == nullptr) {
+      continue;
+    }
+    // Of the values kept with their bytes, the first in target order that
+    // ends past the file.
+    const DtRawTagData* first = nullptr;
+    INT32 firstTarget = t.m_targetCount;
+    for (const DtNlNode* node = t.m_tags->GetBeginNode(); node != t.m_tags->GetEndNode();
+         node = node->next) {
+      const DtRawTagData* tag = DtRawTagDataList::TagDataOf(node);
+      if (tag->m_data == nullptr || tag->m_size <= 4 ||
+          std::uint64_t{tag->m_offset} + tag->m_size <= m_fileSize) {
+        continue;
+      }
+      for (INT32 k = 0; k < firstTarget && t.m_targets != nullptr; ++k) {
+        if (t.m_targets[k] == tag->m_tagId) {
+          firstTarget = k;
+          first = tag;
+          break;
+        }
+      }
+    }
+    // A value at 2 GiB or more was read at 0, but is named by where it lies.
+    if (first != nullptr) {
+      noteCut(t.m_category, true, first->m_offset, std::uint64_t{first->m_offset} + first->m_size);
+    }
+  }
 }
 
 void DtRawHeadIo::KeptByPosition(const DtRawTagData* tag, UINT16 type, UINT32 count) {
@@ -173,6 +220,11 @@ int DtRawHeadIo::Unread(DtNlIo* io, UINT32 offset, int code) {
 }
 
 bool DtRawHeadIo::HeaderTaken(DtNlIo* io, UINT32 offset) {
+  // On a parse's success path: the plain memory channel is told first, by
+  // the identity of its type.
+  if (io == nullptr || typeid(*io) == typeid(DtNlBuffIo)) {
+    return true;
+  }
   DtRawHeadIo* head = Of(io);
   return head != nullptr ? head->TookHeader(offset) : true;
 }

@@ -14,8 +14,11 @@
 //
 // A short file's head has zeros after the file's end. The parse may read a
 // directory or value whole from those zeros and fail only later, on what the
-// zeros made it meet ("no maker note"); so the first structure read whole
-// that ends past the file's real size (FileSize) is recorded too (FirstCut).
+// zeros made it meet ("no maker note"); so the directories (and the maker
+// note's header) read whole are noted as they are, and at the first failure
+// the first of them, or of their values, that ends past the file's real size
+// (FileSize) is recorded too (FirstCut). A parse that succeeds pays one note
+// per directory.
 //
 //   DtRawHeadIo io(fileSize);
 //   DtNlDataStream stream(&io);             // lent
@@ -24,8 +27,11 @@
 //     const DtRawHeadIo::Stop& stop = io.Stopped();   // where and why
 //   }
 //
-// Pointer members: m_head is borrowed (the block given to Open). Not copyable.
-// One parse at a time; read the record after the parse returned.
+// Pointer members, all borrowed: m_head (the block given to Open); the tag
+// lists and target ids of the directories noted (the parsers', looked at only
+// during the parse, at its first failure); the tags whose lengths are kept
+// (compared, never followed after the parse). Not copyable. One parse at a
+// time; read the record after the parse returned.
 #ifndef KPZ_RAW_PARSER_DTRAWHEADIO_H
 #define KPZ_RAW_PARSER_DTRAWHEADIO_H
 
@@ -35,6 +41,7 @@
 #include "util/io/DtNlBuffIo.h"
 
 class DtRawTagData;
+class DtRawTagDataList;
 
 class DtRawHeadIo final : public DtNlBuffIo {
  public:
@@ -108,8 +115,8 @@ class DtRawHeadIo final : public DtNlBuffIo {
   const Stop& Stopped() const { return m_stop; }
   const Cut& FirstCut() const { return m_cut; }
 
-  // The head channel behind `io`, or null for any other channel (a plain
-  // memory channel is told first, without comparing type names).
+  // The head channel behind `io`, or null for any other channel (this
+  // channel is told first, by the identity of its type).
   static DtRawHeadIo* Of(DtNlIo* io);
 
   // ---- recording (the engine and the IFD parsers) ---------------------------
@@ -131,12 +138,15 @@ class DtRawHeadIo final : public DtNlBuffIo {
   int Refuse(Step step, const DtRawTagData* tag, int code, UINT32 offset = 0);
 
   // A directory of `category` at `offset` with `entries` entries was read
-  // whole, and so were the `count` values at `values` (tags kept with their
-  // bytes, in the parser's target order; null entries are skipped). Notes the
-  // first that ends past the file (a value by where it lies, even when the
-  // channel read it at 0 for an offset of 2 GiB or more).
+  // whole, and so were the values kept in `tags` (borrowed: the parser's
+  // list, which must hold them until the parse returns; `targets`, its
+  // `targetCount` target ids in order). Only noted: at the first failure, the
+  // directory counts as cut when it ends past the file, else the first of
+  // its values kept with their bytes, in target order, that does (a value by
+  // where it lies, even when the channel read it at 0 for an offset of 2 GiB
+  // or more).
   void TookDirectory(UINT32 category, UINT32 offset, UINT32 entries,
-                     const DtRawTagData* const* values, UINT32 count);
+                     const DtRawTagDataList* tags, const UINT16* targets, INT32 targetCount);
 
   // The maker note's 12-byte header at `offset` was read whole. True.
   bool TookHeader(UINT32 offset);
@@ -154,7 +164,22 @@ class DtRawHeadIo final : public DtNlBuffIo {
 
  private:
   static constexpr UINT MAX_LENGTHS = 40;
+  static constexpr UINT MAX_TAKEN = 8;  // six directories and a header
 
+  // A directory (or the maker note's header) read whole, as noted. Plain:
+  // the entries beyond m_takenCount are never read.
+  struct Taken {
+    bool m_header;
+    INT32 m_category;
+    UINT32 m_offset;
+    UINT32 m_entries;
+    const DtRawTagDataList* m_tags;  // borrowed
+    const UINT16* m_targets;         // borrowed
+    INT32 m_targetCount;
+  };
+
+  // At the first failure: FirstCut from what was read whole until then.
+  void findCut();
   // Notes [start, end) of `category` as read whole when it ends past the file.
   void noteCut(INT32 category, bool value, std::uint64_t start, std::uint64_t end);
   // `tag`'s length without the 32-bit wrap.
@@ -166,6 +191,8 @@ class DtRawHeadIo final : public DtNlBuffIo {
   UINT32 m_movedTo;
   Stop m_stop;
   Cut m_cut;
+  Taken m_taken[MAX_TAKEN];
+  UINT m_takenCount;
   // Tags kept by position only, and their lengths without wrap.
   const DtRawTagData* m_lengthTags[MAX_LENGTHS];
   std::uint64_t m_lengths[MAX_LENGTHS];

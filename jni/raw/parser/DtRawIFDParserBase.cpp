@@ -170,6 +170,19 @@ inline DtRawHeadIo* headOf(DtNlIo* io) {
   return typeid(*io) == typeid(DtNlBuffIo) ? nullptr : DtRawHeadIo::Of(io);
 }
 
+// The directory of `category` with `entries` entries, keeping `tags` (of the
+// `targetCount` target ids at `targets`), was read whole: noted in `io` when
+// it is a head channel, at the offset the parse moved it to. Out of line:
+// the parse of any other channel does not carry it.
+[[gnu::noinline]] void took(DtNlIo* io, UINT32 category, UINT32 entries,
+                            const DtRawTagDataList* tags, const UINT16* targets,
+                            INT32 targetCount) {
+  DtRawHeadIo* head = DtRawHeadIo::Of(io);
+  if (head != nullptr) {
+    head->TookDirectory(category, head->MovedTo(), entries, tags, targets, targetCount);
+  }
+}
+
 // A failed step of the directory of `category` with `entries` entries (-1:
 // the count itself was not read), while reading its own bytes or
 // (`valueSize` above 0) the value of `valueSize` bytes at `valuePos`:
@@ -367,15 +380,10 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
   }
   // Deliberate: unsigned 32-bit sum, wraps like every file offset here.
   m_nextIfdOffset = nextOffset + static_cast<UINT32>(base);
-  if (DtRawHeadIo* head = headOf(io)) {
-    // Read whole: the directory and the values it kept, in target order.
-    const DtRawTagData* kept[MAX_TARGETS] = {};
-    const UINT32 targets = static_cast<UINT32>(m_targetTagNum);
-    for (UINT32 t = 0; t < targets && t < MAX_TARGETS; ++t) {
-      kept[t] = m_tagDataList.GetTagData(m_targetTagList[t]);
-    }
-    head->TookDirectory(category, head->MovedTo(), entryNum, kept,
-                        targets < MAX_TARGETS ? targets : MAX_TARGETS);
+  if (typeid(*io) != typeid(DtNlBuffIo)) {
+    // Read whole: noted in a head channel, with the entries kept (looked at
+    // only if the parse fails later).
+    took(io, category, entryNum, &m_tagDataList, m_targetTagList, m_targetTagNum);
   }
   return DtRawOk;
 }
