@@ -10,7 +10,10 @@
 // checks: every result is one the operation may return; a thumbnail copied out
 // equals the buffer's bytes at its offset; the caller's buffer is never
 // changed; the write-back is refused in buffer mode (-102); re-initialising and
-// finalising leave no leak. No pointer members.
+// finalising leave no leak. And, over the input's first 64 KiB as a head (zeros
+// after a shorter input), what the parse records in its head channel as it
+// fails (DtRawHeadIo) names the same reason as the step-by-step walk of that
+// head (DtRawLayoutCheck::Inspect). No pointer members.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -18,7 +21,42 @@
 
 #include "FuzzRawQueries.h"
 #include "raw/DtRaw.h"
+#include "raw/DtRawEng.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawLayoutCheck.h"
+#include "raw/parser/DtRawHeadIo.h"
+#include "util/io/DtNlDataStream.h"
+
+namespace {
+
+bool readFamily(int code) {
+  return code == DtRawErrSeek || code == DtRawErrTell || code == DtRawErrRead;
+}
+
+// The reason recorded by the parse against the reason the walk finds.
+void CheckRecordedReason(const std::uint8_t* data, std::size_t size) {
+  std::unique_ptr<std::uint8_t[]> head(new std::uint8_t[DtRawHeadIo::HEAD_SIZE]());
+  std::memcpy(head.get(), data, size < DtRawHeadIo::HEAD_SIZE ? size : DtRawHeadIo::HEAD_SIZE);
+  DtRawHeadIo io(size);
+  DtNlDataStream stream(&io);
+  kpzfuzz::Check(stream.Open(head.get(), DtRawHeadIo::HEAD_SIZE) == 0, "head channel open", 0);
+  DtRawEng eng;
+  const int code = eng.Parse(&stream);
+  const DtRawLayoutCheck::Finding got = DtRawLayoutCheck::Recorded(io, code);
+  const DtRawLayoutCheck::Finding walked = DtRawLayoutCheck::Inspect(head.get(), size);
+  if (code == DtRawOk) {
+    kpzfuzz::Check(got.m_reason == DtRawLayoutCheck::ReasonNone, "a reason for a good head", code);
+    return;
+  }
+  const bool sameCode =
+      got.m_code == walked.m_code || (readFamily(got.m_code) && readFamily(walked.m_code));
+  kpzfuzz::Check(sameCode, "recorded code differs from the walk's", got.m_code);
+  kpzfuzz::Check(got.m_reason == walked.m_reason && got.m_part == walked.m_part &&
+                     got.m_value == walked.m_value && got.m_bytes == walked.m_bytes,
+                 "recorded reason differs from the walk's", code);
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // InitializeBuf takes an int size; larger inputs are not a valid call.
@@ -59,5 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   raw.Finalize();
   kpzfuzz::RunQueries(raw, false, copy.get(), size);
   raw.Finalize();
+
+  CheckRecordedReason(data, size);
   return 0;
 }

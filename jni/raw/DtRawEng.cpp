@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "raw/DtRawError.h"
+#include "raw/parser/DtRawHeadIo.h"
 #include "util/DtNlLogger.h"
 #include "util/io/DtNlDataStream.h"
 #include "util/io/DtNlIo.h"
@@ -47,9 +48,8 @@ int pointerOf(const DtRawTagData* tag, DtNlByteOrder order, UINT32* offset) {
   return 1;
 }
 
-// Offsets are handed to the parsers as signed 32-bit values. Deliberate: the
-// bits are kept as they are (0xFFFFFFFF becomes -1); the channel takes the
-// same low 32 bits as its offset.
+// Offsets go to the parsers as signed 32-bit values. Deliberate: the bits are
+// kept (0xFFFFFFFF becomes -1); the channel takes the same low 32 bits.
 int asParseOffset(UINT32 offset) { return static_cast<int>(offset); }
 
 }  // namespace
@@ -104,7 +104,7 @@ int DtRawEng::Parse(DtNlDataStream* stream) {
     m_byteOrder = DtNlBigEndian;
   } else {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::Parse]: Not TIFF Byteorder err!!");
-    return DtRawErrNotTiff;
+    return DtRawHeadIo::Refused(io, DtRawHeadIo::StepNotTiff, nullptr, DtRawErrNotTiff);
   }
   UINT16 marker = 0;
   if (stream->ReadU16(&marker, 1, m_byteOrder) != 2) {
@@ -113,7 +113,7 @@ int DtRawEng::Parse(DtNlDataStream* stream) {
   }
   if (marker != TIFF_MARKER) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::Parse]: Not TIFF Marker err!!");
-    return DtRawErrNotTiff;
+    return DtRawHeadIo::Refused(io, DtRawHeadIo::StepNotTiff, nullptr, DtRawErrNotTiff, 2);
   }
   UINT32 ifd0Offset = 0;
   if (stream->ReadU32(&ifd0Offset, 1, m_byteOrder) != 4) {
@@ -129,7 +129,7 @@ int DtRawEng::Parse(DtNlDataStream* stream) {
   const DtRawTagData* model = getTagData(TAG_MODEL, m_ifd0Parser);
   if (model == nullptr || model->m_data == nullptr) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::Parse]: not exist model name!!");
-    return DtRawErrFormat;
+    return DtRawHeadIo::Refused(io, DtRawHeadIo::StepModel, model, DtRawErrFormat);
   }
   // Compared over exactly the value's size (at most 32 bytes, all held in
   // m_data): a stored terminating zero takes part in the comparison.
@@ -140,15 +140,15 @@ int DtRawEng::Parse(DtNlDataStream* stream) {
 
   // The Exif IFD was read only when IFD0 points at one; a parser left from an
   // earlier parse holds nothing then and counts as absent.
+  const DtRawTagData* exifPointer = getTagData(TAG_EXIF_POINTER, m_ifd0Parser);
   UINT32 exifOffset = 0;
-  if (m_exifParser == nullptr ||
-      pointerOf(getTagData(TAG_EXIF_POINTER, m_ifd0Parser), m_byteOrder, &exifOffset) == 0) {
-    return DtRawErrFormat;
+  if (m_exifParser == nullptr || pointerOf(exifPointer, m_byteOrder, &exifOffset) == 0) {
+    return DtRawHeadIo::Refused(io, DtRawHeadIo::StepExif, exifPointer, DtRawErrFormat);
   }
   const DtRawTagData* makerNote = getTagData(TAG_MAKER_NOTE, m_exifParser);
   if (makerNote == nullptr) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::Parse]: not exist maker note pointer!");
-    return DtRawErrFormat;
+    return DtRawHeadIo::Refused(io, DtRawHeadIo::StepMakerNote, nullptr, DtRawErrFormat);
   }
   return parseKaviMakerNote(stream, makerNote->m_offset);
 }
@@ -229,11 +229,11 @@ int DtRawEng::parseKaviMakerNote(DtNlDataStream* stream, UINT32 offset) {
     UINT8 header[MAKER_NOTE_HEADER_SIZE] = {0};
     if (io->ReadU8(header, MAKER_NOTE_HEADER_SIZE) != MAKER_NOTE_HEADER_SIZE) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::pKMN]: Read kavi maker note header Err!!");
-      return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
+      return DtRawHeadIo::Unread(io, offset, DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
     }
-    if (std::memcmp(header, "KAVI", 4) != 0) {
+    if (DtRawHeadIo::HeaderTaken(io, offset) && std::memcmp(header, "KAVI", 4) != 0) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "[DtRawEng::pKMN]: maker note is not kavi!!");
-      return DtRawErrFormat;
+      return DtRawHeadIo::Refused(io, DtRawHeadIo::StepNotKavi, nullptr, DtRawErrFormat, offset);
     }
     // Deliberate: unsigned 32-bit sum, wraps like every offset here.
     dirOffset = offset + MAKER_NOTE_HEADER_SIZE;
@@ -253,13 +253,13 @@ int DtRawEng::parseKaviMakerNote(DtNlDataStream* stream, UINT32 offset) {
   if (kmPointer == nullptr) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__,
              "DtRawEng: There is no km maker note pointer though it is M372!!");
-    return DtRawErrFormat;
+    return DtRawHeadIo::Refused(io, DtRawHeadIo::StepKmPointer, nullptr, DtRawErrFormat);
   }
   UINT32 kmOffset = 0;
   if (kmPointer->m_size <= 3 || pointerOf(kmPointer, m_byteOrder, &kmOffset) == 0) {
     DTNL_LOG(DTNL_LV_WARN, __LINE__, "DtRawEng: km maker note pointer is invalid, size=%d.",
              static_cast<int>(kmPointer->m_size));
-    return DtRawErrFormat;
+    return DtRawHeadIo::Refused(io, DtRawHeadIo::StepKmPointer, kmPointer, DtRawErrFormat);
   }
   result = prepare(m_kmMakerNoteParser, m_kmMakerNoteStorage)
                ->Parse(stream, 0, asParseOffset(kmOffset), m_byteOrder);

@@ -93,12 +93,11 @@ bool DtRawErrorText::IsParseCode(int code) {
   }
 }
 
-UINT DtRawErrorText::Parse(int code, const UINT8* head, std::uint64_t fileSize, char* out,
-                           UINT size) {
-  if (head == nullptr || !IsParseCode(code)) {
-    return withoutHead(code, out, size);
-  }
-  const DtRawLayoutCheck::Finding found = DtRawLayoutCheck::Inspect(head, fileSize);
+namespace {
+
+// "not a KPZ raw file (<reason>)" for `found` when it explains `code`, else
+// the code's own words.
+UINT explained(int code, const DtRawLayoutCheck::Finding& found, char* out, UINT size) {
   const bool same = found.m_code == code || (readFamily(found.m_code) && readFamily(code));
   char reason[DtRawLayoutCheck::WORDS_SIZE];
   const UINT length = DtRawLayoutCheck::Words(found, reason, sizeof reason);
@@ -106,6 +105,37 @@ UINT DtRawErrorText::Parse(int code, const UINT8* head, std::uint64_t fileSize, 
     return withoutHead(code, out, size);
   }
   return put(out, size, "not a KPZ raw file (%s)", reason);
+}
+
+}  // namespace
+
+UINT DtRawErrorText::Parse(int code, const UINT8* head, std::uint64_t fileSize, char* out,
+                           UINT size) {
+  if (head == nullptr || !IsParseCode(code)) {
+    return withoutHead(code, out, size);
+  }
+  return explained(code, DtRawLayoutCheck::Inspect(head, fileSize), out, size);
+}
+
+UINT DtRawErrorText::Stopped(int code, const DtRawHeadIo& io, char* out, UINT size,
+                             DtRawLayoutCheck::Finding* finding, std::uint64_t* at) {
+  DtRawLayoutCheck::Finding found;
+  std::uint64_t where = 0;
+  if (IsParseCode(code)) {
+    found = DtRawLayoutCheck::Recorded(io, code, &where);
+  }
+  const UINT length = explained(code, found, out, size);
+  // The reason only where the words are its own.
+  const bool told = IsParseCode(code) && (found.m_code == code ||
+                                          (readFamily(found.m_code) && readFamily(code))) &&
+                    found.m_reason != DtRawLayoutCheck::ReasonNone;
+  if (finding != nullptr) {
+    *finding = told ? found : DtRawLayoutCheck::Finding();
+  }
+  if (at != nullptr) {
+    *at = told ? where : 0;
+  }
+  return length;
 }
 
 UINT DtRawErrorText::Initialize(int code, char* out, UINT size) {

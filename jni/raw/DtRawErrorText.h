@@ -30,7 +30,10 @@
 
 #include <cstdint>
 
+#include "raw/DtRawLayoutCheck.h"
 #include "util/DtNlTypes.h"
+
+class DtRawHeadIo;
 
 class DtRawErrorText {
  public:
@@ -48,6 +51,17 @@ class DtRawErrorText {
   // missing)"). Any other code: "the file cannot be read as a KPZ raw file
   // (error <code>)".
   static UINT Parse(int code, const UINT8* head, std::uint64_t fileSize, char* out, UINT size);
+
+  // Words for result `code` of a parse that read through the head channel
+  // `io` (DtRawHeadIo), from where and why the parse recorded that it
+  // stopped: for a layout code "not a KPZ raw file (<reason>)", in the same
+  // words Parse gives for that head; when nothing was recorded for that
+  // code, the code's own words, as Parse's without a head.
+  // With `finding`, also the reason itself (DtRawLayoutCheck::Recorded's)
+  // and with `at` where its part starts, when the words tell it (else a
+  // Finding of ReasonNone and 0).
+  static UINT Stopped(int code, const DtRawHeadIo& io, char* out, UINT size,
+                      DtRawLayoutCheck::Finding* finding = nullptr, std::uint64_t* at = nullptr);
 
   // Words for a failed DtRaw::Initialize result `code` as the facade reports
   // it, without looking at the file ("file not found", "not a KPZ raw file

@@ -8,6 +8,10 @@ void DtRawFailure::Set(Kind kind, int err, int code, const char* words) {
   m_kind = kind;
   m_errno = err;
   m_code = code;
+  m_reason = DtRawLayoutCheck::ReasonNone;
+  m_part = DtRawLayoutCheck::PartNone;
+  m_value = false;
+  m_at = 0;
   std::snprintf(m_words, sizeof m_words, "%s", words != nullptr ? words : "");
 }
 

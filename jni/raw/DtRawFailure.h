@@ -15,7 +15,10 @@
 #ifndef KPZ_RAW_DTRAWFAILURE_H
 #define KPZ_RAW_DTRAWFAILURE_H
 
+#include <cstdint>
+
 #include "raw/DtRawErrorText.h"
+#include "raw/DtRawLayoutCheck.h"
 #include "util/DtNlTypes.h"
 
 class DtRawFailure {
@@ -40,7 +43,19 @@ class DtRawFailure {
   int m_code = 0;   // the library's result code, 0 when none applies
   char m_words[DtRawErrorText::WORDS_SIZE] = {};  // zero-terminated
 
-  // Sets every field; `words` is copied (cut to fit), null gives "".
+  // Where and why the parse of a head stopped, as the parser recorded it
+  // (a head that does not parse; else ReasonNone, PartNone, 0): the reason
+  // and the part of the file it names (DtRawLayoutCheck's Reason and Part,
+  // which m_words tells), whether a value stored for that part rather than
+  // the part itself, and the part's (or value's) offset in the file as
+  // recorded (0 when the reason names no place).
+  DtRawLayoutCheck::Reason m_reason = DtRawLayoutCheck::ReasonNone;
+  DtRawLayoutCheck::Part m_part = DtRawLayoutCheck::PartNone;
+  bool m_value = false;
+  std::uint64_t m_at = 0;
+
+  // Sets every field (the place to none); `words` is copied (cut to fit),
+  // null gives "".
   void Set(Kind kind, int err, int code, const char* words);
 
   // A short lower-case name of `kind` for front ends that pick a class by

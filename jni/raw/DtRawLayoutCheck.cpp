@@ -19,9 +19,13 @@
 
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
+#include "raw/parser/DtRawHeadIo.h"
+#include "raw/parser/DtRawTagData.h"
 
 static_assert(DtRawLayoutCheck::HEAD_SIZE == DtRaw::READ_SIZE,
               "the layout check walks the head the facade parses");
+static_assert(DtRawHeadIo::HEAD_SIZE == DtRaw::READ_SIZE,
+              "the head channel holds the head the facade parses");
 
 namespace {
 
@@ -518,6 +522,123 @@ const char* partName(Part part) {
 
 }  // namespace
 
+namespace {
+
+// A file shorter than its 8-byte header: whatever the parse met after the
+// header's first bytes was made of the zeros after the file's end. A file of
+// 1 to 3 bytes that begins as a TIFF header does ("I", "II", "MM\0") is cut
+// within it too, not without one.
+void headerCut(const UINT8* head, std::uint64_t fileSize, Finding* f) {
+  static const UINT8 kLittle[4] = {0x49, 0x49, 0x2A, 0x00};
+  static const UINT8 kBig[4] = {0x4D, 0x4D, 0x00, 0x2A};
+  const bool cutMark = f->m_code == DtRawErrNotTiff && fileSize > 0 && fileSize < 4 &&
+                       (std::memcmp(head, kLittle, static_cast<std::size_t>(fileSize)) == 0 ||
+                        std::memcmp(head, kBig, static_cast<std::size_t>(fileSize)) == 0);
+  if (cutMark || (f->m_code != DtRawOk && f->m_code != DtRawErrNotTiff && fileSize < 8)) {
+    f->m_reason = DtRawLayoutCheck::ReasonHeaderCut;
+    f->m_part = DtRawLayoutCheck::PartNone;
+    f->m_value = false;
+  }
+}
+
+// The part of a directory category (DtRawTagCategory).
+Part partOf(INT32 category) {
+  switch (category) {
+    case DtRawTagCategoryIfd0:
+      return DtRawLayoutCheck::PartIfd0;
+    case DtRawTagCategoryIfd1:
+      return DtRawLayoutCheck::PartIfd1;
+    case DtRawTagCategoryExif:
+      return DtRawLayoutCheck::PartExif;
+    case DtRawTagCategoryIob:
+      return DtRawLayoutCheck::PartIob;
+    case DtRawTagCategoryMakerNote:
+      return DtRawLayoutCheck::PartMakerNote;
+    case DtRawTagCategoryKmMakerNote:
+      return DtRawLayoutCheck::PartKmMakerNote;
+    default:
+      return DtRawLayoutCheck::PartNone;
+  }
+}
+
+// The Finding of what stopped the parse, before the cut and the header.
+Finding whyStopped(const DtRawHeadIo::Stop& s, std::uint64_t fileSize) {
+  const int code = s.m_code;
+  switch (s.m_step) {
+    case DtRawHeadIo::StepNotTiff:
+      // No mark in an empty file is no file at all; a wrong marker is not.
+      return failed(code, fileSize == 0 && s.m_offset == 0 ? DtRawLayoutCheck::ReasonEmpty
+                                                           : DtRawLayoutCheck::ReasonNotTiff);
+    case DtRawHeadIo::StepRead:
+      return located(code, partOf(s.m_category), s.m_offset, Stop{s.m_value, s.m_start, s.m_end},
+                     fileSize);
+    case DtRawHeadIo::StepModel:
+      if (!s.m_tagFound) {
+        return failed(code, DtRawLayoutCheck::ReasonNoModel);
+      }
+      return failed(code, s.m_bytes == 0 ? DtRawLayoutCheck::ReasonEmptyModel
+                                         : DtRawLayoutCheck::ReasonLongModel);
+    case DtRawHeadIo::StepExif:
+      return s.m_tagFound ? failed(code, DtRawLayoutCheck::ReasonBadExifPointer, s.m_bytes)
+                          : failed(code, DtRawLayoutCheck::ReasonNoExif);
+    case DtRawHeadIo::StepMakerNote:
+      return failed(code, DtRawLayoutCheck::ReasonNoMakerNote);
+    case DtRawHeadIo::StepNotKavi:
+      // At offset 0, or 2 GiB and more, the channel read the TIFF header:
+      // the maker note is named by where it lies.
+      if (s.m_offset == 0 || s.m_offset > 0x7FFFFFFFu) {
+        return located(code, DtRawLayoutCheck::PartMakerNote, s.m_offset,
+                       Stop{false, s.m_start, s.m_end}, fileSize);
+      }
+      return failed(code, DtRawLayoutCheck::ReasonNotKavi);
+    case DtRawHeadIo::StepKmPointer:
+      return s.m_tagFound ? failed(code, DtRawLayoutCheck::ReasonBadKmPointer, s.m_bytes)
+                          : failed(code, DtRawLayoutCheck::ReasonNoKmPointer);
+    case DtRawHeadIo::StepNone:
+    default:
+      return Finding();
+  }
+}
+
+}  // namespace
+
+DtRawLayoutCheck::Finding DtRawLayoutCheck::Recorded(const DtRawHeadIo& io, int code,
+                                                     std::uint64_t* at) {
+  const std::uint64_t fileSize = io.FileSize();
+  const DtRawHeadIo::Stop& stop = io.Stopped();
+  Finding f = whyStopped(stop, fileSize);
+  std::uint64_t where = 0;
+  if (f.m_part != PartNone) {
+    // As located() names it: a part at 2 GiB or more by its offset.
+    where = stop.m_offset > 0x7FFFFFFFu ? stop.m_offset : stop.m_start;
+  }
+  if (f.m_code == DtRawOk || code == DtRawOk) {
+    if (at != nullptr) {
+      *at = 0;
+    }
+    return Finding();
+  }
+  // A failure after a read from past the file's end is named as that read.
+  const DtRawHeadIo::Cut& cut = io.FirstCut();
+  if (cut.m_set) {
+    f.m_reason = cut.m_start >= fileSize ? ReasonPastEnd : ReasonRunsPastEnd;
+    f.m_part = partOf(cut.m_category);
+    f.m_value = cut.m_value;
+    f.m_bytes = 0;
+    where = cut.m_start;
+  }
+  if (io.Head() != nullptr && io.HeadSize() >= 8) {
+    headerCut(io.Head(), fileSize, &f);
+  }
+  if (f.m_part == PartNone) {
+    where = 0;
+  }
+  if (at != nullptr) {
+    *at = where;
+  }
+  return f;
+}
+
 DtRawLayoutCheck::Finding DtRawLayoutCheck::Inspect(const UINT8* head, std::uint64_t fileSize) {
   if (head == nullptr) {
     return Finding();
@@ -525,20 +646,7 @@ DtRawLayoutCheck::Finding DtRawLayoutCheck::Inspect(const UINT8* head, std::uint
   WalkState w;
   w.fileSize = fileSize;
   Finding f = walk(head, w);
-  // A file shorter than its 8-byte header: whatever the parse met after the
-  // header's first bytes was made of the zeros after the file's end. A file
-  // of 1 to 3 bytes that begins as a TIFF header does ("I", "II", "MM\0")
-  // is cut within it too, not without one.
-  static const UINT8 kLittle[4] = {0x49, 0x49, 0x2A, 0x00};
-  static const UINT8 kBig[4] = {0x4D, 0x4D, 0x00, 0x2A};
-  const bool cutMark = f.m_code == DtRawErrNotTiff && fileSize > 0 && fileSize < 4 &&
-                       (std::memcmp(head, kLittle, static_cast<std::size_t>(fileSize)) == 0 ||
-                        std::memcmp(head, kBig, static_cast<std::size_t>(fileSize)) == 0);
-  if (cutMark || (f.m_code != DtRawOk && f.m_code != DtRawErrNotTiff && fileSize < 8)) {
-    f.m_reason = ReasonHeaderCut;
-    f.m_part = PartNone;
-    f.m_value = false;
-  }
+  headerCut(head, fileSize, &f);
   return f;
 }
 

@@ -6,15 +6,20 @@
 // zero-filled after the end of a shorter file) and reports a directory it
 // cannot read there with the same result code (-307) whether the file has
 // only one directory, a directory beyond the first 64 KiB or a pointer past
-// its end. This class walks the head the way the parse does (the TIFF header,
-// IFD0, IFD1, the Exif and interoperability directories, the camera model,
-// the maker note and, for the model "DSLR-M372", the Km maker note; the same
-// target tags, the same memory-channel rules of clamped seeks and short
-// reads, the same order of giving up) and names the first thing that stops
-// it, using the file's real size to tell "past the end of the file" from
-// "beyond the first 64 KiB". Every front end (the JNI methods, the kit and
-// through it the kpz tool and the Python package) takes its reasons from
-// here, so a file is described in the same words everywhere.
+// its end. The record's parse (DtRawRecord) has the parser record where and
+// why it stopped as it fails (DtRawHeadIo); Recorded names the reason from
+// that record, using the file's real size to tell "past the end of the file"
+// from "beyond the first 64 KiB". For a caller that holds only a head and
+// parsed it elsewhere (the kit's metadata reader), Inspect walks the head the
+// way the parse does (the TIFF header, IFD0, IFD1, the Exif and
+// interoperability directories, the camera model, the maker note and, for
+// the model "DSLR-M372", the Km maker note; the same target tags, the same
+// memory-channel rules of clamped seeks and short reads, the same order of
+// giving up) and names the first thing that stops it; the two agree on every
+// head (tests/raw/DtRawHeadIoTest.cpp and the raw buffer fuzzer hold them to
+// it). Every front end (the JNI methods, the kit and through it the kpz tool
+// and the Python package) takes its reasons from here, so a file is
+// described in the same words everywhere.
 //
 // Contract:
 //  - `head` holds exactly HEAD_SIZE bytes (the file's first bytes, zeros
@@ -42,6 +47,8 @@
 #include <cstdint>
 
 #include "util/DtNlTypes.h"
+
+class DtRawHeadIo;
 
 class DtRawLayoutCheck {
  public:
@@ -101,6 +108,15 @@ class DtRawLayoutCheck {
   // (or lying) past the end of the file: what the zeros made the parse
   // meet next ("only one directory", "no maker note", ...) is not the cause.
   static Finding Inspect(const UINT8* head, std::uint64_t fileSize);
+
+  // The reason the parse itself recorded in its head channel `io` as it
+  // failed with `code`: where and why it stopped, and the first structure it
+  // read whole from the zeros past the file's end (DtRawHeadIo). The same
+  // Finding Inspect gives for that head, without walking it: m_code is the
+  // code of the step that recorded (0 with ReasonNone when none did). With
+  // `at`, also where the part (or value) the reason names starts in the file
+  // (0 when it names none).
+  static Finding Recorded(const DtRawHeadIo& io, int code, std::uint64_t* at = nullptr);
 
   // One kept entry (a target tag) as the walk found it.
   struct Place {

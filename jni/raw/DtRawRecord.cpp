@@ -14,9 +14,12 @@
 #include "raw/DtRawErrorText.h"
 #include "raw/DtRawScreennailInfo.h"
 #include "raw/DtRawEng.h"
+#include "raw/DtRawLayoutCheck.h"
 #include "raw/DtRawThumbnailInfo.h"
+#include "raw/parser/DtRawHeadIo.h"
 #include "raw/parser/DtRawTagData.h"
 #include "util/DtNlDataUtil.h"
+#include "util/io/DtNlDataStream.h"
 #include "util/io/DtNlReadAt.h"
 
 static_assert(DtRawRecord::HEAD_SIZE == DtRaw::READ_SIZE,
@@ -126,7 +129,12 @@ DtRawExpected<DtRawRecord> DtRawRecord::Parse(const UINT8* head, std::size_t len
 
 DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
                                                   std::uint64_t fileSize, Fields fields) {
+  // The facade parses through a head channel of the record's own, lent to
+  // its stream (which it then owns and deletes; the channel outlives it):
+  // the parse records there where and why it stops, as it fails.
+  DtRawHeadIo io(fileSize);
   DtRaw raw;
+  raw.m_stream = new DtNlDataStream(&io);
   const int initRet = raw.InitializeBuf(head, static_cast<int>(HEAD_SIZE));
   if (initRet != DtRawOk) {
     // The kind the words say: the layout codes are "not a KPZ raw file
@@ -136,7 +144,11 @@ DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
     why.m_kind = DtRawErrorText::IsParseCode(initRet) ? DtRawFailure::KindNotKpz
                                                       : DtRawFailure::KindUnreadable;
     why.m_code = initRet;
-    DtRawErrorText::Parse(initRet, head, fileSize, why.m_words, sizeof why.m_words);
+    DtRawLayoutCheck::Finding found;
+    DtRawErrorText::Stopped(initRet, io, why.m_words, sizeof why.m_words, &found, &why.m_at);
+    why.m_reason = found.m_reason;
+    why.m_part = found.m_part;
+    why.m_value = found.m_value;
     return why;
   }
 

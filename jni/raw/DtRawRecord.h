@@ -88,10 +88,12 @@ class DtRawRecord {
   // zeros after the data's end) and parses it, or parses the stream's own
   // memory without a copy when it holds the whole head (DtNlReadAt::View;
   // `head` is then left as it was). A failed read is KindUnreadable
-  // (ReadError's words); a head that does not parse, KindNotKpz with
-  // DtRawErrorText::Parse's words and the parse's result code (a code that
-  // is not about the layout, such as a failed allocation, is
-  // KindUnreadable in the same words).
+  // (ReadError's words); a head that does not parse, KindNotKpz with the
+  // parse's result code, and the words, reason, part and offset of where
+  // and why the parser recorded that it stopped (DtRawErrorText::Stopped,
+  // read from the parse's own head channel, DtRawHeadIo: the head is not
+  // walked again). A code that is not about the layout, such as a failed
+  // allocation, is KindUnreadable in the code's own words.
   static DtRawExpected<DtRawRecord> Read(DtNlReadAt& stream, UINT8* head,
                                          Fields fields = FieldsAll);
 

@@ -5,6 +5,7 @@
 #include <typeinfo>
 
 #include "raw/DtRawError.h"
+#include "raw/parser/DtRawHeadIo.h"
 #include "util/DtNlLogger.h"
 #include "util/io/DtNlBuffIo.h"
 #include "util/io/DtNlDataStream.h"
@@ -38,16 +39,19 @@ inline UINT32 loadU32(const UINT8* p, DtNlByteOrder order) {
 }
 
 // The steps of reading a directory, over either of two sources with the same
-// results: a plain memory channel is read in place (its block, viewed once,
-// with the channel's own clamping rules and no call per field), any other
-// channel through the data stream field by field. Each step reports failure
-// as the channel would; the caller logs and maps the status.
+// results: a plain memory channel (or the record's head channel, which reads
+// as one) is read in place (its block, viewed once, with the channel's own
+// clamping rules and no call per field), any other channel through the data
+// stream field by field. Each step reports failure as the channel would; the
+// caller logs and maps the status, and records in a head channel where the
+// read stopped.
 class DirReader {
  public:
   DirReader(DtNlDataStream* stream, DtNlIo* io, DtNlByteOrder order)
       : m_stream(stream), m_io(io), m_order(order), m_block(nullptr), m_size(0), m_pos(0) {
-    // Only the exact memory channel: a subclass may read differently.
-    if (typeid(*io) != typeid(DtNlBuffIo)) {
+    // Only the exact memory channel or the head channel: another subclass
+    // may read differently.
+    if (typeid(*io) != typeid(DtNlBuffIo) && DtRawHeadIo::Of(io) == nullptr) {
       return;
     }
     const DtNlBuffIo* memory = static_cast<const DtNlBuffIo*>(io);
@@ -150,6 +154,7 @@ class DirReader {
     return static_cast<int>(m_pos);  // m_pos <= MAX_VIEW_SIZE
   }
 
+
  private:
   DtNlDataStream* m_stream;  // borrowed
   DtNlIo* m_io;              // borrowed: the stream's channel
@@ -158,6 +163,41 @@ class DirReader {
   UINT m_size;           // bytes in the block
   UINT m_pos;            // the position in the block, <= m_size
 };
+
+// The record's head channel behind `io`, or null: a plain memory channel is
+// told from it without a comparison of type names.
+inline DtRawHeadIo* headOf(DtNlIo* io) {
+  return typeid(*io) == typeid(DtNlBuffIo) ? nullptr : DtRawHeadIo::Of(io);
+}
+
+// The directory of `category` with `entries` entries, keeping `tags` (of the
+// `targetCount` target ids at `targets`), was read whole: noted in `io` when
+// it is a head channel, at the offset the parse moved it to. Out of line:
+// the parse of any other channel does not carry it.
+[[gnu::noinline]] void took(DtNlIo* io, UINT32 category, UINT32 entries,
+                            const DtRawTagDataList* tags, const UINT16* targets,
+                            INT32 targetCount) {
+  DtRawHeadIo* head = DtRawHeadIo::Of(io);
+  if (head != nullptr) {
+    head->TookDirectory(category, head->MovedTo(), entries, tags, targets, targetCount);
+  }
+}
+
+// A failed step of the directory of `category` with `entries` entries (-1:
+// the count itself was not read), while reading its own bytes or
+// (`valueSize` above 0) the value of `valueSize` bytes at `valuePos`:
+// recorded in `io` when it is a head channel, at the offset the parse moved
+// it to for this directory (a head channel is read in place, so it has not
+// moved since). Returns `code`. Out of line and cold, and given nothing the
+// reading loop would have to keep: the loop stays as it was.
+[[gnu::cold]] [[gnu::noinline]] int stopped(DtNlIo* io, UINT32 category, INT32 entries, int code,
+                                            UINT32 valuePos = 0, UINT32 valueSize = 0) {
+  DtRawHeadIo* head = DtRawHeadIo::Of(io);
+  if (head == nullptr || head->Head() == nullptr) {
+    return code;
+  }
+  return head->StopInDirectory(category, head->MovedTo(), entries, valuePos, valueSize, code);
+}
 
 }  // namespace
 
@@ -184,6 +224,8 @@ int DtRawIFDParserBase::Parse(DtNlDataStream* stream, int base, int ifdOffset,
 int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
                               DtNlByteOrder order) {
   initTargetTagList();
+  // The category of every entry kept: one per parser, asked once.
+  const UINT32 category = getTagCategory();
   DTNL_ASSERT(__LINE__, stream != nullptr, "pStream is NULL!!");
   DtNlIo* io = stream->GetIo();
   if (io == nullptr) {
@@ -199,7 +241,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
   UINT16 entryNum = 0;
   if (!dir.ReadU16(&entryNum)) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Dir Num Err!!");
-    return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
+    return stopped(io, getTagCategory(), -1, DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
   }
 
   // At most 65,535 entries; every pass ends 12 bytes further on (or returns).
@@ -208,13 +250,15 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       // Every target is kept: skip the entry unread.
       if (!dir.Skip(ENTRY_SIZE)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
-        return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
+        return stopped(io, getTagCategory(), entryNum,
+                       DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek));
       }
       continue;
     }
     const int entryStart = dir.Tell();
     if (entryStart < 0) {
-      return DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell);
+      return stopped(io, getTagCategory(), entryNum,
+                     DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell));
     }
     // A whole entry in a memory block is decoded in place (the reads below
     // cannot fall short then); otherwise field by field.
@@ -224,7 +268,8 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       tagId = loadU16(whole, order);
     } else if (!dir.ReadU16(&tagId)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Tag Err!!");
-      return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
+      return stopped(io, getTagCategory(), entryNum,
+                     DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
     }
     // The index of the id in the target set doubles as the bit that says
     // whether an entry with it is kept already (the list's IsExistData, told
@@ -235,7 +280,8 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       // entry was not read past its start.)
       if (!dir.Skip(whole != nullptr ? ENTRY_SIZE : ENTRY_REST)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
-        return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
+        return stopped(io, getTagCategory(), entryNum,
+                       DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek));
       }
       continue;
     }
@@ -244,14 +290,16 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       type = loadU16(whole + 2, order);
     } else if (!dir.ReadU16(&type)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Type Err!!");
-      return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
+      return stopped(io, getTagCategory(), entryNum,
+                     DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
     }
     UINT32 count = 0;
     if (whole != nullptr) {
       count = loadU32(whole + 4, order);
     } else if (!dir.ReadU32(&count)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read data count Err!!");
-      return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
+      return stopped(io, getTagCategory(), entryNum,
+                     DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
     }
     const UINT32 size = getTagDataSize(type, count);
 
@@ -260,7 +308,8 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       // The value is the entry's own 4-byte field, which starts here.
       const int fieldPos = whole != nullptr ? entryStart + 8 : dir.Tell();
       if (fieldPos < 0) {
-        return DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell);
+        return stopped(io, getTagCategory(), entryNum,
+                       DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell));
       }
       valuePos = static_cast<UINT32>(fieldPos);
     } else {
@@ -269,7 +318,8 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
         valueOffset = loadU32(whole + 8, order);
       } else if (!dir.ReadU32(&valueOffset)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Offset Err!!");
-        return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
+        return stopped(io, getTagCategory(), entryNum,
+                       DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
       }
       // Deliberate: unsigned 32-bit sum; a wrapped position is simply one the
       // channel clamps or refuses below.
@@ -284,7 +334,8 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       // and clamps (memory) or refuses (file) what lies outside the data.
       if (!dir.SeekTo(static_cast<long long>(valuePos))) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: File Eeek Err!!");
-        return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
+        return stopped(io, getTagCategory(), entryNum,
+                       DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek));
       }
       tag = m_tagDataList.NewTagData(size);
       if (whole != nullptr && size <= 4) {
@@ -295,13 +346,17 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       } else if (dir.ReadBytes(tag->m_data, size) != size) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Err!!");
         m_tagDataList.DeleteTagData(tag);
-        return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
+        return stopped(io, getTagCategory(), entryNum,
+                       DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead), valuePos, size);
       }
     } else {
       tag = m_tagDataList.NewTagData(size);  // kept by position only: no bytes
+      if (DtRawHeadIo* head = headOf(io)) {
+        head->KeptByPosition(tag, type, count);  // its length, unwrapped
+      }
     }
 
-    tag->m_category = getTagCategory();
+    tag->m_category = category;
     tag->m_tagId = tagId;
     tag->m_offset = valuePos;
     tag->m_size = size;
@@ -312,17 +367,24 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
 
     if (!dir.SeekTo(static_cast<long long>(entryStart) + ENTRY_SIZE)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
-      return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
+      return stopped(io, getTagCategory(), entryNum,
+                     DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek));
     }
   }
 
   UINT32 nextOffset = 0;
   if (!dir.ReadU32(&nextOffset)) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Next Ifd Offset Err!!");
-    return DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
+    return stopped(io, getTagCategory(), entryNum,
+                   DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
   }
   // Deliberate: unsigned 32-bit sum, wraps like every file offset here.
   m_nextIfdOffset = nextOffset + static_cast<UINT32>(base);
+  if (typeid(*io) != typeid(DtNlBuffIo)) {
+    // Read whole: noted in a head channel, with the entries kept (looked at
+    // only if the parse fails later).
+    took(io, category, entryNum, &m_tagDataList, m_targetTagList, m_targetTagNum);
+  }
   return DtRawOk;
 }
 
