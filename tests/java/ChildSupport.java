@@ -111,6 +111,21 @@ final class ChildSupport {
     }
 
     // What descriptor `fd` of this process is open on, or null when it is not open.
+    // A descriptor number this process cannot have open: the soft limit of
+    // open files (numbers run from 0 to the limit less one). A number opened
+    // and closed again is no good as a closed descriptor: the JVM's own
+    // threads may open a file on it at any moment.
+    static int openFilesLimit() throws IOException {
+        for (String line : Files.readAllLines(Paths.get("/proc/self/limits"))) {
+            if (line.startsWith("Max open files")) {
+                String[] words = line.substring("Max open files".length()).trim().split("\\s+");
+                long soft = Long.parseLong(words[0]);
+                return (int) Math.min(soft, Integer.MAX_VALUE);
+            }
+        }
+        throw new IllegalStateException("no 'Max open files' line in /proc/self/limits");
+    }
+
     static String linkOf(int fd) {
         try {
             return Files.readSymbolicLink(Paths.get("/proc/self/fd/" + fd)).toString();

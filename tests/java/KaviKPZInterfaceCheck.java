@@ -55,6 +55,7 @@ import java.util.regex.Pattern;
 
 import static kpztest.ChildSupport.closeKept;
 import static kpztest.ChildSupport.descriptorOf;
+import static kpztest.ChildSupport.openFilesLimit;
 import static kpztest.ChildSupport.linkOf;
 import static kpztest.ChildSupport.openKept;
 import static kpztest.ChildSupport.realPath;
@@ -94,8 +95,8 @@ public final class KaviKPZInterfaceCheck {
         if (args.length >= 2 && args[0].equals("--call-fd")) {
             System.exit(childCallFd(args[1]));
         }
-        if (args.length >= 2 && args[0].equals("--call-fd-closed")) {
-            System.exit(childCallClosedFd(args[1]));
+        if (args.length >= 1 && args[0].equals("--call-fd-closed")) {
+            System.exit(childCallClosedFd());
         }
         if (args.length >= 1 && args[0].equals("--call-fd-stdin")) {
             System.exit(childCallFdNumber(0, "pipe:"));
@@ -137,14 +138,14 @@ public final class KaviKPZInterfaceCheck {
         return 0;
     }
 
-    // One call with the number of a descriptor of `path` that was closed just
-    // before. Prints "fd <n>", then "null" or "array ...".
-    private static int childCallClosedFd(String path) throws Exception {
-        RandomAccessFile file = new RandomAccessFile(path, "r");
-        int fd = descriptorOf(path);
-        file.close();
+    // One call with a descriptor that is not open: the soft limit of open
+    // files, a number no descriptor of this process can have (a number opened
+    // and closed just before may be taken again by the JVM's own threads at
+    // any moment). Prints "fd <n>", then "null" or "array ...".
+    private static int childCallClosedFd() throws Exception {
+        int fd = openFilesLimit();
         if (linkOf(fd) != null) {
-            System.out.println("fd " + fd + " was opened again at once");
+            System.out.println("fd " + fd + " is open");
             return 1;
         }
         System.out.println("fd " + fd);
@@ -363,7 +364,7 @@ public final class KaviKPZInterfaceCheck {
     }
 
     private void checkClosedDescriptor() throws Exception {
-        Run run = childWith(Arrays.asList("--call-fd-closed", fx.getProperty("le.path")));
+        Run run = childWith(Arrays.asList("--call-fd-closed"));
         String[] out = run.stdout.split("\n");
         if (out.length != 2 || !out[0].matches("fd \\d+")) {
             failures.add("closed descriptor: unexpected output <" + run.stdout + ">\n" + run.stderr);

@@ -63,6 +63,7 @@ import java.util.regex.Pattern;
 import static kpztest.ChildSupport.closeKept;
 import static kpztest.ChildSupport.descriptorOf;
 import static kpztest.ChildSupport.linkOf;
+import static kpztest.ChildSupport.openFilesLimit;
 import static kpztest.ChildSupport.openKept;
 import static kpztest.ChildSupport.realPath;
 import static kpztest.ChildSupport.report;
@@ -409,9 +410,7 @@ public final class KpzGalleryCheck {
     // ---- descriptors and paths the tool cannot be given -----------------
 
     private void checkBadDescriptors(String path) throws Exception {
-        // Closed: a number no descriptor of this process can have (the soft
-        // limit of open files). A number opened and closed again is no good
-        // here: the JVM's own threads may open a file on it at any moment.
+        // Closed: a number no descriptor of this process can have.
         int closed = openFilesLimit();
         expectUnreadable("closed descriptor " + closed, closed, EBADF,
                 "the file cannot be read (bad file descriptor)");
@@ -442,17 +441,6 @@ public final class KpzGalleryCheck {
 
     // The soft limit of open files ("Max open files" in /proc/self/limits):
     // every descriptor of this process is below it.
-    private static int openFilesLimit() throws Exception {
-        for (String line : Files.readAllLines(Paths.get("/proc/self/limits"))) {
-            if (line.startsWith("Max open files")) {
-                String[] words = line.substring("Max open files".length()).trim().split("\\s+");
-                long soft = Long.parseLong(words[0]);
-                return (int) Math.min(soft, Integer.MAX_VALUE);
-            }
-        }
-        throw new IllegalStateException("no 'Max open files' line in /proc/self/limits");
-    }
-
     private void expectUnreadable(String what, int fd, int errno, String words) {
         List<String> calls = Arrays.asList("getInfo", "getThumbnail", "readPreview");
         for (String call : calls) {
