@@ -165,3 +165,21 @@ def test_usable_on_a_phone(gallery, browser):
             "return r.left >= 0 && r.right <= window.innerWidth;")
     finally:
         browser.set_window_size(1280, 860)
+
+
+def test_a_file_without_a_thumbnail_shows_words_not_a_broken_image(tmp_path, browser):
+    manifest = make_fixtures(tmp_path / "fixtures")
+    root = tmp_path / "mixed"
+    root.mkdir()
+    shutil.copy(os.path.join(manifest["root"], "shot 01.kpz"), str(root / "good.kpz"))
+    shutil.copy(os.path.join(manifest["root"], "not_tiff.kpz"), str(root / "bad.kpz"))
+    with Server(str(root)) as server:
+        browser.get(server.base + "/")
+        wait(browser, lambda d: images_decoded(d, 1) and d.execute_script(
+            "return document.querySelectorAll('#grid .missing').length === 1;"),
+            "the bad file's tile did not say it has no thumbnail")
+        tiles = browser.execute_script(
+            "return Array.from(document.querySelectorAll('#grid .tile')).map("
+            "t => [t.title, t.querySelector('img') !== null, "
+            "(t.querySelector('.missing') || {}).textContent || null]);")
+        assert sorted(tiles) == [["bad.kpz", False, "no thumbnail"], ["good.kpz", True, None]]

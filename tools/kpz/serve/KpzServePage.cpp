@@ -77,6 +77,7 @@ main { padding: var(--gap); }
   aspect-ratio: 4 / 3; background: #0b0c0d; }
 .tile img { position: absolute; inset: 0; width: 100%; height: 100%; object-fit: contain;
   display: block; }
+.tile .missing { color: var(--dim); font-size: 12px; padding: 0 8px; text-align: center; }
 .tile .name { padding: 6px 9px 8px; font-size: 13px; white-space: nowrap; overflow: hidden;
   text-overflow: ellipsis; color: var(--dim); }
 .tile.folder .pic { background: linear-gradient(160deg, #2b2f36, #1d2026); }
@@ -194,6 +195,14 @@ const char* KpzServePage::Script() {
       img.loading = "lazy";
       img.decoding = "async";
       img.alt = entry.name;
+      // A file without a thumbnail to show (not a KPZ file, none stored, cut
+      // short) gets words in its tile, not the browser's broken-image mark.
+      img.addEventListener("error", () => {
+        const missing = document.createElement("span");
+        missing.className = "missing";
+        missing.textContent = "no thumbnail";
+        img.replaceWith(missing);
+      }, {once: true});
       img.src = withSig("/thumbnail/" + enc(rel(entry.name)), entry.sig && entry.sig.thumbnail,
                         {upright: "1"});
       pic.appendChild(img);
