@@ -16,6 +16,8 @@
 #ifndef KPZ_BENCH_BENCHJOBS_H
 #define KPZ_BENCH_BENCHJOBS_H
 
+#include <cstdint>
+
 #include "BenchCorpus.h"
 #include "raw/DtRawDateTime.h"
 #include "raw/DtRawFlashInfo.h"
@@ -77,6 +79,18 @@ class BenchJobs {
   // Initialize, GetScreennailInfo and (through the destructor) Finalize.
   // 0 with *info filled, or the first failing raw-layer code.
   static int Locate(const char* path, DtRawScreennailInfo* info);
+
+  // The head-only locate of the kit, Python, kpz.remote and kpz serve: the
+  // first HEAD_SIZE bytes of a file of `fileSize` bytes, already in memory,
+  // parsed into one record (pictures and orientation only), then the
+  // preview's range. Its length, or 0 when the preview cannot be had.
+  static UINT RecordLocate(const UINT8* head, std::uint64_t fileSize, std::uint64_t* offset);
+
+  // The gallery entry's two steps for one file (KpzGalleryReader): open by
+  // path, read the head and parse it (the info), then locate the thumbnail
+  // and read it into `out` (`outSize` bytes). The thumbnail's length, or 0
+  // when any step failed or it does not fit.
+  static UINT Gallery(const char* path, UINT8* out, UINT outSize);
 
   // InitializeBuf over the caller's `head` (`size` bytes, borrowed for the
   // call) and every query (Get...) DtRaw offers; the thumbnail is copied

@@ -17,7 +17,9 @@
 // BenchCorpus::OrientationFor says and writes orientations.tsv.
 // JOB is one of: main (the JNI entry's path), fd (the descriptor entry's,
 // with the app's open and close; when built), locate, parse (a head held in
-// memory; the heads are read before the jobs run), floor, floorhinted (the
+// memory; the heads are read before the jobs run), record (the kit's
+// head-only locate of a head held in memory), gallery (the gallery entry's
+// info and thumbnail), floor, floorhinted (the
 // floor with the library's access hints, for a cold page cache), floorhead,
 // exiv2 (when built with libexiv2). --files 0 runs no job at all: the baseline to
 // subtract. --marker brackets the last job with two failing access() calls
@@ -71,7 +73,7 @@ const char* const kUsage =
     "                     [--orientation-mix]\n"
     "       kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker] [--any-result]\n"
     "       kpz_bench_run paired MANIFEST [--files N] [--passes P]\n"
-    "       JOB: main locate parse floor floorhinted floorhead"
+    "       JOB: main locate parse record gallery floor floorhinted floorhead"
 #if KPZ_BENCH_DESCRIPTOR
     " fd"
 #endif
@@ -210,6 +212,15 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
                                   static_cast<unsigned int>(scratch->size()), &results) == 0 &&
            results.screennail.m_size == file.previewSize;
   }
+  if (job == "record") {
+    std::uint64_t offset = 0;
+    return BenchJobs::RecordLocate(head->data(), file.fileSize, &offset) == file.previewSize &&
+           offset == file.previewOffset;
+  }
+  if (job == "gallery") {
+    return BenchJobs::Gallery(file.path.c_str(), scratch->data(),
+                              static_cast<UINT>(scratch->size())) != 0;
+  }
   if (job == "floor") {
     return BenchJobs::Floor(file, scratch->data(), &BenchJobs::IgnorePreview, nullptr) ==
            file.previewSize;
@@ -232,7 +243,8 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
 }
 
 bool knownJob(const std::string& job) {
-  return job == "main" || job == "locate" || job == "parse" || job == "floor" ||
+  return job == "main" || job == "locate" || job == "parse" || job == "record" ||
+         job == "gallery" || job == "floor" ||
          job == "floorhinted" || job == "floorhead"
 #if KPZ_BENCH_DESCRIPTOR
          || job == "fd"
@@ -281,7 +293,7 @@ int runJob(int argc, char** argv) {
   }
 #endif
   std::vector<std::vector<UINT8>> heads;
-  if (job == "parse") {
+  if (job == "parse" || job == "record") {
     for (const BenchFile& file : files) {
       heads.emplace_back(BenchJobs::HEAD_SIZE);
       if (BenchJobs::FloorHead(file.path.c_str(), heads.back().data()) == 0) {

@@ -474,6 +474,8 @@ cg_function() {  # <job> -> the function whose instructions count
     fd) echo 'BenchDescriptorJob::Preview(*' ;;
     locate) echo 'BenchJobs::Locate(*' ;;
     parse) echo 'BenchJobs::ParseBuffer(*' ;;
+    record) echo 'BenchJobs::RecordLocate(*' ;;
+    gallery) echo 'BenchJobs::Gallery(*' ;;
     floor) echo 'BenchJobs::Floor(*' ;;
     floorhead) echo 'BenchJobs::FloorHead(*' ;;
     exiv2) echo 'BenchExiv2Job::Preview(*' ;;
@@ -488,6 +490,7 @@ cg_total() {  # <tunables> <job> <rounds> -> instructions in the job function
 }
 cg_jobs="locate parse main floor floorhead"
 run_usage="$("$bin/kpz_bench_run" 2>&1 || true)"
+case "$run_usage" in *" record gallery"*) cg_jobs="$cg_jobs record gallery" ;; esac
 case "$run_usage" in *" fd"*) cg_jobs="$cg_jobs fd" ;; esac
 case "$run_usage" in *exiv2*) cg_jobs="$cg_jobs exiv2" ;; esac
 if have valgrind; then
