@@ -12,10 +12,8 @@
 
 #include <android/log.h>
 
-#include "KpzGalleryReader.h"
 #include "KpzScreennailReader.h"
 #include "raw/DtRaw.h"
-#include "raw/DtRawRecord.h"
 #include "util/io/DtNlFile.h"
 #include "util/io/DtNlFileIo.h"
 #include "util/io/DtNlIo.h"
@@ -80,36 +78,6 @@ int BenchJobs::Locate(const char* path, DtRawScreennailInfo* info) {
     return initRet;
   }
   return raw.GetScreennailInfo(info);
-}
-
-UINT BenchJobs::RecordLocate(const UINT8* head, std::uint64_t fileSize, std::uint64_t* offset) {
-  const DtRawExpected<DtRawRecord> record =
-      DtRawRecord::Parse(head, HEAD_SIZE, fileSize, DtRawRecord::FieldsPictures);
-  if (!record) {
-    return 0;
-  }
-  const DtRawExpected<DtRawRecord::Range> preview = record->Locate(DtRawRecord::PicturePreview);
-  if (!preview) {
-    return 0;
-  }
-  *offset = preview->m_offset;
-  return preview->m_length;
-}
-
-UINT BenchJobs::Gallery(const char* path, UINT8* out, UINT outSize) {
-  KpzGalleryReader reader;
-  KpzGalleryReader::Failure why;
-  if (!reader.OpenPath(path, &why)) {
-    return 0;
-  }
-  KpzGalleryReader::Info info;
-  reader.GetInfo(&info);
-  KpzGalleryReader::Picture thumbnail;
-  if (!reader.Locate(KpzGalleryReader::PictureThumbnail, &thumbnail, &why) ||
-      thumbnail.m_length > outSize || !reader.Read(thumbnail, out, &why)) {
-    return 0;
-  }
-  return thumbnail.m_length;
 }
 
 int BenchJobs::ParseBuffer(unsigned char* head, int size, unsigned char* thumbBuf,

@@ -80,6 +80,7 @@ class BenchJobs {
   // 0 with *info filled, or the first failing raw-layer code.
   static int Locate(const char* path, DtRawScreennailInfo* info);
 
+  // (These two: when built with KPZ_BENCH_RECORD.)
   // The head-only locate of the kit, Python, kpz.remote and kpz serve: the
   // first HEAD_SIZE bytes of a file of `fileSize` bytes, already in memory,
   // parsed into one record (pictures and orientation only), then the

@@ -73,7 +73,10 @@ const char* const kUsage =
     "                     [--orientation-mix]\n"
     "       kpz_bench_run JOB MANIFEST [--files N] [--rounds R] [--marker] [--any-result]\n"
     "       kpz_bench_run paired MANIFEST [--files N] [--passes P]\n"
-    "       JOB: main locate parse record gallery floor floorhinted floorhead"
+    "       JOB: main locate parse floor floorhinted floorhead"
+#if KPZ_BENCH_RECORD
+    " record gallery"
+#endif
 #if KPZ_BENCH_DESCRIPTOR
     " fd"
 #endif
@@ -212,6 +215,7 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
                                   static_cast<unsigned int>(scratch->size()), &results) == 0 &&
            results.screennail.m_size == file.previewSize;
   }
+#if KPZ_BENCH_RECORD
   if (job == "record") {
     std::uint64_t offset = 0;
     return BenchJobs::RecordLocate(head->data(), file.fileSize, &offset) == file.previewSize &&
@@ -221,6 +225,7 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
     return BenchJobs::Gallery(file.path.c_str(), scratch->data(),
                               static_cast<UINT>(scratch->size())) != 0;
   }
+#endif
   if (job == "floor") {
     return BenchJobs::Floor(file, scratch->data(), &BenchJobs::IgnorePreview, nullptr) ==
            file.previewSize;
@@ -243,11 +248,13 @@ bool runOne(const std::string& job, const BenchFile& file, std::vector<UINT8>* h
 }
 
 bool knownJob(const std::string& job) {
-  return job == "main" || job == "locate" || job == "parse" || job == "record" ||
-         job == "gallery" || job == "floor" ||
+  return job == "main" || job == "locate" || job == "parse" || job == "floor" ||
          job == "floorhinted" || job == "floorhead"
 #if KPZ_BENCH_DESCRIPTOR
          || job == "fd"
+#endif
+#if KPZ_BENCH_RECORD
+         || job == "record" || job == "gallery"
 #endif
 #if KPZ_BENCH_EXIV2
          || job == "exiv2"
