@@ -13,19 +13,85 @@ const int kLineBufferSize = 1024;
 const size_t kFormatLimit = 1023;
 const char kBanner[] = "###########################################################\n";
 const char kDumpColour[] = "\033[37m";
+const char kEnd[] = "\033[0m\n";
+
+// Longest colour, level, file and function names together that PutLog puts
+// into its own line buffer; with the brackets, the line number, a message of
+// at most 1,022 characters and the end they fit kWholeLineSize.
+const std::size_t kNamesRoom = 960;
+const std::size_t kWholeLineSize = 2048;
+
+// Copies `length` bytes of `text` to `at`; the byte after them.
+inline char* append(char* at, const char* text, std::size_t length) {
+  std::memcpy(at, text, length);
+  return at + length;
+}
+
+// `value` in decimal, as %d prints it; the byte after it.
+char* appendDecimal(char* at, int value) {
+  // Deliberate: the magnitude in unsigned arithmetic, so INT_MIN has one too.
+  unsigned int magnitude = static_cast<unsigned int>(value);
+  if (value < 0) {
+    *at++ = '-';
+    magnitude = 0u - magnitude;
+  }
+  char digits[10];
+  std::size_t count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + magnitude % 10u);
+    magnitude /= 10u;
+  } while (magnitude != 0u);
+  while (count > 0) {
+    *at++ = digits[--count];
+  }
+  return at;
+}
 
 }  // namespace
 
 void DtNlLogger::PutLog(const char* level, const char* colour, const char* file,
                         const char* function, int line, const char* format, ...) {
-  char message[kLineBufferSize];
-  std::memset(message, 0, sizeof(message));
-  va_list args;
-  va_start(args, format);
-  std::vsnprintf(message, kFormatLimit, format, args);
-  va_end(args);
-  std::fprintf(stderr, "%s%s [%s::%s:%d]: %s\033[0m\n", colour, level, file, function, line,
-               message);
+  const std::size_t colourLength = std::strlen(colour);
+  const std::size_t levelLength = std::strlen(level);
+  const std::size_t fileLength = std::strlen(file);
+  const std::size_t functionLength = std::strlen(function);
+  if (colourLength + levelLength + fileLength + functionLength > kNamesRoom) {
+    // Names too long for the line buffer: formatted by stdio, as ever.
+    char message[kLineBufferSize];
+    std::memset(message, 0, sizeof(message));
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(message, kFormatLimit, format, args);
+    va_end(args);
+    std::fprintf(stderr, "%s%s [%s::%s:%d]: %s\033[0m\n", colour, level, file, function, line,
+                 message);
+    return;
+  }
+  // The same bytes as "%s%s [%s::%s:%d]: %s\033[0m\n", put together here and
+  // written with one call (one write on unbuffered standard error, as before).
+  char text[kWholeLineSize];
+  char* at = text;
+  at = append(at, colour, colourLength);
+  at = append(at, level, levelLength);
+  at = append(at, " [", 2);
+  at = append(at, file, fileLength);
+  at = append(at, "::", 2);
+  at = append(at, function, functionLength);
+  at = append(at, ":", 1);
+  at = appendDecimal(at, line);
+  at = append(at, "]: ", 3);
+  if (std::strchr(format, '%') == nullptr) {
+    // Nothing to convert: the text itself, cut where vsnprintf would cut it.
+    at = append(at, format, strnlen(format, kFormatLimit - 1));
+  } else {
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(at, kFormatLimit, format, args);
+    va_end(args);
+    at += std::strlen(at);
+  }
+  at = append(at, kEnd, sizeof kEnd - 1);
+  std::fwrite(text, 1, static_cast<std::size_t>(at - text), stderr);
 }
 
 void DtNlLogger::Assert(const char* file, const char* function, int line, int condition,

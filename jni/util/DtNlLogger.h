@@ -4,8 +4,9 @@
 //   <colour><level> [<file>::<function>:<line>]: <message>\033[0m\n
 // e.g. "\033[31mERR  [jni/util/io/DtNlFileIo.cpp::Open:77]: fopen(...) err(2).\033[0m\n".
 // There is no level filter. The logger holds no state and never allocates:
-// each call formats into its own 1,024-byte stack buffer and writes one line
-// with one call, so concurrent callers may interleave whole lines only.
+// each call puts its line together in its own stack buffer (the message cut
+// at 1,022 characters) and writes it with one call, so concurrent callers may
+// interleave whole lines only.
 //
 // Assert is for programming errors only (null pointers, broken bounds); no byte
 // of any input file may reach it. A failed assertion prints a banner, the

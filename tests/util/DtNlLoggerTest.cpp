@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include <string>
 #include <vector>
 
@@ -54,6 +56,50 @@ TEST(DtNlLogger, MessageOf1022CharactersIsPrintedWhole) {
   std::string err = CaptureStderr(
       [&] { DtNlLogger::PutLog("INFO", "\033[0m", "f", "g", 1, "%s", message.c_str()); });
   EXPECT_EQ(err, kpztest::InfoLine("f", "g", 1, message));
+}
+
+TEST(DtNlLogger, TextWithoutConversionsIsCutAt1022CharactersLikeAFormattedOne) {
+  const std::string text(1500, 'c');
+  std::string err = CaptureStderr([&] {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+    DtNlLogger::PutLog("INFO", "\033[0m", "f", "g", 1, text.c_str());
+#pragma GCC diagnostic pop
+  });
+  EXPECT_EQ(err, kpztest::InfoLine("f", "g", 1, std::string(1022, 'c')));
+}
+
+TEST(DtNlLogger, LineNumbersArePrintedAsPrintfPrintsThem) {
+  const int lines[] = {0, 7, -1, 2147483647, -2147483647 - 1};
+  for (const int line : lines) {
+    std::string err = CaptureStderr(
+        [&] { DtNlLogger::PutLog("WARN", "\033[33m", "f", "g", line, "x %d", 1); });
+    char expected[128];
+    std::snprintf(expected, sizeof expected, "\033[33mWARN [f::g:%d]: x 1\033[0m\n", line);
+    EXPECT_EQ(err, expected) << line;
+  }
+}
+
+TEST(DtNlLogger, VeryLongFileAndFunctionNamesArePrintedWhole) {
+  const std::string file(900, 'f');
+  const std::string function(300, 'g');
+  std::string err = CaptureStderr([&] {
+    DtNlLogger::PutLog("INFO", "\033[0m", file.c_str(), function.c_str(), 5, "m %s", "n");
+  });
+  EXPECT_EQ(err, kpztest::InfoLine(file, function, 5, "m n"));
+}
+
+TEST(DtNlLogger, NamesThatJustFitTheLineKeepALongMessageWhole) {
+  // 960 bytes of names in all, and a message of the longest length kept.
+  const std::string file(480, 'f');
+  const std::string function(960 - 480 - 4 - 4, 'g');  // after "\033[0m" and "INFO"
+  const std::string message(1022, 'm');
+  std::string err = CaptureStderr([&] {
+    DtNlLogger::PutLog("INFO", "\033[0m", file.c_str(), function.c_str(), -2147483647 - 1, "%s",
+                       message.c_str());
+  });
+  EXPECT_EQ(err, kpztest::InfoLine(file, function, -2147483647 - 1, message));
 }
 
 TEST(DtNlLogger, AssertWithTrueConditionPrintsNothingAndReturns) {
