@@ -47,11 +47,11 @@ inline UINT32 loadU32(const UINT8* p, DtNlByteOrder order) {
 // read stopped.
 class DirReader {
  public:
-  DirReader(DtNlDataStream* stream, DtNlIo* io, DtNlByteOrder order)
+  // `inMemory`: `io` is the exact memory channel or the head channel (another
+  // subclass may read differently), as the caller told once for the parse.
+  DirReader(DtNlDataStream* stream, DtNlIo* io, DtNlByteOrder order, bool inMemory)
       : m_stream(stream), m_io(io), m_order(order), m_block(nullptr), m_size(0), m_pos(0) {
-    // Only the exact memory channel or the head channel: another subclass
-    // may read differently.
-    if (typeid(*io) != typeid(DtNlBuffIo) && DtRawHeadIo::Of(io) == nullptr) {
+    if (!inMemory) {
       return;
     }
     const DtNlBuffIo* memory = static_cast<const DtNlBuffIo*>(io);
@@ -164,35 +164,25 @@ class DirReader {
   UINT m_pos;            // the position in the block, <= m_size
 };
 
-// The record's head channel behind `io`, or null: a plain memory channel is
-// told from it without a comparison of type names.
-inline DtRawHeadIo* headOf(DtNlIo* io) {
-  return typeid(*io) == typeid(DtNlBuffIo) ? nullptr : DtRawHeadIo::Of(io);
-}
-
 // The directory of `category` with `entries` entries, keeping `tags` (of the
-// `targetCount` target ids at `targets`), was read whole: noted in `io` when
-// it is a head channel, at the offset the parse moved it to. Out of line:
-// the parse of any other channel does not carry it.
-[[gnu::noinline]] void took(DtNlIo* io, UINT32 category, UINT32 entries,
+// `targetCount` target ids at `targets`), was read whole: noted in the head
+// channel `head`, at the offset the parse moved it to. Out of line: the parse
+// of any other channel does not carry it.
+[[gnu::noinline]] void took(DtRawHeadIo* head, UINT32 category, UINT32 entries,
                             const DtRawTagDataList* tags, const UINT16* targets,
                             INT32 targetCount) {
-  DtRawHeadIo* head = DtRawHeadIo::Of(io);
-  if (head != nullptr) {
-    head->TookDirectory(category, head->MovedTo(), entries, tags, targets, targetCount);
-  }
+  head->TookDirectory(category, head->MovedTo(), entries, tags, targets, targetCount);
 }
 
 // A failed step of the directory of `category` with `entries` entries (-1:
 // the count itself was not read), while reading its own bytes or
 // (`valueSize` above 0) the value of `valueSize` bytes at `valuePos`:
-// recorded in `io` when it is a head channel, at the offset the parse moved
-// it to for this directory (a head channel is read in place, so it has not
-// moved since). Returns `code`. Out of line and cold, and given nothing the
-// reading loop would have to keep: the loop stays as it was.
-[[gnu::cold]] [[gnu::noinline]] int stopped(DtNlIo* io, UINT32 category, INT32 entries, int code,
-                                            UINT32 valuePos = 0, UINT32 valueSize = 0) {
-  DtRawHeadIo* head = DtRawHeadIo::Of(io);
+// recorded in `head` (null: the channel is no head channel), at the offset
+// the parse moved it to for this directory (a head channel is read in place,
+// so it has not moved since). Returns `code`. Out of line and cold.
+[[gnu::cold]] [[gnu::noinline]] int stopped(DtRawHeadIo* head, UINT32 category, INT32 entries,
+                                            int code, UINT32 valuePos = 0,
+                                            UINT32 valueSize = 0) {
   if (head == nullptr || head->Head() == nullptr) {
     return code;
   }
@@ -232,16 +222,22 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     return DtRawErrParam;
   }
   io->SetBaseOffset(base);
+  // The channel's kind, told once for the whole directory: the exact memory
+  // channel (the common case, told by the identity of its type alone), the
+  // record's head channel, or another one.
+  const std::type_info& kind = typeid(*io);
+  const bool plain = kind == typeid(DtNlBuffIo);
+  DtRawHeadIo* const head = plain ? nullptr : DtRawHeadIo::Of(io);
 
   if (io->Seek(static_cast<long long>(ifdOffset), DtNlIoSeekSet) != 0) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: File Seek Err!!");
     return DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek);
   }
-  DirReader dir(stream, io, order);
+  DirReader dir(stream, io, order, plain || head != nullptr);
   UINT16 entryNum = 0;
   if (!dir.ReadU16(&entryNum)) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Dir Num Err!!");
-    return stopped(io, getTagCategory(), -1, DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
+    return stopped(head, getTagCategory(), -1, DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
   }
 
   // At most 65,535 entries; every pass ends 12 bytes further on (or returns).
@@ -250,14 +246,14 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       // Every target is kept: skip the entry unread.
       if (!dir.Skip(ENTRY_SIZE)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
-        return stopped(io, getTagCategory(), entryNum,
+        return stopped(head, getTagCategory(), entryNum,
                        DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek));
       }
       continue;
     }
     const int entryStart = dir.Tell();
     if (entryStart < 0) {
-      return stopped(io, getTagCategory(), entryNum,
+      return stopped(head, getTagCategory(), entryNum,
                      DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell));
     }
     // A whole entry in a memory block is decoded in place (the reads below
@@ -268,7 +264,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       tagId = loadU16(whole, order);
     } else if (!dir.ReadU16(&tagId)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Tag Err!!");
-      return stopped(io, getTagCategory(), entryNum,
+      return stopped(head, getTagCategory(), entryNum,
                      DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
     }
     // The index of the id in the target set doubles as the bit that says
@@ -280,7 +276,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       // entry was not read past its start.)
       if (!dir.Skip(whole != nullptr ? ENTRY_SIZE : ENTRY_REST)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
-        return stopped(io, getTagCategory(), entryNum,
+        return stopped(head, getTagCategory(), entryNum,
                        DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek));
       }
       continue;
@@ -290,7 +286,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       type = loadU16(whole + 2, order);
     } else if (!dir.ReadU16(&type)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Type Err!!");
-      return stopped(io, getTagCategory(), entryNum,
+      return stopped(head, getTagCategory(), entryNum,
                      DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
     }
     UINT32 count = 0;
@@ -298,7 +294,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       count = loadU32(whole + 4, order);
     } else if (!dir.ReadU32(&count)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read data count Err!!");
-      return stopped(io, getTagCategory(), entryNum,
+      return stopped(head, getTagCategory(), entryNum,
                      DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
     }
     const UINT32 size = getTagDataSize(type, count);
@@ -308,7 +304,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       // The value is the entry's own 4-byte field, which starts here.
       const int fieldPos = whole != nullptr ? entryStart + 8 : dir.Tell();
       if (fieldPos < 0) {
-        return stopped(io, getTagCategory(), entryNum,
+        return stopped(head, getTagCategory(), entryNum,
                        DtRawError::GetRawErr(io->GetStatus(), DtRawErrTell));
       }
       valuePos = static_cast<UINT32>(fieldPos);
@@ -318,7 +314,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
         valueOffset = loadU32(whole + 8, order);
       } else if (!dir.ReadU32(&valueOffset)) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Offset Err!!");
-        return stopped(io, getTagCategory(), entryNum,
+        return stopped(head, getTagCategory(), entryNum,
                        DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
       }
       // Deliberate: unsigned 32-bit sum; a wrapped position is simply one the
@@ -334,7 +330,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       // and clamps (memory) or refuses (file) what lies outside the data.
       if (!dir.SeekTo(static_cast<long long>(valuePos))) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: File Eeek Err!!");
-        return stopped(io, getTagCategory(), entryNum,
+        return stopped(head, getTagCategory(), entryNum,
                        DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek));
       }
       tag = m_tagDataList.NewTagData(size);
@@ -346,12 +342,12 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
       } else if (dir.ReadBytes(tag->m_data, size) != size) {
         DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Data Err!!");
         m_tagDataList.DeleteTagData(tag);
-        return stopped(io, getTagCategory(), entryNum,
+        return stopped(head, getTagCategory(), entryNum,
                        DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead), valuePos, size);
       }
     } else {
       tag = m_tagDataList.NewTagData(size);  // kept by position only: no bytes
-      if (DtRawHeadIo* head = headOf(io)) {
+      if (head != nullptr) {
         head->KeptByPosition(tag, type, count);  // its length, unwrapped
       }
     }
@@ -367,7 +363,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
 
     if (!dir.SeekTo(static_cast<long long>(entryStart) + ENTRY_SIZE)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
-      return stopped(io, getTagCategory(), entryNum,
+      return stopped(head, getTagCategory(), entryNum,
                      DtRawError::GetRawErr(io->GetStatus(), DtRawErrSeek));
     }
   }
@@ -375,15 +371,15 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
   UINT32 nextOffset = 0;
   if (!dir.ReadU32(&nextOffset)) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Next Ifd Offset Err!!");
-    return stopped(io, getTagCategory(), entryNum,
+    return stopped(head, getTagCategory(), entryNum,
                    DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
   }
   // Deliberate: unsigned 32-bit sum, wraps like every file offset here.
   m_nextIfdOffset = nextOffset + static_cast<UINT32>(base);
-  if (typeid(*io) != typeid(DtNlBuffIo)) {
+  if (head != nullptr) {
     // Read whole: noted in a head channel, with the entries kept (looked at
     // only if the parse fails later).
-    took(io, category, entryNum, &m_tagDataList, m_targetTagList, m_targetTagNum);
+    took(head, category, entryNum, &m_tagDataList, m_targetTagList, m_targetTagNum);
   }
   return DtRawOk;
 }
