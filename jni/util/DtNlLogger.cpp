@@ -69,6 +69,7 @@ void DtNlLogger::PutLog(const char* level, const char* colour, const char* file,
   }
   // The same bytes as "%s%s [%s::%s:%d]: %s\033[0m\n", put together here and
   // written with one call (one write on unbuffered standard error, as before).
+  // No piece holds a zero byte: the names and the message are C strings.
   char text[kWholeLineSize];
   char* at = text;
   at = append(at, colour, colourLength);
@@ -90,8 +91,9 @@ void DtNlLogger::PutLog(const char* level, const char* colour, const char* file,
     va_end(args);
     at += std::strlen(at);
   }
-  at = append(at, kEnd, sizeof kEnd - 1);
-  std::fwrite(text, 1, static_cast<std::size_t>(at - text), stderr);
+  at = append(at, kEnd, sizeof kEnd);  // with its terminator
+  // fputs, not fwrite: the file channel's own writes are the fwrite calls.
+  std::fputs(text, stderr);
 }
 
 void DtNlLogger::Assert(const char* file, const char* function, int line, int condition,
