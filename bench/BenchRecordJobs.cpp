@@ -2,7 +2,6 @@
 // kit's head-only locate and the gallery entry's steps. See BenchJobs.h.
 // Built only when the library has the record (bench/CMakeLists.txt).
 #include "BenchJobs.h"
-
 #include "KpzGalleryReader.h"
 #include "raw/DtRawRecord.h"
 

@@ -154,7 +154,6 @@ class DirReader {
     return static_cast<int>(m_pos);  // m_pos <= MAX_VIEW_SIZE
   }
 
-
  private:
   DtNlDataStream* m_stream;  // borrowed
   DtNlIo* m_io;              // borrowed: the stream's channel
@@ -181,8 +180,7 @@ class DirReader {
 // the parse moved it to for this directory (a head channel is read in place,
 // so it has not moved since). Returns `code`. Out of line and cold.
 [[gnu::cold]] [[gnu::noinline]] int stopped(DtRawHeadIo* head, UINT32 category, INT32 entries,
-                                            int code, UINT32 valuePos = 0,
-                                            UINT32 valueSize = 0) {
+                                            int code, UINT32 valuePos = 0, UINT32 valueSize = 0) {
   if (head == nullptr || head->Head() == nullptr) {
     return code;
   }
@@ -237,7 +235,8 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
   UINT16 entryNum = 0;
   if (!dir.ReadU16(&entryNum)) {
     DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Read Dir Num Err!!");
-    return stopped(head, getTagCategory(), -1, DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
+    return stopped(head, getTagCategory(), -1,
+                   DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
   }
 
   // At most 65,535 entries; every pass ends 12 bytes further on (or returns).
