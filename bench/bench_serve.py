@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """kpz serve against nginx sending the same previews and thumbnails already
 extracted as files (sendfile on), measured with wrk (64 connections), in one
-run, alternating which goes first: requests per second and p99 latency for
-previews and thumbnails, warm (page cache and kpz's cache of located
+run, alternating which goes first: requests per second, p99 latency and
+each server's processor time per answer (user + system, read from /proc
+around the measured run) for previews and thumbnails, warm (page cache and kpz's cache of located
 pictures filled) and cold (both servers started afresh and, as root, the
 page cache dropped before each run). Writes serve.md, serve.json and, when
 gnuplot is installed, serve.png into --out.
@@ -153,6 +154,28 @@ def wrk(port, paths_file, script, seconds, connections, threads):
             "non2xx": int(errors.group(1)) if errors else 0,
             "socket_errors": socket_errors.group(1).strip() if socket_errors else "",
             "raw": text}
+
+
+def server_pids(server):
+    """The processes that answer: kpz serve's one, nginx's workers."""
+    if isinstance(server, Nginx):
+        for _ in range(50):  # bounded: the workers are forked at start
+            out = subprocess.run(["pgrep", "-P", str(server.proc.pid)], capture_output=True,
+                                 text=True).stdout.split()
+            if out:
+                return [int(x) for x in out]
+            time.sleep(0.1)
+    return [server.proc.pid]
+
+
+def cpu_ticks(pids):
+    """User + system clock ticks used so far by `pids` (all their threads)."""
+    total = 0
+    for pid in pids:
+        with open("/proc/%d/stat" % pid) as f:
+            fields = f.read().rsplit(")", 1)[1].split()
+        total += int(fields[11]) + int(fields[12])
+    return total
 
 
 def rss_kib(pid):
@@ -344,14 +367,26 @@ def main():
                             wrk(server.port, lists[kind][who], script, 2, args.connections,
                                 args.wrk_threads)
                         seconds = args.seconds if phase == "warm" else args.cold_seconds
+                        pids = server_pids(server)
+                        before = cpu_ticks(pids)
                         res = wrk(server.port, lists[kind][who], script, seconds,
                                   args.connections, args.wrk_threads)
+                        used = cpu_ticks(pids) - before
                     finally:
                         server.stop()
+                    # The server's processor time per answer (user + system,
+                    # all its threads or workers): what holds when other work
+                    # shares the machine and requests/s do not.
+                    m = re.search(r"(\d+) requests in", res["raw"])
+                    answers = int(m.group(1)) if m else 0
+                    res["cpu_us"] = (used * 1e6 / os.sysconf("SC_CLK_TCK") / answers
+                                     if answers else None)
                     res.update({"round": r, "kind": kind, "phase": phase, "server": who,
                                 "load1": float(open("/proc/loadavg").read().split()[0])})
-                    print("bench_serve: round %d %-9s %-4s %-9s %9.0f req/s  p99 %s ms  load %.1f"
-                          % (r, kind, phase, who, res["rps"], res["p99_ms"], res["load1"]),
+                    print("bench_serve: round %d %-9s %-4s %-9s %9.0f req/s  p99 %s ms  "
+                          "cpu %s us/answer  load %.1f"
+                          % (r, kind, phase, who, res["rps"], res["p99_ms"],
+                             "%.1f" % res["cpu_us"] if res["cpu_us"] else "-", res["load1"]),
                           file=sys.stderr)
                     runs.append(res)
 
@@ -370,6 +405,8 @@ def main():
                 "rps_ratio": geomean([a["rps"] / b["rps"] for a, b in pairs if b["rps"]]),
                 "p99_ratio": geomean([(a["p99_ms"] or 0) / b["p99_ms"] for a, b in pairs if b["p99_ms"]]),
                 "errors": sum(x["non2xx"] for x in sel["kpz serve"] + sel["nginx"]),
+                "kpz_cpu_us": statistics.median(x["cpu_us"] or 0 for x in sel["kpz serve"]),
+                "nginx_cpu_us": statistics.median(x["cpu_us"] or 0 for x in sel["nginx"]),
             })
             if sel["kpz before"]:
                 before = list(zip(sel["kpz serve"], sel["kpz before"]))
@@ -381,22 +418,27 @@ def main():
                     "before_p99_ratio": geomean([(b["p99_ms"] or 0) / n["p99_ms"] for b, n in zip(
                         sel["kpz before"], sel["nginx"]) if n["p99_ms"]]),
                     "after_before_rps": geomean([a["rps"] / b["rps"] for a, b in before if b["rps"]]),
+                    "before_cpu_us": statistics.median(x["cpu_us"] or 0 for x in sel["kpz before"]),
                 })
     lines = ["| picture | cache | kpz serve req/s | nginx req/s | ratio (goal >= 0.9) | "
-             "kpz serve p99 | nginx p99 | p99 ratio (goal <= 1.5) |",
-             "|---|---|---:|---:|---:|---:|---:|---:|"]
+             "kpz serve p99 | nginx p99 | p99 ratio (goal <= 1.5) | kpz serve CPU/answer | "
+             "nginx CPU/answer |",
+             "|---|---|---:|---:|---:|---:|---:|---:|---:|---:|"]
     for x in rows:
-        lines.append("| %s | %s | %.0f | %.0f | %.2f | %.2f ms | %.2f ms | %.2f |" % (
-            x["kind"], x["phase"], x["kpz_rps"], x["nginx_rps"], x["rps_ratio"],
-            x["kpz_p99"], x["nginx_p99"], x["p99_ratio"]))
+        lines.append("| %s | %s | %.0f | %.0f | %.2f | %.2f ms | %.2f ms | %.2f | %.1f µs | "
+                     "%.1f µs |" % (
+                         x["kind"], x["phase"], x["kpz_rps"], x["nginx_rps"], x["rps_ratio"],
+                         x["kpz_p99"], x["nginx_p99"], x["p99_ratio"], x["kpz_cpu_us"],
+                         x["nginx_cpu_us"]))
     if args.kpz_before:
         lines += ["", "The earlier kpz (%s), in the same rounds:" % args.kpz_before, "",
                   "| picture | cache | earlier req/s | ratio to nginx | earlier p99 | p99 ratio to "
-                  "nginx | kpz serve req/s / earlier's |", "|---|---|---:|---:|---:|---:|---:|"]
+                  "nginx | kpz serve req/s / earlier's | earlier CPU/answer |",
+                  "|---|---|---:|---:|---:|---:|---:|---:|"]
         for x in rows:
-            lines.append("| %s | %s | %.0f | %.2f | %.2f ms | %.2f | %.2f |" % (
+            lines.append("| %s | %s | %.0f | %.2f | %.2f ms | %.2f | %.2f | %.1f µs |" % (
                 x["kind"], x["phase"], x["before_rps"], x["before_rps_ratio"], x["before_p99"],
-                x["before_p99_ratio"], x["after_before_rps"]))
+                x["before_p99_ratio"], x["after_before_rps"], x["before_cpu_us"]))
     loads = [x["load1"] for x in runs]
     lines.append("")
     lines.append("%d files, %d rounds, wrk -c %d -t %d, %d s warm runs (after 2 s unmeasured), "

@@ -639,6 +639,75 @@ def test_the_turned_cache_keeps_its_bound(tree):
         assert metric(s, "kpz_serve_turned_cache_capacity_bytes") == 1 << 20
 
 
+def test_a_small_picture_is_answered_again_as_it_was_kept(tree, tmp_path):
+    root = str(tmp_path / "root")
+    os.mkdir(root)
+    target = os.path.join(root, "x.kpz")
+    shutil.copy(os.path.join(tree["root"], "shot02.kpz"), target)
+    with Server(root) as s:
+        assert metric(s, "kpz_serve_ready_answers") == 0
+        first = get(s, "/thumbnail/x.kpz")
+        assert first[0] == 200
+        assert first[2] == tool("thumbnail", "x.kpz", "-o", "-", cwd=root)[1]
+        assert metric(s, "kpz_serve_ready_answers") == 1
+        assert metric(s, "kpz_serve_ready_bytes") >= len(first[2])
+        # Kept: the same bytes and headers (but the date) every time.
+        for _ in range(3):
+            again = get(s, "/thumbnail/x.kpz")
+            assert again[0] == 200 and again[2] == first[2]
+            assert {k: v for k, v in again[1].items() if k != "date"} == \
+                {k: v for k, v in first[1].items() if k != "date"}
+        assert first[1]["x-content-type-options"] == "nosniff"
+        assert first[1]["content-length"] == str(len(first[2]))
+        head = get(s, "/thumbnail/x.kpz", method="HEAD")
+        assert head[0] == 200 and head[2] == b""
+        assert head[1]["content-length"] == str(len(first[2]))
+        assert head[1]["etag"] == first[1]["etag"]
+        # Conditions and ranges are still answered as such.
+        assert get(s, "/thumbnail/x.kpz", {"If-None-Match": first[1]["etag"]})[0] == 304
+        assert get(s, "/thumbnail/x.kpz",
+                   {"If-Modified-Since": first[1]["last-modified"]})[0] == 304
+        part = get(s, "/thumbnail/x.kpz", {"Range": "bytes=3-12"})
+        assert part[0] == 206 and part[2] == first[2][3:13]
+        upright = get(s, "/thumbnail/x.kpz?upright=1")
+        assert upright[0] == 200 and upright[1]["etag"] != first[1]["etag"]
+        assert metric(s, "kpz_serve_ready_answers") == 1
+        # The file written again, the same size, its time moved on: answered
+        # from the file as it is now, never from what was kept.
+        before = os.stat(target)
+        data = bytearray(open(target, "rb").read())
+        start = data.index(first[2])
+        data[start + len(first[2]) - 3] ^= 0xFF  # a byte of the thumbnail, before its end mark
+        with open(target, "r+b") as f:
+            f.write(data)
+        os.utime(target, ns=(before.st_atime_ns, before.st_mtime_ns + 1000))
+        changed = get(s, "/thumbnail/x.kpz")
+        assert changed[0] == 200 and changed[2] != first[2]
+        assert changed[2] == tool("thumbnail", "x.kpz", "-o", "-", cwd=root)[1]
+        assert changed[1]["etag"] != first[1]["etag"]
+        assert get(s, "/thumbnail/x.kpz")[2] == changed[2]
+
+
+def test_the_kept_answers_keep_their_bound(tree):
+    names = [q(n) for n in tree["good"] if n.startswith("shot")][:3]
+    with Server(tree["root"], "--ready-cache", "0") as s:
+        sizes = [len(get(s, "/thumbnail/" + n)[2]) for n in names]
+        for n in names:
+            assert get(s, "/thumbnail/" + n)[0] == 200
+        assert metric(s, "kpz_serve_ready_answers") == 0
+        assert metric(s, "kpz_serve_ready_bytes") == 0
+    # Room for the largest of them (and its headers), not for two.
+    bound = max(sizes) + 1024 + min(sizes) // 2
+    with Server(tree["root"], "--ready-cache", str(bound)) as s:
+        for _ in range(2):
+            for n, size in zip(names, sizes):
+                status, _, body = get(s, "/thumbnail/" + n)
+                assert status == 200 and len(body) == size
+        assert metric(s, "kpz_serve_ready_answers") == 1
+        assert 0 < metric(s, "kpz_serve_ready_bytes") <= bound
+        assert metric(s, "kpz_serve_ready_capacity_bytes") == bound
+
+
 def test_many_connections_at_once(server, tree):
     aiohttp = pytest.importorskip("aiohttp")
     names = tree["many"]

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -97,17 +98,56 @@ struct IdentityHash {
   }
 };
 
+// ETag of one representation of the file `id` ('p'review, 't'humbnail,
+// 'i'nfo; upper case when turned upright).
+std::string etagOf(const Identity& id, char variant) {
+  char tag[128];
+  std::snprintf(tag, sizeof tag, "\"%llx-%llx-%llx-%llx.%lx-%c\"",
+                static_cast<unsigned long long>(id.dev), static_cast<unsigned long long>(id.ino),
+                static_cast<unsigned long long>(id.size),
+                static_cast<unsigned long long>(id.mtimeSec),
+                static_cast<unsigned long>(id.mtimeNsec), variant);
+  return tag;
+}
+
+// The ready answers the located cache holds (see Located), as they count
+// against their bound.
+struct ReadyTally {
+  std::atomic<std::size_t> bytes{0};
+  std::atomic<std::size_t> answers{0};
+};
+
 // Both pictures of one file as located by one parse of its head
 // (DtRawRecord), with the orientation ?upright=1 turns by; a failure in a
 // picture's place, the parse's own when the head does not parse: a file
-// that is not KPZ is not parsed again either.
+// that is not KPZ is not parsed again either. Beside them, what every
+// answer about this version of the file repeats (its Last-Modified, its
+// tags) and, for a small picture, the whole answer to a plain GET of it,
+// ready to be queued again by every request that finds it here.
 struct Located {
-  explicit Located(const DtRawExpected<DtRawRecord>& record)
+  Located(const DtRawExpected<DtRawRecord>& record, const Identity& id, ReadyTally* tally)
       : preview(locate(record, DtRawRecord::PicturePreview)),
-        thumbnail(locate(record, DtRawRecord::PictureThumbnail)) {
+        thumbnail(locate(record, DtRawRecord::PictureThumbnail)),
+        lastModified(KpzServeHttp::Date(static_cast<std::time_t>(id.mtimeSec))),
+        etags{etagOf(id, 'p'), etagOf(id, 't'), etagOf(id, 'P'), etagOf(id, 'T')},
+        m_tally(tally) {
     if (record) {
       orientation = KpzUpright::OrientationOf(*record);
       turns = KpzUpright::Turns(orientation);
+    }
+  }
+  Located(const Located&) = delete;
+  Located& operator=(const Located&) = delete;
+
+  // The ready answers go with the last reference to this entry (responses
+  // queued still hold their own), and their bytes leave the bound.
+  ~Located() {
+    for (int i = 0; i < 2; ++i) {
+      MHD_Response* response = ready[i].load(std::memory_order_acquire);
+      if (response == nullptr) continue;
+      MHD_destroy_response(response);
+      m_tally->bytes.fetch_sub(ReadyCost(i == 0 ? preview : thumbnail), std::memory_order_relaxed);
+      m_tally->answers.fetch_sub(1, std::memory_order_relaxed);
     }
   }
 
@@ -115,12 +155,32 @@ struct Located {
     return which == DtRawRecord::PicturePreview ? preview : thumbnail;
   }
 
+  // The tag of `variant` ('p', 't', 'P', 'T'; see etagOf).
+  const std::string& Etag(char variant) const {
+    const int turned = std::isupper(static_cast<unsigned char>(variant)) ? 2 : 0;
+    return etags[turned + (std::tolower(static_cast<unsigned char>(variant)) == 'p' ? 0 : 1)];
+  }
+
+  // What a picture's ready answer counts against the bound.
+  static std::size_t ReadyCost(const DtRawExpected<DtRawRecord::Range>& picture) {
+    return static_cast<std::size_t>(picture->m_length) + kReadyOverhead;
+  }
+  // The headers and libmicrohttpd's own bookkeeping of one ready answer.
+  static constexpr std::size_t kReadyOverhead = 1024;
+
   DtRawExpected<DtRawRecord::Range> preview;
   DtRawExpected<DtRawRecord::Range> thumbnail;
   KpzUpright::Orientation orientation;
   bool turns = false;  // the orientation asks for a turn
+  const std::string lastModified;  // KpzServeHttp::Date of the modification time
+  const std::string etags[4];      // 'p', 't', 'P', 'T'
+  // [0] the preview's, [1] the thumbnail's answer to a plain GET (status
+  // 200, the whole picture, its headers), or null. Set once (the first
+  // request to publish one wins); owned by this entry.
+  mutable std::atomic<MHD_Response*> ready[2] = {{nullptr}, {nullptr}};
 
  private:
+  ReadyTally* m_tally;  // borrowed: the server's, outlives the cache
   static DtRawExpected<DtRawRecord::Range> locate(const DtRawExpected<DtRawRecord>& record,
                                                   DtRawRecord::Picture which) {
     if (!record) return record.Failure();
@@ -189,6 +249,9 @@ struct KpzServe::Impl {
   unsigned port = 0;
   std::string urlHost;
   KpzServeMetrics metrics;
+  // What the ready answers held by the located cache count against
+  // options.readyBytes; declared before the cache, which gives it back.
+  ReadyTally ready;
   LocatedCache cache;
   KpzServeTurnedCache turnedCache;
   std::atomic<unsigned> inFlight{0};
@@ -395,6 +458,9 @@ struct KpzServe::Impl {
       g.turnedHits = t.hits;
       g.turnedMisses = t.misses;
       g.turnedEvictions = t.evictions;
+      g.readyAnswers = ready.answers.load(std::memory_order_relaxed);
+      g.readyBytes = ready.bytes.load(std::memory_order_relaxed);
+      g.readyCapacity = options.readyBytes;
       return text(c, r, MHD_HTTP_OK, metrics.Text(g), "text/plain; version=0.0.4; charset=utf-8");
     }
     if (path == "/healthz") {
@@ -541,22 +607,11 @@ struct KpzServe::Impl {
     return text(c, r, MHD_HTTP_OK, body, "application/json", "no-cache");
   }
 
-  // ETag of one representation of the file `id` ('p'review, 't'humbnail,
-  // 'i'nfo; upper case when turned upright).
-  static std::string etagOf(const Identity& id, char variant) {
-    char tag[128];
-    std::snprintf(tag, sizeof tag, "\"%llx-%llx-%llx-%llx.%lx-%c\"",
-                  static_cast<unsigned long long>(id.dev), static_cast<unsigned long long>(id.ino),
-                  static_cast<unsigned long long>(id.size),
-                  static_cast<unsigned long long>(id.mtimeSec), static_cast<unsigned long>(id.mtimeNsec),
-                  variant);
-    return tag;
-  }
-
-  void validators(MHD_Response* response, const std::string& etag, const Identity& id) {
+  // `lastModified`: KpzServeHttp::Date of the file's modification time.
+  void validators(MHD_Response* response, const std::string& etag,
+                  const std::string& lastModified) {
     MHD_add_response_header(response, "ETag", etag.c_str());
-    MHD_add_response_header(response, "Last-Modified",
-                            KpzServeHttp::Date(static_cast<std::time_t>(id.mtimeSec)).c_str());
+    MHD_add_response_header(response, "Last-Modified", lastModified.c_str());
     MHD_add_response_header(response, "Cache-Control", options.cacheControl.c_str());
   }
 
@@ -603,6 +658,16 @@ struct KpzServe::Impl {
     int err = 0;
     const int fd = KpzBeneath::Open(rootFd, rel, O_RDONLY | O_NONBLOCK, &err);
     if (fd < 0) return notFound(c, r);
+
+    const char* up = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "upright");
+    const bool upright = up != nullptr && std::strcmp(up, "1") == 0;
+    Identity seen;
+    std::shared_ptr<const Located> located;
+    if (route != Route::Info && !upright) {
+      MHD_Result answered = MHD_NO;
+      if (answerReady(c, r, route, fd, &seen, &located, &answered)) return answered;
+    }
+
     KpzSource source;
     std::string why;
     if (!source.Adopt(fd, rel, &why)) return notFound(c, r);  // a folder, pipe, device, socket
@@ -612,17 +677,18 @@ struct KpzServe::Impl {
     id.size = source.Size();
     id.mtimeSec = static_cast<std::int64_t>(source.ModifiedAt().tv_sec);
     id.mtimeNsec = source.ModifiedAt().tv_nsec;
+    if (route != Route::Info && !(located && id == seen)) located = cache.Get(id);
 
-    const char* up = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "upright");
-    const bool upright = up != nullptr && std::strcmp(up, "1") == 0;
     const char variantBase = route == Route::Preview ? 'p' : route == Route::Thumbnail ? 't' : 'i';
     const char variant = upright && route != Route::Info
                              ? static_cast<char>(std::toupper(variantBase)) : variantBase;
-    const std::string etag = etagOf(id, variant);
+    const std::string etag = located ? located->Etag(variant) : etagOf(id, variant);
+    const std::string lastModified =
+        located ? located->lastModified : KpzServeHttp::Date(static_cast<std::time_t>(id.mtimeSec));
     if (fresh(c, etag, id)) {
       MHD_Response* response = MHD_create_response_from_buffer(0, nullptr, MHD_RESPMEM_PERSISTENT);
       if (response == nullptr) return MHD_NO;
-      validators(response, etag, id);
+      validators(response, etag, lastModified);
       return queue(c, r, MHD_HTTP_NOT_MODIFIED, response, 0);
     }
 
@@ -645,14 +711,16 @@ struct KpzServe::Impl {
       if (response == nullptr) return MHD_NO;
       MHD_add_response_header(response, "Content-Type", "application/json");
       if (ok) {
-        validators(response, etag, id);
+        validators(response, etag, lastModified);
       } else {
         MHD_add_response_header(response, "Cache-Control", "no-store");
       }
       return queue(c, r, ok ? MHD_HTTP_OK : MHD_HTTP_UNPROCESSABLE_CONTENT, response, body.size());
     }
 
-    std::shared_ptr<const Located> located = cache.Get(id);
+    // The head read on this descriptor (a file not located yet) turns its
+    // readahead off: see the send from the descriptor below.
+    const bool headRead = !located;
     if (!located) {
       if (!source.ReadHead(&why)) {
         return unprocessable(c, r, DtRawFailure::KindUnreadable, why);
@@ -662,10 +730,11 @@ struct KpzServe::Impl {
                                                : KpzSource::kHeadSize;
       // The one parse of this file: both pictures and the orientation.
       metrics.Parsed();
-      auto fresh = std::make_shared<const Located>(
-          DtRawRecord::Parse(source.Head(), headBytes, source.Size(), DtRawRecord::FieldsPictures));
-      cache.Put(id, fresh);
-      located = std::move(fresh);
+      auto parsed = std::make_shared<const Located>(
+          DtRawRecord::Parse(source.Head(), headBytes, source.Size(), DtRawRecord::FieldsPictures),
+          id, &ready);
+      cache.Put(id, parsed);
+      located = std::move(parsed);
     }
     const DtRawRecord::Picture which =
         route == Route::Preview ? DtRawRecord::PicturePreview : DtRawRecord::PictureThumbnail;
@@ -689,23 +758,60 @@ struct KpzServe::Impl {
       status = MHD_HTTP_PARTIAL_CONTENT;
     }
     if (length <= kInlineBytes) {
-      return withHead(c, r, source, o, status, first, length, etag, id);
+      const bool whole = status == MHD_HTTP_OK && !upright;
+      return withHead(c, r, source, o, status, first, length, etag, lastModified,
+                      whole ? located.get() : nullptr);
     }
     // Sent from the raw file's own descriptor (sendfile), which the
-    // response owns and closes. libmicrohttpd sends it 128 KiB at a time:
-    // on a cold page cache the whole range is asked for at once first, not
-    // read 128 KiB by 128 KiB as each send needs it (the head's read turned
-    // readahead off for this descriptor).
+    // response owns and closes. libmicrohttpd sends it 128 KiB at a time.
+    // When the head was read on this descriptor (a file met for the first
+    // time: its pages likely cold too), readahead is off for it, so the
+    // whole range is asked for at once first, not read 128 KiB by 128 KiB as
+    // each send needs it. A file located before is opened afresh with the
+    // system's own readahead, and its pages are most often in the cache
+    // already: asking for them again would walk the cache page by page
+    // (a tenth of a warm preview's processor time) for nothing.
     const int sendFd = source.Release();
-    KpzReadHint::WillNeed(sendFd, o.m_offset + first, length);
+    if (headRead) KpzReadHint::WillNeed(sendFd, o.m_offset + first, length);
     MHD_Response* response =
         MHD_create_response_from_fd_at_offset64(length, sendFd, o.m_offset + first);
     if (response == nullptr) {
       close(sendFd);
       return MHD_NO;
     }
-    pictureHeaders(response, etag, id, status, first, length, o.m_length);
+    pictureHeaders(response, etag, lastModified, status, first, length, o.m_length);
     return queue(c, r, status, response, length);
+  }
+
+  // The ready answer of a picture (see Located), when the request is a
+  // plain one (no range, no condition) and the file behind `fd` is still
+  // the version it was made from: queued, `fd` closed, true. Otherwise
+  // false, `fd` left open, and *seen and *located what this found out (the
+  // file's identity, its entry) for the caller to go on with.
+  bool answerReady(MHD_Connection* c, Req* r, Route route, int fd, Identity* seen,
+                   std::shared_ptr<const Located>* located, MHD_Result* answered) {
+    if (MHD_lookup_connection_value(c, MHD_HEADER_KIND, "Range") != nullptr ||
+        MHD_lookup_connection_value(c, MHD_HEADER_KIND, "If-None-Match") != nullptr ||
+        MHD_lookup_connection_value(c, MHD_HEADER_KIND, "If-Modified-Since") != nullptr) {
+      return false;
+    }
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return false;  // KpzSource tells why
+    seen->dev = static_cast<std::uint64_t>(st.st_dev);
+    seen->ino = static_cast<std::uint64_t>(st.st_ino);
+    seen->size = static_cast<std::uint64_t>(st.st_size);
+    seen->mtimeSec = static_cast<std::int64_t>(st.st_mtim.tv_sec);
+    seen->mtimeNsec = st.st_mtim.tv_nsec;
+    *located = cache.Get(*seen);
+    if (!*located) return false;
+    const int slot = route == Route::Preview ? 0 : 1;
+    MHD_Response* response = (*located)->ready[slot].load(std::memory_order_acquire);
+    if (response == nullptr) return false;
+    close(fd);
+    *answered = queueReady(c, r, response, (*located)->Of(slot == 0 ? DtRawRecord::PicturePreview
+                                                                    : DtRawRecord::PictureThumbnail)
+                                               ->m_length);
+    return true;
   }
 
   // A picture (or range) this small is read and sent with its head in one
@@ -718,9 +824,12 @@ struct KpzServe::Impl {
 
   // Reads `length` bytes of the picture from `first` on and answers with
   // them (a 422 in the kit's words when the file no longer holds them).
+  // With `keep` (the whole picture, as a plain GET asks for it), the answer
+  // is also offered to the entry as its ready one.
   MHD_Result withHead(MHD_Connection* c, Req* r, KpzSource& source,
                       const DtRawRecord::Range& located, unsigned status, std::uint64_t first,
-                      std::uint64_t length, const std::string& etag, const Identity& id) {
+                      std::uint64_t length, const std::string& etag,
+                      const std::string& lastModified, const Located* keep) {
     auto* bytes = new (std::nothrow) std::vector<UINT8>();
     if (bytes == nullptr) return busy(c, r, false);
     try {
@@ -742,8 +851,40 @@ struct KpzServe::Impl {
       delete bytes;
       return MHD_NO;
     }
-    pictureHeaders(response, etag, id, status, first, length, located.m_length);
-    return queue(c, r, status, response, length);
+    pictureHeaders(response, etag, lastModified, status, first, length, located.m_length);
+    if (keep == nullptr) return queue(c, r, status, response, length);
+    MHD_add_response_header(response, "X-Content-Type-Options", "nosniff");
+    const int slot = located.m_picture == DtRawRecord::PicturePreview ? 0 : 1;
+    const bool kept = offerReady(*keep, slot, response);
+    const MHD_Result ok = queueReady(c, r, response, length);
+    if (!kept) MHD_destroy_response(response);
+    return ok;
+  }
+
+  // Publishes `response` (complete: every header added) as the ready
+  // answer of `located`'s picture `slot` when the bound has room and none
+  // was published first; the entry then owns the reference made with it.
+  bool offerReady(const Located& located, int slot, MHD_Response* response) {
+    const std::size_t cost = Located::ReadyCost(slot == 0 ? located.preview : located.thumbnail);
+    if (ready.bytes.fetch_add(cost, std::memory_order_relaxed) + cost > options.readyBytes) {
+      ready.bytes.fetch_sub(cost, std::memory_order_relaxed);
+      return false;
+    }
+    MHD_Response* none = nullptr;
+    if (!located.ready[slot].compare_exchange_strong(none, response, std::memory_order_acq_rel)) {
+      ready.bytes.fetch_sub(cost, std::memory_order_relaxed);
+      return false;
+    }
+    ready.answers.fetch_add(1, std::memory_order_relaxed);
+    return true;
+  }
+
+  // Queues a ready answer (200, the whole picture) as it is: it is shared,
+  // so nothing is added to it.
+  MHD_Result queueReady(MHD_Connection* c, Req* r, MHD_Response* response, std::uint64_t bytes) {
+    r->status = MHD_HTTP_OK;
+    r->bytes = bytes;
+    return MHD_queue_response(c, MHD_HTTP_OK, response);
   }
 
   // False when a Range asks for bytes wholly past the end (answer 416).
@@ -767,12 +908,12 @@ struct KpzServe::Impl {
     return queue(c, r, MHD_HTTP_RANGE_NOT_SATISFIABLE, response, 0);
   }
 
-  void pictureHeaders(MHD_Response* response, const std::string& etag, const Identity& id,
-                      unsigned status, std::uint64_t first, std::uint64_t length,
-                      std::uint64_t size) {
+  void pictureHeaders(MHD_Response* response, const std::string& etag,
+                      const std::string& lastModified, unsigned status, std::uint64_t first,
+                      std::uint64_t length, std::uint64_t size) {
     MHD_add_response_header(response, "Content-Type", "image/jpeg");
     MHD_add_response_header(response, "Accept-Ranges", "bytes");
-    validators(response, etag, id);
+    validators(response, etag, lastModified);
     if (status == MHD_HTTP_PARTIAL_CONTENT) {
       const std::string cr = "bytes " + std::to_string(first) + "-" +
                              std::to_string(first + length - 1) + "/" + std::to_string(size);
@@ -785,6 +926,7 @@ struct KpzServe::Impl {
   // the cache of turned pictures.
   MHD_Result turned(MHD_Connection* c, Req* r, KpzSource& source, const Located& located,
                     const DtRawRecord::Range& stored, const std::string& etag, const Identity& id) {
+    const std::string& lastModified = located.lastModified;
     KpzServeTurnedCache::File file;
     file.dev = id.dev;
     file.ino = id.ino;
@@ -844,7 +986,7 @@ struct KpzServe::Impl {
       delete held;
       return MHD_NO;
     }
-    pictureHeaders(response, etag, id, status, first, length, size);
+    pictureHeaders(response, etag, lastModified, status, first, length, size);
     return queue(c, r, status, response, length);
   }
 };

@@ -51,6 +51,10 @@ class KpzServe {
     unsigned maxHeaderBytes = 8192;     // all header lines together; more: 431
     unsigned cacheEntries = 8192;       // located pictures kept (by file identity)
     std::size_t turnedCacheBytes = 64u << 20;  // turned pictures kept (?upright=1); 0: none
+    // Small pictures (a thumbnail) kept with their located place as the
+    // whole answer to a plain GET, headers and bytes, sent again as they
+    // are while the file stays the same; 0: none.
+    std::size_t readyBytes = 32u << 20;
     unsigned retryAfterSeconds = 1;     // told with a 503
     unsigned drainSeconds = 5;          // Stop waits this long for answers under way
     unsigned listLimit = 1000;          // most entries one /list page gives

@@ -87,6 +87,11 @@ KpzServeCommand::KpzServeCommand(CLI::App& app) {
                     "the least recently used dropped first; a suffix KiB, MiB, GiB (or KB, MB, "
                     "GB: also 1024-based) may follow; 0: none (default 64MiB)")
       ->transform(CLI::AsSizeValue(false));
+  m_sub->add_option("--ready-cache", o.readyBytes,
+                    "bytes of small pictures (up to 64 KiB: thumbnails) kept with their headers "
+                    "as the whole answer to a plain GET, sent again as they are while the file "
+                    "is unchanged; a suffix KiB, MiB, GiB may follow; 0: none (default 32MiB)")
+      ->transform(CLI::AsSizeValue(false));
   m_sub->add_option("--list-limit", o.listLimit,
                     "most entries in one page of /list (default 1000)")
       ->check(CLI::Range(1u, 100000u));

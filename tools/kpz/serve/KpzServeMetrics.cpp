@@ -173,5 +173,21 @@ std::string KpzServeMetrics::Text(const Gauges& gauges) const {
          "# TYPE kpz_serve_turned_cache_evictions_total counter\n"
          "kpz_serve_turned_cache_evictions_total %" PRIu64 "\n",
          gauges.turnedEvictions);
+  append(&out,
+         "# HELP kpz_serve_ready_answers Small pictures' whole answers kept, sent again as "
+         "they are.\n"
+         "# TYPE kpz_serve_ready_answers gauge\n"
+         "kpz_serve_ready_answers %zu\n",
+         gauges.readyAnswers);
+  append(&out,
+         "# HELP kpz_serve_ready_bytes Bytes the kept answers count against the bound.\n"
+         "# TYPE kpz_serve_ready_bytes gauge\n"
+         "kpz_serve_ready_bytes %zu\n",
+         gauges.readyBytes);
+  append(&out,
+         "# HELP kpz_serve_ready_capacity_bytes The bound of the answers kept.\n"
+         "# TYPE kpz_serve_ready_capacity_bytes gauge\n"
+         "kpz_serve_ready_capacity_bytes %zu\n",
+         gauges.readyCapacity);
   return out;
 }

@@ -53,6 +53,9 @@ class KpzServeMetrics {
     std::uint64_t turnedHits = 0;
     std::uint64_t turnedMisses = 0;
     std::uint64_t turnedEvictions = 0;
+    std::size_t readyAnswers = 0;        // small pictures' answers kept whole
+    std::size_t readyBytes = 0;          // what they count against their bound
+    std::size_t readyCapacity = 0;       // the bound
   };
 
   // The Prometheus text exposition of every counter and of `gauges`.
