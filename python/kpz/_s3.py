@@ -111,7 +111,7 @@ def _quote(text: str, safe: str = "/~") -> str:
 # signer never uses) only to take from it urllib3's original SSLContext,
 # which urllib3.util.ssl_ gives as well: botocore falls back to that when the
 # import fails. Left out, it spares pyOpenSSL's and cryptography's imports,
-# about 0.05 s of CPU of a command's start-up (docs/PERFORMANCE.md).
+# 0.05 to 0.09 s of CPU of a command's start-up (docs/PERFORMANCE.md).
 _PYOPENSSL = "urllib3.contrib.pyopenssl"
 
 
@@ -123,7 +123,9 @@ def import_botocore() -> None:
     Done only when neither botocore.httpsession nor pyopenssl is loaded yet
     (a process that loaded pyopenssl may have put it into urllib3, and then
     botocore's own choice stands); afterwards pyopenssl can be imported as
-    ever."""
+    ever. (Another thread importing pyopenssl during those few hundredths
+    of a second would be refused it; kpz's command lines make their store
+    before any work starts.)"""
     if "botocore.httpsession" not in sys.modules and _PYOPENSSL not in sys.modules:
         sys.modules[_PYOPENSSL] = None  # type: ignore[assignment]
         try:
