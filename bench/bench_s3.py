@@ -99,6 +99,10 @@ print(json.dumps(asyncio.run(main())))
 '''
 
 
+# The contenders, each paired with the floor.
+WHO = ("kpz.remote", "python3 -m kpz", "kpz.distributed")
+
+
 def run(code: str, job: dict, env: dict) -> dict:
     """The job's own figures (its clock starts after its imports), and the
     same process timed whole from outside as run_cli times `python3 -m kpz`:
@@ -152,17 +156,34 @@ def main():
     ap.add_argument("--tests-dir", required=True, help="tests/python (s3rver and the proxy)")
     ap.add_argument("--work", required=True)
     ap.add_argument("--out", required=True)
-    ap.add_argument("--files", type=int, default=240)
+    ap.add_argument("--files", type=int, default=240,
+                    help="objects put in the store and read (the corpus's files repeated "
+                         "as needed: a larger run shows the start-up against more work)")
+    ap.add_argument("--only", default=",".join(WHO),
+                    help="the contenders measured, comma-separated (default: all of %s)"
+                         % ", ".join(WHO))
     ap.add_argument("--rounds", type=int, default=3, help="pairs per comparison")
     ap.add_argument("--rtts", default="0,50", help="added round-trip times, ms")
     args = ap.parse_args()
+    args.only = tuple(w for w in WHO if w in args.only.split(","))
+    if not args.only:
+        ap.error("--only names none of %s" % ", ".join(WHO))
 
     tests_dir = Path(args.tests_dir).resolve()
     sys.path.insert(0, str(tests_dir))
     sys.path.insert(0, str(Path(__file__).resolve().parent))
     from s3_support import KEY, SECRET, S3rver, upload
 
+    import compileall
+
+    import kpz
     from kpz._kpz import HEAD_SIZE, kit
+
+    # Measured as installed by pip, which byte-compiles the package's
+    # modules: from a build tree with PYTHONDONTWRITEBYTECODE=1 set, every
+    # `python3 -m kpz` would compile them from source again, 30 to 40 ms of
+    # CPU that an installed package does not spend.
+    compileall.compile_dir(os.path.dirname(kpz.__file__), quiet=1)
 
     work = Path(args.work)
     shutil.rmtree(work, ignore_errors=True)
@@ -198,9 +219,12 @@ def main():
         # Configured as kpz's own local cluster is, and as docs/DISTRIBUTED.md
         # tells for a cluster of one's own (Dask's periodic work made rarer,
         # glibc's malloc thresholds for buffers of a picture's size).
-        with dask.config.set(worker_config()):
-            cluster, client, _ = local_cluster(2)
-        workers = list(client.run(os.getpid).values())
+        cluster = client = None
+        workers = []
+        if "kpz.distributed" in args.only:
+            with dask.config.set(worker_config()):
+                cluster, client, _ = local_cluster(2)
+            workers = list(client.run(os.getpid).values())
         try:
             for rtt in (float(x) for x in args.rtts.split(",")):
                 proxy = subprocess.Popen([sys.executable, str(tests_dir / "remote_support.py"),
@@ -218,8 +242,9 @@ def main():
                 report["rows"].append(row)
                 print(json.dumps(row), file=sys.stderr)
         finally:
-            client.close()
-            cluster.close()
+            if client is not None:
+                client.close()
+                cluster.close()
     shutil.rmtree(work, ignore_errors=True)
     (out / "s3.json").write_text(json.dumps(report, indent=1))
     want = [h + s for h, s in zip(head_bytes, sizes)]
@@ -232,33 +257,34 @@ def main():
          "| added RTT | who | files/s | floor files/s | ratio | CPU ms/file | floor CPU ms/file "
          "| CPU ratio | bytes/object (floor's) |", "|---|---|---|---|---|---|---|---|---|"]
     for r in report["rows"]:
-        for who in ("kpz.remote", "python3 -m kpz", "kpz.distributed"):
+        for who in args.only:
             m = r[who]
             L.append(f"| {r['rtt_ms']:g} ms | {who} | {m['files_per_s']:.1f} "
                      f"| {m['floor_files_per_s']:.1f} | {m['ratio']:.2f}x "
                      f"| {m['cpu_ms']:.2f} | {m['floor_cpu_ms']:.2f} "
                      f"| {m['cpu_ms'] / m['floor_cpu_ms']:.2f}x "
                      f"| {m.get('bytes', float('nan')):.0f} ({floor_bytes:.0f}) |")
-    L += ["", "kpz.distributed's CPU is its 2 workers' (the client's apart: %s)." % ", ".join(
-        "%.2f ms/file at %g ms" % (r["kpz.distributed"]["client_cpu_ms"], r["rtt_ms"])
-        for r in report["rows"])]
-    L += ["", "`python3 -m kpz` is timed whole, start-up included; against the floor's process "
-          "timed whole the same way (its interpreter's start-up and imports included): " +
-          ", ".join("%.2fx files/s and %.2fx CPU at %g ms" % (
-              r["python3 -m kpz"]["ratio_whole"],
-              r["python3 -m kpz"]["cpu_ms"] / r["python3 -m kpz"]["floor_cpu_ms_whole"],
-              r["rtt_ms"]) for r in report["rows"]) + "."]
+    if "kpz.distributed" in args.only:
+        L += ["", "kpz.distributed's CPU is its 2 workers' (the client's apart: %s)." % ", ".join(
+            "%.2f ms/file at %g ms" % (r["kpz.distributed"]["client_cpu_ms"], r["rtt_ms"])
+            for r in report["rows"])]
+    if "python3 -m kpz" in args.only:
+        L += ["", "`python3 -m kpz` is timed whole, start-up included; against the floor's "
+              "process timed whole the same way (its interpreter's start-up and imports "
+              "included): " + ", ".join("%.2fx files/s and %.2fx CPU at %g ms" % (
+                  r["python3 -m kpz"]["ratio_whole"],
+                  r["python3 -m kpz"]["cpu_ms"] / r["python3 -m kpz"]["floor_cpu_ms_whole"],
+                  r["rtt_ms"]) for r in report["rows"]) + "."]
     (out / "s3.md").write_text("\n".join(L) + "\n")
-    plot(report, out)
+    plot(report, out, args.only)
     print("\n".join(L))
 
 
-def plot(report: dict, out: Path) -> None:
+def plot(report: dict, out: Path, who) -> None:
     """perf-s3.png: each contender's files/s and workers' CPU per file, as
     ratios to the floor's in the same pairs, at each added RTT (gnuplot)."""
     if shutil.which("gnuplot") is None:
         return
-    who = ("kpz.remote", "python3 -m kpz", "kpz.distributed")
     dat = out / "s3.dat"
     lines = ["# who " + " ".join("rate@%gms cpu@%gms" % (r["rtt_ms"], r["rtt_ms"])
                                  for r in report["rows"])]
@@ -297,10 +323,10 @@ def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, worke
     s3 = ["s3://bench/%s" % k for k in keys]
     job = {"urls": urls, "s3": s3, "offsets": offsets, "sizes": sizes, "limit": 64, "key": key,
            "secret": secret}
-    runs = {"floor": [], "kpz.remote": [], "python3 -m kpz": [], "kpz.distributed": []}
-    floors = {"kpz.remote": [], "python3 -m kpz": [], "kpz.distributed": []}
+    runs = {"floor": [], **{w: [] for w in args.only}}
+    floors = {w: [] for w in args.only}
     for r in range(args.rounds):
-        for who in ("kpz.remote", "python3 -m kpz", "kpz.distributed"):
+        for who in args.only:
             order = (who, "floor") if r % 2 == 0 else ("floor", who)
             for w in order:
                 if w == "floor":

@@ -35,6 +35,7 @@ import hashlib
 import ipaddress
 import os
 import re
+import sys
 import urllib.parse
 import xml.etree.ElementTree as ElementTree
 from typing import Any, AsyncIterator, Callable, List, Optional, Tuple
@@ -106,6 +107,37 @@ def _quote(text: str, safe: str = "/~") -> str:
     return urllib.parse.quote(text, safe=safe)
 
 
+# Imported by botocore.httpsession (for botocore's own HTTP client, which the
+# signer never uses) only to take from it urllib3's original SSLContext,
+# which urllib3.util.ssl_ gives as well: botocore falls back to that when the
+# import fails. Left out, it spares pyOpenSSL's and cryptography's imports,
+# 0.05 to 0.09 s of CPU of a command's start-up (docs/PERFORMANCE.md).
+_PYOPENSSL = "urllib3.contrib.pyopenssl"
+
+
+def import_botocore() -> None:
+    """Imports what the store needs of botocore (its session, whose
+    credential chain the store uses, and its signer) without pyOpenSSL:
+    while they are imported, urllib3.contrib.pyopenssl cannot be, so
+    botocore.httpsession takes urllib3.util.ssl_.SSLContext, the same class.
+    Done only when neither botocore.httpsession nor pyopenssl is loaded yet
+    (a process that loaded pyopenssl may have put it into urllib3, and then
+    botocore's own choice stands); afterwards pyopenssl can be imported as
+    ever. (Another thread importing pyopenssl during those few hundredths
+    of a second would be refused it; kpz's command lines make their store
+    before any work starts.)"""
+    if "botocore.httpsession" not in sys.modules and _PYOPENSSL not in sys.modules:
+        sys.modules[_PYOPENSSL] = None  # type: ignore[assignment]
+        try:
+            import botocore.httpsession  # noqa: F401
+        finally:
+            if _PYOPENSSL in sys.modules and sys.modules[_PYOPENSSL] is None:
+                del sys.modules[_PYOPENSSL]
+    import botocore.auth  # noqa: F401
+    import botocore.awsrequest  # noqa: F401
+    import botocore.session  # noqa: F401
+
+
 def _utcnow() -> datetime.datetime:
     return datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None)
 
@@ -117,6 +149,7 @@ class Store:
 
     def __init__(self, options: Optional[Options] = None,
                  clock: Callable[[], datetime.datetime] = _utcnow) -> None:
+        import_botocore()
         import botocore.exceptions
         import botocore.session
 

@@ -9,6 +9,7 @@ from kpz._deprecation import renamed_keywords
 from kpz._kpz import kit
 from kpz.remote import Settings
 
+from . import _pool
 from ._batches import DEFAULT_BATCH_SIZE
 from ._cluster import START_TIMEOUT, connect
 from ._inputs import iter_sources
@@ -91,7 +92,7 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     if max_in_flight is not None:
         settings = dataclasses.replace(settings, max_in_flight=max_in_flight)
     output = Output(out, settings)
-    _s3_check(list(sources) + [out], settings)
+    _pool.use_store(settings, _s3_check(list(sources) + [out], settings))
     output.make()
     bar = Progress(0, progress)
     run = Run(kind, upright, sync, settings, output, skip_existing, batch_size, on_result,
@@ -104,14 +105,15 @@ def extract(sources: Union[str, Sequence[str]], out: str, *, kind: str = "previe
     return run.summary
 
 
-def _s3_check(names: Sequence[str], settings: Settings) -> None:
-    """RunFailed (INPUT) in one line, before any work, when s3:// is named
-    and the store cannot be used (no credentials: where they were looked
-    for)."""
+def _s3_check(names: Sequence[str], settings: Settings) -> Any:
+    """The store (kpz._s3.Store) when s3:// is named, else None; RunFailed
+    (INPUT) in one line, before any work, when the store cannot be used (no
+    credentials: where they were looked for)."""
     from kpz import _s3
 
     if any(_s3.is_s3(os.fspath(n)) for n in names):
         try:
-            _s3.Store(settings.s3)
+            return _s3.Store(settings.s3)
         except _s3.StoreError as e:
             raise RunFailed(kit.ExitStatus.INPUT, None, str(e)) from None
+    return None

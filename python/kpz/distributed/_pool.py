@@ -16,6 +16,9 @@ T = TypeVar("T")
 _lock = threading.Lock()
 _loop: Optional[asyncio.AbstractEventLoop] = None
 _readers: Dict[remote.Settings, remote.Reader] = {}
+# Stores already resolved (the run's check of its s3:// names made them),
+# handed to the Reader of their Settings when it is made.
+_stores: Dict[remote.Settings, Any] = {}
 
 
 def _the_loop() -> asyncio.AbstractEventLoop:
@@ -49,10 +52,22 @@ def _close() -> None:
 async def _reader(settings: remote.Settings) -> remote.Reader:
     reader = _readers.get(settings)  # only the loop's thread touches _readers
     if reader is None:
-        reader = remote.Reader(settings)
+        with _lock:
+            store = _stores.pop(settings, None)
+        reader = remote.Reader(settings, store=store)
         await reader.__aenter__()
         _readers[settings] = reader
     return reader
+
+
+def use_store(settings: remote.Settings, store: Any) -> None:
+    """Lets the Reader of `settings`, when this process makes it, use
+    `store` (a kpz._s3.Store made from settings.s3) instead of resolving
+    the store and its credentials a second time."""
+    if store is None or settings in _readers:
+        return
+    with _lock:
+        _stores[settings] = store
 
 
 def submit(settings: remote.Settings,
