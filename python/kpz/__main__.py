@@ -159,6 +159,9 @@ def main(argv: Optional[List[str]] = None) -> int:
     extensions = _cli.extensions_of(args)
     suffix, noun = KINDS[args.kind]
     try:
+        from kpz import _s3
+
+        _s3.prepare_command_line(list(args.sources) + [args.output])
         output = Output(args.output, settings)
         _pool.use_store(settings, _client._s3_check(list(args.sources) + [args.output],
                                                     settings))

@@ -38,7 +38,7 @@ import re
 import sys
 import urllib.parse
 import xml.etree.ElementTree as ElementTree
-from typing import Any, AsyncIterator, Callable, List, Optional, Tuple
+from typing import Any, AsyncIterator, Callable, List, Optional, Sequence, Tuple
 
 SCHEME = "s3://"
 
@@ -115,18 +115,20 @@ def _quote(text: str, safe: str = "/~") -> str:
 _PYOPENSSL = "urllib3.contrib.pyopenssl"
 
 
-def import_botocore() -> None:
-    """Imports what the store needs of botocore (its session, whose
-    credential chain the store uses, and its signer) without pyOpenSSL:
-    while they are imported, urllib3.contrib.pyopenssl cannot be, so
-    botocore.httpsession takes urllib3.util.ssl_.SSLContext, the same class.
-    Done only when neither botocore.httpsession nor pyopenssl is loaded yet
-    (a process that loaded pyopenssl may have put it into urllib3, and then
-    botocore's own choice stands); afterwards pyopenssl can be imported as
-    ever. (Another thread importing pyopenssl during those few hundredths
-    of a second would be refused it; kpz's command lines make their store
-    before any work starts.)"""
-    if "botocore.httpsession" not in sys.modules and _PYOPENSSL not in sys.modules:
+def import_botocore(lean: bool = False) -> None:
+    """Imports what the store needs of botocore: its session, whose
+    credential chain the store uses, and its signer.
+
+    With `lean` (kpz's command lines only, before any work starts), without
+    pyOpenSSL: while they are imported, urllib3.contrib.pyopenssl cannot
+    be, so botocore.httpsession takes urllib3.util.ssl_.SSLContext, the
+    same class. Done only when neither botocore.httpsession nor pyopenssl
+    is loaded yet (a process that loaded pyopenssl may have put it into
+    urllib3, and then botocore's own choice stands); afterwards pyopenssl
+    can be imported as ever. A program of its own that uses kpz as a
+    library never gets this: another of its threads importing pyopenssl in
+    that window would be refused it."""
+    if lean and "botocore.httpsession" not in sys.modules and _PYOPENSSL not in sys.modules:
         sys.modules[_PYOPENSSL] = None  # type: ignore[assignment]
         try:
             import botocore.httpsession  # noqa: F401
@@ -136,6 +138,14 @@ def import_botocore() -> None:
     import botocore.auth  # noqa: F401
     import botocore.awsrequest  # noqa: F401
     import botocore.session  # noqa: F401
+
+
+def prepare_command_line(names: Sequence[str]) -> None:
+    """For kpz's command lines: when any of `names` is an s3:// URL,
+    botocore imported the lean way (import_botocore) before the store is
+    made."""
+    if any(is_s3(os.fspath(n)) for n in names):
+        import_botocore(lean=True)
 
 
 def _utcnow() -> datetime.datetime:

@@ -99,7 +99,7 @@ import sys
 if sys.argv[1] == "loaded":
     import urllib3.contrib.pyopenssl
 from kpz import _s3
-_s3.import_botocore()
+_s3.import_botocore(lean=sys.argv[2] == "lean")
 import botocore.httpsession, urllib3.util.ssl_
 had = "OpenSSL" in sys.modules
 import urllib3.contrib.pyopenssl  # importable afterwards, as ever
@@ -108,13 +108,15 @@ print(had, botocore.httpsession.SSLContext is urllib3.util.ssl_.SSLContext,
 """
 
 
-@pytest.mark.parametrize("before, want", [("absent", "False True True"),
-                                          ("loaded", "True True True")])
-def test_botocore_is_imported_with_urllib3s_own_ssl_context(before, want):
+@pytest.mark.parametrize("before, how, want", [("absent", "lean", "False True True"),
+                                               ("loaded", "lean", "True True True"),
+                                               ("absent", "plain", "True True True")])
+def test_botocore_is_imported_with_urllib3s_own_ssl_context(before, how, want):
     # Without pyopenssl botocore takes urllib3.util.ssl_.SSLContext, the
     # class pyopenssl would have given it; a process that loaded pyopenssl
-    # first keeps botocore's own import of it.
-    done = subprocess.run([sys.executable, "-c", _IMPORT_BOTOCORE, before],
+    # first keeps botocore's own import of it; a program using kpz as a
+    # library (not lean) gets botocore's imports as botocore makes them.
+    done = subprocess.run([sys.executable, "-c", _IMPORT_BOTOCORE, before, how],
                           capture_output=True, text=True, timeout=120)
     assert done.returncode == 0, done.stderr
     assert done.stdout.split() == want.split()

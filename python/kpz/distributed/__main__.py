@@ -105,6 +105,9 @@ def main(argv: Optional[List[str]] = None) -> int:
             sys.stderr.flush()
 
     where = args.scheduler or "the local cluster"
+    from kpz import _s3
+
+    _s3.prepare_command_line(list(args.sources) + [args.output])
     try:
         summary = distributed.extract(
             args.sources, args.output, kind=args.kind, upright=args.upright,
