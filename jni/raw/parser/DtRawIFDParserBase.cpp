@@ -244,6 +244,10 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     return stopped(io, getTagCategory(), -1, DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
   }
 
+  // A plain memory channel records nothing. A head channel asked to keep
+  // where the entries lie (placing) notes each one kept; nearly always null.
+  const bool plain = typeid(*io) == typeid(DtNlBuffIo);
+  DtRawHeadIo* const placing = plain ? nullptr : DtRawHeadIo::Placing(io);
   // At most 65,535 entries; every pass ends 12 bytes further on (or returns).
   for (UINT32 i = 0; i < entryNum; ++i) {
     if (m_tagDataList.GetSize() == static_cast<UINT32>(m_targetTagNum)) {
@@ -364,6 +368,9 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     // The id was found absent above, so the list need not search for it again.
     m_tagDataList.PushBackAbsent(tag, tagId);
     m_keptTargets |= 1u << target;
+    if (placing != nullptr) {
+      placing->KeptEntry(tag, static_cast<UINT32>(entryStart));
+    }
 
     if (!dir.SeekTo(static_cast<long long>(entryStart) + ENTRY_SIZE)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");
@@ -380,7 +387,7 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
   }
   // Deliberate: unsigned 32-bit sum, wraps like every file offset here.
   m_nextIfdOffset = nextOffset + static_cast<UINT32>(base);
-  if (typeid(*io) != typeid(DtNlBuffIo)) {
+  if (!plain) {
     // Read whole: noted in a head channel, with the entries kept (looked at
     // only if the parse fails later).
     took(io, category, entryNum, &m_tagDataList, m_targetTagList, m_targetTagNum);
