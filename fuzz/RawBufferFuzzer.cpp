@@ -13,7 +13,7 @@
 // finalising leave no leak. And, over the input's first 64 KiB as a head (zeros
 // after a shorter input), what the parse records in its head channel as it
 // fails (DtRawHeadIo) names the same reason as the step-by-step walk of that
-// head (DtRawLayoutCheck::Inspect). No pointer members.
+// head (tests/support/KpzLayoutWalk). No pointer members.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -25,6 +25,7 @@
 #include "raw/DtRawError.h"
 #include "raw/DtRawLayoutCheck.h"
 #include "raw/parser/DtRawHeadIo.h"
+#include "support/KpzLayoutWalk.h"
 #include "util/io/DtNlDataStream.h"
 
 namespace {
@@ -43,7 +44,7 @@ void CheckRecordedReason(const std::uint8_t* data, std::size_t size) {
   DtRawEng eng;
   const int code = eng.Parse(&stream);
   const DtRawLayoutCheck::Finding got = DtRawLayoutCheck::Recorded(io, code);
-  const DtRawLayoutCheck::Finding walked = DtRawLayoutCheck::Inspect(head.get(), size);
+  const DtRawLayoutCheck::Finding walked = KpzLayoutWalk::Inspect(head.get(), size);
   if (code == DtRawOk) {
     kpzfuzz::Check(got.m_reason == DtRawLayoutCheck::ReasonNone, "a reason for a good head", code);
     return;

@@ -19,7 +19,7 @@
 // nothing fails.
 //
 //   char words[DtRawErrorText::WORDS_SIZE];
-//   DtRawErrorText::Parse(initRet, head, fileSize, words, sizeof words);
+//   DtRawErrorText::Stopped(initRet, headIo, words, sizeof words);
 //   // "not a KPZ raw file (only one directory, no second one after IFD0)"
 //   DtRawErrorText::NoPicture("thumbnail", words, sizeof words);
 //   // "no thumbnail stored in this file"
@@ -40,23 +40,15 @@ class DtRawErrorText {
   // Bytes that hold any phrase of this class and its terminating zero.
   static constexpr UINT WORDS_SIZE = 256;
 
-  // Words for result `code` of a parse over a head that was read whole
-  // (DtRaw::InitializeBuf over the file's first DtRaw::READ_SIZE bytes,
-  // zeros after the file's end). `fileSize` is the file's real size. For a
-  // layout code (-305, -306, -307, -400, -101): "not a KPZ raw file
-  // (<reason>)" with the reason DtRawLayoutCheck finds in the head; when the
-  // head is null or does not give that code, the code's own words ("not a
-  // KPZ raw file (its directories cannot be read within the first 64 KiB)",
-  // "... (no TIFF header)", "... (camera model, Exif data or maker note
-  // missing)"). Any other code: "the file cannot be read as a KPZ raw file
-  // (error <code>)".
-  static UINT Parse(int code, const UINT8* head, std::uint64_t fileSize, char* out, UINT size);
-
   // Words for result `code` of a parse that read through the head channel
   // `io` (DtRawHeadIo), from where and why the parse recorded that it
-  // stopped: for a layout code "not a KPZ raw file (<reason>)", in the same
-  // words Parse gives for that head; when nothing was recorded for that
-  // code, the code's own words, as Parse's without a head.
+  // stopped: for a layout code (-305, -306, -307, -400, -101) "not a KPZ raw
+  // file (<reason>)" with the reason DtRawLayoutCheck::Recorded names; when
+  // nothing was recorded for that code, the code's own words ("not a KPZ raw
+  // file (its directories cannot be read within the first 64 KiB)", "...
+  // (no TIFF header)", "... (camera model, Exif data or maker note
+  // missing)"). Any other code: "the file cannot be read as a KPZ raw file
+  // (error <code>)".
   // With `finding`, also the reason itself (DtRawLayoutCheck::Recorded's)
   // and with `at` where its part starts, when the words tell it (else a
   // Finding of ReasonNone and 0).
@@ -69,8 +61,8 @@ class DtRawErrorText {
   // cannot be read as a KPZ raw file (error <code>)".
   static UINT Initialize(int code, char* out, UINT size);
 
-  // True for the codes of the parse itself (the layout codes that Parse
-  // explains from the head), false for every other code.
+  // True for the codes of the parse itself (the layout codes that Stopped
+  // explains from the parse's record), false for every other code.
   static bool IsParseCode(int code);
 
   // Words for the system's error `err` met while opening a file or reading

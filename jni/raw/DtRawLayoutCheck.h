@@ -1,44 +1,30 @@
 // DtRawLayoutCheck.h - why the parse of a file's head fails, in words that
 // are true for that file.
 //
-// Layer: jni/raw, beside the facade (DtRaw) and over nothing but the head's
-// bytes. The facade parses only the first 64 KiB of a file (the head,
-// zero-filled after the end of a shorter file) and reports a directory it
-// cannot read there with the same result code (-307) whether the file has
-// only one directory, a directory beyond the first 64 KiB or a pointer past
-// its end. The record's parse (DtRawRecord) has the parser record where and
-// why it stopped as it fails (DtRawHeadIo); Recorded names the reason from
-// that record, using the file's real size to tell "past the end of the file"
-// from "beyond the first 64 KiB". For a caller that holds only a head and
-// parsed it elsewhere (the kit's metadata reader), Inspect walks the head the
-// way the parse does (the TIFF header, IFD0, IFD1, the Exif and
-// interoperability directories, the camera model, the maker note and, for
-// the model "DSLR-M372", the Km maker note; the same target tags, the same
-// memory-channel rules of clamped seeks and short reads, the same order of
-// giving up) and names the first thing that stops it; the two agree on every
-// head (tests/raw/DtRawHeadIoTest.cpp and the raw buffer fuzzer hold them to
-// it). Every front end (the JNI methods, the kit and through it the kpz tool
-// and the Python package) takes its reasons from here, so a file is
+// Layer: jni/raw, beside the facade (DtRaw) and over the parse's head
+// channel (DtRawHeadIo). The facade parses only the first 64 KiB of a file
+// (the head, zero-filled after the end of a shorter file) and reports a
+// directory it cannot read there with the same result code (-307) whether
+// the file has only one directory, a directory beyond the first 64 KiB or a
+// pointer past its end. The parse records where and why it stopped as it
+// fails, in the head channel it runs through; Recorded names the reason from
+// that record, using the file's real size to tell "past the end of the
+// file" from "beyond the first 64 KiB". Nothing is looked up in the head
+// again. Every front end (the JNI methods, the kit and through it the kpz
+// tool and the Python package) takes its reasons from here, so a file is
 // described in the same words everywhere.
 //
 // Contract:
-//  - `head` holds exactly HEAD_SIZE bytes (the file's first bytes, zeros
-//    after its end); `fileSize` is the file's real size.
-//  - Inspect never reads outside the head: every read is checked in the
-//    subtraction form against the bytes left, every loop is bounded (at most
-//    65,535 entries per directory, six directories), no count is trusted.
-//    It allocates nothing, holds nothing and never fails: any bytes give a
-//    Finding.
-//  - Finding::m_code is the result code the facade's parse gives over the
-//    same head (0 when it parses); the reason is meaningful only when the
-//    code is not 0. A caller that got a different code from the facade (the
-//    file changed in between) must not use the reason.
+//  - Finding::m_code is the result code of the step that recorded (0 when
+//    the head parses); the reason is meaningful only when the code is not
+//    0. A caller that got a different code from the facade must not use the
+//    reason (DtRawErrorText::Stopped checks this).
 //  - Words writes at most `size` bytes, its terminating zero included, and
 //    never allocates.
 //
-//   const DtRawLayoutCheck::Finding f = DtRawLayoutCheck::Inspect(head, fileSize);
+//   const DtRawLayoutCheck::Finding f = DtRawLayoutCheck::Recorded(io, initRet);
 //   char words[DtRawLayoutCheck::WORDS_SIZE];
-//   if (f.m_code == initRet) { DtRawLayoutCheck::Words(f, words, sizeof words); }
+//   DtRawLayoutCheck::Words(f, words, sizeof words);
 //
 // Holds nothing; every operation is a static function.
 #ifndef KPZ_RAW_DTRAWLAYOUTCHECK_H
@@ -52,7 +38,7 @@ class DtRawHeadIo;
 
 class DtRawLayoutCheck {
  public:
-  // Bytes of the head: DtRaw::READ_SIZE (checked where the walk is defined).
+  // Bytes of the head: DtRaw::READ_SIZE (checked in DtRawLayoutCheck.cpp).
   static constexpr UINT HEAD_SIZE = 0x10000;
 
   // A buffer of this many bytes holds any reason's words and their zero.
@@ -94,66 +80,23 @@ class DtRawLayoutCheck {
   };
 
   struct Finding {
-    int m_code = 0;  // the facade's parse result over this head
+    int m_code = 0;  // the result of the parse step that recorded the reason
     Reason m_reason = ReasonNone;
     Part m_part = PartNone;     // for ReasonZeroOffset, ReasonPastEnd ... ReasonRunsBeyondHead
     bool m_value = false;       // true: a value stored for `m_part`, not the part itself
     std::uint64_t m_bytes = 0;  // for the two Bad...Pointer reasons: the value's length
   };
 
-  // Walks `head` (HEAD_SIZE bytes) of a file of `fileSize` bytes as the
-  // facade's parse does. A null head gives a Finding with code 0. When the
-  // parse fails after it read part of a directory or value from beyond the
-  // end of a cut file (zeros there), the reason names that part as running
-  // (or lying) past the end of the file: what the zeros made the parse
-  // meet next ("only one directory", "no maker note", ...) is not the cause.
-  static Finding Inspect(const UINT8* head, std::uint64_t fileSize);
-
   // The reason the parse itself recorded in its head channel `io` as it
   // failed with `code`: where and why it stopped, and the first structure it
-  // read whole from the zeros past the file's end (DtRawHeadIo). The same
-  // Finding Inspect gives for that head, without walking it: m_code is the
-  // code of the step that recorded (0 with ReasonNone when none did). With
-  // `at`, also where the part (or value) the reason names starts in the file
-  // (0 when it names none).
+  // read whole from the zeros past the file's end (DtRawHeadIo); when it
+  // failed after such a read, the reason names that part as running (or
+  // lying) past the end of the file, not what the zeros made it meet next.
+  // m_code is the code of the step that recorded (0 with ReasonNone when
+  // none did). With `at`, also where the part (or value) the reason names
+  // starts in the file (0 when it names none). Never fails, allocates
+  // nothing.
   static Finding Recorded(const DtRawHeadIo& io, int code, std::uint64_t* at = nullptr);
-
-  // One kept entry (a target tag) as the walk found it.
-  struct Place {
-    Part m_part = PartNone;
-    UINT16 m_tag = 0;
-    std::uint32_t m_entry = 0;  // where its 12-byte entry starts
-    std::uint32_t m_pos = 0;    // where its value lies: the entry's field, or the offset held
-    std::uint32_t m_size = 0;   // the value's bytes as the facade counts them (32-bit)
-    bool m_hasData = false;     // m_data holds the value (1 to 32 bytes, read from the head)
-    UINT8 m_data[32] = {};
-
-    // True when a byte of the entry or of the value lies at or past
-    // `fileSize`: the facade read zeros there, not the file.
-    bool PastEnd(std::uint64_t fileSize) const;
-  };
-
-  // The target tags of every directory the walk read whole.
-  struct Places {
-    static constexpr UINT MAX_PLACES = 40;
-    Place m_at[MAX_PLACES];
-    UINT m_count = 0;
-    std::uint64_t m_fileSize = 0;
-    bool m_read[8] = {};  // by Part: the directory was read whole
-    bool m_cut[8] = {};   // by Part: it runs past the end of the file
-
-    // The entry of `tag` in `part`, or null when the walk kept none.
-    const Place* Get(Part part, UINT16 tag) const;
-    // True when `part` runs past the end of the file (its entries there
-    // were read as zeros), or was not reached because the part holding its
-    // pointer does, or when the entry holding its offset is cut: an entry
-    // missing there (or found where a cut offset led) may well be cut off.
-    bool Cut(Part part) const;
-  };
-
-  // The walk of Inspect, keeping in `*places` where each target tag lies.
-  // Never fails; a directory the walk could not read contributes nothing.
-  static void Locate(const UINT8* head, std::uint64_t fileSize, Places* places);
 
   // The reason in words, short and lower case, without the "not a KPZ raw
   // file" around it ("no camera model", "IFD1 lies past the end of the

@@ -206,6 +206,12 @@ DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
   return record;
 }
 
+void DtRawRecord::ParseThrough(DtRaw* raw, DtRawHeadIo* io) {
+  if (raw != nullptr) {
+    raw->m_headIo = io;
+  }
+}
+
 DtRawExpected<DtRawRecord::Range> DtRawRecord::Locate(Picture which) const {
   const bool isPreview = which == PicturePreview;
   const char* const what = Name(which);

@@ -42,6 +42,8 @@
 
 class DtNlReadAt;
 class DtNlFdReadAt;
+class DtRaw;
+class DtRawHeadIo;
 
 class DtRawRecord {
  public:
@@ -102,6 +104,16 @@ class DtRawRecord {
   // taken as HEAD_SIZE. For readers that fetched the head themselves.
   static DtRawExpected<DtRawRecord> Parse(const UINT8* head, std::size_t length,
                                           std::uint64_t fileSize, Fields fields = FieldsAll);
+
+  // Has the parse of `raw`'s next Initialize or InitializeBuf (and every
+  // later one, until lent another) run through the head channel `io`
+  // (borrowed: it must outlive those calls; null: the facade's own channel
+  // again), which records where and why it stops (DtRawErrorText::Stopped
+  // reads that) and, when asked (DtRawHeadIo::KeepPlaces), where the entries
+  // it kept lie. For a caller that works through the facade (its getters, or
+  // its write-back, which needs its file mode) and takes the failure's words
+  // and the entries' places from that same one parse.
+  static void ParseThrough(DtRaw* raw, DtRawHeadIo* io);
 
   // ---- the answers ---------------------------------------------------------
 

@@ -9,7 +9,10 @@
 
 #include "kpz/KpzSource.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRaw.h"
 #include "raw/DtRawErrorText.h"
+#include "raw/DtRawRecord.h"
+#include "raw/parser/DtRawHeadIo.h"
 
 namespace {
 
@@ -33,9 +36,9 @@ bool readOrParse(int code) {
 
 }  // namespace
 
-std::string KpzErrorText::Parse(int code, const UINT8* head, std::uint64_t fileSize) {
+std::string KpzErrorText::Stopped(int code, const DtRawHeadIo& io) {
   char words[DtRawErrorText::WORDS_SIZE];
-  DtRawErrorText::Parse(code, head, fileSize, words, sizeof words);
+  DtRawErrorText::Stopped(code, io, words, sizeof words);
   return words;
 }
 
@@ -54,13 +57,20 @@ std::string KpzErrorText::ForFile(const std::string& path, int code) {
   if (!probe.Open(path, &why)) {
     return why;
   }
-  return DtRawErrorText::IsParseCode(code) ? Parse(code, probe.Head(), probe.Size())
-                                           : Initialize(code);
+  if (!DtRawErrorText::IsParseCode(code)) {
+    return Initialize(code);
+  }
+  // The head read again, parsed once through a head channel: its record
+  // says why, when it fails with `code` too.
+  DtRawHeadIo io(probe.Size());
+  DtRaw raw;
+  DtRawRecord::ParseThrough(&raw, &io);
+  (void)raw.InitializeBuf(probe.Head(), static_cast<int>(KpzSource::kHeadSize));
+  return Stopped(code, io);
 }
 
-std::string KpzErrorText::ForSource(KpzSource& source, int code) {
-  return DtRawErrorText::IsParseCode(code) ? Parse(code, source.Head(), source.Size())
-                                           : Initialize(code);
+std::string KpzErrorText::ForParse(const DtRawHeadIo& io, int code) {
+  return DtRawErrorText::IsParseCode(code) ? Stopped(code, io) : Initialize(code);
 }
 
 int KpzErrorText::OpenResult(int err) {

@@ -10,52 +10,49 @@
 // the first 64 KiB or past the end of the file, or when the file has only one
 // directory. The tool tells these apart by reading the head itself
 // (KpzSource): a read that fails there is reported with the system's words;
-// a head read whole that does not parse is looked at by the library's layout
-// check (DtRawLayoutCheck), which names the first thing that stops the
-// parse, as "not a KPZ raw file (<reason>)".
+// a head read whole that does not parse is described from where and why the
+// parse itself recorded that it stopped (the head channel it ran through,
+// DtRawHeadIo), as "not a KPZ raw file (<reason>)".
 //
-//   KpzErrorText::Parse(initRet, src.Head(), src.Size());
+//   DtRawHeadIo io(source.Size());
+//   DtRawRecord::ParseThrough(&raw, &io);
+//   const int initRet = raw.Initialize(path);
+//   KpzErrorText::ForParse(io, initRet);
 //   // "not a KPZ raw file (only one directory, no second one after IFD0)"
-//   KpzErrorText::ForFile("a.kpz", raw.Initialize("a.kpz"));   // after a failed Initialize
 //
 // Holds nothing; every operation is a static function.
 #ifndef KPZ_KIT_KPZ_KPZERRORTEXT_H
 #define KPZ_KIT_KPZ_KPZERRORTEXT_H
 
-#include <cstdint>
 #include <string>
 
-#include "util/DtNlTypes.h"
-
-class KpzSource;
+class DtRawHeadIo;
 
 class KpzErrorText {
  public:
-  // Words for result `code` of a parse over a head that was read whole
-  // (DtRaw::InitializeBuf over KpzSource::Head). `head` holds
-  // KpzSource::kHeadSize bytes (zeros after the file's end), `fileSize` is the
-  // file's real size. For a layout code (-305, -306, -307, -400, -101):
-  // "not a KPZ raw file (<reason>)" with the reason DtRawLayoutCheck finds in
-  // the head ("no camera model", "IFD1 lies past the end of the file", ...);
-  // when the head is null or does not give that code, the code's own words
-  // ("not a KPZ raw file (its directories cannot be read within the first
-  // 64 KiB)", "... (no TIFF header)", "... (camera model, Exif data or maker
-  // note missing)"). Any other code: "the file cannot be read as a KPZ raw
-  // file (error <code>)".
-  static std::string Parse(int code, const UINT8* head, std::uint64_t fileSize);
+  // Words for result `code` of a parse that ran through the head channel
+  // `io` (DtRawRecord::ParseThrough). For a layout code (-305, -306, -307,
+  // -400, -101): "not a KPZ raw file (<reason>)" with the reason the parse
+  // recorded there as it stopped ("no camera model", "IFD1 lies past the end
+  // of the file", ...); when it recorded none for that code, the code's own
+  // words ("not a KPZ raw file (its directories cannot be read within the
+  // first 64 KiB)", "... (no TIFF header)", "... (camera model, Exif data or
+  // maker note missing)"). Any other code: "the file cannot be read as a KPZ
+  // raw file (error <code>)".
+  static std::string Stopped(int code, const DtRawHeadIo& io);
 
   // Words for result `code` of a failed DtRaw::Initialize(path) (file mode).
   // For a code that a failed read or a failed parse may give, the head is
   // read again by the tool: when that fails, its words ("file not found",
   // "input/output error while reading the file", ...); when it succeeds,
-  // Parse's words over that head for a parse code, Initialize's otherwise.
+  // Stopped's words over the parse of that head for a parse code,
+  // Initialize's otherwise.
   static std::string ForFile(const std::string& path, int code);
 
-  // The same for a file the tool opened and read the head of itself
-  // (KpzSource::Open) before the library's Initialize failed with `code`:
-  // Parse's words over that head for a parse code, Initialize's otherwise.
-  // Nothing is opened again.
-  static std::string ForSource(KpzSource& source, int code);
+  // The same for a failed DtRaw::Initialize or InitializeBuf whose parse ran
+  // through `io`: Stopped's words for a parse code, Initialize's otherwise.
+  // Nothing is opened or parsed again.
+  static std::string ForParse(const DtRawHeadIo& io, int code);
 
   // The library's result code for a file the tool could not open or read
   // with errno `err` (KpzSource::Errno), as the library's own Initialize

@@ -10,7 +10,9 @@
 #include "kpz/KpzErrorText.h"
 #include "kpz/KpzSource.h"
 #include "raw/DtRaw.h"
-#include "raw/DtRawLayoutCheck.h"
+#include "raw/DtRawRecord.h"
+#include "raw/parser/DtRawHeadIo.h"
+#include "raw/parser/DtRawTagData.h"
 
 namespace {
 
@@ -118,13 +120,13 @@ void readAll(DtRaw& raw, KpzMetadata* md) {
   keep(&md->thumbnail, raw.GetThumbnailInfo(&thumbnail), thumbnail);
 }
 
-using Part = DtRawLayoutCheck::Part;
+using Places = DtRawHeadIo::Places;
 
 // True when the library read the value of `p` from somewhere else than
 // where its entry puts it: a value held outside its entry at an offset of
 // 2 GiB or more, which the library takes with its sign, so that its read of
 // the head clamps it to byte 0 and answers the file's first bytes.
-bool readFromTheStart(const DtRawLayoutCheck::Place& p) {
+bool readFromTheStart(const DtRawHeadIo::Place& p) {
   return p.m_size > 4 && p.m_hasData && p.m_pos > 0x7FFFFFFFu;
 }
 
@@ -132,11 +134,12 @@ bool readFromTheStart(const DtRawLayoutCheck::Place& p) {
 // from the file's start instead of its place: not recorded there, whatever
 // the library made of the bytes it read. `pastEnd` says which.
 template <typename T>
-void cutOff(KpzMetadata::Value<T>* v, const DtRawLayoutCheck::Places& places, std::uint64_t fileSize,
-            std::initializer_list<std::pair<Part, UINT16>> tags) {
+void cutOff(KpzMetadata::Value<T>* v, const Places& places,
+            std::initializer_list<std::pair<DtRawTagCategory, UINT16>> tags) {
   for (const auto& t : tags) {
-    const DtRawLayoutCheck::Place* p = places.Get(t.first, t.second);
-    const bool pastEnd = p != nullptr ? p->PastEnd(fileSize) : places.Cut(t.first);
+    const INT32 category = static_cast<INT32>(t.first);
+    const DtRawHeadIo::Place* p = places.Get(category, t.second);
+    const bool pastEnd = p != nullptr ? p->PastEnd(places.m_fileSize) : places.Cut(category);
     if (pastEnd || (p != nullptr && readFromTheStart(*p))) {
       v->result = DtRawErrNoData;
       v->value = T{};
@@ -146,54 +149,48 @@ void cutOff(KpzMetadata::Value<T>* v, const DtRawLayoutCheck::Places& places, st
   }
 }
 
-// Marks every value of *md that lies past the end of a file of `fileSize`
-// bytes whose head is `head` (zeros after the end), or at an offset the
-// library's read clamps to the file's start.
-void markPastEnd(const UINT8* head, std::uint64_t fileSize, KpzMetadata* md) {
+// Marks every value of *md that lies past the end of the file (zeros were
+// read there) or at an offset the library's read clamps to the file's
+// start, from where its parse found the entries (`places`).
+void markPastEnd(const Places& places, KpzMetadata* md) {
   // In a file at least as long as the head, every place the parse reads
   // lies in the head, hence in the file (nominal places beyond the head
   // are not read from it), but for values at 2 GiB or more: those are
   // looked for in every file.
-  DtRawLayoutCheck::Places places;
-  DtRawLayoutCheck::Locate(head, fileSize, &places);
-  const std::uint64_t n = fileSize;
-  cutOff(&md->make, places, n, {{DtRawLayoutCheck::PartIfd0, 0x010F}});
-  cutOff(&md->model, places, n, {{DtRawLayoutCheck::PartIfd0, 0x0110}});
-  cutOff(&md->dateTimeOriginal, places, n, {{DtRawLayoutCheck::PartExif, 0x9003}});
-  cutOff(&md->exposureTime, places, n, {{DtRawLayoutCheck::PartExif, 0x829A}});
-  cutOff(&md->fNumber, places, n, {{DtRawLayoutCheck::PartExif, 0x829D}});
-  cutOff(&md->focalLength, places, n, {{DtRawLayoutCheck::PartExif, 0x920A}});
-  cutOff(&md->focalLength35mm, places, n, {{DtRawLayoutCheck::PartExif, 0xA405}});
-  cutOff(&md->isoSpeed, places, n, {{DtRawLayoutCheck::PartExif, 0x8827}});
-  cutOff(&md->exposureBias, places, n, {{DtRawLayoutCheck::PartExif, 0x9204}});
-  cutOff(&md->exposureProgram, places, n, {{DtRawLayoutCheck::PartExif, 0x8822}});
-  cutOff(&md->flash, places, n, {{DtRawLayoutCheck::PartExif, 0x9209}});
-  cutOff(&md->rotation, places, n, {{DtRawLayoutCheck::PartIfd0, 0x0112}});
-  cutOff(&md->rawImageWidth, places, n, {{DtRawLayoutCheck::PartExif, 0xA002}});
-  cutOff(&md->rawImageHeight, places, n, {{DtRawLayoutCheck::PartExif, 0xA003}});
-  cutOff(&md->colorSpace, places, n, {{DtRawLayoutCheck::PartExif, 0xA001}});
-  cutOff(&md->customRendered, places, n, {{DtRawLayoutCheck::PartExif, 0xA401}});
-  cutOff(&md->exifVersion, places, n, {{DtRawLayoutCheck::PartExif, 0x9000}});
-  cutOff(&md->iobVersion, places, n, {{DtRawLayoutCheck::PartIob, 0x0002}});
-  cutOff(&md->iobIndex, places, n, {{DtRawLayoutCheck::PartIob, 0x0001}});
+  const DtRawTagCategory ifd0 = DtRawTagCategoryIfd0;
+  const DtRawTagCategory ifd1 = DtRawTagCategoryIfd1;
+  const DtRawTagCategory exif = DtRawTagCategoryExif;
+  const DtRawTagCategory iob = DtRawTagCategoryIob;
+  const DtRawTagCategory note = DtRawTagCategoryMakerNote;
+  const DtRawTagCategory km = DtRawTagCategoryKmMakerNote;
+  cutOff(&md->make, places, {{ifd0, 0x010F}});
+  cutOff(&md->model, places, {{ifd0, 0x0110}});
+  cutOff(&md->dateTimeOriginal, places, {{exif, 0x9003}});
+  cutOff(&md->exposureTime, places, {{exif, 0x829A}});
+  cutOff(&md->fNumber, places, {{exif, 0x829D}});
+  cutOff(&md->focalLength, places, {{exif, 0x920A}});
+  cutOff(&md->focalLength35mm, places, {{exif, 0xA405}});
+  cutOff(&md->isoSpeed, places, {{exif, 0x8827}});
+  cutOff(&md->exposureBias, places, {{exif, 0x9204}});
+  cutOff(&md->exposureProgram, places, {{exif, 0x8822}});
+  cutOff(&md->flash, places, {{exif, 0x9209}});
+  cutOff(&md->rotation, places, {{ifd0, 0x0112}});
+  cutOff(&md->rawImageWidth, places, {{exif, 0xA002}});
+  cutOff(&md->rawImageHeight, places, {{exif, 0xA003}});
+  cutOff(&md->colorSpace, places, {{exif, 0xA001}});
+  cutOff(&md->customRendered, places, {{exif, 0xA401}});
+  cutOff(&md->exifVersion, places, {{exif, 0x9000}});
+  cutOff(&md->iobVersion, places, {{iob, 0x0002}});
+  cutOff(&md->iobIndex, places, {{iob, 0x0001}});
   // The preview's offset and length (the Km maker note's when it has them,
   // IFD0's otherwise) and its pixel size in the maker note: a record not
   // whole in the file is not given.
-  if (places.Get(DtRawLayoutCheck::PartKmMakerNote, 0x0088) != nullptr) {
-    cutOff(&md->screennail, places, n,
-           {{DtRawLayoutCheck::PartKmMakerNote, 0x0088},
-            {DtRawLayoutCheck::PartKmMakerNote, 0x0089},
-            {DtRawLayoutCheck::PartMakerNote, 0xB02C}});
+  if (places.Get(km, 0x0088) != nullptr) {
+    cutOff(&md->screennail, places, {{km, 0x0088}, {km, 0x0089}, {note, 0xB02C}});
   } else {
-    cutOff(&md->screennail, places, n,
-           {{DtRawLayoutCheck::PartIfd0, 0x0201},
-            {DtRawLayoutCheck::PartIfd0, 0x0202},
-            {DtRawLayoutCheck::PartMakerNote, 0xB02C}});
+    cutOff(&md->screennail, places, {{ifd0, 0x0201}, {ifd0, 0x0202}, {note, 0xB02C}});
   }
-  cutOff(&md->thumbnail, places, n,
-         {{DtRawLayoutCheck::PartIfd1, 0x0201},
-          {DtRawLayoutCheck::PartIfd1, 0x0202},
-          {DtRawLayoutCheck::PartIfd1, 0x0103}});
+  cutOff(&md->thumbnail, places, {{ifd1, 0x0201}, {ifd1, 0x0202}, {ifd1, 0x0103}});
 }
 
 }  // namespace
@@ -220,32 +217,42 @@ bool KpzMetadataReader::Read(const std::string& path, KpzMetadata* out) {
 bool KpzMetadataReader::ReadOpened(KpzSource& source, const std::string& name, KpzMetadata* out) {
   *out = KpzMetadata();
   out->file = name;
+  // The one parse runs through a head channel that records why it stops
+  // and where the entries it kept lie.
+  DtRawHeadIo io(source.Size());
+  Places places;
+  io.KeepPlaces(&places);
   DtRaw raw;
+  DtRawRecord::ParseThrough(&raw, &io);
   out->initialized = true;
   const std::string libraryPath = source.LibraryPath();
   out->initResult = raw.Initialize(libraryPath.c_str());
   if (out->initResult != DtRawOk) {
-    out->error = KpzErrorText::ForSource(source, out->initResult);
+    out->error = KpzErrorText::ForParse(io, out->initResult);
     return false;
   }
   readAll(raw, out);
   raw.Finalize();
-  markPastEnd(source.Head(), source.Size(), out);
+  markPastEnd(places, out);
   return true;
 }
 
 bool KpzMetadataReader::ReadHead(KpzSource& source, const std::string& name, KpzMetadata* out) {
   *out = KpzMetadata();
   out->file = name;
+  DtRawHeadIo io(source.Size());
+  Places places;
+  io.KeepPlaces(&places);
   DtRaw raw;
+  DtRawRecord::ParseThrough(&raw, &io);
   out->initialized = true;
   out->initResult = raw.InitializeBuf(source.Head(), static_cast<int>(KpzSource::kHeadSize));
   if (out->initResult != DtRawOk) {
-    out->error = KpzErrorText::Parse(out->initResult, source.Head(), source.Size());
+    out->error = KpzErrorText::Stopped(out->initResult, io);
     return false;
   }
   readAll(raw, out);
   raw.Finalize();
-  markPastEnd(source.Head(), source.Size(), out);
+  markPastEnd(places, out);
   return true;
 }

@@ -49,7 +49,7 @@ class KpzMetadataReader {
   // head is parsed in the library's buffer mode, which sees the bytes its
   // file mode would copy and answers every getter alike. out->file is
   // `name`. False when the head does not parse, with out->error in
-  // KpzErrorText::Parse's words.
+  // KpzErrorText::Stopped's words, from that parse's own record.
   static bool ReadHead(KpzSource& source, const std::string& name, KpzMetadata* out);
 };
 

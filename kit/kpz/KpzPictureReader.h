@@ -64,7 +64,7 @@ class KpzPictureReader {
                    DtRawFailure* why = nullptr);
 
   // Parse, then Find: also fails when the head does not parse (KindNotKpz,
-  // in DtRawErrorText::Parse's words).
+  // in DtRawErrorText::Stopped's words).
   static bool Find(KpzSource& source, Kind kind, Picture* picture, std::string* error,
                    DtRawFailure* why = nullptr);
 

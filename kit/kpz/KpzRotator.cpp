@@ -12,7 +12,9 @@
 #include "kpz/KpzSource.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
-#include "raw/DtRawLayoutCheck.h"
+#include "raw/DtRawRecord.h"
+#include "raw/parser/DtRawHeadIo.h"
+#include "raw/parser/DtRawTagData.h"
 
 namespace {
 
@@ -84,35 +86,34 @@ const std::uint32_t kLastReachable = 0x7FFFFFFFu;
 // One place the write-back changes.
 struct Write {
   const char* what;
-  const DtRawLayoutCheck::Place* place;
+  const DtRawHeadIo::Place* place;
 };
 
 bool overlaps(std::uint64_t aPos, std::uint64_t aSize, std::uint64_t bPos, std::uint64_t bSize) {
   return aPos < bPos + bSize && bPos < aPos + aSize;
 }
 
-std::string partWords(DtRawLayoutCheck::Part part) {
-  switch (part) {
-    case DtRawLayoutCheck::PartIfd0:
+std::string partWords(INT32 category) {
+  switch (category) {
+    case DtRawTagCategoryIfd0:
       return "IFD0's";
-    case DtRawLayoutCheck::PartIfd1:
+    case DtRawTagCategoryIfd1:
       return "IFD1's";
-    case DtRawLayoutCheck::PartExif:
+    case DtRawTagCategoryExif:
       return "the Exif directory's";
-    case DtRawLayoutCheck::PartIob:
+    case DtRawTagCategoryIob:
       return "the interoperability directory's";
-    case DtRawLayoutCheck::PartMakerNote:
+    case DtRawTagCategoryMakerNote:
       return "the maker note's";
-    case DtRawLayoutCheck::PartKmMakerNote:
+    case DtRawTagCategoryKmMakerNote:
       return "the Km maker note's";
-    case DtRawLayoutCheck::PartNone:
     default:
       return "a directory's";
   }
 }
 
 // "(<what>, <n> bytes at byte <pos>)"
-std::string placeWords(const char* what, const DtRawLayoutCheck::Place& p) {
+std::string placeWords(const char* what, const DtRawHeadIo::Place& p) {
   return std::string("(") + what + ", " + std::to_string(p.m_size) + " bytes at byte " +
          std::to_string(p.m_pos) + ")";
 }
@@ -135,8 +136,9 @@ std::string reachWords(std::uint32_t pos, std::uint32_t size, std::uint64_t file
 }
 
 // Every place DtRaw::Update will write for a new orientation, and the bytes
-// it copies there, worked out from the head as the library parsed it
-// (SetRotationInfo's and syncDateTime's rules) and checked before anything
+// it copies there, worked out from where the library's parse found the
+// entries (`places`, kept by the head channel it ran through) by
+// SetRotationInfo's and syncDateTime's rules, and checked before anything
 // is written: each lies inside the file, after its TIFF header and below
 // 2 GiB; the date and time copied into IFD1's was read from the file
 // itself; no written value overlaps a directory entry other than its own,
@@ -145,25 +147,23 @@ std::string reachWords(std::uint32_t pos, std::uint32_t size, std::uint64_t file
 // The library itself seeks to a value's offset with its sign and clamps a
 // read of the head to its start (a negative offset reads byte 0 on), so
 // these checks are made here, before it is asked to write.
-std::string checkPlan(KpzSource& source) {
-  DtRawLayoutCheck::Places places;
-  DtRawLayoutCheck::Locate(source.Head(), source.Size(), &places);
+std::string checkPlan(const DtRawHeadIo::Places& places) {
   Write plan[3] = {};
   std::size_t count = 0;
-  const DtRawLayoutCheck::Place* ifd0 = places.Get(DtRawLayoutCheck::PartIfd0, kTagOrientation);
+  const DtRawHeadIo::Place* ifd0 = places.Get(DtRawTagCategoryIfd0, kTagOrientation);
   if (ifd0 == nullptr || ifd0->m_size != kOrientationSize) {
-    // The library found a 2-byte orientation the walk did not: the plan
-    // would not be whole.
+    // The library answered a 2-byte orientation its parse kept nowhere
+    // seen here: the plan would not be whole.
     return "the places of the orientation in the file cannot be worked out; not changed";
   }
   plan[count++] = Write{"IFD0's orientation", ifd0};
-  const DtRawLayoutCheck::Place* ifd1 = places.Get(DtRawLayoutCheck::PartIfd1, kTagOrientation);
+  const DtRawHeadIo::Place* ifd1 = places.Get(DtRawTagCategoryIfd1, kTagOrientation);
   if (ifd1 != nullptr && ifd1->m_size == kOrientationSize) {
     plan[count++] = Write{"IFD1's orientation", ifd1};
   }
-  const DtRawLayoutCheck::Place* time0 = places.Get(DtRawLayoutCheck::PartIfd0, kTagDateTime);
-  const DtRawLayoutCheck::Place* time1 = places.Get(DtRawLayoutCheck::PartIfd1, kTagDateTime);
-  const DtRawLayoutCheck::Place* copied = nullptr;
+  const DtRawHeadIo::Place* time0 = places.Get(DtRawTagCategoryIfd0, kTagDateTime);
+  const DtRawHeadIo::Place* time1 = places.Get(DtRawTagCategoryIfd1, kTagDateTime);
+  const DtRawHeadIo::Place* copied = nullptr;
   if (time0 != nullptr && time1 != nullptr && time0->m_size == kDateTimeSize &&
       time1->m_size == kDateTimeSize) {
     // Written when the two differ (compared as text); when either could not
@@ -177,13 +177,13 @@ std::string checkPlan(KpzSource& source) {
       copied = time0;
     }
   }
-  const std::uint64_t fileSize = source.Size();
+  const std::uint64_t fileSize = places.m_fileSize;
   if (copied != nullptr) {
     // The bytes copied are IFD0's value as the library read it from the
     // head: they must be the file's own, where the entry says they are.
     std::string why = reachWords(copied->m_pos, copied->m_size, fileSize);
-    if (why.empty() && (copied->m_pos > DtRawLayoutCheck::HEAD_SIZE ||
-                        copied->m_size > DtRawLayoutCheck::HEAD_SIZE - copied->m_pos)) {
+    if (why.empty() && (copied->m_pos > DtRawHeadIo::HEAD_SIZE ||
+                        copied->m_size > DtRawHeadIo::HEAD_SIZE - copied->m_pos)) {
       why = "lies beyond the first 64 KiB, which is all that is read";
     }
     if (!why.empty()) {
@@ -192,7 +192,7 @@ std::string checkPlan(KpzSource& source) {
     }
   }
   for (std::size_t i = 0; i < count; ++i) {
-    const DtRawLayoutCheck::Place& p = *plan[i].place;
+    const DtRawHeadIo::Place& p = *plan[i].place;
     const std::string head =
         "a place the new orientation is written to " + placeWords(plan[i].what, p) + " ";
     const std::string why = reachWords(p.m_pos, p.m_size, fileSize);
@@ -208,21 +208,21 @@ std::string checkPlan(KpzSource& source) {
     }
     // A value written over an entry: first the entries written, then every
     // other entry kept. A value held in its own entry's field is inside it.
-    const DtRawLayoutCheck::Place* hit = nullptr;
+    const DtRawHeadIo::Place* hit = nullptr;
     for (std::size_t j = 0; j < count && hit == nullptr; ++j) {
-      const DtRawLayoutCheck::Place& q = *plan[j].place;
+      const DtRawHeadIo::Place& q = *plan[j].place;
       if (&q != &p && overlaps(p.m_pos, p.m_size, q.m_entry, kEntrySize)) {
         hit = &q;
       }
     }
     for (UINT j = 0; j < places.m_count && hit == nullptr; ++j) {
-      const DtRawLayoutCheck::Place& q = places.m_at[j];
+      const DtRawHeadIo::Place& q = places.m_at[j];
       if (&q != &p && overlaps(p.m_pos, p.m_size, q.m_entry, kEntrySize)) {
         hit = &q;
       }
     }
     if (hit != nullptr) {
-      return head + "overlaps " + partWords(hit->m_part) + " entry of tag " +
+      return head + "overlaps " + partWords(hit->m_category) + " entry of tag " +
              std::to_string(hit->m_tag) + " (" + std::to_string(kEntrySize) + " bytes at byte " +
              std::to_string(hit->m_entry) + "); not changed";
     }
@@ -245,11 +245,17 @@ KpzRotator::Outcome KpzRotator::Rotate(const std::string& path, const Change& ch
 
 KpzRotator::Outcome KpzRotator::Rotate(KpzSource& source, const Change& change, bool dryRun) {
   Outcome out;
+  // The one parse runs through a head channel that records why it stops
+  // and where the entries it kept lie.
+  DtRawHeadIo io(source.Size());
+  DtRawHeadIo::Places places;
+  io.KeepPlaces(&places);
   DtRaw raw;
+  DtRawRecord::ParseThrough(&raw, &io);
   const std::string libraryPath = source.LibraryPath();
   const int initRet = raw.Initialize(libraryPath.c_str());
   if (initRet != DtRawOk) {
-    return failed(out, Failure::Input, initRet, KpzErrorText::ForSource(source, initRet));
+    return failed(out, Failure::Input, initRet, KpzErrorText::ForParse(io, initRet));
   }
   unsigned char current = 0;
   const int getRet = raw.GetRotationInfo(&current);
@@ -273,7 +279,7 @@ KpzRotator::Outcome KpzRotator::Rotate(KpzSource& source, const Change& change, 
   }
   // Every place to be written is checked before the first byte is: a
   // failure leaves the file as it was (a dry run says it too).
-  const std::string planError = checkPlan(source);
+  const std::string planError = checkPlan(places);
   if (!planError.empty()) {
     raw.Finalize();  // drops the queued change unwritten
     return failed(out, Failure::Output, DtRawErrSeek, planError);

@@ -13,6 +13,8 @@
 
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawRecord.h"
+#include "raw/parser/DtRawHeadIo.h"
 #include "support/KpzFileBuilder.h"
 
 namespace {
@@ -26,14 +28,19 @@ std::string Words(Say say, const char* what) {
   return out;
 }
 
+// Stopped's words for `code` after the facade parsed `file`'s head through a
+// head channel (null: no parse, nothing recorded).
 std::string ParseWords(int code, const std::vector<std::uint8_t>* file) {
   std::vector<UINT8> head(DtRaw::READ_SIZE, 0);
+  DtRawHeadIo io(file != nullptr ? file->size() : 0);
   if (file != nullptr) {
     std::memcpy(head.data(), file->data(), std::min(file->size(), head.size()));
+    DtRaw raw;
+    DtRawRecord::ParseThrough(&raw, &io);
+    (void)raw.InitializeBuf(head.data(), static_cast<int>(head.size()));
   }
   char out[DtRawErrorText::WORDS_SIZE];
-  DtRawErrorText::Parse(code, file != nullptr ? head.data() : nullptr,
-                        file != nullptr ? file->size() : 0, out, sizeof out);
+  DtRawErrorText::Stopped(code, io, out, sizeof out);
   return out;
 }
 

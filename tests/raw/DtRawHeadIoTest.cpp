@@ -1,10 +1,11 @@
 // DtRawHeadIoTest.cpp - the head channel (jni/raw/parser/DtRawHeadIo): it
 // reads as a plain memory channel, keeps the first failure the parse records
-// in it, and what the parse records there names why a head fails exactly as
-// the step-by-step walk of the head (DtRawLayoutCheck::Inspect) does, which
-// serves here as the oracle: the same Finding and the same words for every
-// head of standard files cut at every offset, thousands of damaged heads and
-// random ones.
+// in it, and what the parse records there (why a head fails, where the
+// entries it kept lie) is what an independent step-by-step walk of the head
+// (tests/support/KpzLayoutWalk) finds, which serves here as the oracle: the
+// same Finding, the same words and the same places for every head of
+// standard files cut at every offset, thousands of damaged heads and random
+// ones.
 #include "raw/parser/DtRawHeadIo.h"
 
 #include <gtest/gtest.h>
@@ -25,6 +26,7 @@
 #include "raw/parser/DtRawTagData.h"
 #include "raw/parser/DtRawTagDataList.h"
 #include "support/KpzFileBuilder.h"
+#include "support/KpzLayoutWalk.h"
 #include "support/LogExpect.h"
 #include "util/io/DtNlBuffIo.h"
 #include "util/io/DtNlDataStream.h"
@@ -75,34 +77,86 @@ int FacadeCode(Head& h) {
   return raw.InitializeBuf(h.bytes.data(), static_cast<int>(h.bytes.size()));
 }
 
-// The engine over the head through a head channel: its result and what it
-// recorded.
+// The engine over the head through a head channel asked to keep places:
+// its result and what it recorded.
 struct Recorded {
   int code = 0;
   Finding finding;
+  DtRawHeadIo::Places places;
 };
-Recorded ParseThroughHead(const Head& h) {
+void ParseThroughHead(const Head& h, Recorded* r) {
   DtRawHeadIo io(h.fileSize);
+  io.KeepPlaces(&r->places);
   DtNlDataStream stream(&io);
   EXPECT_EQ(stream.Open(h.bytes.data(), kHead), 0);
   DtRawEng eng;
-  Recorded r;
-  r.code = eng.Parse(&stream);
-  r.finding = DtRawLayoutCheck::Recorded(io, r.code);
-  return r;
+  r->code = eng.Parse(&stream);
+  r->finding = DtRawLayoutCheck::Recorded(io, r->code);
 }
 
-// One head: the result is the plain channel's; the recorded Finding is the
-// walk's; the record's words are the words told from the walk. False (after
-// reporting) on any difference.
+// The words a front end gives for `code` by the walk's finding: its reason
+// when the walk found one for that code, else the code's own words.
+std::string WalkedWords(int code, const Finding& walked) {
+  const bool same = walked.m_code == code || (ReadFamily(walked.m_code) && ReadFamily(code));
+  const std::string reason = WordsOf(walked);
+  if (same && !reason.empty()) {
+    return "not a KPZ raw file (" + reason + ")";
+  }
+  const DtRawHeadIo nothingRecorded(0);
+  char words[DtRawErrorText::WORDS_SIZE];
+  DtRawErrorText::Stopped(code, nothingRecorded, words, sizeof words);
+  return words;
+}
+
+// The directory category of a part of the walk's.
+INT32 CategoryOf(DtRawLayoutCheck::Part part) {
+  return static_cast<INT32>(part) - static_cast<INT32>(DtRawLayoutCheck::PartIfd0) +
+         static_cast<INT32>(DtRawTagCategoryIfd0);
+}
+
+// The places the parse kept are the walk's, entry for entry, and so are the
+// directories read whole and cut.
+bool SamePlaces(const DtRawHeadIo::Places& got, const KpzLayoutWalk::Places& walked,
+                const std::string& what) {
+  bool same = got.m_count == walked.m_count && got.m_fileSize == walked.m_fileSize;
+  EXPECT_TRUE(same) << what << ": " << got.m_count << " places kept, the walk's "
+                    << walked.m_count;
+  for (UINT i = 0; same && i < walked.m_count; ++i) {
+    const KpzLayoutWalk::Place& w = walked.m_at[i];
+    const DtRawHeadIo::Place* p = got.Get(CategoryOf(w.m_part), w.m_tag);
+    same = p != nullptr && p->m_entry == w.m_entry && p->m_pos == w.m_pos &&
+           p->m_size == w.m_size && p->m_hasData == w.m_hasData &&
+           (!w.m_hasData || std::memcmp(p->m_data, w.m_data, w.m_size) == 0) &&
+           p->PastEnd(got.m_fileSize) == w.PastEnd(walked.m_fileSize);
+    EXPECT_TRUE(same) << what << ": the place of tag " << w.m_tag << " in part " << w.m_part;
+  }
+  for (INT32 part = DtRawLayoutCheck::PartIfd0; same && part <= DtRawLayoutCheck::PartKmMakerNote;
+       ++part) {
+    const auto category = static_cast<UINT>(CategoryOf(static_cast<DtRawLayoutCheck::Part>(part)));
+    same = got.m_read[category] == walked.m_read[part] &&
+           got.m_cut[category] == walked.m_cut[part] &&
+           got.Cut(static_cast<INT32>(category)) ==
+               walked.Cut(static_cast<DtRawLayoutCheck::Part>(part));
+    EXPECT_TRUE(same) << what << ": part " << part << " read, cut or counted cut otherwise";
+  }
+  return same;
+}
+
+// One head: the result is the plain channel's; the recorded Finding and
+// places are the walk's; the record's words are the words told from the
+// walk. False (after reporting) on any difference.
 bool Agrees(Head& h, const std::string& what) {
   const int plain = FacadeCode(h);
-  const Recorded r = ParseThroughHead(h);
+  Recorded r;
+  ParseThroughHead(h, &r);
   EXPECT_EQ(r.code, plain) << what;
   if (r.code != plain) {
     return false;
   }
-  const Finding walked = DtRawLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+  const Finding walked = KpzLayoutWalk::Inspect(h.bytes.data(), h.fileSize);
+  KpzLayoutWalk::Places walkedPlaces;
+  KpzLayoutWalk::Locate(h.bytes.data(), h.fileSize, &walkedPlaces);
+  const bool places = SamePlaces(r.places, walkedPlaces, what);
   const Finding& got = r.finding;
   bool same = true;
   if (plain == DtRawOk) {
@@ -122,17 +176,16 @@ bool Agrees(Head& h, const std::string& what) {
       DtRawRecord::Parse(h.bytes.data(), kHead, h.fileSize, DtRawRecord::FieldsPictures);
   if (plain == DtRawOk) {
     EXPECT_TRUE(record.Ok()) << what;
-    return same && record.Ok();
+    return same && places && record.Ok();
   }
-  char walkedWords[DtRawErrorText::WORDS_SIZE];
-  DtRawErrorText::Parse(plain, h.bytes.data(), h.fileSize, walkedWords, sizeof walkedWords);
+  const std::string walkedWords = WalkedWords(plain, walked);
   const bool words = !record.Ok() && std::string(record.Failure().m_words) == walkedWords &&
                      record.Failure().m_code == plain;
   EXPECT_TRUE(words) << what << ": \"" << (record.Ok() ? "" : record.Failure().m_words)
                      << "\" against \"" << walkedWords << "\"";
   // The failure carries the reason its words tell (none when the words are
   // the code's own).
-  const bool told = std::string(walkedWords).find(WordsOf(walked)) != std::string::npos &&
+  const bool told = walkedWords.find(WordsOf(walked)) != std::string::npos &&
                     walked.m_reason != DtRawLayoutCheck::ReasonNone;
   const DtRawFailure& why = record.Failure();
   const bool reason = record.Ok() ||
@@ -141,7 +194,7 @@ bool Agrees(Head& h, const std::string& what) {
                             : why.m_reason == DtRawLayoutCheck::ReasonNone && why.m_at == 0);
   EXPECT_TRUE(reason) << what << ": the failure's reason " << why.m_reason << " part "
                       << why.m_part << " against " << Describe(walked);
-  return same && words && reason;
+  return same && places && words && reason;
 }
 
 // An ordinary TIFF: one directory at offset 8 whose next offset is 0.
@@ -329,11 +382,33 @@ TEST(DtRawHeadIo, TheFailureSaysWhereThePartLies) {
 TEST(DtRawHeadIo, AGoodFileRecordsNothing) {
   for (const Bytes& file : Seeds()) {
     Head h = HeadOf(file, file.size());
-    const Recorded r = ParseThroughHead(h);
+    Recorded r;
+    ParseThroughHead(h, &r);
     if (r.code == DtRawOk) {
       EXPECT_EQ(r.finding.m_reason, DtRawLayoutCheck::ReasonNone);
     }
   }
+}
+
+// A head that is all ones, all zeros or all 42s, alone or behind a TIFF
+// header, in files of every size.
+TEST(DtRawHeadIo, RecordsWhatTheWalkFindsForFilledHeads) {
+  int disagreements = 0;
+  kpztest::CaptureStderr([&] {
+    for (const int fill : {0x00, 0xFF, 0x2A}) {
+      for (const std::uint64_t size : {0ull, 1ull, 8ull, 0x10000ull, 0x100000000ull}) {
+        Head h;
+        std::fill(h.bytes.begin(), h.bytes.end(), static_cast<UINT8>(fill));
+        h.fileSize = size;
+        disagreements += Agrees(h, "filled head") ? 0 : 1;
+        h.bytes[0] = h.bytes[1] = 'M';
+        h.bytes[2] = 0;
+        h.bytes[3] = 42;
+        disagreements += Agrees(h, "filled head behind a header") ? 0 : 1;
+      }
+    }
+  });
+  EXPECT_EQ(disagreements, 0);
 }
 
 // Every standard file cut at every offset of its structures (and at a

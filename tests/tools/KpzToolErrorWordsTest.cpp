@@ -3,7 +3,7 @@
 // info --json (the "error" field, with the library's result), preview,
 // thumbnail and rotate. One case per result code a file can make the
 // initialisation return, and for the layout codes one per kind of reason
-// (every reason, in both byte orders, is in tests/kit/kpz/KpzLayoutCheckTest.cpp);
+// (every reason, in both byte orders, is in tests/raw/DtRawLayoutCheckTest.cpp);
 // the codes only the fault seam can make are in
 // tests/kit/kpz/KpzErrorTextTest.cpp, the pictures' and the orientation's
 // own failures in KpzToolTest.cpp and KpzToolRotateTest.cpp.

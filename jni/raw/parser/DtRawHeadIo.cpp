@@ -2,6 +2,7 @@
 // (jni/raw/parser). See DtRawHeadIo.h.
 #include "raw/parser/DtRawHeadIo.h"
 
+#include <cstring>
 #include <typeinfo>
 
 #include "raw/parser/DtRawTagData.h"
@@ -18,6 +19,12 @@ const std::uint64_t kNextSize = 4;
 
 // Bytes of the maker note's header before its directory ("KAVI" and 8 more).
 const std::uint64_t kMakerNoteHeader = 12;
+
+// The pointers that lead from one directory to another.
+const UINT16 kTagExifPointer = 0x8769;  // IFD0: the Exif directory
+const UINT16 kTagIobPointer = 0xA005;   // Exif: the interoperability directory
+const UINT16 kTagMakerNote = 0x927C;    // Exif: the maker note
+const UINT16 kTagKmPointer = 0xB028;    // maker note: the Km maker note
 
 // Offsets the channel reads at 0 (negative as signed 32-bit numbers): no
 // extent is noted for them.
@@ -42,7 +49,9 @@ DtRawHeadIo::DtRawHeadIo(std::uint64_t fileSize)
       m_stop(),
       m_cut(),
       m_takenCount(0),
-      m_lengthCount(0) {}
+      m_lengthCount(0),
+      m_places(nullptr),
+      m_placesNoted(0) {}
 
 DtRawHeadIo::~DtRawHeadIo() = default;
 
@@ -56,8 +65,103 @@ int DtRawHeadIo::Open(const UINT8* buffer, UINT size) {
     m_takenCount = 0;
     m_lengthCount = 0;
     m_movedTo = 0;
+    KeepPlaces(m_places);
   }
   return result;
+}
+
+void DtRawHeadIo::KeepPlaces(Places* places) {
+  m_places = places;
+  m_placesNoted = 0;
+  if (places != nullptr) {
+    *places = Places();
+    places->m_fileSize = m_fileSize;
+  }
+}
+
+void DtRawHeadIo::KeptEntry(const DtRawTagData* tag, UINT32 entry) {
+  if (m_places == nullptr || m_placesNoted >= Places::MAX_PLACES) {
+    return;
+  }
+  Place& p = m_places->m_at[m_placesNoted++];
+  p.m_category = static_cast<INT32>(tag->m_category);
+  p.m_tag = tag->m_tagId;
+  p.m_entry = entry;
+  p.m_pos = tag->m_offset;
+  p.m_size = tag->m_size;
+  p.m_hasData = tag->m_data != nullptr && tag->m_size >= 1 && tag->m_size <= sizeof p.m_data;
+  if (p.m_hasData) {
+    std::memcpy(p.m_data, tag->m_data, tag->m_size);
+  }
+}
+
+bool DtRawHeadIo::Place::PastEnd(std::uint64_t fileSize) const {
+  // The entry's tag, type and count (8 bytes), then its field: the value
+  // itself (up to 4 bytes) or the offset of the value (4 bytes).
+  const std::uint64_t field = m_size <= 4 ? m_size : 4;
+  if (std::uint64_t{m_entry} + 8 + field > fileSize) {
+    return true;
+  }
+  return m_size > 0 && std::uint64_t{m_pos} + m_size > fileSize;
+}
+
+const DtRawHeadIo::Place* DtRawHeadIo::Places::Get(INT32 category, UINT16 tag) const {
+  for (UINT i = 0; i < m_count && i < MAX_PLACES; ++i) {
+    if (m_at[i].m_category == category && m_at[i].m_tag == tag) {
+      return &m_at[i];
+    }
+  }
+  return nullptr;
+}
+
+bool DtRawHeadIo::Places::Cut(INT32 category) const {
+  // Bounded: each step goes to the directory holding the pointer, and IFD0
+  // has none.
+  for (UINT steps = 0; steps < CATEGORIES; ++steps) {
+    if (category < 0 || category >= static_cast<INT32>(CATEGORIES)) {
+      return false;
+    }
+    const UINT i = static_cast<UINT>(category);
+    if (m_cut[i]) {
+      return true;
+    }
+    // The directory holding the pointer, and the pointer's tag (0: the
+    // next-directory offset, part of the holder's extent).
+    INT32 holder = NO_CATEGORY;
+    UINT16 pointer = 0;
+    switch (category) {
+      case DtRawTagCategoryIfd1:
+        holder = DtRawTagCategoryIfd0;
+        break;
+      case DtRawTagCategoryExif:
+        holder = DtRawTagCategoryIfd0;
+        pointer = kTagExifPointer;
+        break;
+      case DtRawTagCategoryIob:
+        holder = DtRawTagCategoryExif;
+        pointer = kTagIobPointer;
+        break;
+      case DtRawTagCategoryMakerNote:
+        holder = DtRawTagCategoryExif;
+        pointer = kTagMakerNote;
+        break;
+      case DtRawTagCategoryKmMakerNote:
+        holder = DtRawTagCategoryMakerNote;
+        pointer = kTagKmPointer;
+        break;
+      default:
+        return false;
+    }
+    const Place* held = pointer != 0 ? Get(holder, pointer) : nullptr;
+    if (held != nullptr && held->PastEnd(m_fileSize)) {
+      return true;
+    }
+    if (m_read[i]) {
+      return false;
+    }
+    category = holder;
+  }
+  return false;
 }
 
 int DtRawHeadIo::Seek(long long offset, DtNlIoSeekPos origin) {
@@ -134,6 +238,15 @@ int DtRawHeadIo::Refuse(Step step, const DtRawTagData* tag, int code, UINT32 off
 void DtRawHeadIo::TookDirectory(UINT32 category, UINT32 offset, UINT32 entries,
                                 const DtRawTagDataList* tags, const UINT16* targets,
                                 INT32 targetCount) {
+  if (m_places != nullptr && m_stop.m_step == StepNone) {
+    // The entries noted while it was read are its own now.
+    m_places->m_count = m_placesNoted;
+    if (category < Places::CATEGORIES) {
+      const std::uint64_t end = std::uint64_t{offset} + kCountSize + kEntrySize * entries + kNextSize;
+      m_places->m_read[category] = true;
+      m_places->m_cut[category] = offset <= kLargestOffset && end > m_fileSize;
+    }
+  }
   if (m_takenCount < MAX_TAKEN && m_stop.m_step == StepNone) {
     Taken& t = m_taken[m_takenCount++];
     t.m_header = false;

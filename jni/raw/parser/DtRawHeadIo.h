@@ -20,6 +20,12 @@
 // (FileSize) is recorded too (FirstCut). A parse that succeeds pays one note
 // per directory.
 //
+// Asked to (KeepPlaces), it also keeps where the parse found each entry it
+// kept: the directory, the tag, the entry's and the value's positions, the
+// value's size and bytes (Places). A caller that changes values in place or
+// tells a value cut off from one not recorded reads them there after the
+// parse, instead of looking for the entries in the head itself.
+//
 //   DtRawHeadIo io(fileSize);
 //   DtNlDataStream stream(&io);             // lent
 //   stream.Open(head, DtRawHeadIo::HEAD_SIZE);
@@ -30,7 +36,8 @@
 // Pointer members, all borrowed: m_head (the block given to Open); the tag
 // lists and target ids of the directories noted (the parsers', looked at only
 // during the parse, at its first failure); the tags whose lengths are kept
-// (compared, never followed after the parse). Not copyable. One parse at a
+// (compared, never followed after the parse); the places asked for
+// (KeepPlaces, written during the parse). Not copyable. One parse at a
 // time; read the record after the parse returned.
 #ifndef KPZ_RAW_PARSER_DTRAWHEADIO_H
 #define KPZ_RAW_PARSER_DTRAWHEADIO_H
@@ -90,6 +97,44 @@ class DtRawHeadIo final : public DtNlBuffIo {
     std::uint64_t m_end = 0;
   };
 
+  // Where the parse found one kept entry (a target tag) of a directory it
+  // read whole. Kept only when asked (KeepPlaces).
+  struct Place {
+    INT32 m_category = NO_CATEGORY;  // the directory (a DtRawTagCategory)
+    UINT16 m_tag = 0;
+    UINT32 m_entry = 0;         // where its 12-byte entry starts
+    UINT32 m_pos = 0;           // where its value lies: the entry's field, or the offset held
+    UINT32 m_size = 0;          // the value's bytes as the parser counts them (32-bit)
+    bool m_hasData = false;     // m_data holds the value (1 to 32 bytes, as the parse read it)
+    UINT8 m_data[32] = {};
+
+    // True when a byte of the entry or of the value lies at or past
+    // `fileSize`: the parse read zeros there, not the file.
+    bool PastEnd(std::uint64_t fileSize) const;
+  };
+
+  // The kept entries of every directory the parse read whole, in the order
+  // read, and which directories those were.
+  struct Places {
+    static constexpr UINT MAX_PLACES = 40;  // the target ids of all six directories fit
+    static constexpr UINT CATEGORIES = 6;   // DtRawTagCategoryIfd0 .. KmMakerNote
+    Place m_at[MAX_PLACES];
+    UINT m_count = 0;
+    std::uint64_t m_fileSize = 0;
+    bool m_read[CATEGORIES] = {};  // by category: the directory was read whole
+    bool m_cut[CATEGORIES] = {};   // by category: it runs past the end of the file
+
+    // The entry of `tag` in the directory of `category`, or null when the
+    // parse kept none.
+    const Place* Get(INT32 category, UINT16 tag) const;
+    // True when the directory of `category` runs past the end of the file
+    // (its entries there were read as zeros), or was not reached because the
+    // directory holding its pointer does, or when the entry holding its
+    // offset is cut: an entry missing there (or found where a cut offset
+    // led) may well be cut off.
+    bool Cut(INT32 category) const;
+  };
+
   // A channel for the head of a file of `fileSize` bytes (its real size).
   explicit DtRawHeadIo(std::uint64_t fileSize);
   ~DtRawHeadIo() override;
@@ -118,6 +163,17 @@ class DtRawHeadIo final : public DtNlBuffIo {
   // The head channel behind `io`, or null for any other channel (this
   // channel is told first, by the identity of its type).
   static DtRawHeadIo* Of(DtNlIo* io);
+
+  // Has the next parses through this channel keep in *places (borrowed: it
+  // must outlive them; null, the default, keeps none) where each kept entry
+  // of every directory read whole lies (Places). Each Open empties it. A
+  // parse that keeps nothing pays nothing for this but one test per
+  // directory and one per entry kept.
+  void KeepPlaces(Places* places);
+
+  // True when the parses through this channel keep places (KeepPlaces).
+  // For the IFD parsers, once per directory.
+  bool KeepsPlaces() const { return m_places != nullptr; }
 
   // ---- recording (the engine and the IFD parsers) ---------------------------
   // Each returns `code`, so that a failing step records and returns in one.
@@ -150,6 +206,11 @@ class DtRawHeadIo final : public DtNlBuffIo {
 
   // The maker note's 12-byte header at `offset` was read whole. True.
   bool TookHeader(UINT32 offset);
+
+  // `tag` (its id, value position, size and bytes) was kept from the entry
+  // at `entry` of the directory being read: noted in the places asked for,
+  // and counted as read whole with the directory (TookDirectory).
+  void KeptEntry(const DtRawTagData* tag, UINT32 entry);
 
   // A tag was kept by position only (its 32-bit size is 0 or above 32):
   // `type` and `count` as stored, for its length without wrap.
@@ -197,6 +258,8 @@ class DtRawHeadIo final : public DtNlBuffIo {
   const DtRawTagData* m_lengthTags[MAX_LENGTHS];
   std::uint64_t m_lengths[MAX_LENGTHS];
   UINT m_lengthCount;
+  Places* m_places;  // borrowed; null: no places kept
+  UINT m_placesNoted;  // entries noted in m_places, those of the directory being read included
 };
 
 #endif  // KPZ_RAW_PARSER_DTRAWHEADIO_H

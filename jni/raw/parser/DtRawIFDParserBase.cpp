@@ -239,6 +239,9 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
                    DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead));
   }
 
+  // A head channel asked to keep where the entries lie (placing) notes each
+  // one kept; nearly always null.
+  DtRawHeadIo* const placing = head != nullptr && head->KeepsPlaces() ? head : nullptr;
   // At most 65,535 entries; every pass ends 12 bytes further on (or returns).
   for (UINT32 i = 0; i < entryNum; ++i) {
     if (m_tagDataList.GetSize() == static_cast<UINT32>(m_targetTagNum)) {
@@ -359,6 +362,9 @@ int DtRawIFDParserBase::parse(DtNlDataStream* stream, int base, int ifdOffset,
     // The id was found absent above, so the list need not search for it again.
     m_tagDataList.PushBackAbsent(tag, tagId);
     m_keptTargets |= 1u << target;
+    if (placing != nullptr) {
+      placing->KeptEntry(tag, static_cast<UINT32>(entryStart));
+    }
 
     if (!dir.SeekTo(static_cast<long long>(entryStart) + ENTRY_SIZE)) {
       DTNL_LOG(DTNL_LV_INFO, __LINE__, "DtRawIFDParserBase: Seek Err!!");

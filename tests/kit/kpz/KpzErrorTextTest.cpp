@@ -12,6 +12,7 @@
 #include <string>
 
 #include "raw/DtRawError.h"
+#include "raw/parser/DtRawHeadIo.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
 
@@ -24,14 +25,15 @@ const std::string kFormat = "not a KPZ raw file (camera model, Exif data or make
 
 struct Words {
   int code;
-  std::string parse;       // after a parse, with no head at hand
+  std::string parse;       // after a parse that recorded nothing
   std::string initialize;  // as the library reports it in file mode
 };
 
 class KpzErrorTextPerCode : public testing::TestWithParam<Words> {};
 
 TEST_P(KpzErrorTextPerCode, HasItsWordsAfterAParseAndAfterAFileModeInitialisation) {
-  EXPECT_EQ(KpzErrorText::Parse(GetParam().code, nullptr, 0), GetParam().parse);
+  const DtRawHeadIo nothingRecorded(0);
+  EXPECT_EQ(KpzErrorText::Stopped(GetParam().code, nothingRecorded), GetParam().parse);
   EXPECT_EQ(KpzErrorText::Initialize(GetParam().code), GetParam().initialize);
 }
 

@@ -15,13 +15,17 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "kpz/KpzInfoJson.h"
 #include "kpz/KpzInfoText.h"
+#include "kpz/KpzPictureReader.h"
 #include "kpz/KpzSource.h"
+#include "raw/DtRawRecord.h"
 #include "support/BoundedRun.h"
 #include "support/FaultInjection.h"
 #include "support/KpzFileBuilder.h"
+#include "support/KpzReadPicture.h"
 #include "support/LogExpect.h"
 
 namespace {
@@ -250,6 +254,59 @@ TEST(KpzMetadataReader, DirectoriesBeyondTheHeadAreALayoutFault) {
   EXPECT_TRUE(md.initResult == -305 || md.initResult == -306 || md.initResult == -307)
       << md.initResult;
   EXPECT_EQ(md.error, "not a KPZ raw file (IFD0 lies beyond the first 64 KiB)");
+}
+
+// The words of a head that does not parse are the parse's own record's, in
+// file mode and from the head alone, and the picture readers' too: one file
+// for each kind of step the parse records (a read that fell short, a cut
+// file, a missing tag, a refused header).
+TEST(KpzMetadataReader, AFailedParseIsToldInTheRecordsWords) {
+  kpztest::TempDir dir;
+  std::vector<Bytes> files;
+  KpzSpec recipe;
+  recipe.ifd1Pointer = 0;
+  files.push_back(kpztest::BuildKpz(recipe));  // one directory
+  recipe = KpzSpec();
+  recipe.ifd1Pointer = 0x00FFFFF0;
+  files.push_back(kpztest::BuildKpz(recipe));  // IFD1 past the end
+  recipe = KpzSpec();
+  recipe.hasMakerNote = false;
+  files.push_back(kpztest::BuildKpz(recipe));  // no maker note
+  files.push_back(kpztest::BuildKpz(KpzSpec()));
+  files.back().resize(40);  // cut inside IFD0
+  files.push_back(kpztest::BuildKpz(KpzSpec()));
+  files.back().resize(5);  // cut inside its TIFF header
+  files.push_back(Bytes(100, 'j'));  // no TIFF header
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    const Bytes& bytes = files[i];
+    std::string words;
+    kpztest::CaptureStderr([&] {
+      const DtRawExpected<DtRawRecord> record =
+          DtRawRecord::Parse(bytes.data(), bytes.size(), bytes.size());
+      words = record.Ok() ? "" : record.Failure().m_words;
+    });
+    EXPECT_EQ(words.rfind("not a KPZ raw file (", 0), 0u) << words;
+    const std::string path = dir.Write("f" + std::to_string(i) + ".kpz", bytes);
+    KpzMetadata md;
+    bool ok = true;
+    kpztest::CaptureStderr([&] { ok = KpzMetadataReader::Read(path, &md); });
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(md.error, words) << i;
+    KpzSource memory;
+    memory.OpenMemory(bytes.data(), bytes.size(), bytes.size());
+    KpzMetadata fromHead;
+    kpztest::CaptureStderr([&] { ok = KpzMetadataReader::ReadHead(memory, "", &fromHead); });
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(fromHead.error, words) << i;
+    for (const KpzPictureReader::Kind kind :
+         {KpzPictureReader::Kind::Preview, KpzPictureReader::Kind::Thumbnail}) {
+      std::vector<UINT8> out{0xEE};
+      std::string error;
+      kpztest::CaptureStderr([&] { ok = kpztest::ReadPicture(path, kind, &out, &error); });
+      EXPECT_FALSE(ok);
+      EXPECT_EQ(error, words) << i << " " << KpzPictureReader::Name(kind);
+    }
+  }
 }
 
 TEST(KpzMetadataReader, DirectoryIsNotOpened) {
