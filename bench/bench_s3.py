@@ -162,7 +162,7 @@ def main():
     sys.path.insert(0, str(Path(__file__).resolve().parent))
     from s3_support import KEY, SECRET, S3rver, upload
 
-    from kpz._kpz import HEAD_SIZE, kit
+    from kpz._kpz import HEAD_SIZE, picture
 
     work = Path(args.work)
     shutil.rmtree(work, ignore_errors=True)
@@ -176,8 +176,7 @@ def main():
     objects, offsets, sizes = {}, [], []
     for i in range(args.files):
         data = Path(many[i % len(many)]).read_bytes()
-        found = kit.locate(data[:HEAD_SIZE], len(data), "preview")
-        assert found.ok, found.words
+        found = picture(data[:HEAD_SIZE], "preview", file_size=len(data))
         objects["raw/f%05d.kpz" % i] = data
         offsets.append(found.offset)
         sizes.append(found.length)

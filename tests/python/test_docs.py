@@ -69,8 +69,6 @@ KIT_FOR_TESTS = {
     # The bar's text, against which the package's bar (kit.ProgressBar) is
     # checked frame by frame.
     "progress_text", "progress_line",
-    # The type kit.locate returns, never named by the package.
-    "Located",
 }
 
 
