@@ -359,37 +359,6 @@ void KpzPyRegisterKit(py::module_& m) {
       .def("__len__", &KpzNameSet::Size)
       .def_property_readonly("nbytes", &KpzNameSet::Bytes, "The bytes its table holds.");
 
-  // Any Python int is a width: 0 and below are unknown (80 assumed), and a
-  // number too large for C++ is just wide (the bar is at most 40).
-  const auto frameOf = [](std::size_t done, std::size_t total, bool more, const py::int_& elapsedMs) {
-    KpzProgressBar::Frame frame;
-    frame.done = done;
-    frame.total = total;
-    frame.more = more;
-    frame.elapsedMs = clampedInt(elapsedMs);
-    return frame;
-  };
-  m.def(
-      "progress_text",
-      [frameOf](std::size_t done, std::size_t total, const py::int_& width, bool more,
-                const py::int_& elapsedMs) {
-        return KpzProgressBar::Text(frameOf(done, total, more, elapsedMs), clampedInt(width));
-      },
-      py::arg("done"), py::arg("total"), py::arg("width"), py::arg("more") = false,
-      py::arg("elapsed_ms") = -1,
-      "The progress bar's text for `done` of `total` files (with `more`: found so far, still "
-      "being found) `elapsed_ms` into the run (negative: no rate, no time left) on `width` "
-      "columns (any int; 0 or less: unknown, 80 assumed); '' when the count does not fit.");
-  m.def(
-      "progress_line",
-      [frameOf](std::size_t done, std::size_t total, const py::int_& width, bool more,
-                const py::int_& elapsedMs) {
-        return KpzProgressBar::Line(frameOf(done, total, more, elapsedMs), clampedInt(width));
-      },
-      py::arg("done"), py::arg("total"), py::arg("width"), py::arg("more") = false,
-      py::arg("elapsed_ms") = -1,
-      "What draws progress_text() over the terminal's line ('\\r', the text, ESC [K); '' "
-      "when there is nothing to draw.");
   m.attr("PROGRESS_REDRAW_MS") = KpzProgressBar::kRedrawMs;
   py::class_<PyProgressBar>(
       m, "ProgressBar",
