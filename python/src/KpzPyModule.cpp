@@ -34,7 +34,8 @@
 //
 // The library's diagnostic lines do not reach the process's standard error:
 // they go to the Python logger "kpz.library" at DEBUG level, or nowhere
-// (KpzPyLibraryLines.h).
+// (KpzPyLibraryLines.h); a head located from memory (file_size) always
+// drops them: that is the remote reader's hot path, which asks no logger.
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
@@ -386,14 +387,17 @@ py::object locateInHead(const Source& src, const py::handle& fileSize,
 // and the note of its turn.
 py::object picture(const py::object& logger, const py::handle& obj, KpzPictureReader::Kind kind,
                    bool upright, const py::handle& fileSize, bool detail) {
-  LibraryLines lines(logger);
   Source src(obj);
   KpzExtraction::Options options;
   options.kind = kind;
   options.upright = upright;
   if (!fileSize.is_none()) {
+    // The remote reader's hot path, a parse of memory: its library lines
+    // are dropped unread, as no listener is asked for (asking the logger
+    // would cost that call a few percent).
     return locateInHead(src, fileSize, options);
   }
+  LibraryLines lines(logger);
   PictureBytes stored;
   KpzExtraction::Outcome got;
   switch (src.type()) {
