@@ -177,7 +177,7 @@ def main():
     import compileall
 
     import kpz
-    from kpz._kpz import HEAD_SIZE, kit
+    from kpz._kpz import HEAD_SIZE, picture
 
     # Measured as installed by pip, which byte-compiles the package's
     # modules: from a build tree with PYTHONDONTWRITEBYTECODE=1 set, every
@@ -197,8 +197,7 @@ def main():
     objects, offsets, sizes = {}, [], []
     for i in range(args.files):
         data = Path(many[i % len(many)]).read_bytes()
-        found = kit.locate(data[:HEAD_SIZE], len(data), "preview")
-        assert found.ok, found.words
+        found = picture(data[:HEAD_SIZE], "preview", file_size=len(data))
         objects["raw/f%05d.kpz" % i] = data
         offsets.append(found.offset)
         sizes.append(found.length)

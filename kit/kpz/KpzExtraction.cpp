@@ -119,8 +119,7 @@ KpzExtraction::Outcome KpzExtraction::Open(const std::string& path, DtNlFdReadAt
   return Outcome();
 }
 
-KpzExtraction::Outcome KpzExtraction::Extract(DtNlReadAt& stream, const Options& options,
-                                              const Destination& into) {
+KpzExtraction::Outcome KpzExtraction::Locate(DtNlReadAt& stream, const Options& options) {
   // The head is parsed where it lies when the stream holds it in memory.
   std::unique_ptr<UINT8[]> head;
   const bool inMemory = stream.Size() >= DtRawRecord::HEAD_SIZE &&
@@ -136,8 +135,12 @@ KpzExtraction::Outcome KpzExtraction::Extract(DtNlReadAt& stream, const Options&
   if (!record) {
     return failed(record.Failure());
   }
-  head.reset();
-  Outcome o = locate(*record, options);
+  return locate(*record, options);
+}
+
+KpzExtraction::Outcome KpzExtraction::Extract(DtNlReadAt& stream, const Options& options,
+                                              const Destination& into) {
+  Outcome o = Locate(stream, options);  // the head is released before the picture is read
   if (!o.ok()) {
     return o;
   }

@@ -140,6 +140,15 @@ class KpzExtraction {
   // empty for every failure before it).
   static Outcome Extract(DtNlReadAt& stream, const Options& options, const Destination& into);
 
+  // The head-only form over any source read at an offset: its head read and
+  // parsed as Extract reads it (DtRawRecord::Read), the picture of
+  // `options.kind` located and, with `options.upright`, the orientation
+  // read (`turns`: Turn does the turn once the picture's bytes are at
+  // hand). Nothing else is read: a remote file's head already in memory
+  // (DtNlMemReadAt with the file's size beyond the bytes held) is parsed
+  // once, and the picture's range is the caller's to fetch.
+  static Outcome Locate(DtNlReadAt& stream, const Options& options);
+
   // The head-only form: from the first `length` bytes of a file of
   // `fileSize` bytes, where its picture of `options.kind` lies and, with
   // `options.upright`, its orientation (`turns` says whether the picture

@@ -68,7 +68,7 @@ import mmap as _mmap
 import os as _os
 from typing import Any, Dict, Optional, Protocol, Tuple, Union
 
-from . import _kpz
+from . import _errors, _kpz
 from ._errors import (
     BadPreviewError,
     KpzError,
@@ -94,15 +94,7 @@ __all__ = [
     "RawFile",
     "error_words",
     "orientation_words",
-    "KpzError",
-    "NotKpzError",
-    "NoPictureError",
-    "NoPreviewError",
-    "NoThumbnailError",
-    "BadPreviewError",
-    "NotRegularFileError",
-    "OrientationError",
-    "OrientationWriteError",
+    *_errors.__all__,  # the exceptions
     "HEAD_SIZE",
     "THUMBNAIL_MAX_SIZE",
     "__version__",

@@ -182,12 +182,7 @@ def main(argv: Optional[List[str]] = None) -> int:
     def show(r: Result) -> None:
         bar.clear()
         summary._add(r)
-        if r.out:
-            sys.stdout.write(r.out)
-            sys.stdout.flush()
-        if r.err:
-            sys.stderr.write(r.err)
-            sys.stderr.flush()
+        _cli.write_lines(r)
         state["delivered"] += 1
 
     def taken(index: int, source: str, name: str) -> Result:

@@ -79,6 +79,17 @@ def extensions_of(args: Any) -> List[str]:
     return [e for value in args.ext for e in value.split(",")]
 
 
+def write_lines(r: Any) -> None:
+    """A file's lines as kpz writes them: its 'wrote' line on standard
+    output, its error line on standard error, each flushed at once."""
+    if r.out:
+        sys.stdout.write(r.out)
+        sys.stdout.flush()
+    if r.err:
+        sys.stderr.write(r.err)
+        sys.stderr.flush()
+
+
 def finish(summary: Any, extensions: List[str]) -> int:
     """The end of a run as kpz ends it: no input found is told (status 1);
     with more than one file the summary goes to standard error; the status

@@ -39,6 +39,20 @@ __all__ = [
 _Name = Optional[Union[str, bytes, os.PathLike]]
 
 
+def _told(exc) -> str:
+    """str() of every exception kpz raises for a file: "FILE: words", or the
+    words alone when it has no name."""
+    if exc.filename is None:
+        return exc.words
+    return f"{os.fsdecode(exc.filename)}: {exc.words}"
+
+
+def _pickled(exc):
+    """How they pickle: made again from words, code and filename; attributes
+    set after construction (``kind``) travel as its state."""
+    return (type(exc), (exc.words, exc.code, exc.filename), exc.__dict__)
+
+
 class KpzError(Exception):
     """A file kpz cannot use for what was asked.
 
@@ -70,14 +84,8 @@ class KpzError(Exception):
         self.code = code
         self.filename = filename
 
-    def __str__(self) -> str:
-        if self.filename is None:
-            return self.words
-        return f"{os.fsdecode(self.filename)}: {self.words}"
-
-    def __reduce__(self):
-        # Attributes set after construction (``kind``) travel as its state.
-        return (type(self), (self.words, self.code, self.filename), self.__dict__)
+    __str__ = _told
+    __reduce__ = _pickled
 
 
 class NotKpzError(KpzError):
@@ -143,13 +151,8 @@ class NotRegularFileError(OSError):
         self.words = words
         self.code = code
 
-    def __str__(self) -> str:
-        if self.filename is None:
-            return self.words
-        return f"{os.fsdecode(self.filename)}: {self.words}"
-
-    def __reduce__(self):
-        return (type(self), (self.words, self.code, self.filename), self.__dict__)
+    __str__ = _told
+    __reduce__ = _pickled
 
 
 class OrientationError(KpzError):

@@ -2,7 +2,7 @@
 # Users call the kpz package, which documents these functions.
 import os
 from types import TracebackType
-from typing import Any, Callable, Dict, List, Optional, Tuple, Type, Union
+from typing import Any, Callable, Dict, List, Literal, Optional, Tuple, Type, Union, overload
 
 from kpz import Source
 
@@ -10,7 +10,32 @@ HEAD_SIZE: int
 THUMBNAIL_MAX_SIZE: int
 __version__: str
 
-def picture(source: Source, kind: str = ..., *, upright: bool = ...) -> bytes: ...
+class _Picture:
+    @property
+    def data(self) -> Optional[bytes]: ...
+    @property
+    def offset(self) -> int: ...
+    @property
+    def length(self) -> int: ...
+    @property
+    def turns(self) -> bool: ...
+    @property
+    def note(self) -> str: ...
+    @property
+    def remark(self) -> str: ...
+    def turn(self, stored: bytes) -> "_Picture": ...
+
+Picture: Type[_Picture]
+
+@overload
+def picture(source: Source, kind: str = ..., *, upright: bool = ...,
+            file_size: None = ..., detail: Literal[False] = ...) -> bytes: ...
+@overload
+def picture(source: Source, kind: str = ..., *, upright: bool = ...,
+            file_size: None = ..., detail: Literal[True]) -> _Picture: ...
+@overload
+def picture(source: Union[bytes, bytearray, memoryview], kind: str = ..., *,
+            upright: bool = ..., file_size: int, detail: bool = ...) -> _Picture: ...
 def info_json(source: Source) -> str: ...
 def set_orientation(path: Union[str, "os.PathLike[str]", "os.PathLike[bytes]"],
                     code: int) -> Dict[str, Any]: ...
@@ -41,18 +66,6 @@ class _ExitStatus(int):
     OUTPUT: "_ExitStatus"
     @property
     def value(self) -> int: ...
-
-class _Located:
-    ok: bool
-    kind: str
-    status: int
-    code: int
-    words: str
-    offset: int
-    length: int
-    turns: bool
-    remark: str
-    def turn(self, stored: bytes, edges: str = ...) -> Tuple[int, bytes, str, str]: ...
 
 class _InputWalk:
     def __init__(self, args: List[str], recursive: bool = ...,
@@ -98,10 +111,6 @@ class _Kit:
     ProgressBar: Type[_ProgressBar]
     Summary: Type[_Summary]
     ExitStatus: Type[_ExitStatus]
-    Located: Type[_Located]
-    @staticmethod
-    def locate(head: bytes, file_size: int, kind: str = ..., *,
-               upright: bool = ...) -> _Located: ...
     @staticmethod
     def no_files_words(extensions: List[str]) -> str: ...
     @staticmethod
@@ -120,18 +129,9 @@ class _Kit:
     @staticmethod
     def picture_suffix(kind: str) -> str: ...
     @staticmethod
-    def extract(input: str, kind: str,
-                upright: bool = ...) -> Tuple[int, bytes, str, str]: ...
-    @staticmethod
     def normalise_extensions(extensions: List[str]) -> List[str]: ...
     @staticmethod
     def extension_matches(name: str, normalised: List[str]) -> bool: ...
-    @staticmethod
-    def progress_text(done: int, total: int, width: int, more: bool = ...,
-                      elapsed_ms: int = ...) -> str: ...
-    @staticmethod
-    def progress_line(done: int, total: int, width: int, more: bool = ...,
-                      elapsed_ms: int = ...) -> str: ...
     @staticmethod
     def shown_name(name: Union[str, bytes]) -> str: ...
     @staticmethod

@@ -1,8 +1,8 @@
 """Previews and thumbnails of remote KPZ files, read at the link's speed.
 
 A file costs two ranged GET requests and nothing else: its first 64 KiB,
-then the picture's own range, which the kit finds in those first bytes
-(``kpz._kpz.kit.locate``: the same rules and words as ``kpz preview``).
+then the picture's own range, which the kit finds in one parse of those
+first bytes (the same entry, rules and words as ``kpz preview``).
 Many files are in flight at once over one pool of kept-alive connections
 (aiohttp), so a batch of N files costs a few round trips, not 3 N::
 
@@ -70,7 +70,7 @@ import ssl
 import urllib.parse
 from typing import AsyncIterator, Iterable, List, Optional, Sequence, Tuple
 
-from kpz import _claims, _s3
+from kpz import _claims, _errors, _kpz, _s3
 from kpz._kpz import HEAD_SIZE, kit
 
 __all__ = ["Settings", "Result", "Reader", "read_many", "fetch", "fetch_async",
@@ -404,13 +404,14 @@ class Reader:
         if size is None:
             raise _Failed("the server tells no file size (Content-Range without a "
                           "length)", False)
-        # The one parse of the head: the range, and with upright the
-        # orientation the turn below uses.
-        found = kit.locate(head, size, kind, upright=upright)
-        del head
-        if not found.ok:
-            r.words, r.status = found.words, found.status
+        # The one parse of the head, held in memory as the file's first bytes:
+        # the range, and with upright the orientation the turn below uses.
+        try:
+            found: "_kpz.Picture" = _kpz.picture(head, kind, upright=upright, file_size=size)
+        except (_errors.KpzError, OSError) as e:  # the file's failure, in the kit's words
+            r.words, r.status = getattr(e, "words", str(e)), int(kit.ExitStatus.INPUT)
             return None
+        del head
         if found.length > self.settings.max_picture:
             raise _Failed("the %s is %d bytes, more than the %d read at most "
                           "(max_picture)" % (kind, found.length,
@@ -421,11 +422,12 @@ class Reader:
         if found.turns:
             # The turn as kpz makes it, with the summary's note: a decode and
             # an encode, off the event loop that other files' reads share.
-            status, data, r.note, words = await asyncio.get_running_loop(
-            ).run_in_executor(None, found.turn, data)
-            if status:
-                r.words, r.status = words, int(kit.ExitStatus.INPUT)
+            try:
+                found = await asyncio.get_running_loop().run_in_executor(None, found.turn, data)
+            except _errors.KpzError as e:
+                r.words, r.status = e.words, int(kit.ExitStatus.INPUT)
                 return None
+            data, r.note = found.data, found.note
         return data
 
     async def put(self, url: str, data: bytes) -> str:

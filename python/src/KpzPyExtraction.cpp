@@ -1,51 +1,17 @@
-// KpzPyExtraction.cpp - the kit's head-only extraction for Python readers
-// that fetch ranges themselves (kpz._kpz.kit.locate: one parse of a head
-// already in memory, the picture's range, the orientation and the turn
-// from that one parse), and the exit statuses every front end shares
-// (kpz._kpz.kit.ExitStatus).
-//
-//   from kpz._kpz import kit
-//   got = kit.locate(head, file_size, "preview", upright=True)
-//   if not got.ok: print("kpz: %s: %s" % (url, got.words)); exit(got.status)
-//   picture = fetch(url, got.offset, got.length)         # the caller's read
-//   if got.turns: status, picture, note, words = got.turn(picture)
-#include <pybind11/pybind11.h>
+// KpzPyExtraction.cpp - kpz._kpz.Picture, one extraction's outcome, and
+// kpz._kpz.kit.ExitStatus. See KpzPyExtraction.h.
+#include "KpzPyExtraction.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
+#include <utility>
 
+#include "KpzPyRaise.h"
 #include "kpz/KpzExitStatus.h"
-#include "kpz/KpzExtraction.h"
-#include "kpz/KpzUpright.h"
-#include "raw/DtRawFailure.h"
 
 namespace py = pybind11;
 
-// Called by the module kpz._kpz on its submodule `kit`.
-void KpzPyRegisterExtraction(py::module_& kit);
-
-namespace {
-
-KpzExtraction::Options optionsOf(const std::string& kind, bool upright) {
-  if (kind != "preview" && kind != "thumbnail") {
-    throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
-  }
-  KpzExtraction::Options o;
-  o.kind = kind == "preview" ? KpzExtraction::Kind::Preview : KpzExtraction::Kind::Thumbnail;
-  o.upright = upright;
-  return o;
-}
-
-// What Python sees of a located picture.
-struct Located {
-  KpzExtraction::Outcome outcome;
-  KpzExtraction::Options options;
-};
-
-}  // namespace
-
-void KpzPyRegisterExtraction(py::module_& kit) {
+void KpzPyRegisterExtraction(py::module_& m, py::module_& kit) {
   py::enum_<KpzExitStatus>(kit, "ExitStatus",
                            "The exit statuses of kpz and kpz.distributed: OK 0, INPUT 1 (an input "
                            "cannot be read or holds no such picture), USAGE 2 (wrong arguments), "
@@ -55,84 +21,62 @@ void KpzPyRegisterExtraction(py::module_& kit) {
       .value("USAGE", KpzExitStatus::Usage)
       .value("OUTPUT", KpzExitStatus::Output);
 
-  py::class_<Located>(kit, "Located",
-                      "Where a file's picture lies, found from its first bytes (kit.locate).")
-      .def_property_readonly("ok", [](const Located& l) { return l.outcome.ok(); })
+  py::class_<KpzPyPicture>(
+      m, "Picture",
+      "One file's picture from one parse of its head (picture(..., detail=True), or "
+      "picture(head, ..., file_size=n) for a head already in memory).")
       .def_property_readonly(
-          "kind",
-          [](const Located& l) {
-            return l.outcome.ok() ? std::string() : std::string(DtRawFailure::Name(l.outcome.kind));
-          },
-          "'' when found, else the failure's kind as the library sorts it for every front end: "
-          "'not_kpz', 'damaged', 'no_preview', 'no_thumbnail' or 'unreadable'.")
-      .def_property_readonly("status", [](const Located& l) { return KpzExitCode(l.outcome.status); },
-                             "The exit status kpz gives the file (0 when found).")
-      .def_property_readonly("code", [](const Located& l) { return l.outcome.code; },
-                             "The library's result code of a parse that failed, else 0.")
-      .def_property_readonly("words", [](const Located& l) { return l.outcome.words; },
-                             "The failure in kpz's words, '' when found.")
-      .def_property_readonly("offset", [](const Located& l) { return l.outcome.range.offset; })
-      .def_property_readonly("length", [](const Located& l) { return l.outcome.range.length; })
-      .def_property_readonly("turns", [](const Located& l) { return l.outcome.turns; },
-                             "With upright: the file asks for a turn (kit.upright does it).")
-      .def_property_readonly("remark", [](const Located& l) { return l.outcome.remark; },
-                             "With upright and no turn: why not, in words.")
+          "data", [](const KpzPyPicture& p) { return p.data; },
+          "The picture as kpz writes it (turned with upright), or None when only its place "
+          "was found (a head): fetch `length` bytes at `offset`, then turn().")
+      .def_property_readonly(
+          "offset", [](const KpzPyPicture& p) { return p.outcome.range.offset; },
+          "Where the stored picture begins in the file.")
+      .def_property_readonly(
+          "length", [](const KpzPyPicture& p) { return p.outcome.range.length; },
+          "The stored picture's length in bytes.")
+      .def_property_readonly(
+          "turns", [](const KpzPyPicture& p) { return p.outcome.turns; },
+          "With upright: the file's orientation asks for a turn (made in `data` once it is "
+          "there).")
+      .def_property_readonly(
+          "note", [](const KpzPyPicture& p) { return p.outcome.note; },
+          "The summary's note of the turn ('re-encoded at quality 95: ...'), '' for a "
+          "lossless turn or none; the tool counts it with Summary.add_note.")
+      .def_property_readonly(
+          "remark", [](const KpzPyPicture& p) { return p.outcome.remark; },
+          "With upright: the turn, or why there is none, in the words -v tells.")
       .def(
           "turn",
-          [](const Located& l, const py::bytes& stored, const std::string& edges) {
-            if (edges != "reencode" && edges != "trim") {
-              throw py::value_error("edges is 'reencode' or 'trim', not '" + edges + "'");
-            }
-            if (!l.outcome.ok()) {
-              throw py::value_error("kpz: nothing was located to turn: " + l.outcome.words);
-            }
-            if (!l.outcome.turns) {
-              return py::make_tuple(0, stored, "", l.outcome.remark);
+          [](const KpzPyPicture& p, const py::bytes& stored) {
+            KpzPyPicture done;
+            done.outcome = p.outcome;
+            done.options = p.options;
+            if (!p.outcome.turns) {
+              done.data = stored;
+              return done;
             }
             const char* data = PyBytes_AS_STRING(stored.ptr());
             const std::size_t size = static_cast<std::size_t>(PyBytes_GET_SIZE(stored.ptr()));
-            KpzExtraction::Outcome o = l.outcome;
-            KpzExtraction::Options options = l.options;
-            options.edges = edges == "trim" ? KpzUpright::Edges::Trim : KpzUpright::Edges::Reencode;
             {
               py::gil_scoped_release unlocked;
-              KpzExtraction::Turn(reinterpret_cast<const UINT8*>(data), size, options, &o);
+              KpzExtraction::Turn(reinterpret_cast<const UINT8*>(data), size, p.options,
+                                  &done.outcome);
             }
+            const KpzExtraction::Outcome& o = done.outcome;
             if (!o.ok()) {
-              return py::make_tuple(KpzExitCode(o.status), py::bytes(), "", o.words);
+              KpzPyRaiseFailure(o.kind, o.err, o.code, o.words, py::none());
             }
-            return py::make_tuple(
-                0, py::bytes(reinterpret_cast<const char*>(o.bytes.data()), o.bytes.size()),
-                o.note, o.remark);
+            done.data =
+                o.turned ? py::bytes(reinterpret_cast<const char*>(o.bytes.data()), o.bytes.size())
+                         : py::bytes(stored);
+            done.outcome.bytes.clear();
+            done.outcome.bytes.shrink_to_fit();
+            return done;
           },
-          py::arg("stored"), py::arg("edges") = "reencode",
-          "What `kpz preview --upright` does with the located picture once its bytes "
-          "(`stored`) are at hand, from the orientation this parse read (locate with upright). "
-          "Returns (status, jpeg, note, words): status 0 with the JPEG to write (the stored "
-          "bytes when no turn is asked for), `note` the remark the run's summary counts "
-          "('re-encoded at quality 95: ...', '' for a lossless turn or none; pass it to "
-          "Summary.add_note(name, note) as the tool does), `words` what -v tells; or status 1 "
-          "(exit status 1) with `words` why the picture cannot be turned.");
-
-  kit.def(
-      "locate",
-      [](const py::bytes& head, std::uint64_t fileSize, const std::string& kind, bool upright) {
-        const KpzExtraction::Options options = optionsOf(kind, upright);
-        const char* data = PyBytes_AS_STRING(head.ptr());
-        const std::size_t length = static_cast<std::size_t>(PyBytes_GET_SIZE(head.ptr()));
-        Located l;
-        l.options = options;
-        {
-          py::gil_scoped_release unlocked;
-          l.outcome = KpzExtraction::Locate(reinterpret_cast<const UINT8*>(data), length,
-                                            fileSize, options);
-        }
-        return l;
-      },
-      py::arg("head"), py::arg("file_size"), py::arg("kind") = "preview", py::kw_only(),
-      py::arg("upright") = false,
-      "Where the picture of `kind` lies in a file of `file_size` bytes whose first bytes are "
-      "`head` (its first 64 KiB, or the whole of a shorter file), and with `upright` whether "
-      "it must be turned; nothing is read. The result's `ok`, `words` and `status` are what kpz "
-      "says of the same file.");
+          py::arg("stored"),
+          "The picture kpz writes from the stored bytes this parse located, once they are "
+          "at hand: turned as the orientation read with upright asks (the stored bytes "
+          "when no turn is asked for). A Picture with `data` and `note`; BadPreviewError "
+          "in kpz's words when the JPEG cannot be turned.");
 }

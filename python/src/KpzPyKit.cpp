@@ -10,7 +10,6 @@
 //   kit.shown_name("evil\nname")                         # "'evil\\nname'"
 //   kit.make_output_directory("out")                      # None, or kpz's words
 //   kit.output_is_whole("out/x.preview.jpg")              # --skip-existing
-//   kit.extract("x.kpz", "preview", True)                 # (0, jpeg, note, "")
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
@@ -26,8 +25,6 @@
 
 #include "kpz/KpzClaimWindow.h"
 #include "kpz/KpzClock.h"
-#include "kpz/KpzExitStatus.h"
-#include "kpz/KpzExtraction.h"
 #include "kpz/KpzInputCount.h"
 #include "kpz/KpzInputList.h"
 #include "kpz/KpzInputWalk.h"
@@ -36,10 +33,8 @@
 #include "kpz/KpzPictureJob.h"
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzProgressBar.h"
-#include "kpz/KpzSource.h"
 #include "kpz/KpzShownName.h"
 #include "kpz/KpzSummary.h"
-#include "kpz/KpzUpright.h"
 
 namespace py = pybind11;
 
@@ -131,6 +126,14 @@ std::string nameBytes(const py::handle& name) {
   }
   return std::string(PyBytes_AS_STRING(encoded.ptr()),
                      static_cast<std::size_t>(PyBytes_GET_SIZE(encoded.ptr())));
+}
+
+// How kpz expands its arguments: -r, --ext.
+KpzInputList::Options inputOptions(bool recursive, const std::vector<std::string>& extensions) {
+  KpzInputList::Options options;
+  options.recursive = recursive;
+  options.extensions = extensions;
+  return options;
 }
 
 std::string bytesOf(const py::bytes& b) {
@@ -273,37 +276,6 @@ void KpzPyRegisterKit(py::module_& m) {
                                                        : KpzPictureReader::Kind::Thumbnail);
       },
       py::arg("kind"), "The suffix of an output name of `kind`: '.preview.jpg' or '.thumb.jpg'.");
-  m.def(
-      "extract",
-      [](const std::string& input, const std::string& kind, bool upright) {
-        if (kind != "preview" && kind != "thumbnail") {
-          throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
-        }
-        KpzExtraction::Options options;
-        options.kind = kind == "preview" ? KpzExtraction::Kind::Preview
-                                         : KpzExtraction::Kind::Thumbnail;
-        options.upright = upright;
-        KpzExtraction::Outcome o;
-        {
-          py::gil_scoped_release unlocked;
-          KpzSource source;
-          o = KpzExtraction::Open(input, &source);
-          if (o.ok()) {
-            o = KpzExtraction::Extract(source, options, /*wantBytes=*/true);
-          }
-        }
-        const std::vector<UINT8>& b = o.bytes;
-        return py::make_tuple(KpzExitCode(o.status),
-                              py::bytes(reinterpret_cast<const char*>(b.data()), b.size()),
-                              o.note, o.words);
-      },
-      py::arg("input"), py::arg("kind"), py::arg("upright") = false,
-      "The preview or thumbnail (`kind`) of the local file `input` in memory, turned the right "
-      "way up with `upright`, by the kit's one extraction. Returns (status, jpeg, note, words): "
-      "status 0 with the picture and the summary's note for its turn ('re-encoded at quality "
-      "95: ...', '' for a lossless turn or none), else kpz's exit status (1) and the words kpz "
-      "prints after 'kpz: FILE: '.");
-
   m.def("normalise_extensions", &KpzInputList::Normalise, py::arg("extensions"),
         "The extensions as kpz compares them: lower case with a leading dot, '*' kept, '.kpz' "
         "when none is left.");
@@ -333,10 +305,8 @@ void KpzPyRegisterKit(py::module_& m) {
       "    for path, error in kit.InputWalk(['shots/'], recursive=True): ...")
       .def(py::init([](std::vector<std::string> args, bool recursive,
                        const std::vector<std::string>& extensions) {
-             KpzInputList::Options options;
-             options.recursive = recursive;
-             options.extensions = extensions;
-             return std::make_unique<KpzInputWalk>(std::move(args), options);
+             return std::make_unique<KpzInputWalk>(std::move(args),
+                                                   inputOptions(recursive, extensions));
            }),
            py::arg("args"), py::arg("recursive") = false,
            py::arg("extensions") = std::vector<std::string>{})
@@ -363,10 +333,7 @@ void KpzPyRegisterKit(py::module_& m) {
       "    with kit.InputCount(['shots/'], recursive=True) as count: ... count.counted")
       .def(py::init([](const std::vector<std::string>& args, bool recursive,
                        const std::vector<std::string>& extensions) {
-             KpzInputList::Options options;
-             options.recursive = recursive;
-             options.extensions = extensions;
-             return std::make_unique<PyInputCount>(args, options);
+             return std::make_unique<PyInputCount>(args, inputOptions(recursive, extensions));
            }),
            py::arg("args"), py::arg("recursive") = false,
            py::arg("extensions") = std::vector<std::string>{})
@@ -392,37 +359,6 @@ void KpzPyRegisterKit(py::module_& m) {
       .def("__len__", &KpzNameSet::Size)
       .def_property_readonly("nbytes", &KpzNameSet::Bytes, "The bytes its table holds.");
 
-  // Any Python int is a width: 0 and below are unknown (80 assumed), and a
-  // number too large for C++ is just wide (the bar is at most 40).
-  const auto frameOf = [](std::size_t done, std::size_t total, bool more, const py::int_& elapsedMs) {
-    KpzProgressBar::Frame frame;
-    frame.done = done;
-    frame.total = total;
-    frame.more = more;
-    frame.elapsedMs = clampedInt(elapsedMs);
-    return frame;
-  };
-  m.def(
-      "progress_text",
-      [frameOf](std::size_t done, std::size_t total, const py::int_& width, bool more,
-                const py::int_& elapsedMs) {
-        return KpzProgressBar::Text(frameOf(done, total, more, elapsedMs), clampedInt(width));
-      },
-      py::arg("done"), py::arg("total"), py::arg("width"), py::arg("more") = false,
-      py::arg("elapsed_ms") = -1,
-      "The progress bar's text for `done` of `total` files (with `more`: found so far, still "
-      "being found) `elapsed_ms` into the run (negative: no rate, no time left) on `width` "
-      "columns (any int; 0 or less: unknown, 80 assumed); '' when the count does not fit.");
-  m.def(
-      "progress_line",
-      [frameOf](std::size_t done, std::size_t total, const py::int_& width, bool more,
-                const py::int_& elapsedMs) {
-        return KpzProgressBar::Line(frameOf(done, total, more, elapsedMs), clampedInt(width));
-      },
-      py::arg("done"), py::arg("total"), py::arg("width"), py::arg("more") = false,
-      py::arg("elapsed_ms") = -1,
-      "What draws progress_text() over the terminal's line ('\\r', the text, ESC [K); '' "
-      "when there is nothing to draw.");
   m.attr("PROGRESS_REDRAW_MS") = KpzProgressBar::kRedrawMs;
   py::class_<PyProgressBar>(
       m, "ProgressBar",
@@ -456,8 +392,8 @@ void KpzPyRegisterKit(py::module_& m) {
            "Counts one file: done when `status` is 0, else failed for `reason`.")
       .def("add_note", &KpzSummary::AddNote, py::arg("noun"), py::arg("note"),
            "Counts a remark about a file done: `noun` names the picture ('preview'), `note` "
-           "what was done to it. For --upright, the note of a turn (kit.extract, "
-           "Located.turn: the tool's KpzUpright::SummaryNote); render() then ends with 'kpz:   2 previews re-encoded "
+           "what was done to it. For --upright, the note of a turn (Picture.note: the "
+           "tool's KpzUpright::SummaryNote); render() then ends with 'kpz:   2 previews re-encoded "
            "at quality 95: edges not a whole number of 16-pixel blocks'. An empty note is "
            "not counted.")
       .def_property_readonly("files", &KpzSummary::Files)

@@ -25,8 +25,12 @@ void collect(const char* text, std::size_t length) {
 }
 
 // Formats `format` with `args` whole, however long, and collects it.
-// Returns what vfprintf would have returned.
+// Returns what vfprintf would have returned; when nobody listens on this
+// thread the line is dropped unformatted and 0 (nothing written) returned.
 int collectFormatted(const char* format, va_list args) {
+  if (tl_libraryLines == nullptr) {
+    return 0;
+  }
   va_list sizing;
   va_copy(sizing, args);
   char small[512];
@@ -110,8 +114,27 @@ int __wrap_fputs(const char* text, FILE* stream) {
 }  // extern "C"
 
 KpzPyLibraryLines::KpzPyLibraryLines(const py::object& logger) {
-  static const int kDebug = 10;  // logging.DEBUG
-  if (logger.attr("isEnabledFor")(kDebug).cast<bool>()) {
+  // Asked on every call into the library, so asked cheaply: the method's
+  // name made once (kept for the process's life, never freed) and the
+  // level as the small int CPython keeps.
+  static PyObject* const kIsEnabledFor = PyUnicode_InternFromString("isEnabledFor");
+  if (kIsEnabledFor == nullptr) {
+    throw py::error_already_set();
+  }
+  const py::object debug = py::reinterpret_steal<py::object>(PyLong_FromLong(10));  // logging.DEBUG
+  if (!debug) {
+    throw py::error_already_set();
+  }
+  PyObject* answer = PyObject_CallMethodOneArg(logger.ptr(), kIsEnabledFor, debug.ptr());
+  if (answer == nullptr) {
+    throw py::error_already_set();
+  }
+  const int enabled = PyObject_IsTrue(answer);
+  Py_DECREF(answer);
+  if (enabled < 0) {
+    throw py::error_already_set();
+  }
+  if (enabled == 1) {
     m_logger = logger;
     tl_libraryLines = &m_lines;
   }

@@ -14,7 +14,11 @@
 // descriptor the kit opened, the buffer's memory, KpzPyStreamReadAt) and a
 // picture takes the one road of KpzExtraction::Extract. A file object is
 // asked for its size (seek(0, 2)), its first 64 KiB and then the picture's
-// range only; what it returns is checked (KpzPyStreamReadAt.h).
+// range only; what it returns is checked (KpzPyStreamReadAt.h). A file's
+// first bytes with its size (a remote file's head) are one more such source:
+// memory holding only those bytes, parsed once, the picture's range and
+// orientation given back in a Picture (KpzPyExtraction.h) for the caller to
+// fetch and turn. `picture` is the one entry point for a picture.
 //
 // Threads. The interpreter lock is released around every call into the
 // library, the kit and TurboJPEG, and around every copy of a picture, and
@@ -30,7 +34,8 @@
 //
 // The library's diagnostic lines do not reach the process's standard error:
 // they go to the Python logger "kpz.library" at DEBUG level, or nowhere
-// (KpzPyLibraryLines.h).
+// (KpzPyLibraryLines.h); a head located from memory (file_size) always
+// drops them: that is the remote reader's hot path, which asks no logger.
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
@@ -45,7 +50,9 @@
 #include <utility>
 #include <vector>
 
+#include "KpzPyExtraction.h"
 #include "KpzPyLibraryLines.h"
+#include "KpzPyRaise.h"
 #include "KpzPyStreamReadAt.h"
 #include "kpz/KpzErrorText.h"
 #include "kpz/KpzExtraction.h"
@@ -55,10 +62,10 @@
 #include "kpz/KpzPictureReader.h"
 #include "kpz/KpzRotation.h"
 #include "kpz/KpzRotator.h"
-#include "raw/DtRawErrorText.h"
 #include "kpz/KpzSource.h"
 #include "kpz/KpzUpright.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawErrorText.h"
 #include "raw/DtRawFailure.h"
 #include "util/io/DtNlReadAt.h"
 
@@ -66,8 +73,6 @@ namespace py = pybind11;
 
 // KpzPyKit.cpp: the tool's conventions, on the submodule kpz._kpz.kit.
 void KpzPyRegisterKit(py::module_& m);
-// KpzPyExtraction.cpp: the head-only extraction and the exit statuses, on it too.
-void KpzPyRegisterExtraction(py::module_& kit);
 
 namespace {
 
@@ -76,41 +81,14 @@ using LibraryLines = KpzPyLibraryLines;
 
 // ---- errors -----------------------------------------------------------------
 
-// A failure that is no failure of the library's kinds (metadata, a new
-// orientation, a file object's odd answers): kpz._errors' class `cls`.
-[[noreturn]] void raiseKpz(const char* cls, const std::string& words, py::object code,
-                           py::object filename) {
-  py::object type = py::module_::import("kpz._errors").attr(cls);
-  py::object exc = type(words, code, filename);
-  PyErr_SetObject(type.ptr(), exc.ptr());
-  throw py::error_already_set();
-}
-
-// A failure of the library's `kind` (DtRawFailure, numbered as Java's
-// KpzException.Kind), raised as kpz._errors._error_for makes it: the one
-// table from a kind to Python's class is there (_CLASS_OF_KIND), and every
-// exception carries the kind's name as `kind` ("not_kpz", "damaged",
-// "no_preview", "no_thumbnail", "unreadable"). `err` is the system's errno
-// or 0, `code` the library's result where one applies.
-[[noreturn]] void raiseFailure(DtRawFailure::Kind kind, int err, int code,
-                               const std::string& words, py::object filename) {
-  py::object exc = py::module_::import("kpz._errors")
-                       .attr("_error_for")(static_cast<int>(kind), words, code, filename, err);
-  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exc.ptr())), exc.ptr());
-  throw py::error_already_set();
-}
-
 // A failed KpzSource::Open: the system's error, or the kit's refusal of a
 // device, pipe or socket (which has no errno of its own): unreadable.
 [[noreturn]] void raiseOpen(const KpzSource& source, const std::string& words,
                             py::object filename) {
-  raiseFailure(DtRawFailure::KindUnreadable, source.Errno(), 0, words, std::move(filename));
+  KpzPyRaiseFailure(DtRawFailure::KindUnreadable, source.Errno(), 0, words, std::move(filename));
 }
 
 // ---- integer arguments ------------------------------------------------------
-
-// The name of `obj`'s type, for words.
-std::string typeName(const py::handle& obj) { return Py_TYPE(obj.ptr())->tp_name; }
 
 // An int argument as given from Python: an int or an object with __index__
 // (not a bool; TypeError in words for anything else).
@@ -122,7 +100,8 @@ struct IntArgument {
 
 IntArgument intArgument(const py::handle& obj, const char* what) {
   if (PyBool_Check(obj.ptr()) || PyIndex_Check(obj.ptr()) == 0) {
-    throw py::type_error(std::string("kpz: ") + what + " is an int, not '" + typeName(obj) + "'");
+    throw py::type_error(std::string("kpz: ") + what + " is an int, not '" + KpzPyTypeName(obj) +
+                         "'");
   }
   IntArgument arg;
   arg.number = py::reinterpret_steal<py::object>(PyNumber_Index(obj.ptr()));
@@ -162,13 +141,6 @@ std::string readErrorWords(const py::handle& obj) {
 
 // ---- sources ----------------------------------------------------------------
 
-// Raises `type` with `words`, the pending Python error as its __cause__.
-[[noreturn]] void raiseFromPending(PyObject* type, const std::string& words) {
-  py::error_already_set cause;  // takes the pending error
-  py::raise_from(cause, type, words.c_str());
-  throw py::error_already_set();
-}
-
 // Takes the buffer of a bytes-like source into *view. Such a source is the
 // file's whole content and is used where it lies, without a copy (a camera
 // file is tens of megabytes), so it must be one C-contiguous run of bytes:
@@ -199,11 +171,12 @@ void takeWholeBuffer(const py::handle& obj, Py_buffer* view) {
   if (contiguous) {
     throw py::error_already_set();
   }
-  raiseFromPending(PyExc_BufferError,
-                   "kpz: a bytes-like source must be one C-contiguous run of bytes, and this '" +
-                       typeName(obj) +
-                       "' is not (a slice with a step, a reversed or transposed view): "
-                       "pass bytes(source)");
+  KpzPyRaiseFromPending(
+      PyExc_BufferError,
+      "kpz: a bytes-like source must be one C-contiguous run of bytes, and this '" +
+          KpzPyTypeName(obj) +
+          "' is not (a slice with a step, a reversed or transposed view): "
+          "pass bytes(source)");
 }
 
 // One source as given: a path, a buffer or a file object.
@@ -212,7 +185,13 @@ class Source {
   enum class Type { Path, Buffer, Stream };
 
   explicit Source(const py::handle& obj) : m_obj(py::reinterpret_borrow<py::object>(obj)) {
-    if (PyUnicode_Check(obj.ptr()) || PyObject_HasAttrString(obj.ptr(), "__fspath__") == 1) {
+    // bytes, bytearray and memoryview themselves (no path, whatever their
+    // subclasses may add) go straight to the buffer, without looking for
+    // a __fspath__ they do not have.
+    const bool plainBuffer = PyBytes_CheckExact(obj.ptr()) || PyByteArray_CheckExact(obj.ptr()) ||
+                             PyMemoryView_Check(obj.ptr());
+    if (!plainBuffer &&
+        (PyUnicode_Check(obj.ptr()) || PyObject_HasAttrString(obj.ptr(), "__fspath__") == 1)) {
       m_type = Type::Path;
       py::object fspath = py::reinterpret_steal<py::object>(PyOS_FSPath(obj.ptr()));
       if (!fspath) {
@@ -287,7 +266,7 @@ class Source {
 
 // A failed extraction raised as its kind (raiseFailure's table).
 [[noreturn]] void raiseExtraction(const KpzExtraction::Outcome& got, py::object filename) {
-  raiseFailure(got.kind, got.err, got.code, got.words, std::move(filename));
+  KpzPyRaiseFailure(got.kind, got.err, got.code, got.words, std::move(filename));
 }
 
 // A new bytes object of `length` bytes, not yet filled.
@@ -357,26 +336,68 @@ class PictureBytes {
                                   py::object filename) {
   const std::string words = KpzPyStreamReadAt::EndedEarlyWords(stream.EndedAt(), stream.Size());
   if (got.range.length == 0) {
-    raiseKpz("KpzError", words, py::none(), std::move(filename));
+    KpzPyRaiseKpz("KpzError", words, py::none(), std::move(filename));
   }
-  raiseFailure(DtRawFailure::KindDamaged, 0, 0,
-               std::string(KpzPictureReader::Name(kind)) +
-                   " extends past the end of the file: " + words,
-               std::move(filename));
+  KpzPyRaiseFailure(
+      DtRawFailure::KindDamaged, 0, 0,
+      std::string(KpzPictureReader::Name(kind)) + " extends past the end of the file: " + words,
+      std::move(filename));
+}
+
+// A file's head given as bytes with `fileSize` (a remote file's first
+// bytes, fetched by the caller): one more source read at an offset, memory
+// that holds only those bytes (DtNlMemReadAt), parsed once by the kit's
+// head-only form. Nothing else is read: the Picture tells the range to
+// fetch and, with upright, carries the orientation its turn() applies.
+py::object locateInHead(const Source& src, const py::handle& fileSize,
+                        const KpzExtraction::Options& options) {
+  const IntArgument size = intArgument(fileSize, "file_size");
+  if (src.type() != Source::Type::Buffer) {
+    throw py::type_error(
+        "kpz: file_size goes with a file's first bytes given as bytes, not with a path or a "
+        "file object (which tell their own size)");
+  }
+  if (size.overflow || size.value < 0) {
+    throw py::value_error("kpz: file_size " + py::str(size.number).cast<std::string>() +
+                          " is no file size (0 to 2**63 - 1 bytes)");
+  }
+  const std::uint64_t total = static_cast<std::uint64_t>(size.value);
+  // Bytes past the file's size are none of the file's.
+  const std::size_t held = src.size() < total ? src.size() : static_cast<std::size_t>(total);
+  KpzPyPicture located;
+  located.options = options;
+  located.data = py::none();
+  {
+    py::gil_scoped_release unlocked;
+    DtNlMemReadAt head(src.data(), held, total);
+    located.outcome = KpzExtraction::Locate(head, options);
+  }
+  if (!located.outcome.ok()) {
+    raiseExtraction(located.outcome, src.filename());
+  }
+  return py::cast(std::move(located));
 }
 
 // The picture of `kind` by the kit's one extraction over the read-at
 // interface, whatever the source: a path opened by the kit (DtNlFdReadAt),
 // a buffer where it lies (DtNlMemReadAt), a file object (KpzPyStreamReadAt,
-// which takes the lock only for its own calls). The lock is released
-// around the whole extraction.
-py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureReader::Kind kind,
-                  bool upright) {
-  LibraryLines lines(logger);
+// which takes the lock only for its own calls), or with `fileSize` a head
+// (locateInHead). The lock is released around the whole extraction. The
+// picture's bytes, or with `detail` a Picture that also tells its range
+// and the note of its turn.
+py::object picture(const py::object& logger, const py::handle& obj, KpzPictureReader::Kind kind,
+                   bool upright, const py::handle& fileSize, bool detail) {
   Source src(obj);
   KpzExtraction::Options options;
   options.kind = kind;
   options.upright = upright;
+  if (!fileSize.is_none()) {
+    // The remote reader's hot path, a parse of memory: its library lines
+    // are dropped unread, as no listener is asked for (asking the logger
+    // would cost that call a few percent).
+    return locateInHead(src, fileSize, options);
+  }
+  LibraryLines lines(logger);
   PictureBytes stored;
   KpzExtraction::Outcome got;
   switch (src.type()) {
@@ -412,10 +433,16 @@ py::bytes picture(const py::object& logger, const py::handle& obj, KpzPictureRea
   if (!got.ok()) {
     raiseExtraction(got, src.filename());
   }
-  if (got.turned) {
-    return bytesOf(got.bytes);
+  py::bytes data = got.turned ? bytesOf(got.bytes) : stored.Bytes();
+  if (!detail) {
+    return py::object(std::move(data));
   }
-  return stored.Bytes();
+  KpzPyPicture p;
+  p.outcome = std::move(got);
+  p.outcome.bytes = std::vector<UINT8>();  // now in `data`
+  p.options = options;
+  p.data = std::move(data);
+  return py::cast(std::move(p));
 }
 
 // The metadata of `obj` as the line `kpz info --json` prints, or the error.
@@ -452,8 +479,8 @@ std::string infoJson(const py::object& logger, const py::handle& obj) {
     // The head through the read-at interface, as the record reads it.
     KpzPyStreamReadAt stream(src.object());
     const std::uint64_t size = stream.Size();
-    const std::size_t want = size < KpzSource::kHeadSize ? static_cast<std::size_t>(size)
-                                                         : KpzSource::kHeadSize;
+    const std::size_t want =
+        size < KpzSource::kHeadSize ? static_cast<std::size_t>(size) : KpzSource::kHeadSize;
     std::unique_ptr<UINT8[]> head(new UINT8[KpzSource::kHeadSize]);
     KpzSource source;
     int err = 0;
@@ -468,16 +495,16 @@ std::string infoJson(const py::object& logger, const py::handle& obj) {
     }
     stream.RaisePending();
     if (stream.EndedEarly()) {
-      raiseKpz("KpzError", KpzPyStreamReadAt::EndedEarlyWords(stream.EndedAt(), size), py::none(),
-               src.filename());
+      KpzPyRaiseKpz("KpzError", KpzPyStreamReadAt::EndedEarlyWords(stream.EndedAt(), size),
+                    py::none(), src.filename());
     }
     if (err != 0) {
-      raiseFailure(DtRawFailure::KindUnreadable, err, 0, KpzSource::ReadErrorWords(err),
-                   src.filename());
+      KpzPyRaiseFailure(DtRawFailure::KindUnreadable, err, 0, KpzSource::ReadErrorWords(err),
+                        src.filename());
     }
   }
   if (!ok) {
-    raiseKpz("NotKpzError", md.error, py::int_(md.initResult), src.filename());
+    KpzPyRaiseKpz("NotKpzError", md.error, py::int_(md.initResult), src.filename());
   }
   std::string line;
   {
@@ -516,9 +543,9 @@ py::dict setOrientation(const py::object& logger, const py::handle& obj, unsigne
   }
   if (!outcome.ok) {
     py::object rc = outcome.result != 0 ? py::object(py::int_(outcome.result)) : py::none();
-    raiseKpz(outcome.failure == KpzRotator::Failure::Output ? "OrientationWriteError"
-                                                           : "OrientationError",
-             outcome.error, rc, src.filename());
+    KpzPyRaiseKpz(outcome.failure == KpzRotator::Failure::Output ? "OrientationWriteError"
+                                                                 : "OrientationError",
+                  outcome.error, rc, src.filename());
   }
   py::dict result;
   result["before"] = outcome.before;
@@ -537,16 +564,18 @@ PYBIND11_MODULE(_kpz, m) {
   const py::object logger = py::module_::import("logging").attr("getLogger")("kpz.library");
   m.def(
       "picture",
-      [logger](const py::handle& source, const std::string& kind, bool upright) {
+      [logger](const py::handle& source, const std::string& kind, bool upright,
+               const py::handle& fileSize, bool detail) {
         if (kind != "preview" && kind != "thumbnail") {
           throw py::value_error("kind is 'preview' or 'thumbnail', not '" + kind + "'");
         }
-        return picture(logger, source,
-                       kind == "preview" ? KpzPictureReader::Kind::Preview
-                                         : KpzPictureReader::Kind::Thumbnail,
-                       upright);
+        return picture(
+            logger, source,
+            kind == "preview" ? KpzPictureReader::Kind::Preview : KpzPictureReader::Kind::Thumbnail,
+            upright, fileSize, detail);
       },
-      py::arg("source"), py::arg("kind") = "preview", py::kw_only(), py::arg("upright") = false);
+      py::arg("source"), py::arg("kind") = "preview", py::kw_only(), py::arg("upright") = false,
+      py::arg("file_size") = py::none(), py::arg("detail") = false);
   m.def(
       "info_json", [logger](const py::handle& source) { return infoJson(logger, source); },
       py::arg("source"));
@@ -596,5 +625,5 @@ PYBIND11_MODULE(_kpz, m) {
   m.attr("__version__") = KPZ_VERSION;  // the project's version (python/CMakeLists.txt)
   py::module_ kit = m.def_submodule("kit", "The kpz tool's conventions (KpzPyKit.cpp).");
   KpzPyRegisterKit(kit);
-  KpzPyRegisterExtraction(kit);
+  KpzPyRegisterExtraction(m, kit);
 }

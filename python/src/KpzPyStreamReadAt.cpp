@@ -6,19 +6,11 @@
 #include <new>
 #include <utility>
 
+#include "KpzPyRaise.h"
+
 namespace py = pybind11;
 
 namespace {
-
-// The name of `obj`'s type, for words.
-std::string typeName(const py::handle& obj) { return Py_TYPE(obj.ptr())->tp_name; }
-
-// Raises `type` with `words`, the pending Python error as its __cause__.
-[[noreturn]] void raiseFromPending(PyObject* type, const std::string& words) {
-  py::error_already_set cause;  // takes the pending error
-  py::raise_from(cause, type, words.c_str());
-  throw py::error_already_set();
-}
 
 [[noreturn]] void raiseWords(PyObject* type, const std::string& words) {
   PyErr_SetString(type, words.c_str());
@@ -31,7 +23,7 @@ std::string typeName(const py::handle& obj) { return Py_TYPE(obj.ptr())->tp_name
 std::uint64_t sizeFrom(const py::object& value, const char* call) {
   if (!PyLong_Check(value.ptr()) || PyBool_Check(value.ptr())) {
     raiseWords(PyExc_TypeError, std::string("kpz: the file object's ") + call + " returned '" +
-                                    typeName(value) + "', not an int (the file's size)");
+                                    KpzPyTypeName(value) + "', not an int (the file's size)");
   }
   int overflow = 0;
   const long long size = PyLong_AsLongLongAndOverflow(value.ptr(), &overflow);
@@ -69,7 +61,7 @@ py::object call(const py::object& stream, const char* method, PyObject* arg) {
   PyObject* result = PyObject_CallMethodOneArg(stream.ptr(), name.ptr(), arg);
   if (result == nullptr) {
     if (PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) {
-      raiseFromPending(PyExc_TypeError, KpzPyStreamReadAt::kTextMode);
+      KpzPyRaiseFromPending(PyExc_TypeError, KpzPyStreamReadAt::kTextMode);
     }
     throw py::error_already_set();
   }
@@ -176,8 +168,9 @@ std::size_t KpzPyStreamReadAt::readIntoOnce(UINT8* out, std::size_t room) {
   // view's buffer once readinto() returned could write to it later.
   PyObject* released = PyObject_CallMethod(view.ptr(), "release", nullptr);
   if (released == nullptr) {
-    raiseFromPending(PyExc_BufferError,
-                     "kpz: the file object kept a view of the buffer its readinto() was given");
+    KpzPyRaiseFromPending(
+        PyExc_BufferError,
+        "kpz: the file object kept a view of the buffer its readinto() was given");
   }
   Py_DECREF(released);
   if (result.is_none()) {
@@ -185,7 +178,7 @@ std::size_t KpzPyStreamReadAt::readIntoOnce(UINT8* out, std::size_t room) {
   }
   if (!PyLong_Check(result.ptr()) || PyBool_Check(result.ptr())) {
     raiseWords(PyExc_TypeError, "kpz: the file object's readinto() of " + std::to_string(room) +
-                                    " bytes returned '" + typeName(result) + "', not an int");
+                                    " bytes returned '" + KpzPyTypeName(result) + "', not an int");
   }
   int overflow = 0;
   const long long n = PyLong_AsLongLongAndOverflow(result.ptr(), &overflow);
@@ -221,7 +214,7 @@ std::size_t KpzPyStreamReadAt::readOnce(UINT8* out, std::size_t room) {
   }
   const std::string asked = "kpz: the file object's read(" + std::to_string(room) + ") returned ";
   if (PyObject_CheckBuffer(chunk.ptr()) != 1) {
-    raiseWords(PyExc_TypeError, asked + "'" + typeName(chunk) + "', not bytes");
+    raiseWords(PyExc_TypeError, asked + "'" + KpzPyTypeName(chunk) + "', not bytes");
   }
   Py_buffer view;
   if (PyObject_GetBuffer(chunk.ptr(), &view, PyBUF_FULL_RO) != 0) {

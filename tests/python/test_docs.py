@@ -64,23 +64,11 @@ def test_the_package_says_it_is_typed():
     assert pathlib.Path(kpz.__file__).with_name("py.typed").exists()
 
 
-# Bound on kit for the tests alone, each with the reason it stays.
-KIT_FOR_TESTS = {
-    # The bar's text, against which the package's bar (kit.ProgressBar) is
-    # checked frame by frame.
-    "progress_text", "progress_line",
-    # The type kit.locate returns, never named by the package.
-    "Located",
-}
-
-
 def test_every_name_the_extension_module_binds_is_used_by_the_package():
     package = pathlib.Path(kpz.__file__).parent
     text = "\n".join(p.read_text(encoding="utf-8") for p in sorted(package.rglob("*.py")))
     unused = [f"_kpz.{n}" for n in dir(_kpz)
               if not n.startswith("_") and n != "kit" and not re.search(rf"_kpz\.{n}\b", text)]
     unused += [f"kit.{n}" for n in dir(_kpz.kit)
-               if not n.startswith("_") and n not in KIT_FOR_TESTS
-               and not re.search(rf"\bkit\.{n}\b", text)]
+               if not n.startswith("_") and not re.search(rf"\bkit\.{n}\b", text)]
     assert unused == []
-    assert all(hasattr(_kpz.kit, n) for n in KIT_FOR_TESTS)

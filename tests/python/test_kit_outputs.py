@@ -5,8 +5,12 @@ the kpz tool does."""
 import os
 import subprocess
 
+import pytest
+
 import kpz
+from kpz import _kpz
 from kpz._kpz import kit
+from kpz.distributed import _task
 
 
 def test_shown_name_escapes_what_would_forge_a_line():
@@ -75,12 +79,8 @@ def test_jpeg_ends_whole_checks_remote_ends():
 
 def test_upright_note_renders_as_the_tools_summary(tool, tmp_path, fixtures):
     path = fixtures["byname"]["orient6_partial"]["path"]
-    with open(path, "rb") as f:
-        head = f.read(kpz.HEAD_SIZE)
-    found = kit.locate(head, os.path.getsize(path), "preview", upright=True)
-    assert found.ok and found.turns, found.words
-    status, jpeg, note, words = found.turn(kpz.screennail(path))
-    assert status == 0, words
+    jpeg, note, words = _task._picture(path, "preview", True)
+    assert words == ""
     assert jpeg == kpz.screennail(path, upright=True)
     assert note.startswith("re-encoded at quality 95")
     s = kit.Summary()
@@ -104,10 +104,54 @@ def test_upright_note_renders_as_the_tools_summary(tool, tmp_path, fixtures):
 
 def test_upright_without_a_turn_gives_the_stored_bytes(fixtures):
     path = fixtures["byname"]["no_orientation"]["path"]
+    assert _task._picture(path, "preview", True) == (kpz.screennail(path), "", "")
+
+
+@pytest.mark.parametrize("name", ["orient6_partial", "orient3_whole", "no_orientation"])
+def test_a_head_in_memory_is_located_and_turned_as_the_whole_file(fixtures, name):
+    path = fixtures["byname"][name]["path"]
     with open(path, "rb") as f:
-        head = f.read(kpz.HEAD_SIZE)
-    stored = kpz.screennail(path)
-    found = kit.locate(head, os.path.getsize(path), "preview", upright=True)
-    assert found.ok and not found.turns
-    status, jpeg, note, _ = found.turn(stored)
-    assert (status, jpeg, note) == (0, stored, "")
+        data = f.read()
+    whole = _kpz.picture(path, "preview", upright=True, detail=True)
+    found = _kpz.picture(data[:kpz.HEAD_SIZE], "preview", upright=True, file_size=len(data))
+    assert found.data is None
+    assert (found.offset, found.length) == (whole.offset, whole.length)
+    assert found.turns == whole.turns
+    got = found.turn(data[found.offset:found.offset + found.length])
+    assert (got.data, got.note) == (whole.data, whole.note)
+    assert got.data == kpz.screennail(path, upright=True)
+
+
+@pytest.mark.parametrize("name", ["not_tiff", "empty", "single_directory", "truncated",
+                                  "exif_past_end", "no_ifd1", "no_preview", "empty_preview",
+                                  "preview_past_end", "preview_beyond_2gib"])
+def test_a_head_in_memory_fails_in_the_words_and_class_of_the_whole_file(fixtures, name):
+    data = open(fixtures["byname"][name]["path"], "rb").read()  # noqa: SIM115
+    with pytest.raises(kpz.KpzError) as whole:
+        kpz.screennail(data)
+    with pytest.raises(kpz.KpzError) as head:
+        _kpz.picture(data[:kpz.HEAD_SIZE], "preview", file_size=len(data))
+    assert type(head.value) is type(whole.value)
+    assert (head.value.words, head.value.code) == (whole.value.words, whole.value.code)
+
+
+def test_a_turn_that_fails_after_the_head_was_located_says_what_kpz_says(fixtures):
+    path = fixtures["byname"]["orient6_not_jpeg"]["path"]
+    data = open(path, "rb").read()  # noqa: SIM115
+    found = _kpz.picture(data[:kpz.HEAD_SIZE], "preview", upright=True, file_size=len(data))
+    assert found.turns
+    with pytest.raises(kpz.BadPreviewError) as whole:
+        kpz.screennail(path, upright=True)
+    with pytest.raises(kpz.BadPreviewError) as turned:
+        found.turn(data[found.offset:found.offset + found.length])
+    assert turned.value.words == whole.value.words
+
+
+def test_a_head_s_file_size_is_checked_in_words(fixtures):
+    path = fixtures["byname"]["no_orientation"]["path"]
+    with pytest.raises(TypeError, match="file_size goes with a file's first bytes"):
+        _kpz.picture(path, file_size=10)
+    with pytest.raises(ValueError, match="file_size -1 is no file size"):
+        _kpz.picture(b"II*\0", file_size=-1)
+    with pytest.raises(TypeError, match="file_size is an int, not 'str'"):
+        _kpz.picture(b"II*\0", file_size="10")

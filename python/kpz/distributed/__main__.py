@@ -96,14 +96,6 @@ def main(argv: Optional[List[str]] = None) -> int:
         parser.error("--workers takes a number of at least 1, and not with --scheduler")
     extensions = _cli.extensions_of(args)
 
-    def show(r: distributed.Result) -> None:
-        if r.out:
-            sys.stdout.write(r.out)
-            sys.stdout.flush()
-        if r.err:
-            sys.stderr.write(r.err)
-            sys.stderr.flush()
-
     where = args.scheduler or "the local cluster"
     from kpz import _s3
 
@@ -114,7 +106,7 @@ def main(argv: Optional[List[str]] = None) -> int:
             cluster=args.scheduler, recursive=args.recursive, extensions=extensions,
             batch_size=args.batch_size, skip_existing=args.skip_existing, sync=args.sync,
             workers=args.workers, start_timeout=args.start_timeout, remote=settings,
-            on_result=show,
+            on_result=_cli.write_lines,
             progress=sys.stderr)
     except distributed.RunFailed as e:
         sys.stderr.write("%s\n" % e)

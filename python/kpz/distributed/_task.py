@@ -11,11 +11,12 @@ from collections import Counter
 from typing import Any, Iterator, List, Optional, Sequence, Tuple
 
 import kpz
+from kpz import _kpz
 from kpz._claims import REASON, Claims
 from kpz._kpz import kit
 
 from ._inputs import is_url
-from ._outputs import KINDS, Output
+from ._outputs import Output
 from ._results import Result
 
 _INPUT = kit.ExitStatus.INPUT
@@ -88,37 +89,21 @@ def _words_of(source: str, exc: BaseException) -> str:
     return kpz.error_words(exc)
 
 
-def _ended_early(end: int, size: int) -> str:
-    """The words kpz gives a file object that ended before its size."""
-    return ("the file object ended at byte %d, before the %d bytes its seek(0, 2) reported: "
-            "it is truncated or its size is wrong" % (end, size))
-
-
 def _picture(source: str, kind: str, upright: bool) -> Tuple[Optional[bytes], str, str]:
     """(picture, note, words): the picture of `source` as kpz writes it and
     the summary's note of its turn, or None and why not in kpz's words.
 
-    A remote file is read in two range reads (its head, then the picture's
-    range) and its head parsed once (kit.locate): the range, the
-    orientation and the turn all come from that one parse."""
-    if not is_url(source):
-        status, data, note, words = kit.extract(source, kind, upright)
-        return (None, "", words) if status else (data, note, "")
-    import fsspec
-
+    By the package's one picture entry: a local path as kpz reads it, a
+    remote one as a file object (RangeReader) read in two range reads (its
+    head, then the picture's range), the head parsed once."""
     try:
-        reader = RangeReader(*fsspec.core.url_to_fs(source))  # file systems are cached by fsspec
-        size = reader.seek(0, 2)
-        reader.seek(0)
-        head = reader.read(kpz.HEAD_SIZE)
-        if len(head) < min(size, kpz.HEAD_SIZE):
-            return None, "", _ended_early(len(head), size)
-        found = kit.locate(head, size, kind, upright=upright)
-        del head
-        if not found.ok:
-            return None, "", found.words
-        reader.seek(found.offset)
-        stored = reader.read(found.length)
+        if is_url(source):
+            import fsspec
+
+            got = _kpz.picture(RangeReader(*fsspec.core.url_to_fs(source)),  # fs cached by fsspec
+                               kind, upright=upright, detail=True)
+        else:
+            got = _kpz.picture(source, kind, upright=upright, detail=True)
     except (kpz.KpzError, OSError) as e:
         return None, "", _words_of(source, e)
     except (ValueError, ImportError) as e:  # a remote file system's own errors
@@ -128,13 +113,7 @@ def _picture(source: str, kind: str, upright: bool) -> Tuple[Optional[bytes], st
     except Exception as e:  # noqa: BLE001 - any other is this file's failure, not the batch's
         # Its type only: a message may hold the file's bytes.
         return None, "", "cannot read: an unforeseen failure (%s)" % type(e).__name__
-    if len(stored) != found.length:
-        return None, "", "%s extends past the end of the file: %s" % (
-            KINDS[kind][1], _ended_early(found.offset + len(stored), size))
-    if not found.turns:
-        return stored, "", ""
-    status, data, note, words = found.turn(stored)
-    return (None, "", words) if status else (data, note, "")
+    return got.data, got.note, ""
 
 
 def is_web(source: str) -> bool:

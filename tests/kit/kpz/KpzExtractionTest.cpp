@@ -297,6 +297,45 @@ TEST(KpzExtraction, TheStreamFormGivesTheStoredBytesFromAFileAndFromMemory) {
   }
 }
 
+TEST(KpzExtraction, AHeadHeldInMemoryIsLocatedAsTheWholeFileWithNothingMoreRead) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(70000, 7);  // past the head
+  recipe.thumbnail = kpztest::FakeJpeg(900, 8);
+  recipe.orientation = 6;
+  const Bytes file = kpztest::BuildKpz(recipe);
+  for (Kind kind : {Kind::Preview, Kind::Thumbnail}) {
+    KpzExtraction::Options want;
+    want.kind = kind;
+    want.upright = true;
+    DtNlMemReadAt whole(file.data(), file.size());
+    KpzExtraction::Outcome all;
+    kpztest::CaptureStderr([&] { all = KpzExtraction::Locate(whole, want); });
+    ASSERT_TRUE(all.ok()) << all.words;
+    // Only the head is held; the file's size lies beyond it.
+    DtNlMemReadAt head(file.data(), KpzSource::kHeadSize, file.size());
+    KpzExtraction::Outcome located;
+    kpztest::CaptureStderr([&] { located = KpzExtraction::Locate(head, want); });
+    ASSERT_TRUE(located.ok()) << located.words;
+    EXPECT_EQ(located.range.offset, all.range.offset);
+    EXPECT_EQ(located.range.length, all.range.length);
+    EXPECT_TRUE(located.turns);
+    EXPECT_EQ(located.orientation.code, all.orientation.code);
+    EXPECT_TRUE(located.bytes.empty());
+  }
+}
+
+TEST(KpzExtraction, AHeadHeldShortOfItsFileIsUnreadableNotZeros) {
+  KpzSpec recipe;
+  recipe.screennail = kpztest::FakeJpeg(70000, 7);
+  const Bytes file = kpztest::BuildKpz(recipe);
+  DtNlMemReadAt cut(file.data(), 1000, file.size());  // 1000 bytes of a 64 KiB head
+  KpzExtraction::Outcome o;
+  kpztest::CaptureStderr([&] { o = KpzExtraction::Locate(cut, {}); });
+  EXPECT_EQ(o.failure, Failure::Unreadable);
+  EXPECT_EQ(o.err, ENODATA);
+  EXPECT_EQ(o.status, KpzExitStatus::Input);
+}
+
 TEST(KpzExtraction, TheStreamFormReadsThePictureStraightIntoTheDestination) {
   KpzSpec recipe;
   recipe.screennail = kpztest::FakeJpeg(2500, 9);  // a file shorter than the head
