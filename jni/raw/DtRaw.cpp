@@ -17,7 +17,6 @@
 
 #include "raw/DtRawEng.h"
 #include "raw/DtRawError.h"
-#include "raw/parser/DtRawHeadIo.h"
 #include "raw/parser/DtRawTagData.h"
 #include "util/DtNlDataUtil.h"
 #include "util/DtNlListImpl.h"
@@ -74,8 +73,7 @@ DtRaw::DtRaw()
       m_buffSize(0),
       m_isBuffOwner(0),
       m_isBuffMode(0),
-      m_updateList(),
-      m_headIo(nullptr) {}
+      m_updateList() {}
 
 DtRaw::~DtRaw() { Finalize(); }
 
@@ -133,7 +131,7 @@ int DtRaw::Initialize(DtNlFile& file) {
     DTNL_ASSERT(__LINE__, m_rawEng != nullptr, "Raw: RawEng is NULL!!");
   }
 
-  result = parseHead();
+  result = m_rawEng->Parse(m_stream);
   if (result != DtRawOk) {
     Finalize();
     return result;
@@ -217,7 +215,7 @@ int DtRaw::InitializeBuf(unsigned char* buff, int size) {
     DTNL_ASSERT(__LINE__, m_rawEng != nullptr, "Raw: RawEng is NULL!!");
   }
 
-  const int parsed = parseHead();
+  const int parsed = m_rawEng->Parse(m_stream);
   if (parsed != DtRawOk) {
     Finalize();
     return parsed;
@@ -229,19 +227,6 @@ int DtRaw::InitializeBuf(unsigned char* buff, int size) {
   const int result = DtRawError::GetRawErr(m_stream->GetIo()->GetStatus(), DtRawErrBuffClose);
   Finalize();
   return result;
-}
-
-int DtRaw::parseHead() {
-  if (m_headIo == nullptr) {
-    return m_rawEng->Parse(m_stream);
-  }
-  // The same bytes through the lent head channel, which records as the
-  // parse goes; m_stream stays open over them as without it.
-  DtNlDataStream through(m_headIo);
-  if (through.Open(m_buff, m_buffSize) != 0) {
-    return m_rawEng->Parse(m_stream);
-  }
-  return m_rawEng->Parse(&through);
 }
 
 void DtRaw::Finalize() {

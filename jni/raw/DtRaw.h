@@ -48,7 +48,6 @@
 #include "util/io/DtNlFile.h"
 
 class DtRawEng;
-class DtRawHeadIo;
 class DtNlDataStream;
 class DtNlTime;
 
@@ -200,13 +199,8 @@ class DtRaw {
 
  private:
   // The record (DtRawRecord) takes its answers from this object's one
-  // parse, also the orientation value as stored, which no getter gives; and
-  // lends a head channel for that parse to record in (m_headIo).
+  // parse, also the orientation value as stored, which no getter gives.
   friend class DtRawRecord;
-
-  // The engine's parse of the head copy: through m_headIo when one is lent,
-  // else through m_stream (opened over the copy). The engine's result.
-  int parseHead();
 
   // Reads the head of m_file into `buff`. 0 on success (a short file is no
   // failure); a read error counts only when the close fails too.
@@ -263,7 +257,6 @@ class DtRaw {
   INT32 m_isBuffOwner;            // 1 when m_buff was allocated here
   INT32 m_isBuffMode;             // 1 after InitializeBuf, 0 after a file Initialize
   DtRawTagDataList m_updateList;  // pending changes in queued order (unkeyed); owns them
-  DtRawHeadIo* m_headIo;          // borrowed (lent by DtRawRecord::ParseThrough); null: none
 };
 
 #endif  // KPZ_RAW_DTRAW_H

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "raw/DtRawError.h"
-#include "raw/parser/DtRawHeadIo.h"
+#include "raw/DtRawHeadEng.h"  // and DtRawHeadIo, the head channel it lends
 #include "util/DtNlLogger.h"
 #include "util/io/DtNlDataStream.h"
 #include "util/io/DtNlIo.h"
@@ -77,8 +77,8 @@ int DtRawEng::Parse(DtNlDataStream* stream) {
   if (stream == nullptr || stream->GetIo() == nullptr) {
     return DtRawErrParam;
   }
+  stream = DtRawHeadEng::Through(this, stream);  // the lent head channel's, if any
   DtNlIo* io = stream->GetIo();
-
   // Deliberate: a reused engine keeps its parsers but none of their entries,
   // so nothing read from an earlier stream survives into this parse.
   DtRawIFDParserBase* const parsers[] = {m_ifd0Parser, m_ifd1Parser,      m_exifParser,

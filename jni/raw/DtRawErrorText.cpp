@@ -109,6 +109,14 @@ UINT explained(int code, const DtRawLayoutCheck::Finding& found, char* out, UINT
 
 }  // namespace
 
+UINT DtRawErrorText::Parse(int code, const UINT8* head, std::uint64_t fileSize, char* out,
+                           UINT size) {
+  if (head == nullptr || !IsParseCode(code)) {
+    return withoutHead(code, out, size);
+  }
+  return explained(code, DtRawLayoutCheck::Inspect(head, fileSize), out, size);
+}
+
 UINT DtRawErrorText::Stopped(int code, const DtRawHeadIo& io, char* out, UINT size,
                              DtRawLayoutCheck::Finding* finding, std::uint64_t* at) {
   DtRawLayoutCheck::Finding found;

@@ -55,6 +55,13 @@ class DtRawErrorText {
   static UINT Stopped(int code, const DtRawHeadIo& io, char* out, UINT size,
                       DtRawLayoutCheck::Finding* finding = nullptr, std::uint64_t* at = nullptr);
 
+  // Kept for programs built against 1.0.0 (deprecated): Stopped's words for
+  // `code` over the head of a file of `fileSize` bytes, parsed once more by
+  // the facade through a head channel (DtRawLayoutCheck::Inspect); the
+  // code's own words when `head` is null or that parse does not give `code`.
+  // New code takes Stopped over the channel of its own parse.
+  static UINT Parse(int code, const UINT8* head, std::uint64_t fileSize, char* out, UINT size);
+
   // Words for a failed DtRaw::Initialize result `code` as the facade reports
   // it, without looking at the file ("file not found", "not a KPZ raw file
   // (no TIFF header)", ...); a code without words of its own gives "the file

@@ -9,9 +9,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "raw/DtRaw.h"
 #include "raw/DtRawError.h"
+#include "raw/DtRawRecord.h"
 #include "raw/parser/DtRawHeadIo.h"
 #include "raw/parser/DtRawTagData.h"
 
@@ -144,6 +147,85 @@ Part partOf(INT32 category) {
   }
 }
 
+// The directory category (DtRawTagCategory) of a part; -1 for none.
+INT32 categoryOf(Part part) {
+  for (INT32 c = 0; c < static_cast<INT32>(DtRawHeadIo::Places::CATEGORIES); ++c) {
+    if (partOf(c) == part) {
+      return c;
+    }
+  }
+  return -1;
+}
+
+// The facade's parse of `head` through `io` (the channel's file size), over
+// a copy of the head kept in *copy: the facade takes its buffer as writable,
+// and the channel refers to it until the caller has read its record.
+int parseThrough(const UINT8* head, DtRawHeadIo* io, std::unique_ptr<UINT8[]>* kept) {
+  std::unique_ptr<UINT8[]>& copy = *kept;
+  copy.reset(new (std::nothrow) UINT8[DtRawLayoutCheck::HEAD_SIZE]);
+  if (!copy) {
+    return DtRawErrBuffOpen;  // the buffer to open a stream over could not be had
+  }
+  std::memcpy(copy.get(), head, DtRawLayoutCheck::HEAD_SIZE);
+  DtRaw raw;
+  DtRawRecord::ParseThrough(&raw, io);
+  const int code = raw.InitializeBuf(copy.get(), static_cast<int>(DtRawLayoutCheck::HEAD_SIZE));
+  raw.Finalize();
+  return code;
+}
+
+// The places kept by a parse, by Part.
+void byPart(const DtRawHeadIo::Places& kept, DtRawLayoutCheck::Places* places) {
+  *places = DtRawLayoutCheck::Places();
+  places->m_fileSize = kept.m_fileSize;
+  for (UINT i = 0; i < kept.m_count && i < DtRawHeadIo::Places::MAX_PLACES &&
+                   places->m_count < DtRawLayoutCheck::Places::MAX_PLACES;
+       ++i) {
+    const DtRawHeadIo::Place& from = kept.m_at[i];
+    DtRawLayoutCheck::Place& to = places->m_at[places->m_count++];
+    to.m_part = partOf(from.m_category);
+    to.m_tag = from.m_tag;
+    to.m_entry = from.m_entry;
+    to.m_pos = from.m_pos;
+    to.m_size = from.m_size;
+    to.m_hasData = from.m_hasData;
+    std::memcpy(to.m_data, from.m_data, sizeof to.m_data);
+  }
+  for (UINT c = 0; c < DtRawHeadIo::Places::CATEGORIES; ++c) {
+    const std::size_t part = static_cast<std::size_t>(partOf(static_cast<INT32>(c)));
+    if (part != DtRawLayoutCheck::PartNone && part < sizeof places->m_read) {
+      places->m_read[part] = kept.m_read[c];
+      places->m_cut[part] = kept.m_cut[c];
+    }
+  }
+}
+
+// The places by Part back as a parse keeps them.
+void byCategory(const DtRawLayoutCheck::Places& places, DtRawHeadIo::Places* kept) {
+  *kept = DtRawHeadIo::Places();
+  kept->m_fileSize = places.m_fileSize;
+  for (UINT i = 0; i < places.m_count && i < DtRawLayoutCheck::Places::MAX_PLACES &&
+                   kept->m_count < DtRawHeadIo::Places::MAX_PLACES;
+       ++i) {
+    const DtRawLayoutCheck::Place& from = places.m_at[i];
+    DtRawHeadIo::Place& to = kept->m_at[kept->m_count++];
+    to.m_category = categoryOf(from.m_part);
+    to.m_tag = from.m_tag;
+    to.m_entry = from.m_entry;
+    to.m_pos = from.m_pos;
+    to.m_size = from.m_size;
+    to.m_hasData = from.m_hasData;
+    std::memcpy(to.m_data, from.m_data, sizeof to.m_data);
+  }
+  for (UINT c = 0; c < DtRawHeadIo::Places::CATEGORIES; ++c) {
+    const std::size_t part = static_cast<std::size_t>(partOf(static_cast<INT32>(c)));
+    if (part != DtRawLayoutCheck::PartNone && part < sizeof places.m_read) {
+      kept->m_read[c] = places.m_read[part];
+      kept->m_cut[c] = places.m_cut[part];
+    }
+  }
+}
+
 // The Finding of what stopped the parse, before the cut and the header.
 Finding whyStopped(const DtRawHeadIo::Stop& s, std::uint64_t fileSize) {
   const int code = s.m_code;
@@ -211,7 +293,7 @@ DtRawLayoutCheck::Finding DtRawLayoutCheck::Recorded(const DtRawHeadIo& io, int 
     where = cut.m_start;
   }
   if (io.Head() != nullptr && io.HeadSize() >= 8) {
-    headerCut(io.Head(), fileSize, &f);
+    headerCut(io.Header(), fileSize, &f);
   }
   if (f.m_part == PartNone) {
     where = 0;
@@ -220,6 +302,54 @@ DtRawLayoutCheck::Finding DtRawLayoutCheck::Recorded(const DtRawHeadIo& io, int 
     *at = where;
   }
   return f;
+}
+
+DtRawLayoutCheck::Finding DtRawLayoutCheck::Inspect(const UINT8* head, std::uint64_t fileSize) {
+  if (head == nullptr) {
+    return Finding();
+  }
+  DtRawHeadIo io(fileSize);
+  std::unique_ptr<UINT8[]> copy;
+  const int code = parseThrough(head, &io, &copy);
+  return Recorded(io, code);
+}
+
+void DtRawLayoutCheck::Locate(const UINT8* head, std::uint64_t fileSize, Places* places) {
+  if (places == nullptr) {
+    return;
+  }
+  DtRawHeadIo::Places kept;
+  kept.m_fileSize = fileSize;
+  if (head != nullptr) {
+    DtRawHeadIo io(fileSize);
+    io.KeepPlaces(&kept);
+    std::unique_ptr<UINT8[]> copy;
+    parseThrough(head, &io, &copy);
+  }
+  byPart(kept, places);
+}
+
+bool DtRawLayoutCheck::Place::PastEnd(std::uint64_t fileSize) const {
+  DtRawHeadIo::Place same;
+  same.m_entry = m_entry;
+  same.m_pos = m_pos;
+  same.m_size = m_size;
+  return same.PastEnd(fileSize);
+}
+
+const DtRawLayoutCheck::Place* DtRawLayoutCheck::Places::Get(Part part, UINT16 tag) const {
+  for (UINT i = 0; i < m_count && i < MAX_PLACES; ++i) {
+    if (m_at[i].m_part == part && m_at[i].m_tag == tag) {
+      return &m_at[i];
+    }
+  }
+  return nullptr;
+}
+
+bool DtRawLayoutCheck::Places::Cut(Part part) const {
+  DtRawHeadIo::Places kept;
+  byCategory(*this, &kept);
+  return kept.Cut(categoryOf(part));
 }
 
 UINT DtRawLayoutCheck::Words(const Finding& f, char* out, UINT size) {

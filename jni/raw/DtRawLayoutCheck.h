@@ -98,6 +98,54 @@ class DtRawLayoutCheck {
   // nothing.
   static Finding Recorded(const DtRawHeadIo& io, int code, std::uint64_t* at = nullptr);
 
+  // ---- kept for programs built against 1.0.0 (deprecated) -----------------
+  // Each runs the facade's one parse over `head` through a head channel (it
+  // logs as that parse does) and tells what that channel recorded; nothing
+  // walks the head a second time. New code parses once with DtRawRecord and
+  // reads Recorded, or DtRawHeadIo::KeepPlaces, from that parse.
+
+  // The Finding of the facade's parse of `head` (HEAD_SIZE bytes) of a file
+  // of `fileSize` bytes, as Recorded gives it. A null head gives a Finding
+  // with code 0.
+  static Finding Inspect(const UINT8* head, std::uint64_t fileSize);
+
+  // One kept entry (a target tag) as the parse found it.
+  struct Place {
+    Part m_part = PartNone;
+    UINT16 m_tag = 0;
+    std::uint32_t m_entry = 0;  // where its 12-byte entry starts
+    std::uint32_t m_pos = 0;    // where its value lies: the entry's field, or the offset held
+    std::uint32_t m_size = 0;   // the value's bytes as the facade counts them (32-bit)
+    bool m_hasData = false;     // m_data holds the value (1 to 32 bytes, read from the head)
+    UINT8 m_data[32] = {};
+
+    // True when a byte of the entry or of the value lies at or past
+    // `fileSize`: the facade read zeros there, not the file.
+    bool PastEnd(std::uint64_t fileSize) const;
+  };
+
+  // The target tags of every directory the parse read whole.
+  struct Places {
+    static constexpr UINT MAX_PLACES = 40;
+    Place m_at[MAX_PLACES];
+    UINT m_count = 0;
+    std::uint64_t m_fileSize = 0;
+    bool m_read[8] = {};  // by Part: the directory was read whole
+    bool m_cut[8] = {};   // by Part: it runs past the end of the file
+
+    // The entry of `tag` in `part`, or null when the parse kept none.
+    const Place* Get(Part part, UINT16 tag) const;
+    // True when `part` runs past the end of the file, was not reached
+    // because the part holding its pointer does, or when the entry holding
+    // its offset is cut (DtRawHeadIo::Places::Cut).
+    bool Cut(Part part) const;
+  };
+
+  // The places the facade's parse of `head` kept (DtRawHeadIo::KeepPlaces),
+  // by Part. Never fails; a directory the parse could not read contributes
+  // nothing.
+  static void Locate(const UINT8* head, std::uint64_t fileSize, Places* places);
+
   // The reason in words, short and lower case, without the "not a KPZ raw
   // file" around it ("no camera model", "IFD1 lies past the end of the
   // file", "a value in IFD0 runs beyond the first 64 KiB"); "" for

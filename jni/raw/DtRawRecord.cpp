@@ -14,6 +14,7 @@
 #include "raw/DtRawErrorText.h"
 #include "raw/DtRawScreennailInfo.h"
 #include "raw/DtRawEng.h"
+#include "raw/DtRawHeadEng.h"
 #include "raw/DtRawLayoutCheck.h"
 #include "raw/DtRawThumbnailInfo.h"
 #include "raw/parser/DtRawHeadIo.h"
@@ -207,8 +208,16 @@ DtRawExpected<DtRawRecord> DtRawRecord::parseFull(UINT8* head, UINT headRead,
 }
 
 void DtRawRecord::ParseThrough(DtRaw* raw, DtRawHeadIo* io) {
-  if (raw != nullptr) {
-    raw->m_headIo = io;
+  if (raw == nullptr) {
+    return;
+  }
+  // The facade makes an engine only when it has none: one lent the channel
+  // now is the one its next parse runs (Finalize first, as that parse would,
+  // so that the facade keeps nothing of an earlier file). Without memory for
+  // it, the facade parses as ever, and the channel records nothing.
+  raw->Finalize();
+  if (io != nullptr) {
+    raw->m_rawEng = new (std::nothrow) DtRawHeadEng(io);
   }
 }
 

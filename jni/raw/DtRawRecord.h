@@ -105,14 +105,16 @@ class DtRawRecord {
   static DtRawExpected<DtRawRecord> Parse(const UINT8* head, std::size_t length,
                                           std::uint64_t fileSize, Fields fields = FieldsAll);
 
-  // Has the parse of `raw`'s next Initialize or InitializeBuf (and every
-  // later one, until lent another) run through the head channel `io`
-  // (borrowed: it must outlive those calls; null: the facade's own channel
-  // again), which records where and why it stops (DtRawErrorText::Stopped
+  // Has the parse of `raw`'s next Initialize or InitializeBuf run through
+  // the head channel `io` (borrowed: it must outlive that call; null: the
+  // facade's own channel), which records where and why it stops (DtRawErrorText::Stopped
   // reads that) and, when asked (DtRawHeadIo::KeepPlaces), where the entries
   // it kept lie. For a caller that works through the facade (its getters, or
   // its write-back, which needs its file mode) and takes the failure's words
   // and the entries' places from that same one parse.
+  // `raw` is finalized first (a parse finalizes it anyway); the channel is
+  // lent through the facade's engine (DtRawHeadEng), for one parse: a later
+  // Initialize after Finalize parses as ever.
   static void ParseThrough(DtRaw* raw, DtRawHeadIo* io);
 
   // ---- the answers ---------------------------------------------------------

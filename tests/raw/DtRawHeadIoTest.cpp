@@ -142,6 +142,49 @@ bool SamePlaces(const DtRawHeadIo::Places& got, const KpzLayoutWalk::Places& wal
   return same;
 }
 
+// The calls kept for programs built against 1.0.0 (Inspect, Locate and the
+// words of DtRawErrorText::Parse) answer for `h` what the walk does.
+bool KeptCallsAgree(const Head& h, int plain, const Finding& walked,
+                    const KpzLayoutWalk::Places& walkedPlaces, const std::string& what) {
+  const Finding got = DtRawLayoutCheck::Inspect(h.bytes.data(), h.fileSize);
+  bool same = plain == DtRawOk
+                  ? got.m_reason == DtRawLayoutCheck::ReasonNone && got.m_code == DtRawOk
+                  : (got.m_code == walked.m_code ||
+                     (ReadFamily(got.m_code) && ReadFamily(walked.m_code))) &&
+                        got.m_reason == walked.m_reason && got.m_part == walked.m_part &&
+                        got.m_value == walked.m_value && got.m_bytes == walked.m_bytes;
+  EXPECT_TRUE(same) << what << ": Inspect " << Describe(got) << ", walked " << Describe(walked);
+  DtRawLayoutCheck::Places places;
+  DtRawLayoutCheck::Locate(h.bytes.data(), h.fileSize, &places);
+  bool located = places.m_count == walkedPlaces.m_count &&
+                 places.m_fileSize == walkedPlaces.m_fileSize;
+  for (UINT i = 0; located && i < walkedPlaces.m_count; ++i) {
+    const KpzLayoutWalk::Place& w = walkedPlaces.m_at[i];
+    const DtRawLayoutCheck::Place* p = places.Get(w.m_part, w.m_tag);
+    located = p != nullptr && p->m_entry == w.m_entry && p->m_pos == w.m_pos &&
+              p->m_size == w.m_size && p->m_hasData == w.m_hasData &&
+              (!w.m_hasData || std::memcmp(p->m_data, w.m_data, w.m_size) == 0) &&
+              p->PastEnd(places.m_fileSize) == w.PastEnd(walkedPlaces.m_fileSize);
+  }
+  for (INT32 part = DtRawLayoutCheck::PartIfd0; located && part <= DtRawLayoutCheck::PartKmMakerNote;
+       ++part) {
+    const auto which = static_cast<DtRawLayoutCheck::Part>(part);
+    located = places.m_read[part] == walkedPlaces.m_read[part] &&
+              places.m_cut[part] == walkedPlaces.m_cut[part] &&
+              places.Cut(which) == walkedPlaces.Cut(which);
+  }
+  EXPECT_TRUE(located) << what << ": Locate's places are not the walk's";
+  bool words = true;
+  if (plain != DtRawOk) {
+    char told[DtRawErrorText::WORDS_SIZE];
+    DtRawErrorText::Parse(plain, h.bytes.data(), h.fileSize, told, sizeof told);
+    words = std::string(told) == WalkedWords(plain, walked);
+    EXPECT_TRUE(words) << what << ": \"" << told << "\" against \"" << WalkedWords(plain, walked)
+                       << "\"";
+  }
+  return same && located && words;
+}
+
 // One head: the result is the plain channel's; the recorded Finding and
 // places are the walk's; the record's words are the words told from the
 // walk. False (after reporting) on any difference.
@@ -194,7 +237,7 @@ bool Agrees(Head& h, const std::string& what) {
                             : why.m_reason == DtRawLayoutCheck::ReasonNone && why.m_at == 0);
   EXPECT_TRUE(reason) << what << ": the failure's reason " << why.m_reason << " part "
                       << why.m_part << " against " << Describe(walked);
-  return same && places && words && reason;
+  return same && places && words && reason && KeptCallsAgree(h, plain, walked, walkedPlaces, what);
 }
 
 // An ordinary TIFF: one directory at offset 8 whose next offset is 0.

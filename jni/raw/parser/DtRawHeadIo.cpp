@@ -45,6 +45,7 @@ DtRawHeadIo::DtRawHeadIo(std::uint64_t fileSize)
       m_fileSize(fileSize),
       m_head(nullptr),
       m_headSize(0),
+      m_header(),
       m_movedTo(0),
       m_stop(),
       m_cut(),
@@ -60,6 +61,10 @@ int DtRawHeadIo::Open(const UINT8* buffer, UINT size) {
   if (result == 0) {
     m_head = buffer;
     m_headSize = size;
+    std::memset(m_header, 0, sizeof m_header);
+    if (buffer != nullptr) {
+      std::memcpy(m_header, buffer, size < sizeof m_header ? size : sizeof m_header);
+    }
     m_stop = Stop();
     m_cut = Cut();
     m_takenCount = 0;

@@ -155,8 +155,14 @@ class DtRawHeadIo final : public DtNlBuffIo {
 
   std::uint64_t FileSize() const { return m_fileSize; }
   // The block given to Open (null before), and its bytes.
+  // The block given to Open (null before), and its bytes: for the parse's
+  // own use, while the block lives (a facade frees its head copy when its
+  // parse fails).
   const UINT8* Head() const { return m_head; }
   UINT HeadSize() const { return m_headSize; }
+  // The block's first bytes (the TIFF header), kept by Open: valid after
+  // the block is gone. Zeros past HeadSize().
+  const UINT8* Header() const { return m_header; }
   const Stop& Stopped() const { return m_stop; }
   const Cut& FirstCut() const { return m_cut; }
 
@@ -249,6 +255,7 @@ class DtRawHeadIo final : public DtNlBuffIo {
   std::uint64_t m_fileSize;
   const UINT8* m_head;  // borrowed: the block given to Open
   UINT m_headSize;
+  UINT8 m_header[8];    // its first bytes, copied
   UINT32 m_movedTo;
   Stop m_stop;
   Cut m_cut;
