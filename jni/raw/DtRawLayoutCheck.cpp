@@ -174,6 +174,19 @@ int parseThrough(const UINT8* head, DtRawHeadIo* io, std::unique_ptr<UINT8[]>* k
   return code;
 }
 
+// The entry's tag, positions, size and bytes of `from` into *to: a place
+// the parse kept and one by Part hold the same, but for the directory.
+template <typename From, typename To>
+void sameEntry(const From& from, To* to) {
+  static_assert(sizeof to->m_data == sizeof from.m_data, "the same value bytes");
+  to->m_tag = from.m_tag;
+  to->m_entry = from.m_entry;
+  to->m_pos = from.m_pos;
+  to->m_size = from.m_size;
+  to->m_hasData = from.m_hasData;
+  std::memcpy(to->m_data, from.m_data, sizeof to->m_data);
+}
+
 // The places kept by a parse, by Part.
 void byPart(const DtRawHeadIo::Places& kept, DtRawLayoutCheck::Places* places) {
   *places = DtRawLayoutCheck::Places();
@@ -184,12 +197,7 @@ void byPart(const DtRawHeadIo::Places& kept, DtRawLayoutCheck::Places* places) {
     const DtRawHeadIo::Place& from = kept.m_at[i];
     DtRawLayoutCheck::Place& to = places->m_at[places->m_count++];
     to.m_part = partOf(from.m_category);
-    to.m_tag = from.m_tag;
-    to.m_entry = from.m_entry;
-    to.m_pos = from.m_pos;
-    to.m_size = from.m_size;
-    to.m_hasData = from.m_hasData;
-    std::memcpy(to.m_data, from.m_data, sizeof to.m_data);
+    sameEntry(from, &to);
   }
   for (UINT c = 0; c < DtRawHeadIo::Places::CATEGORIES; ++c) {
     const std::size_t part = static_cast<std::size_t>(partOf(static_cast<INT32>(c)));
@@ -210,12 +218,7 @@ void byCategory(const DtRawLayoutCheck::Places& places, DtRawHeadIo::Places* kep
     const DtRawLayoutCheck::Place& from = places.m_at[i];
     DtRawHeadIo::Place& to = kept->m_at[kept->m_count++];
     to.m_category = categoryOf(from.m_part);
-    to.m_tag = from.m_tag;
-    to.m_entry = from.m_entry;
-    to.m_pos = from.m_pos;
-    to.m_size = from.m_size;
-    to.m_hasData = from.m_hasData;
-    std::memcpy(to.m_data, from.m_data, sizeof to.m_data);
+    sameEntry(from, &to);
   }
   for (UINT c = 0; c < DtRawHeadIo::Places::CATEGORIES; ++c) {
     const std::size_t part = static_cast<std::size_t>(partOf(static_cast<INT32>(c)));
