@@ -179,10 +179,12 @@ def main(argv: Optional[List[str]] = None) -> int:
     claims = Claims(kept=4 * size)
     state = {"found": 0, "delivered": 0}
 
+    lines = _cli.Lines()
+
     def show(r: Result) -> None:
         bar.clear()
         summary._add(r)
-        _cli.write_lines(r)
+        lines.write(r)
         state["delivered"] += 1
 
     def taken(index: int, source: str, name: str) -> Result:
@@ -290,7 +292,7 @@ def main(argv: Optional[List[str]] = None) -> int:
         return 130
     finally:
         bar.close()  # the count ahead ends with the run
-    return _cli.finish(summary, extensions)
+    return lines.status(_cli.finish(summary, extensions))
 
 
 if __name__ == "__main__":

@@ -8,7 +8,8 @@ them here once, so the two command lines cannot drift apart.
 """
 
 import argparse
-from typing import Any, List
+import os
+from typing import Any, List, Optional
 
 import sys
 
@@ -79,15 +80,46 @@ def extensions_of(args: Any) -> List[str]:
     return [e for value in args.ext for e in value.split(",")]
 
 
-def write_lines(r: Any) -> None:
-    """A file's lines as kpz writes them: its 'wrote' line on standard
-    output, its error line on standard error, each flushed at once."""
-    if r.out:
-        sys.stdout.write(r.out)
-        sys.stdout.flush()
-    if r.err:
-        sys.stderr.write(r.err)
-        sys.stderr.flush()
+class Lines:
+    """Each file's lines as kpz writes them: its 'wrote' line on standard
+    output, its error line on standard error, each flushed at once. When
+    standard output cannot be written (a pipe closed by its reader, a full
+    disk), the rest of it is dropped and the run's end says so once, in
+    kpz's words, with kpz's status for a failed output (status())."""
+
+    def __init__(self) -> None:
+        self.lost: Optional[str] = None
+
+    def write(self, r: Any) -> None:
+        if r.out and self.lost is None:
+            try:
+                sys.stdout.write(r.out)
+                sys.stdout.flush()
+            except OSError as e:
+                self._lose(e)
+        if r.err:
+            sys.stderr.write(r.err)
+            sys.stderr.flush()
+
+    def _lose(self, e: OSError) -> None:
+        self.lost = e.strerror or str(e)
+        # What is still buffered goes nowhere, so that no later flush (the
+        # interpreter's at its end) fails again.
+        try:
+            null = os.open(os.devnull, os.O_WRONLY)
+            try:
+                os.dup2(null, sys.stdout.fileno())
+            finally:
+                os.close(null)
+        except (OSError, ValueError):
+            pass
+
+    def status(self, status: int) -> int:
+        """The run's exit status, past a lost standard output."""
+        if self.lost is None:
+            return status
+        sys.stderr.write("kpz: cannot write to standard output: %s\n" % self.lost)
+        return max(status, int(kit.ExitStatus.OUTPUT))
 
 
 def finish(summary: Any, extensions: List[str]) -> int:

@@ -97,6 +97,7 @@ def main(argv: Optional[List[str]] = None) -> int:
     extensions = _cli.extensions_of(args)
 
     where = args.scheduler or "the local cluster"
+    lines = _cli.Lines()
     from kpz import _s3
 
     _s3.prepare_command_line(list(args.sources) + [args.output])
@@ -106,7 +107,7 @@ def main(argv: Optional[List[str]] = None) -> int:
             cluster=args.scheduler, recursive=args.recursive, extensions=extensions,
             batch_size=args.batch_size, skip_existing=args.skip_existing, sync=args.sync,
             workers=args.workers, start_timeout=args.start_timeout, remote=settings,
-            on_result=_cli.write_lines,
+            on_result=lines.write,
             progress=sys.stderr)
     except distributed.RunFailed as e:
         sys.stderr.write("%s\n" % e)
@@ -114,7 +115,7 @@ def main(argv: Optional[List[str]] = None) -> int:
     except OSError as e:  # the cluster lost during the run
         sys.stderr.write("kpz: %s: %s\n" % (kit.shown_name(where), e.strerror or e))
         return int(kit.ExitStatus.INPUT)
-    return _cli.finish(summary, extensions)
+    return lines.status(_cli.finish(summary, extensions))
 
 
 if __name__ == "__main__":
