@@ -180,16 +180,6 @@ KpzExtraction::Outcome KpzExtraction::Extract(DtNlReadAt& stream, const Options&
   return o;
 }
 
-KpzExtraction::Outcome KpzExtraction::Locate(const UINT8* head, std::size_t length,
-                                             std::uint64_t fileSize, const Options& options) {
-  const DtRawExpected<DtRawRecord> record =
-      DtRawRecord::Parse(head, length, fileSize, DtRawRecord::FieldsPictures);
-  if (!record) {
-    return failed(record.Failure());
-  }
-  return locate(*record, options);
-}
-
 KpzExtraction::Outcome KpzExtraction::locate(const DtRawRecord& record, const Options& options) {
   Outcome o;
   const DtRawExpected<DtRawRecord::Range> range =

@@ -23,9 +23,9 @@
 // picture, reads it and turns it as asked.
 //
 // The head-only form serves readers that fetch ranges themselves (a remote
-// file read in two ranged requests): Locate takes the head's bytes and the
-// file's size and gives the picture's range and the orientation, or the
-// failure, without any read.
+// file read in two ranged requests): Locate over the head held in memory
+// (DtNlMemReadAt with the file's size beyond it) gives the picture's range
+// and the orientation, or the failure, without any other read.
 //
 // Holds nothing; every operation is a static function; calls on different
 // threads are independent (each uses its own DtRaw).
@@ -148,14 +148,6 @@ class KpzExtraction {
   // (DtNlMemReadAt with the file's size beyond the bytes held) is parsed
   // once, and the picture's range is the caller's to fetch.
   static Outcome Locate(DtNlReadAt& stream, const Options& options);
-
-  // The head-only form: from the first `length` bytes of a file of
-  // `fileSize` bytes, where its picture of `options.kind` lies and, with
-  // `options.upright`, its orientation (`turns` says whether the picture
-  // must then be turned: Turn does it once its bytes are at hand). Nothing is
-  // read; the picture's bytes are the caller's to fetch.
-  static Outcome Locate(const UINT8* head, std::size_t length, std::uint64_t fileSize,
-                        const Options& options);
 
   // Turns the stored picture (`size` bytes at `jpeg`) of *outcome, a
   // successful Locate or Extract with `turns` set: on success `bytes`

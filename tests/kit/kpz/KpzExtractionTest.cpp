@@ -127,8 +127,8 @@ TEST(KpzExtraction, HeadOnlyFormGivesTheSameRangeAsTheWholeFile) {
     ASSERT_TRUE(whole.ok()) << whole.words;
     const std::size_t headLength = std::min<std::size_t>(file.size(), KpzSource::kHeadSize);
     KpzExtraction::Outcome head;
-    kpztest::CaptureStderr(
-        [&] { head = KpzExtraction::Locate(file.data(), headLength, file.size(), want); });
+    DtNlMemReadAt held(file.data(), headLength, file.size());
+    kpztest::CaptureStderr([&] { head = KpzExtraction::Locate(held, want); });
     ASSERT_TRUE(head.ok()) << head.words;
     EXPECT_EQ(head.range.offset, whole.range.offset);
     EXPECT_EQ(head.range.length, whole.range.length);
@@ -141,9 +141,8 @@ TEST(KpzExtraction, HeadOnlyFormRefusesAPictureBeyondTheFilesSize) {
   const Bytes file = kpztest::BuildKpz(recipe);
   KpzExtraction::Outcome o;
   // The size told is the head's alone: the preview cannot lie inside it.
-  kpztest::CaptureStderr([&] {
-    o = KpzExtraction::Locate(file.data(), KpzSource::kHeadSize, KpzSource::kHeadSize, {});
-  });
+  DtNlMemReadAt held(file.data(), KpzSource::kHeadSize, KpzSource::kHeadSize);
+  kpztest::CaptureStderr([&] { o = KpzExtraction::Locate(held, {}); });
   EXPECT_EQ(o.failure, Failure::BadPicture);
   EXPECT_EQ(o.status, KpzExitStatus::Input);
   EXPECT_EQ(o.words, "preview extends past the end of the file");
@@ -177,11 +176,12 @@ TEST(KpzExtraction, AThumbnailClaimingHundredsOfMegabytesIsRefusedBeforeAnyRead)
     EXPECT_LE(kpztest::CallCount(kpztest::Call::Pread), 1);  // the head, no more
   }
   KpzExtraction::Outcome head;
-  kpztest::CaptureStderr([&] {
-    head = KpzExtraction::Locate(file.data(), std::min<std::size_t>(file.size(),
-                                                                    KpzSource::kHeadSize),
-                                 size, want);
-  });
+  // The head as the file on the disk holds it: its bytes, then the zeros the
+  // sparse extension added.
+  Bytes first(KpzSource::kHeadSize, 0);
+  std::copy_n(file.begin(), std::min<std::size_t>(file.size(), first.size()), first.begin());
+  DtNlMemReadAt held(first.data(), first.size(), size);
+  kpztest::CaptureStderr([&] { head = KpzExtraction::Locate(held, want); });
   EXPECT_EQ(head.failure, Failure::BadPicture);
   EXPECT_EQ(head.words, words);
   // The preview of the same file is read as usual.
