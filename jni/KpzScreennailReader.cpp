@@ -168,9 +168,10 @@ std::unique_ptr<UINT8[]> KpzScreennailReader::Read(const char* path, DtRaw& raw,
   // One read into one buffer; at most what the file holds is allocated (see
   // boundedReadSize). An allocation failure counts as a read of 0 bytes.
   const UINT toRead = boundedReadSize(path, info.m_fileOffset, info.m_size);
-  fileIo.AdviseReadOnly(seekOffset, toRead);  // a cold disk reads the preview alone, no more
   std::unique_ptr<UINT8[]> buffer(new (std::nothrow) UINT8[toRead]);
-  const UINT readSize = buffer ? fileIo.ReadU8(buffer.get(), toRead) : 0u;
+  // At the offset just sought: a warm preview in one call, from a cold disk
+  // the preview alone, no more.
+  const UINT readSize = buffer ? fileIo.ReadU8At(seekOffset, buffer.get(), toRead) : 0u;
   if (readSize != info.m_size) {
     __android_log_print(ANDROID_LOG_ERROR, kLogTag, "fileIo.ReadU8 ERROR. readSize=%u", readSize);
     fileIo.Close();

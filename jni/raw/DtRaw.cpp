@@ -159,11 +159,11 @@ int DtRaw::readBuff(DtNlFile& /*file*/, unsigned char* buff, unsigned int size) 
   DtNlFileIo* fileIo = io->GetKind() == DtNlIo::KIND_FILE ? static_cast<DtNlFileIo*>(io) : nullptr;
   if (fileIo != nullptr) {
     fileIo->SetUnbuffered();  // still works buffered if refused
-    fileIo->AdviseReadOnly(0, size);  // a cold disk reads the head alone, not the kernel's guess
+    // ReadU8At: a warm head in one call; from a cold disk the head alone, not the kernel's guess
   }
 
   int readResult = DtRawOk;
-  const UINT got = io->ReadU8(buff, size);
+  const UINT got = fileIo != nullptr ? fileIo->ReadU8At(0, buff, size) : io->ReadU8(buff, size);
   if (got < size && io->GetStatus().IsFailure()) {
     readResult = DtRawError::GetRawErr(io->GetStatus(), DtRawErrRead);
   }

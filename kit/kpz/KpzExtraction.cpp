@@ -7,7 +7,6 @@
 #include <new>
 #include <utility>
 
-#include "kpz/KpzReadHint.h"
 #include "kpz/KpzSource.h"
 #include "util/io/DtNlReadAt.h"
 
@@ -115,7 +114,7 @@ KpzExtraction::Outcome KpzExtraction::Open(const std::string& path, DtNlFdReadAt
     return failed(why);
   }
   // The head and one picture are all that is read (KpzSource::ReadHead).
-  KpzReadHint::Random(file->Fd());
+  file->AdviseReadOnly();
   return Outcome();
 }
 

@@ -9,18 +9,6 @@
 #include <cerrno>
 #include <limits>
 
-bool KpzReadHint::Random(int fd) {
-#if defined(POSIX_FADV_RANDOM)
-  const int saved = errno;
-  const bool taken = posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM) == 0;
-  errno = saved;
-  return taken;
-#else
-  (void)fd;
-  return false;
-#endif
-}
-
 bool KpzReadHint::WillNeed(int fd, std::uint64_t offset, std::uint64_t length) {
 #if defined(POSIX_FADV_WILLNEED)
   const std::uint64_t most = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());

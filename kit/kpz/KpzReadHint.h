@@ -6,17 +6,18 @@
 // one picture (a preview or thumbnail) far inside. Left to itself, the
 // kernel's readahead turns the small first read into a larger one and reads
 // on past the end of the picture; a cold file then costs several times the
-// bytes the job needs. Random() switches readahead off for the open file;
-// WillNeed() asks for one range in a single request, before the bytes are
-// read or copied (pread, copy_file_range, sendfile: all go through the page
-// cache). With a warm page cache neither changes anything.
+// bytes the job needs. The readers switch readahead off themselves when a
+// read must wait for the disk (DtNlFdReadAt::AdviseReadOnly); WillNeed()
+// asks for one range in a single request, before the bytes are read or
+// copied (pread, copy_file_range, sendfile: all go through the page cache),
+// or for a file to come (reading ahead across inputs). With a warm page
+// cache it changes nothing.
 //
-//   KpzReadHint::Random(fd);                       // right after open
 //   KpzReadHint::WillNeed(fd, offset, length);     // right before the copy
 //
-// Hints only: a refusal (an old kernel, a pipe, a file system without them,
-// a platform without posix_fadvise) is ignored and changes nothing else; both
-// leave errno as it was. Holds nothing; every operation is a static function.
+// A hint only: a refusal (an old kernel, a pipe, a file system without them,
+// a platform without posix_fadvise) is ignored and changes nothing else; it
+// leaves errno as it was. Holds nothing; every operation is a static function.
 #ifndef KPZ_KIT_KPZ_KPZREADHINT_H
 #define KPZ_KIT_KPZ_KPZREADHINT_H
 
@@ -24,10 +25,6 @@
 
 class KpzReadHint {
  public:
-  // No readahead for the open file `fd` (POSIX_FADV_RANDOM): each read brings
-  // in what it asks for. True when the system took the hint.
-  static bool Random(int fd);
-
   // The `length` bytes at `offset` of `fd` will be read soon
   // (POSIX_FADV_WILLNEED): the system starts reading them at once. A length
   // of 0 asks for nothing (posix_fadvise would take it as "to the end of the

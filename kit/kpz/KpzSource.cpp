@@ -11,7 +11,6 @@
 #include <cstring>
 
 #include "kpz/KpzErrorText.h"
-#include "kpz/KpzReadHint.h"
 #include "raw/DtRaw.h"
 #include "raw/DtRawErrorText.h"
 
@@ -163,8 +162,8 @@ bool KpzSource::ReadHead(std::string* error) {
   // Up to the size just taken: no read is spent on finding the end.
   const std::size_t want = m_size < kHeadSize ? static_cast<std::size_t>(m_size) : kHeadSize;
   // The head and one picture are all that is read: a cold disk reads them
-  // alone, not the readahead's guess around them.
-  KpzReadHint::Random(m_fd);
+  // alone, not the readahead's guess around them (a warm one in one call each).
+  m_reader.AdviseReadOnly();
   std::size_t got = 0;
   const int err = m_reader.GetData(0, want, m_head.get(), &got);
   if (err != 0) {
@@ -181,7 +180,7 @@ bool KpzSource::ReadHead(std::string* error) {
 
 bool KpzSource::ReadAt(std::uint64_t offset, std::size_t length, UINT8* out, const char* what,
                        std::string* error) const {
-  // No WILLNEED hint here: with readahead off (Open), this pread itself reads
+  // No WILLNEED hint here: with readahead off (ReadHead), this pread itself reads
   // exactly the range from a cold disk, and on a warm page cache the hint's
   // walk over the range's pages cost about a tenth of a 1.5 MB read.
   std::size_t got = 0;

@@ -563,7 +563,8 @@ public final class KpzGalleryCheck {
         for (int i = 1; i <= THREADS; i++) {
             cmd.add(fx.getProperty(i == 6 ? "gallery.large.path" : "gallery.orient" + i + ".path"));
         }
-        File errFile = new File(workDir, "gallery-stress.stderr");
+        // A name of its own: the check also runs under -Xcheck:jni, at the same time.
+        File errFile = File.createTempFile("gallery-stress", ".stderr", workDir);
         ProcessBuilder pb = new ProcessBuilder(cmd);
         pb.redirectError(errFile);
         Process p = pb.start();

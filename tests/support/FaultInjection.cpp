@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -42,6 +43,7 @@ int __real_utime(const char* path, const struct utimbuf* times);
 DIR* __real_opendir(const char* path);
 time_t __real_time(time_t* out);
 ssize_t __real_pread(int fd, void* buf, size_t n, off_t offset);
+ssize_t __real_preadv2(int fd, const struct iovec* iov, int count, off_t offset, int flags);
 ssize_t __real_write(int fd, const void* buf, size_t n);
 int __real_fstat(int fd, struct stat* buf);
 ssize_t __real_copy_file_range(int in, off64_t* inOffset, int out, off64_t* outOffset, size_t n,
@@ -159,6 +161,27 @@ void SetTime(std::time_t value) {
 }
 
 void ClearTime() { g_timeSet = false; }
+
+bool ReadsWithoutWaiting(const std::string& path) {
+#if defined(RWF_NOWAIT)
+  // Past the seam: neither counted nor failed.
+  const int fd = __real_open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char bytes[4096];
+  bool taken = false;
+  if (__real_pread(fd, bytes, sizeof bytes, 0) > 0) {  // now in memory if it was not
+    struct iovec part;
+    part.iov_base = bytes;
+    part.iov_len = sizeof bytes;
+    taken = __real_preadv2(fd, &part, 1, 0, RWF_NOWAIT) > 0;
+  }
+  __real_close(fd);
+  return taken;
+#else
+  (void)path;
+  return false;
+#endif
+}
 
 FaultGuard::FaultGuard() {
   DisarmAll();
@@ -345,6 +368,15 @@ time_t __wrap_time(time_t* out) {
 ssize_t __wrap_pread(int fd, void* buf, size_t n, off_t offset) {
   if (ShouldFail(Call::Pread)) return -1;
   return __real_pread(fd, buf, n, offset);
+}
+
+ssize_t __wrap_preadv2(int fd, const struct iovec* iov, int count, off_t offset, int flags) {
+  if (ShouldFail(Call::Preadv2)) return -1;
+  if (kpztest::SlotOf(Call::Pread).times.load() > 0) {
+    errno = EAGAIN;  // see Call::Preadv2
+    return -1;
+  }
+  return __real_preadv2(fd, iov, count, offset, flags);
 }
 
 ssize_t __wrap_write(int fd, const void* buf, size_t n) {

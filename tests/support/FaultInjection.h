@@ -25,6 +25,7 @@
 
 #include <cstddef>
 #include <ctime>
+#include <string>
 #include <vector>
 
 namespace kpztest {
@@ -34,6 +35,10 @@ enum class Call {
   Open, Close, Mkdir, Unlink, Rmdir, Stat, Stat64, Chmod, Rename, Utime, Opendir, Time,
   // Calls of the kpz tool (tools/kpz): its own reads and file-to-file copies.
   Pread, Write, Fstat, CopyFileRange, Sendfile,
+  // The read that never waits for the disk. While a Pread fault is armed it
+  // answers EAGAIN (the bytes are not in memory), so that the armed pread is
+  // the read that meets the fault.
+  Preadv2,
   // Access hints (library and tool alike).
   Fadvise,
   Count
@@ -71,6 +76,12 @@ void ClearTime();
 
 // Disarms every fault, clears the time override and resets the counts on
 // construction and destruction.
+// True when this platform and the file system under `path` give the bytes
+// of a file already in memory without waiting for the disk (preadv2 with
+// RWF_NOWAIT), as the readers try first: the first bytes of `path`, read
+// once, come back that way. Tests of what a warm file costs skip where not.
+bool ReadsWithoutWaiting(const std::string& path);
+
 class FaultGuard {
  public:
   FaultGuard();

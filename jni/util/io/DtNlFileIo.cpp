@@ -11,6 +11,7 @@
 #include <new>
 
 #include "util/DtNlLogger.h"
+#include "util/io/DtNlReadAt.h"
 
 namespace {
 
@@ -320,4 +321,37 @@ int DtNlFileIo::AdviseReadOnly(long long offset, long long length) {
 #else
   return -1;  // no access hints on this platform
 #endif
+}
+
+// Kept at the end of the file, after every logged line: it logs nothing of
+// its own.
+UINT DtNlFileIo::ReadU8At(long long offset, UINT8* dst, UINT size) {
+  m_delivered = 0;
+  if (m_handle == nullptr || offset < 0 || !FitsInt32(offset) || (dst == nullptr && size != 0)) {
+    return 0;
+  }
+  const int fd = fileno(m_handle);
+  if (fd < 0) {
+    return 0;
+  }
+  std::size_t got = 0;
+  const int err = DtNlFdReadAt::ReadFd(fd, static_cast<std::uint64_t>(offset), size, dst, &got,
+                                       true);
+  m_delivered = static_cast<UINT>(got);  // got <= size
+  if (err == 0) {
+    return m_delivered;  // a short count at end of file is not an error
+  }
+  if (err == ESPIPE && got == 0) {
+    // A pipe or a terminal has no offsets: read from where it stands, as before.
+    return ReadU8(dst, size);
+  }
+  if (err == EFAULT) {
+    // As ReadU8 does: read again through its retry buffer, from the offset.
+    if (fseek(m_handle, static_cast<long>(offset), SEEK_SET) != 0) {
+      return failRead();
+    }
+    return ReadU8(dst, size);
+  }
+  errno = err;
+  return failRead();
 }

@@ -61,6 +61,20 @@ class DtNlFileIo : public DtNlIo {
   // system refused it; every operation works the same either way. Logs
   // nothing, records no status code and leaves errno as it was.
   int AdviseReadOnly(long long offset, long long length);
+  // Reads up to `size` bytes at `offset` as pread does: the stream's position
+  // is neither used nor moved, and its buffer is passed by (for a stream
+  // made unbuffered, or with nothing read or written yet). Bytes the system
+  // already holds in memory come in one call; when some must come from the
+  // disk, the open file is first told to do without readahead, as
+  // AdviseReadOnly does, so that a cold disk reads these bytes alone. The
+  // result, the status codes and GetDeliveredCount as for ReadU8: the bytes
+  // read, short only at end of file; a read error records DtNlErrRead /
+  // DtNlErrIo, closes the channel and returns 0; memory the system cannot
+  // write into is read through ReadU8's retry buffer from `offset`, and a
+  // stream without offsets (a pipe) by ReadU8 from where it stands. Nothing
+  // is logged beyond what that retry logs; 0 and no status code without an
+  // open file, or for an offset outside the 32-bit file offsets.
+  UINT ReadU8At(long long offset, UINT8* dst, UINT size);
   // Closes the file; the handle is forgotten even when fclose fails (-1,
   // DtNlErrClose / DtNlErrIo). Closing a closed channel returns 0 silently.
   int Close() override;

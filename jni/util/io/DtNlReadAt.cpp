@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +20,51 @@ const std::uint64_t kMaxOffset = static_cast<std::uint64_t>(std::numeric_limits<
 // The most one pread is asked for: well within ssize_t on every target.
 const std::size_t kMaxPread = 0x40000000u;
 
+// A read that never waits for the disk: preadv2 with RWF_NOWAIT (glibc 2.26
+// and later; Android's libc from API level 33 on).
+#if defined(RWF_NOWAIT) && (!defined(__ANDROID__) || __ANDROID_API__ >= 33)
+#define KPZ_HAVE_READ_NOWAIT 1
+#endif
+
+// The bytes of [offset, offset + length) the page cache holds from `offset`
+// on, read without waiting for the disk: how many arrived (0 when none, when
+// the platform or the file system cannot read this way, or on any error: the
+// blocking read after it meets the error again and reports it).
+std::size_t readCached(int fd, std::uint64_t offset, std::size_t length, UINT8* out) {
+#if defined(KPZ_HAVE_READ_NOWAIT)
+  if (offset > kMaxOffset || length == 0) {
+    return 0;
+  }
+  struct iovec part;
+  part.iov_base = out;
+  part.iov_len = length > kMaxPread ? kMaxPread : length;
+  const int saved = errno;
+  ssize_t n = -1;
+  do {
+    n = preadv2(fd, &part, 1, static_cast<off_t>(offset), RWF_NOWAIT);
+  } while (n < 0 && errno == EINTR);
+  errno = saved;  // EAGAIN (not in memory), EOPNOTSUPP, ENOSYS, EINVAL: not the caller's concern
+  return n > 0 ? static_cast<std::size_t>(n) : 0u;
+#else
+  (void)fd;
+  (void)offset;
+  (void)length;
+  (void)out;
+  return 0;
+#endif
+}
+
+// No readahead for the open file: each read brings in the pages it asks for.
+void adviseRandom(int fd) {
+#if defined(POSIX_FADV_RANDOM)
+  const int saved = errno;  // posix_fadvise answers in its result; leave no trace either way
+  (void)posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);  // only a hint: refused changes nothing
+  errno = saved;
+#else
+  (void)fd;
+#endif
+}
+
 }  // namespace
 
 DtNlReadAt::~DtNlReadAt() = default;
@@ -29,7 +75,8 @@ const UINT8* DtNlReadAt::View(std::uint64_t /*offset*/, std::size_t /*length*/) 
 
 // ---- descriptor ------------------------------------------------------------
 
-DtNlFdReadAt::DtNlFdReadAt() : m_fd(-1), m_owned(false), m_type(TypeNone), m_size(0) {}
+DtNlFdReadAt::DtNlFdReadAt()
+    : m_fd(-1), m_owned(false), m_adviseCold(false), m_type(TypeNone), m_size(0) {}
 
 DtNlFdReadAt::~DtNlFdReadAt() { Close(); }
 
@@ -39,6 +86,7 @@ void DtNlFdReadAt::Close() {
   }
   m_fd = -1;
   m_owned = false;
+  m_adviseCold = false;
   m_type = TypeNone;
   m_size = 0;
 }
@@ -86,8 +134,21 @@ void DtNlFdReadAt::Borrow(int fd, std::uint64_t size) {
 
 int DtNlFdReadAt::GetData(std::uint64_t offset, std::size_t length, UINT8* out,
                           std::size_t* got) {
+  return ReadFd(m_fd, offset, length, out, got, m_adviseCold);
+}
+
+int DtNlFdReadAt::ReadFd(int fd, std::uint64_t offset, std::size_t length, UINT8* out,
+                         std::size_t* got, bool adviseCold) {
   std::size_t done = 0;
   int err = 0;
+  if (adviseCold) {
+    done = readCached(fd, offset, length, out);
+    if (done < length) {
+      // Something must come from the disk (or the file ends first: one
+      // hint for nothing, which changes nothing).
+      adviseRandom(fd);
+    }
+  }
   while (done < length) {  // each pass reads at least one byte, or ends the loop
     if (offset > kMaxOffset || done > kMaxOffset - offset) {
       err = EOVERFLOW;
@@ -95,7 +156,7 @@ int DtNlFdReadAt::GetData(std::uint64_t offset, std::size_t length, UINT8* out,
     }
     const std::size_t left = length - done;
     const std::size_t want = left > kMaxPread ? kMaxPread : left;
-    const ssize_t n = pread(m_fd, out + done, want, static_cast<off_t>(offset + done));
+    const ssize_t n = pread(fd, out + done, want, static_cast<off_t>(offset + done));
     if (n < 0) {
       if (errno == EINTR) {
         continue;

@@ -91,15 +91,35 @@ class DtNlFdReadAt : public DtNlReadAt {
   // Closes the descriptor when owned and forgets it. Safe any number of times.
   void Close();
 
+  // From now on, reads as ReadFd does with `adviseCold`: what the system
+  // already holds in memory comes in one call, and before a read has to wait
+  // for the disk the system is told that only the bytes asked for are wanted.
+  // The hint holds for the open file, shared by every descriptor duplicated
+  // from it: ask it only for a file this object opened, or one the caller
+  // owns. Until Close.
+  void AdviseReadOnly() { m_adviseCold = true; }
+
   int GetData(std::uint64_t offset, std::size_t length, UINT8* out, std::size_t* got) override;
   std::uint64_t Size() const override { return m_size; }
 
   int Fd() const { return m_fd; }
   Type FileType() const { return m_type; }
 
+  // GetData's contract over any descriptor `fd` (its offset never moves).
+  // With `adviseCold`, the bytes the system already holds in its page cache
+  // are taken in one call that never waits for the disk (preadv2 with
+  // RWF_NOWAIT, where the platform has it); only when some are not there is
+  // the open file told to do without readahead (posix_fadvise RANDOM) before
+  // they are read, so that a cold disk reads the bytes asked for and no more,
+  // while a warm page cache costs one call, as a plain read does. Thread-safe
+  // as pread is.
+  static int ReadFd(int fd, std::uint64_t offset, std::size_t length, UINT8* out,
+                    std::size_t* got, bool adviseCold);
+
  private:
   int m_fd;
   bool m_owned;
+  bool m_adviseCold;  // see AdviseReadOnly
   Type m_type;
   std::uint64_t m_size;
 };

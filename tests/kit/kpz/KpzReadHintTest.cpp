@@ -35,17 +35,6 @@ class KpzReadHintTest : public testing::Test {
   int fd = -1;
 };
 
-TEST_F(KpzReadHintTest, RandomIsPassedOnForTheWholeFile) {
-  kpztest::FaultGuard guard;
-  EXPECT_TRUE(KpzReadHint::Random(fd));
-  const std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
-  ASSERT_EQ(calls.size(), 1u);
-  EXPECT_EQ(calls[0].fd, fd);
-  EXPECT_EQ(calls[0].offset, 0);
-  EXPECT_EQ(calls[0].length, 0);
-  EXPECT_EQ(calls[0].advice, POSIX_FADV_RANDOM);
-}
-
 TEST_F(KpzReadHintTest, WillNeedIsPassedOnForExactlyTheRange) {
   kpztest::FaultGuard guard;
   EXPECT_TRUE(KpzReadHint::WillNeed(fd, 1234, 5678));
@@ -75,17 +64,14 @@ TEST_F(KpzReadHintTest, RangeBeyondTheLargestOffsetIsCutThere) {
 
 TEST_F(KpzReadHintTest, RefusalIsReportedAndLeavesErrnoAlone) {
   kpztest::FaultGuard guard;
-  kpztest::Arm(kpztest::Call::Fadvise, EINVAL, 0, 2);
+  kpztest::Arm(kpztest::Call::Fadvise, EINVAL, 0, 1);
   errno = 77;
-  EXPECT_FALSE(KpzReadHint::Random(fd));
-  EXPECT_EQ(errno, 77);
   EXPECT_FALSE(KpzReadHint::WillNeed(fd, 0, 100));
   EXPECT_EQ(errno, 77);
-  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fadvise), 2);
+  EXPECT_EQ(kpztest::CallCount(kpztest::Call::Fadvise), 1);
 }
 
 TEST_F(KpzReadHintTest, BadDescriptorIsRefusedByTheSystem) {
-  EXPECT_FALSE(KpzReadHint::Random(-1));
   EXPECT_FALSE(KpzReadHint::WillNeed(-1, 0, 100));
 }
 

@@ -1154,4 +1154,150 @@ TEST_F(DtNlFileIoTest, RefusedHintChangesNothingElse) {
   }
 }
 
+// ------------------------------------------------------------------ ReadU8At
+
+TEST_F(DtNlFileIoTest, ReadAtReadsTheRangeAndLeavesThePositionWhereItWas) {
+  const std::vector<UINT8> bytes = Pattern(10000);
+  const std::string path = Make("a.bin", bytes);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  ASSERT_EQ(io.SetUnbuffered(), 0);
+  ASSERT_EQ(io.Seek(100, DtNlIoSeekSet), 0);
+  std::vector<UINT8> got(5000);
+  std::string err = Captured([&] { EXPECT_EQ(io.ReadU8At(3000, got.data(), 5000u), 5000u); });
+  EXPECT_EQ(err, "");
+  EXPECT_EQ(got, std::vector<UINT8>(bytes.begin() + 3000, bytes.begin() + 8000));
+  EXPECT_EQ(io.GetDeliveredCount(), 5000u);
+  EXPECT_EQ(io.Tell(), 100);
+  std::vector<UINT8> next(10);
+  EXPECT_EQ(io.ReadU8(next.data(), 10u), 10u);
+  EXPECT_EQ(next, std::vector<UINT8>(bytes.begin() + 100, bytes.begin() + 110));
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+TEST_F(DtNlFileIoTest, ReadAtPastTheEndReturnsTheShortCountWithoutError) {
+  const std::vector<UINT8> bytes = Pattern(1000);
+  const std::string path = Make("a.bin", bytes);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  std::vector<UINT8> got(500, 0xEE);
+  EXPECT_EQ(io.ReadU8At(800, got.data(), 500u), 200u);
+  EXPECT_EQ(io.GetDeliveredCount(), 200u);
+  EXPECT_EQ(std::vector<UINT8>(got.begin(), got.begin() + 200),
+            std::vector<UINT8>(bytes.begin() + 800, bytes.end()));
+  EXPECT_EQ(got[200], 0xEE);  // nothing written past what arrived
+  EXPECT_EQ(io.ReadU8At(5000, got.data(), 500u), 0u);
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+TEST_F(DtNlFileIoTest, ReadAtWithoutAFileOrOutsideTheOffsetsReadsNothingSilently) {
+  const std::string path = Make("a.bin", Pattern(100));
+  std::vector<UINT8> got(10);
+  DtNlFileIo closed;
+  std::string err = Captured([&] { EXPECT_EQ(closed.ReadU8At(0, got.data(), 10u), 0u); });
+  EXPECT_EQ(err, "");
+  ExpectStatus(closed, DtNlErrNone, 0);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  kpztest::FaultGuard guard;
+  EXPECT_EQ(io.ReadU8At(-1, got.data(), 10u), 0u);
+  EXPECT_EQ(io.ReadU8At(0x80000000LL, got.data(), 10u), 0u);
+  EXPECT_EQ(io.ReadU8At(0, nullptr, 10u), 0u);
+  EXPECT_EQ(kpztest::CallCount(Call::Pread) + kpztest::CallCount(Call::Preadv2), 0);
+  ExpectStatus(io, DtNlErrNone, 0);
+  EXPECT_EQ(io.ReadU8At(0, got.data(), 10u), 10u);  // still open
+}
+
+TEST_F(DtNlFileIoTest, ReadAtOfBytesInMemoryIsOneCallWithoutHints) {
+  const std::vector<UINT8> bytes = Pattern(10000);
+  const std::string path = Make("a.bin", bytes);
+  if (!kpztest::ReadsWithoutWaiting(path)) {
+    GTEST_SKIP() << "no reads without waiting here: every read is made as from a cold disk";
+  }
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  kpztest::FaultGuard guard;
+  std::vector<UINT8> got(4000);
+  EXPECT_EQ(io.ReadU8At(1000, got.data(), 4000u), 4000u);
+  EXPECT_EQ(got, std::vector<UINT8>(bytes.begin() + 1000, bytes.begin() + 5000));
+  EXPECT_EQ(kpztest::CallCount(Call::Preadv2), 1);
+  EXPECT_EQ(kpztest::CallCount(Call::Pread), 0);
+  EXPECT_TRUE(kpztest::FadviseCalls().empty());
+}
+
+TEST_F(DtNlFileIoTest, ReadAtFromADiskTurnsReadaheadOffThenReadsTheRange) {
+  const std::vector<UINT8> bytes = Pattern(10000);
+  const std::string path = Make("a.bin", bytes);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  kpztest::FaultGuard guard;
+  kpztest::Arm(Call::Preadv2, EAGAIN, 0, 100);  // nothing in memory, as on a cold disk
+  std::vector<UINT8> got(4000);
+  EXPECT_EQ(io.ReadU8At(1000, got.data(), 4000u), 4000u);
+  EXPECT_EQ(got, std::vector<UINT8>(bytes.begin() + 1000, bytes.begin() + 5000));
+  const std::vector<kpztest::FadviseCall> calls = kpztest::FadviseCalls();
+  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(calls[0].offset, 0);
+  EXPECT_EQ(calls[0].length, 0);
+  EXPECT_EQ(calls[0].advice, POSIX_FADV_RANDOM);
+  EXPECT_EQ(kpztest::CallCount(Call::Pread), 1);
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+TEST_F(DtNlFileIoTest, ReadAtErrorRecordsItsCodeAndClosesSilently) {
+  const std::string path = Make("a.bin", Pattern(10000));
+  for (const int code : {EIO, EBADF}) {
+    DtNlFileIo io;
+    ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+    kpztest::FaultGuard guard;
+    std::vector<UINT8> got(4000);
+    UINT result = 1;
+    std::string err = Captured([&] {
+      kpztest::Arm(Call::Pread, code);
+      result = io.ReadU8At(0, got.data(), 4000u);
+    });
+    EXPECT_EQ(result, 0u);
+    EXPECT_EQ(err, "");
+    ExpectStatus(io, code == EIO ? DtNlErrIo : DtNlErrRead, code);
+    EXPECT_EQ(io.ReadU8At(0, got.data(), 4000u), 0u);  // closed
+  }
+}
+
+TEST_F(DtNlFileIoTest, ReadAtIntoMemoryTheSystemCannotWriteGoesThroughTheBounceBuffer) {
+  const std::vector<UINT8> bytes = Pattern(10000);
+  const std::string path = Make("a.bin", bytes);
+  DtNlFileIo io;
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  ASSERT_EQ(io.SetUnbuffered(), 0);
+  kpztest::FaultGuard guard;
+  std::vector<UINT8> got(4000);
+  UINT result = 0;
+  std::string err = Captured([&] {
+    kpztest::Arm(Call::Pread, EFAULT);
+    kpztest::Arm(Call::Fread, EFAULT, 0, 1, 0);
+    result = io.ReadU8At(2000, got.data(), 4000u);
+  });
+  EXPECT_EQ(result, 4000u);
+  EXPECT_EQ(err, "");
+  EXPECT_EQ(got, std::vector<UINT8>(bytes.begin() + 2000, bytes.begin() + 6000));
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
+TEST_F(DtNlFileIoTest, ReadAtOfAPipeReadsWhereItStands) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  const std::string text = "bytes through a pipe";
+  ASSERT_EQ(write(fds[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  const std::string path = "/dev/fd/" + std::to_string(fds[0]);
+  DtNlFileIo io;
+  // Opened while the pipe has a writer (no wait), which then goes: the read ends.
+  ASSERT_EQ(io.Open(path.c_str(), "rb"), 0);
+  close(fds[1]);
+  close(fds[0]);  // the channel has its own descriptor
+  std::vector<UINT8> got(100);
+  EXPECT_EQ(io.ReadU8At(0, got.data(), 100u), text.size());
+  EXPECT_EQ(std::string(got.begin(), got.begin() + static_cast<long>(text.size())), text);
+  ExpectStatus(io, DtNlErrNone, 0);
+}
+
 }  // namespace
