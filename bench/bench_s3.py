@@ -355,11 +355,14 @@ def main():
                      f"| {m['floor_files_per_s']:.1f} | {m['ratio']:.2f}x "
                      f"| {m['cpu_ms']:.2f} | {m['floor_cpu_ms']:.2f} "
                      f"| {m['cpu_ms'] / m['floor_cpu_ms']:.2f}x "
-                     f"| {m.get('bytes', float('nan')):.0f} ({floor_bytes:.0f}) |")
+                     + (f"| {m['bytes']:.0f} ({floor_bytes:.0f}) |" if "bytes" in m else "| |"))
     if "kpz.distributed" in args.only:
-        L += ["", "kpz.distributed's CPU is its 2 workers' (the client's apart: %s)." % ", ".join(
-            "%.2f ms/file at %g ms" % (r["kpz.distributed"]["client_cpu_ms"], r["rtt_ms"])
-            for r in report["rows"])]
+        L += ["", "kpz.distributed's CPU is its 2 workers' (the client's and the scheduler's "
+              "apart: %s)." % ", ".join(
+                  "%.2f and %.2f ms/file at %g ms" % (r["kpz.distributed"]["client_cpu_ms"],
+                                                       r["kpz.distributed"]["scheduler_ms"],
+                                                       r["rtt_ms"])
+                  for r in report["rows"])]
     if "python3 -m kpz" in args.only:
         L += ["", "`python3 -m kpz` is timed whole, start-up included; against the floor's "
               "process timed whole the same way (its interpreter's start-up and imports "
@@ -378,11 +381,9 @@ def main():
         for who in args.only:
             m = r[who]
             for side, name in (("floor_", "floor (paired with %s)" % who), ("", who)):
-                own = m[side + "cpu_ms"] if who == "kpz.distributed" or side == "" else None
-                if who != "kpz.distributed" and "own_whole_ms" in m:
-                    own = m[side + "own_whole_ms"]
-                if side == "floor_":
-                    own = m["floor_own_whole_ms"]
+                # Whole processes where they are children; the workers' for
+                # kpz.distributed.
+                own = m["floor_own_whole_ms"] if side else m.get("own_whole_ms", m["cpu_ms"])
                 dist = who == "kpz.distributed" and side == ""
                 L.append("| %g ms | %s | %.1f | %.2f | %s | %s | %.2f | %.2f | %.2f | %.0f %% |" % (
                     r["rtt_ms"], name, m[side + "files_per_s"], own,
