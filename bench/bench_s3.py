@@ -17,8 +17,18 @@ between runs, untimed).
 CPU per file is the processes' CPU time (user + system) over the files: the
 floor's and kpz.remote's own (process_time), `python3 -m kpz`'s as its
 child's rusage, kpz.distributed's workers' from /proc/PID/stat of the
-worker processes before and after the run (the client's apart). Bytes per
-object are the body bytes received.
+worker processes before and after the run. Bytes per object are the body
+bytes received.
+
+Beside each run (the floor's too) the bench measures what else ran: the CPU
+of s3rver and of the latency proxy (/proc/PID/stat), of the scheduler and
+of the client (their threads in this process: the client has an event loop
+of its own), and the whole machine's busy CPU and share (/proc/stat), other
+users included. On 2 cores all of these share the machine, so files/s
+follows the CPU per file of all of them together. After the pairs at each
+RTT one more kpz.distributed run is watched (--timeline): each task's
+submission, start and end, s3rver's first and last response, and each
+process's share of a core, sampled every 10 ms.
 
 The objects are a corpus of kpz_bench_run (--manifest: scripts/bench.sh
 makes 240 files of 1.3 MB with previews of 256 KiB) or the test-data
@@ -139,13 +149,90 @@ def run_cli(args, env, out: Path) -> dict:
 
 def proc_cpu(pids) -> float:
     """CPU seconds (user + system) of the processes `pids` so far."""
-    tick = os.sysconf("SC_CLK_TCK")
-    total = 0
-    for pid in pids:
-        with open(f"/proc/{pid}/stat", encoding="utf-8") as f:
+    return sum(task_cpu(pid) for pid in pids)
+
+
+def task_cpu(pid: int, tid: int = 0) -> float:
+    """CPU seconds (user + system) of the process `pid`, or of its thread
+    `tid`, so far (0 for one that has ended)."""
+    path = f"/proc/{pid}/task/{tid}/stat" if tid else f"/proc/{pid}/stat"
+    try:
+        with open(path, encoding="utf-8") as f:
             fields = f.read().rsplit(")", 1)[1].split()
-        total += int(fields[11]) + int(fields[12])
-    return total / tick
+    except OSError:
+        return 0.0
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+def machine_jiffies():
+    """(busy, all) clock ticks of every core so far (/proc/stat; waiting for
+    I/O counts as idle)."""
+    with open("/proc/stat", encoding="utf-8") as f:
+        v = [int(x) for x in f.readline().split()[1:9]]
+    busy = v[0] + v[1] + v[2] + v[5] + v[6] + v[7]
+    return busy, busy + v[3] + v[4]
+
+
+class Probe:
+    """CPU seconds of named processes and of named threads of this process
+    over one run, and the whole machine's busy share: what else ran while a
+    contender did (s3rver, the latency proxy, the scheduler, other users of
+    the machine)."""
+
+    def __init__(self, pids, threads=None) -> None:
+        self.pids = dict(pids)             # name -> [pid]
+        self.threads = dict(threads or {})  # name -> [thread id of this process]
+
+    def sample(self) -> dict:
+        got = {name: proc_cpu(pids) for name, pids in self.pids.items()}
+        me = os.getpid()
+        for name, tids in self.threads.items():
+            got[name] = sum(task_cpu(me, t) for t in tids)
+        got["machine"] = machine_jiffies()
+        got["process"] = time.process_time()
+        return got
+
+    def start(self) -> None:
+        self.first = self.sample()
+        self.t = time.perf_counter()
+
+    def stop(self) -> dict:
+        last = self.sample()
+        out = {"cpu." + name: last[name] - self.first[name]
+               for name in list(self.pids) + list(self.threads)}
+        busy = last["machine"][0] - self.first["machine"][0]
+        every = last["machine"][1] - self.first["machine"][1]
+        out["machine_busy"] = busy / every if every else 0.0
+        out["machine_cpu"] = busy / os.sysconf("SC_CLK_TCK")
+        out["wall"] = time.perf_counter() - self.t
+        out["cpu.bench"] = last["process"] - self.first["process"]
+        return out
+
+
+def cluster_apart(n: int):
+    """A standing LocalCluster of `n` workers of one thread (as
+    bench_distributed's) whose client has an event loop of its own, so that
+    the scheduler's CPU and the client's are told apart: (cluster, client,
+    {"scheduler": [thread ids], "client": [thread ids]})."""
+    import threading
+
+    from distributed import Client, LocalCluster
+
+    def ids():
+        return {int(t) for t in os.listdir("/proc/self/task")}
+
+    before = ids()
+    cluster = LocalCluster(n_workers=n, threads_per_worker=1, processes=True,
+                           host="127.0.0.1", dashboard_address=None,
+                           scheduler_kwargs={"dashboard": False})
+    scheduler = ids() - before
+    before = ids()
+    client = Client(cluster.scheduler_address)
+    mine = (ids() - before) | {threading.main_thread().native_id}
+    client.wait_for_workers(n)
+    # A standing cluster has run before: every worker has imported kpz.
+    client.run(lambda: __import__("kpz.distributed"))
+    return cluster, client, {"scheduler": sorted(scheduler), "client": sorted(mine)}
 
 
 def main():
@@ -164,6 +251,9 @@ def main():
                          % ", ".join(WHO))
     ap.add_argument("--rounds", type=int, default=3, help="pairs per comparison")
     ap.add_argument("--rtts", default="0,50", help="added round-trip times, ms")
+    ap.add_argument("--timeline", action=argparse.BooleanOptionalAction, default=True,
+                    help="after the pairs at each RTT, one more kpz.distributed run "
+                         "sampled every 10 ms: tasks, requests, CPU of each process")
     args = ap.parse_args()
     args.only = tuple(w for w in WHO if w in args.only.split(","))
     if not args.only:
@@ -209,9 +299,6 @@ def main():
         env = dict(os.environ, **server.env())
         os.environ.update(env)
         upload("bench", objects)
-        sys.path.insert(0, str(Path(__file__).resolve().parent))
-        from bench_distributed import local_cluster
-
         import dask
         from kpz.distributed._cluster import worker_config
 
@@ -220,9 +307,10 @@ def main():
         # glibc's malloc thresholds for buffers of a picture's size).
         cluster = client = None
         workers = []
+        threads = {}
         if "kpz.distributed" in args.only:
             with dask.config.set(worker_config()):
-                cluster, client, _ = local_cluster(2)
+                cluster, client, threads = cluster_apart(2)
             workers = list(client.run(os.getpid).values())
         try:
             for rtt in (float(x) for x in args.rtts.split(",")):
@@ -231,9 +319,14 @@ def main():
                                          stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
                 port = int(proxy.stdout.readline())
                 endpoint = "http://127.0.0.1:%d" % port
+                probe = Probe({"s3rver": [server.proc.pid], "proxy": [proxy.pid],
+                               "workers": workers}, threads)
                 try:
                     row = measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client,
-                                  workers, work, KEY, SECRET)
+                                  probe, work, KEY, SECRET)
+                    if client is not None and args.timeline:
+                        row["timeline"] = timeline(client, endpoint, probe, server.log,
+                                                   work / "out-dist", len(keys))
                 finally:
                     proxy.stdin.close()
                     proxy.wait(10)
@@ -262,11 +355,14 @@ def main():
                      f"| {m['floor_files_per_s']:.1f} | {m['ratio']:.2f}x "
                      f"| {m['cpu_ms']:.2f} | {m['floor_cpu_ms']:.2f} "
                      f"| {m['cpu_ms'] / m['floor_cpu_ms']:.2f}x "
-                     f"| {m.get('bytes', float('nan')):.0f} ({floor_bytes:.0f}) |")
+                     + (f"| {m['bytes']:.0f} ({floor_bytes:.0f}) |" if "bytes" in m else "| |"))
     if "kpz.distributed" in args.only:
-        L += ["", "kpz.distributed's CPU is its 2 workers' (the client's apart: %s)." % ", ".join(
-            "%.2f ms/file at %g ms" % (r["kpz.distributed"]["client_cpu_ms"], r["rtt_ms"])
-            for r in report["rows"])]
+        L += ["", "kpz.distributed's CPU is its 2 workers' (the client's and the scheduler's "
+              "apart: %s)." % ", ".join(
+                  "%.2f and %.2f ms/file at %g ms" % (r["kpz.distributed"]["client_cpu_ms"],
+                                                       r["kpz.distributed"]["scheduler_ms"],
+                                                       r["rtt_ms"])
+                  for r in report["rows"])]
     if "python3 -m kpz" in args.only:
         L += ["", "`python3 -m kpz` is timed whole, start-up included; against the floor's "
               "process timed whole the same way (its interpreter's start-up and imports "
@@ -274,6 +370,43 @@ def main():
                   r["python3 -m kpz"]["ratio_whole"],
                   r["python3 -m kpz"]["cpu_ms"] / r["python3 -m kpz"]["floor_cpu_ms_whole"],
                   r["rtt_ms"]) for r in report["rows"]) + "."]
+    L += ["", "CPU of every process over the runs, ms per file (medians): the contender's "
+          "own (the floor's, kpz.remote's and `python3 -m kpz`'s process whole, start-up "
+          "included; kpz.distributed's 2 workers), the scheduler and the client (threads of "
+          "the bench process), s3rver, the latency proxy, and the whole machine's busy CPU "
+          "(everything, other users included) and busy share of its %d cores." % os.cpu_count(),
+          "", "| added RTT | run | files/s | own | scheduler | client | s3rver | proxy "
+          "| machine | machine busy |", "|---|---|---|---|---|---|---|---|---|---|"]
+    for r in report["rows"]:
+        for who in args.only:
+            m = r[who]
+            for side, name in (("floor_", "floor (paired with %s)" % who), ("", who)):
+                # Whole processes where they are children; the workers' for
+                # kpz.distributed.
+                own = m["floor_own_whole_ms"] if side else m.get("own_whole_ms", m["cpu_ms"])
+                dist = who == "kpz.distributed" and side == ""
+                L.append("| %g ms | %s | %.1f | %.2f | %s | %s | %.2f | %.2f | %.2f | %.0f %% |" % (
+                    r["rtt_ms"], name, m[side + "files_per_s"], own,
+                    "%.2f" % m["scheduler_ms"] if dist else "",
+                    "%.2f" % m["client_ms"] if dist else "",
+                    m[side + "s3rver_ms"], m[side + "proxy_ms"], m[side + "machine_ms"],
+                    100 * m[side + "machine_busy"]))
+    for r in report["rows"]:
+        t = r.get("timeline")
+        if not t:
+            continue
+        share = ", ".join("%s %.2f" % kv for kv in t["core_share_between_responses"].items())
+        L += ["", "One kpz.distributed run watched at %g ms (%d tasks, %.2f s): first response "
+              "of s3rver at %.3f s (the listing), first task submitted at %.3f s, started at "
+              "%.3f s, last response at %.3f s, last task ended at %.3f s; each worker idle "
+              "%s s between its first task and the last's end. Share of a core between the "
+              "first and the last response: %s; s3rver at 90 %% of a core or more in %d of "
+              "%d samples of 10 ms." % (
+                  r["rtt_ms"], len(t["tasks"]), t["seconds"], t["first_response"],
+                  t["first_task_submitted"], t["first_task_start"], t["last_response"],
+                  t["last_task_stop"], " and ".join("%.3f" % v for v in
+                                                    t["idle_per_worker"].values()),
+                  share, *t["samples_s3rver_at_90pct"])]
     (out / "s3.md").write_text("\n".join(L) + "\n")
     plot(report, out, args.only)
     print("\n".join(L))
@@ -309,7 +442,97 @@ def plot(report: dict, out: Path, who) -> None:
     subprocess.run(["gnuplot"], input="\n".join(script) + "\n", text=True, check=False)
 
 
-def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, workers, work,
+def timeline(client, endpoint: str, probe: Probe, server_log: Path, dest: Path, n: int) -> dict:
+    """One more kpz.distributed run, watched: each task's submission (the
+    scheduler's transition log), start and end on its worker (Dask's task
+    stream), the first and last request s3rver answered (its log growing,
+    one line a response), and every 10 ms the CPU of each process; what
+    it says, in seconds from the run's start."""
+    import threading
+
+    import kpz.distributed
+    from distributed import get_task_stream
+    from kpz._s3 import Options
+    from kpz.remote import Settings
+
+    shutil.rmtree(dest, ignore_errors=True)
+    samples = []
+    stop = threading.Event()
+
+    def sample():
+        while not stop.is_set():
+            got = probe.sample()
+            samples.append((time.time(), server_log.stat().st_size, got))
+            stop.wait(0.01)
+
+    def since(t):
+        return round(t - t0, 4)
+
+    sampler = threading.Thread(target=sample, daemon=True)
+    t0 = time.time()
+    sampler.start()
+    with get_task_stream(client) as stream:
+        summary = kpz.distributed.extract(["s3://bench/raw/"], str(dest), cluster=client,
+                                          remote=Settings(s3=Options(endpoint_url=endpoint)))
+        t1 = time.time()
+    stop.set()
+    sampler.join()
+    if summary.failed or summary.done != n:
+        raise RuntimeError("kpz.distributed: %d failed" % summary.failed)
+    log = client.run_on_scheduler(lambda dask_scheduler: [
+        (str(e[0]), e[1], e[2], e[-1]) for e in dask_scheduler.transition_log])
+    submitted = {}
+    for key, start, _, at in log:
+        if start == "released" and t0 <= at <= t1 and key not in submitted:
+            submitted[key] = at
+    tasks = []
+    for task in stream.data:
+        for ss in task.get("startstops", ()):
+            if ss["action"] == "compute":
+                tasks.append({"key": str(task["key"]), "worker": task["worker"],
+                              "submitted": since(submitted.get(str(task["key"]), t0)),
+                              "start": since(ss["start"]), "stop": since(ss["stop"])})
+    tasks.sort(key=lambda x: x["start"])
+    grew = [at for (at, size), (_, before, _) in
+            zip(((x[0], x[1]) for x in samples[1:]), samples) if size > before]
+    # Idle time of each worker between its first task's start and the last
+    # task's end anywhere: when it ran none.
+    idle = {}
+    end = max(x["stop"] for x in tasks)
+    for w in sorted({x["worker"] for x in tasks}):
+        busy_until, gap = None, 0.0
+        for x in (x for x in tasks if x["worker"] == w):
+            if busy_until is not None and x["start"] > busy_until:
+                gap += x["start"] - busy_until
+            busy_until = max(busy_until or x["stop"], x["stop"])
+        idle[w] = round(gap + max(0.0, end - busy_until), 4)
+    # Each process's share of one core over the samples between the first
+    # and the last response, and how often s3rver had a whole core.
+    first_get, last_get = (since(grew[0]), since(grew[-1])) if grew else (None, None)
+    share = {}
+    full = 0
+    inside = [(a, b) for a, b in zip(samples, samples[1:])
+              if grew and grew[0] <= b[0] <= grew[-1]]
+    for a, b in inside:
+        dt = b[0] - a[0]
+        if dt > 0 and (b[2]["s3rver"] - a[2]["s3rver"]) / dt >= 0.9:
+            full += 1
+    if inside:
+        span = inside[-1][1][0] - inside[0][0][0]
+        for name in list(probe.pids) + list(probe.threads):
+            share[name] = round((inside[-1][1][2][name] - inside[0][0][2][name]) / span, 3)
+        busy = inside[-1][1][2]["machine"][0] - inside[0][0][2]["machine"][0]
+        every = inside[-1][1][2]["machine"][1] - inside[0][0][2]["machine"][1]
+        share["machine (of all cores)"] = round(busy / every, 3) if every else 0.0
+    return {"seconds": round(t1 - t0, 4), "tasks": tasks, "first_task_submitted":
+            min((x["submitted"] for x in tasks), default=None),
+            "first_task_start": tasks[0]["start"] if tasks else None,
+            "last_task_stop": end, "first_response": first_get, "last_response": last_get,
+            "idle_per_worker": idle, "core_share_between_responses": share,
+            "samples_s3rver_at_90pct": [full, len(inside)]}
+
+
+def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, probe, work,
             key, secret):
     import kpz.distributed
     from kpz._s3 import Options
@@ -328,6 +551,7 @@ def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, worke
         for who in args.only:
             order = (who, "floor") if r % 2 == 0 else ("floor", who)
             for w in order:
+                probe.start()
                 if w == "floor":
                     got = run(FLOOR, job, env)
                     floors[who].append(got)
@@ -343,7 +567,6 @@ def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, worke
                 else:
                     dest = work / "out-dist"
                     shutil.rmtree(dest, ignore_errors=True)
-                    c0, w0 = time.process_time(), proc_cpu(workers)
                     t = time.perf_counter()
                     summary = kpz.distributed.extract(
                         ["s3://bench/raw/"], str(dest), cluster=client,
@@ -351,8 +574,13 @@ def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, worke
                     seconds = time.perf_counter() - t
                     if summary.failed or summary.done != n:
                         raise RuntimeError("kpz.distributed: %d failed" % summary.failed)
-                    runs[w].append({"seconds": seconds, "cpu": proc_cpu(workers) - w0,
-                                    "client_cpu": time.process_time() - c0})
+                    runs[w].append({"seconds": seconds})
+                around = probe.stop()
+                got = runs[w][-1] if w != "floor" else floors[who][-1]
+                got["around"] = around
+                if w == "kpz.distributed":
+                    got["cpu"] = around["cpu.workers"]
+                    got["client_cpu"] = around["cpu.client"]
     row = {}
     for who in floors:
         mine, floor = runs[who], floors[who]
@@ -361,7 +589,12 @@ def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, worke
                     "floor_files_per_s": statistics.median(n / f["seconds"] for f in floor),
                     "ratio": geomean(ratios), "ratios": ratios,
                     "cpu_ms": 1000 * statistics.median(m["cpu"] for m in mine) / n,
-                    "floor_cpu_ms": 1000 * statistics.median(f["cpu"] for f in floor) / n}
+                    "floor_cpu_ms": 1000 * statistics.median(f["cpu"] for f in floor) / n,
+                    "floor_own_whole_ms": 1000 * statistics.median(
+                        f["process_cpu"] for f in floor) / n}
+        if "process_cpu" in mine[0]:
+            row[who]["own_whole_ms"] = 1000 * statistics.median(
+                m["process_cpu"] for m in mine) / n
         if who == "python3 -m kpz":
             # A command timed whole against the floor timed whole: both pay
             # their interpreter's start-up and imports.
@@ -371,9 +604,23 @@ def measure(args, env, endpoint, keys, offsets, sizes, head_bytes, client, worke
                 f["process_cpu"] for f in floor) / n
         if "bytes" in mine[0]:
             row[who]["bytes"] = mine[0]["bytes"] / n
+        row[who]["floor_files_per_s"] = statistics.median(n / f["seconds"] for f in floor)
         if "client_cpu" in mine[0]:
             row[who]["client_cpu_ms"] = 1000 * statistics.median(
                 m["client_cpu"] for m in mine) / n
+        # What ran beside each: CPU ms per file of every process measured
+        # (medians of the runs), and the machine's busy share (of all cores).
+        for side, runs_of in (("", mine), ("floor_", floor)):
+            keys_of = [k for k in runs_of[0]["around"] if k.startswith("cpu.")]
+            for k in keys_of:
+                row[who][side + k[4:] + "_ms"] = 1000 * statistics.median(
+                    m["around"][k] for m in runs_of) / n
+            row[who][side + "machine_busy"] = statistics.median(
+                m["around"]["machine_busy"] for m in runs_of)
+            # CPU of the machine over the run not counted above: the
+            # contender's own (a child's), then anything else running.
+            row[who][side + "machine_ms"] = 1000 * statistics.median(
+                m["around"]["machine_cpu"] for m in runs_of) / n
     return row
 
 

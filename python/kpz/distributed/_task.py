@@ -125,32 +125,49 @@ def _from_web(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool,
               settings: Any) -> Iterator[Tuple[int, Any]]:
     """Reads the pictures of the http(s):// `items`, up to the settings'
     max_in_flight at once over the worker's connection pool, and yields
-    (index, kpz.remote.Result) to the task's thread as each comes. The
-    queue between them holds one result: the reads wait for the writes, so
-    no more than max_in_flight pictures (and the one handed over) are held."""
+    (index, kpz.remote.Result) to the task's thread as each comes. No more
+    than HANDED_OVER results wait for the task's thread: the reads wait for
+    the writes, so no more than max_in_flight pictures (and those handed
+    over) are held. Each result costs one wake of the task's thread and one
+    of the loop's (a result taken frees its place), no thread between."""
     from kpz import remote
 
     from . import _pool
 
     urls = [source for _, source, _ in items]
     done = object()
-    got: "queue.Queue[Any]" = queue.Queue(maxsize=1)
+    got: "queue.SimpleQueue[Any]" = queue.SimpleQueue()
+    places: List[Tuple[asyncio.AbstractEventLoop, asyncio.Semaphore]] = []
 
     async def read_all(reader: "remote.Reader") -> None:
-        loop = asyncio.get_running_loop()
+        free = asyncio.Semaphore(HANDED_OVER)
+        places.append((asyncio.get_running_loop(), free))  # before the first result
         try:
             async for r in remote.read_many(urls, kind, upright=upright, reader=reader):
-                await loop.run_in_executor(None, got.put, (items[r.index][0], r))
+                await free.acquire()
+                got.put((items[r.index][0], r))
         finally:
-            await loop.run_in_executor(None, got.put, done)
+            got.put(done)
 
     reading = _pool.submit(settings, read_all)
-    while True:
-        item = got.get()
-        if item is done:
-            break
-        yield item
+    finished = False
+    try:
+        while True:
+            item = got.get()
+            if item is done:
+                finished = True
+                break
+            yield item
+            loop, free = places[0]
+            loop.call_soon_threadsafe(free.release)
+    finally:
+        if not finished:
+            reading.cancel()  # the task's thread stopped taking them: no reads wait for it
     reading.result()  # an error of the reading itself, raised in the task
+
+
+# Results read and waiting for the task's thread to write them, at most.
+HANDED_OVER = 2
 
 
 def run_batch(items: Sequence[Tuple[int, str, str]], kind: str, upright: bool, out: str,
