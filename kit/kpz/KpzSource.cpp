@@ -180,7 +180,8 @@ bool KpzSource::ReadHead(std::string* error) {
 
 bool KpzSource::ReadAt(std::uint64_t offset, std::size_t length, UINT8* out, const char* what,
                        std::string* error) const {
-  // No WILLNEED hint here: with readahead off (ReadHead), this pread itself reads
+  // No WILLNEED hint here: a read that must wait for the disk turns readahead
+  // off first (AdviseReadOnly, in ReadHead), so this pread itself reads
   // exactly the range from a cold disk, and on a warm page cache the hint's
   // walk over the range's pages cost about a tenth of a 1.5 MB read.
   std::size_t got = 0;
